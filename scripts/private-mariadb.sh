@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# Starts or stops a private MariaDB server: its own data directory, socket, port and pid file
+# under one folder owned by the caller. A system server and its data are never touched.
+#
+#   private-mariadb.sh start DIR PORT [--general-log]   creates DIR on first use, starts, waits
+#   private-mariadb.sh stop DIR
+#   private-mariadb.sh env DIR                          prints the connection settings
+#
+# The server listens on 127.0.0.1:PORT only. root connects over the socket without a
+# password; the user dbop (empty password, all privileges) serves the program and the tests.
+set -euo pipefail
+
+cmd=${1:-}; dir=${2:-}
+[ -n "$cmd" ] && [ -n "$dir" ] || { echo "usage: $0 start|stop|env DIR [PORT] [--general-log]" >&2; exit 2; }
+mkdir -p "$dir"
+dir=$(cd "$dir" && pwd)
+data="$dir/data"; sock="$dir/mysqld.sock"; pidf="$dir/mysqld.pid"; logf="$dir/mysqld.err"
+
+mariadbd_bin=/usr/sbin/mariadbd
+[ -x "$mariadbd_bin" ] || mariadbd_bin=$(command -v mariadbd || command -v mysqld || true)
+client_bin=$(command -v mariadb || command -v mysql || true)
+
+running() { [ -f "$pidf" ] && kill -0 "$(cat "$pidf")" 2>/dev/null; }
+
+case "$cmd" in
+start)
+  port=${3:?port required}
+  general_log=0; [ "${4:-}" = "--general-log" ] && general_log=1
+  if running; then echo "private MariaDB already running in $dir"; exit 0; fi
+  user=$(id -un)
+  if [ ! -d "$data/mysql" ]; then
+    mkdir -p "$data"
+    mariadb-install-db --no-defaults --datadir="$data" --user="$user" \
+      --auth-root-authentication-method=socket --skip-test-db >"$dir/install.log" 2>&1 \
+      || { cat "$dir/install.log" >&2; exit 1; }
+  fi
+  echo "$port" > "$dir/port"
+  "$mariadbd_bin" --no-defaults --datadir="$data" --socket="$sock" --port="$port" \
+    --bind-address=127.0.0.1 --pid-file="$pidf" --log-error="$logf" --user="$user" \
+    --skip-name-resolve --general-log="$general_log" --log-output=TABLE \
+    --max-allowed-packet=256M --innodb-buffer-pool-size=256M --innodb-flush-log-at-trx-commit=2 \
+    --character-set-server=utf8mb4 --collation-server=utf8mb4_general_ci \
+    >/dev/null 2>&1 &
+  for _ in $(seq 1 120); do
+    if "$client_bin" --no-defaults -uroot --socket="$sock" -e 'select 1' >/dev/null 2>&1; then break; fi
+    sleep 0.5
+  done
+  "$client_bin" --no-defaults -uroot --socket="$sock" -e 'select 1' >/dev/null 2>&1 \
+    || { echo "private MariaDB did not start; see $logf" >&2; tail -20 "$logf" >&2 || true; exit 1; }
+  "$client_bin" --no-defaults -uroot --socket="$sock" <<'SQL'
+CREATE USER IF NOT EXISTS 'dbop'@'localhost' IDENTIFIED BY '';
+CREATE USER IF NOT EXISTS 'dbop'@'127.0.0.1' IDENTIFIED BY '';
+GRANT ALL PRIVILEGES ON *.* TO 'dbop'@'localhost' WITH GRANT OPTION;
+GRANT ALL PRIVILEGES ON *.* TO 'dbop'@'127.0.0.1' WITH GRANT OPTION;
+FLUSH PRIVILEGES;
+SQL
+  echo "private MariaDB running on 127.0.0.1:$port (socket $sock)"
+  ;;
+stop)
+  if running; then
+    pid=$(cat "$pidf")
+    kill "$pid" 2>/dev/null || true
+    for _ in $(seq 1 60); do kill -0 "$pid" 2>/dev/null || break; sleep 0.5; done
+    kill -9 "$pid" 2>/dev/null || true
+  fi
+  ;;
+env)
+  echo "TABULON_TEST_SERVER=127.0.0.1:$(cat "$dir/port")"
+  echo "TABULON_TEST_SOCKET=$sock"
+  ;;
+*) echo "unknown command $cmd" >&2; exit 2 ;;
+esac

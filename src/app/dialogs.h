@@ -1,0 +1,64 @@
+// Every message box, question, input box and modal window of the program goes through here,
+// so that tests can answer them without a human and without nested event loops.
+#pragma once
+
+#include <QString>
+
+#include <functional>
+
+class QDialog;
+class QWidget;
+
+namespace tabulon {
+
+struct DbError;
+
+namespace Dialogs {
+
+enum class Icon { None, Information, Question, Exclamation, Critical };
+enum class Buttons { Ok, OkCancel, YesNo, YesNoCancel };
+enum class Answer { Ok, Cancel, Yes, No };
+
+struct Prompt final {
+    enum class Kind { Message, Question, Input, RuntimeError };
+    Kind kind = Kind::Message;
+    QString text;
+    QString title; // empty: the program's name, as boxes without a title of their own show
+    Icon icon = Icon::None;
+    Buttons buttons = Buttons::Ok;
+    QString defaultText; // input boxes
+};
+
+struct Reply final {
+    Answer answer = Answer::Ok;
+    QString text; // input boxes: the answer ("" when cancelled)
+};
+
+using Responder = std::function<Reply(const Prompt &)>;
+// Replaces the real boxes (tests); an empty responder restores them.
+void setResponder(Responder responder);
+
+void message(QWidget *parent, const QString &text, Icon icon = Icon::None, const QString &title = QString());
+Answer ask(QWidget *parent, const QString &text, Buttons buttons = Buttons::YesNo, Icon icon = Icon::None,
+           const QString &title = QString());
+// An input box: the typed text, or "" when the operator cancels.
+QString input(QWidget *parent, const QString &prompt, const QString &title = QString(),
+              const QString &defaultText = QString());
+
+// The report of an error nothing traps: "Run-time error '<number>':" and the description;
+// then the program ends. Callers return at once after it.
+void runtimeError(QWidget *parent, const DbError &error);
+QString runtimeErrorText(const DbError &error);
+
+// Ends the program (the main loop and every nested one stop). Tests replace the action.
+void endProgram(int exitCode = 0);
+void setProgramEnder(std::function<void(int)> ender);
+
+// Shows a window modally. The real runner blocks in exec(); a test runner opens the window
+// without blocking so the test can drive it. Callers never rely on code after this call
+// running after the window closed: they connect to its finished() or destroyed() signals.
+void showModal(QDialog *dialog);
+void setModalRunner(std::function<void(QDialog *)> runner);
+
+} // namespace Dialogs
+} // namespace tabulon

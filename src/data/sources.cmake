@@ -1,0 +1,1 @@
+add_library(tabulon_data INTERFACE)

@@ -1,0 +1,97 @@
+// The one connection type every statement goes through: opens from an ODBC-style connection
+// string, executes statements, opens recordsets on tables or statement text, and writes
+// recordset updates. Errors come back as values (DbError), never as exceptions or dialogs.
+#pragma once
+
+#include "dberror.h"
+#include "recordset.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace tabulon {
+
+namespace detail {
+struct Connection;
+}
+
+class DatabaseSession final {
+public:
+    DatabaseSession();
+    ~DatabaseSession();
+    DatabaseSession(const DatabaseSession &) = delete;
+    DatabaseSession &operator=(const DatabaseSession &) = delete;
+
+    // ADO's cursor location; kept for the callers that set it (every recordset here is a
+    // client-side one).
+    void setCursorLocation(int location) { m_cursorLocation = location; }
+    int cursorLocation() const { return m_cursorLocation; }
+
+    // Seconds; a server that stops answering gives an error after these, never a hang.
+    void setTimeouts(unsigned connectSeconds, unsigned readSeconds, unsigned writeSeconds);
+
+    // Opens on "server=host[:port];uid=...;pwd=...;database=...;" (other attributes are read
+    // and ignored). A non-empty user or password argument overrides the string's.
+    DbError open(const QString &connectionString, const QString &user = QString(), const QString &password = QString());
+    void close();
+    bool isOpen() const;
+    // ADO's connection state: 1 open, 0 closed.
+    int state() const { return isOpen() ? 1 : 0; }
+
+    // Runs a statement and discards whatever it returns.
+    DbError execute(const QString &sql);
+    // Opens the table as ADO's table command does: every row and field, updatable.
+    DbResult<Recordset> openTable(const QString &table);
+    // Runs statement text and reads its rows; a statement without rows gives a closed recordset.
+    DbResult<Recordset> openQuery(const QString &sql);
+
+    QString databaseName() const;
+    unsigned long connectionId() const;
+    // Rows the last statement changed (or matched, for updates).
+    qint64 affectedRows() const;
+
+    static QString quoteIdentifier(const QString &name);
+    // Escapes a value for use between single quotes on this connection.
+    QByteArray escape(QByteArrayView utf8) const;
+
+    // Writes the pending changes of a recordset's current record (used by Recordset::update).
+    static DbError updateRecord(Recordset &recordset);
+
+private:
+    DbResult<Recordset> read(const QString &sql, const QString &table);
+    DbError lastError() const;
+
+    std::shared_ptr<detail::Connection> m_connection;
+    int m_cursorLocation = 2;
+    unsigned m_connectTimeout = 15;
+    unsigned m_readTimeout = 600;
+    unsigned m_writeTimeout = 600;
+};
+
+// Statement text built by the session, in functions that tests call directly.
+namespace SessionSql {
+
+using Escaper = std::function<QByteArray(QByteArrayView)>;
+
+// Backslash escaping that matches the server's default mode.
+QByteArray escapeDefault(QByteArrayView utf8);
+
+struct UpdateTarget final {
+    QString database;
+    QString table;
+    std::vector<FieldInfo> fields;
+    std::vector<std::optional<QString>> original;          // every field, as read
+    std::vector<std::pair<int, std::optional<QString>>> changes; // field index, new value
+};
+
+// "UPDATE `db`.`t` SET `f`=... WHERE <key or every original value> LIMIT 1"
+QByteArray buildUpdate(const UpdateTarget &target, const Escaper &escape);
+
+} // namespace SessionSql
+
+} // namespace tabulon

@@ -1,0 +1,86 @@
+#include "testdb.h"
+
+namespace tabulon::test {
+
+QString serverAddress()
+{
+    const QString env = qEnvironmentVariable("TABULON_TEST_SERVER");
+    return env.isEmpty() ? QStringLiteral("127.0.0.1:13306") : env;
+}
+
+QString connectionString(const QString &database)
+{
+    return QStringLiteral("PROVIDER=MSDASQL;driver={MySQL};server=%1;uid=dbop;pwd=;database=%2;")
+        .arg(serverAddress(), database);
+}
+
+DbError openSession(DatabaseSession &session, const QString &database)
+{
+    return session.open(connectionString(database));
+}
+
+ScratchDatabase::ScratchDatabase(const QString &name) : m_name(QStringLiteral("tabulon_t_") + name)
+{
+    m_error = openSession(m_admin, QString());
+    if (m_error)
+        return;
+    m_error = run({QStringLiteral("DROP DATABASE IF EXISTS `%1`").arg(m_name),
+                   QStringLiteral("CREATE DATABASE `%1` CHARACTER SET utf8mb4").arg(m_name),
+                   QStringLiteral("USE `%1`").arg(m_name)});
+}
+
+ScratchDatabase::~ScratchDatabase()
+{
+    if (m_admin.isOpen())
+        m_admin.execute(QStringLiteral("DROP DATABASE IF EXISTS `%1`").arg(m_name));
+}
+
+DbError ScratchDatabase::run(const QStringList &statements)
+{
+    for (const QString &s : statements) {
+        DbError e = m_admin.execute(s);
+        if (e) {
+            e.description = s + QStringLiteral(": ") + e.description;
+            return e;
+        }
+    }
+    return {};
+}
+
+QStringList ScratchDatabase::rows(const QString &sql)
+{
+    QStringList out;
+    auto rs = m_admin.openQuery(sql);
+    if (!rs.ok()) {
+        out << QStringLiteral("ERROR: ") + rs.error().description;
+        return out;
+    }
+    for (qsizetype r = 0; r < rs->recordCount(); ++r) {
+        QStringList cells;
+        for (int f = 0; f < rs->fieldCount(); ++f)
+            cells << (rs->isNull(r, f) ? QStringLiteral("\\N") : rs->text(r, f));
+        out << cells.join(QLatin1Char('|'));
+    }
+    return out;
+}
+
+QStringList statementsReceived(DatabaseSession &observer, unsigned long connectionId)
+{
+    QStringList out;
+    auto rs = observer.openQuery(
+        QStringLiteral("SELECT CONVERT(argument USING utf8mb4) FROM mysql.general_log WHERE thread_id = %1 "
+                       "AND command_type = 'Query'")
+            .arg(connectionId));
+    if (!rs.ok())
+        return {QStringLiteral("ERROR: ") + rs.error().description};
+    for (qsizetype r = 0; r < rs->recordCount(); ++r)
+        out << rs->text(r, 0);
+    return out;
+}
+
+void clearServerLog(DatabaseSession &observer)
+{
+    observer.execute(QStringLiteral("TRUNCATE TABLE mysql.general_log"));
+}
+
+} // namespace tabulon::test
