@@ -1,0 +1,320 @@
+#include "grid/grid.h"
+
+#include "db/recordset.h"
+#include "grid/gridmodel.h"
+
+#include <QHeaderView>
+#include <QMouseEvent>
+
+#include <algorithm>
+
+namespace tabulon {
+
+namespace {
+
+// Rows measured by autoSize on a big grid: enough to catch the typical width without
+// walking a million cells.
+constexpr int kAutoSizeHeadRows = 200;
+constexpr int kAutoSizeSpreadRows = 300;
+// Characters of one cell that are worth measuring; wider texts hit the cap anyway.
+constexpr int kAutoSizeMaxChars = 200;
+constexpr int kCellPadding = 12;
+// Room for the sort indicator beside a header text.
+constexpr int kHeaderPadding = 24;
+
+} // namespace
+
+Grid::Grid(QWidget *parent) : QTableView(parent), m_model(new GridModel(this))
+{
+    setObjectName(QStringLiteral("Edi_Gr"));
+    setModel(m_model);
+    setSelectionBehavior(QAbstractItemView::SelectRows);
+    setSelectionMode(QAbstractItemView::ExtendedSelection);
+    setWordWrap(false);
+    setHorizontalScrollMode(QAbstractItemView::ScrollPerPixel);
+
+    // Fixed row heights let the view place a million rows without measuring any of them.
+    QHeaderView *vertical = verticalHeader();
+    vertical->hide();
+    vertical->setSectionResizeMode(QHeaderView::Fixed);
+    vertical->setDefaultSectionSize(fontMetrics().height() + 6);
+
+    QHeaderView *horizontal = horizontalHeader();
+    horizontal->setSectionsClickable(true);
+    horizontal->setHighlightSections(false);
+    horizontal->setSortIndicatorShown(false);
+    connect(horizontal, &QHeaderView::sectionClicked, this, &Grid::onHeaderClicked);
+
+    connect(this, &QAbstractItemView::doubleClicked, this,
+            [this](const QModelIndex &index) { Q_EMIT cellDoubleClicked(m_model->gridRow(index), index.column()); });
+    connect(m_model, &GridModel::cellEdited, this, &Grid::cellEdited);
+    applyEditTriggers();
+    applyHeaderVisibility();
+}
+
+Grid::~Grid() = default;
+
+GridData &Grid::cells()
+{
+    return m_model->cells();
+}
+
+const GridData &Grid::cells() const
+{
+    return m_model->cells();
+}
+
+void Grid::resetColumnStates()
+{
+    const int width = horizontalHeader()->defaultSectionSize();
+    for (int c = 0; c < m_model->columnCount(); ++c) {
+        setColumnHidden(c, false);
+        setColumnWidth(c, width);
+    }
+    forgetSort();
+    applyHeaderVisibility();
+}
+
+void Grid::forgetSort()
+{
+    m_sortCol = -1;
+    m_sortOrder = 0;
+    horizontalHeader()->setSortIndicatorShown(false);
+}
+
+void Grid::applyHeaderVisibility()
+{
+    horizontalHeader()->setVisible(cells().fixedRows() > 0);
+}
+
+void Grid::applyEditTriggers()
+{
+    setEditTriggers(m_model->isEditable() ? (QAbstractItemView::DoubleClicked | QAbstractItemView::AnyKeyPressed |
+                                             QAbstractItemView::EditKeyPressed)
+                                          : QAbstractItemView::NoEditTriggers);
+}
+
+void Grid::refresh()
+{
+    const int currentRow = row();
+    const int currentCol = col();
+    // The header keeps widths and hidden sections by index across a reset; the current
+    // cell and selection are what a reset loses.
+    if (m_model->refresh()) {
+        if (currentRow >= fixedRows() && currentRow < rows() && currentCol >= 0 && currentCol < cols())
+            selectionModel()->setCurrentIndex(m_model->cellIndex(currentRow, currentCol),
+                                              QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    }
+    applyHeaderVisibility();
+}
+
+void Grid::setRows(int n)
+{
+    m_model->setGridRows(n);
+}
+
+void Grid::setCols(int n)
+{
+    m_model->setGridCols(n);
+}
+
+void Grid::setFixedRows(int n)
+{
+    m_model->setFixedRows(n);
+    applyHeaderVisibility();
+}
+
+void Grid::setFixedCols(int n)
+{
+    m_model->setFixedCols(n);
+}
+
+void Grid::setTextMatrix(int row, int col, const QString &text)
+{
+    m_model->setCellText(row, col, text);
+}
+
+void Grid::addRow()
+{
+    insertRow(rows());
+}
+
+void Grid::insertRow(int at)
+{
+    m_model->insertGridRow(at);
+}
+
+void Grid::removeRow(int row)
+{
+    m_model->removeGridRow(row);
+}
+
+void Grid::moveColumn(int from, int to)
+{
+    if (from < 0 || from >= cols() || to < 0 || to >= cols() || from == to)
+        return;
+    // The header moves the section with its width and hidden state.
+    m_model->moveGridColumn(from, to);
+    forgetSort();
+}
+
+void Grid::clear()
+{
+    m_model->clearGrid();
+    resetColumnStates();
+}
+
+void Grid::loadRecordset(const Recordset &rs)
+{
+    m_model->resetWith([&rs](GridData &cells) { cells.loadRecordset(rs); });
+    resetColumnStates();
+}
+
+void Grid::adoptRecordset(Recordset &&rs)
+{
+    m_model->resetWith([&rs](GridData &cells) { cells.adoptRecordset(std::move(rs)); });
+    resetColumnStates();
+}
+
+void Grid::setColHidden(int col, bool hidden)
+{
+    if (col >= 0 && col < cols())
+        setColumnHidden(col, hidden);
+}
+
+void Grid::autoSize(int firstCol, int lastCol)
+{
+    firstCol = std::max(firstCol, 0);
+    lastCol = std::min(lastCol, m_model->columnCount() - 1);
+    const GridData &data = cells();
+    std::vector<int> sample;
+    const int first = data.fixedRows();
+    const int count = std::max(data.rows() - first, 0);
+    if (count <= kAutoSizeHeadRows + kAutoSizeSpreadRows) {
+        for (int r = first; r < data.rows(); ++r)
+            sample.push_back(r);
+    } else {
+        for (int r = first; r < first + kAutoSizeHeadRows; ++r)
+            sample.push_back(r);
+        const int rest = count - kAutoSizeHeadRows;
+        for (int i = 0; i < kAutoSizeSpreadRows; ++i)
+            sample.push_back(first + kAutoSizeHeadRows + static_cast<int>(qint64(rest) * i / kAutoSizeSpreadRows));
+    }
+    const auto measure = [](const QFontMetrics &metrics, QString text) {
+        if (text.size() > kAutoSizeMaxChars)
+            text.truncate(kAutoSizeMaxChars);
+        text.replace(QLatin1Char('\n'), QLatin1Char(' '));
+        return metrics.horizontalAdvance(text);
+    };
+    const QFontMetrics cellMetrics = fontMetrics();
+    const QFontMetrics headerMetrics = horizontalHeader()->fontMetrics();
+    for (int c = firstCol; c <= lastCol; ++c) {
+        if (isColumnHidden(c))
+            continue;
+        int width = 0;
+        if (data.fixedRows() > 0)
+            width = measure(headerMetrics, data.text(0, c)) + kHeaderPadding;
+        for (const int r : sample) {
+            if (width >= kMaxAutoWidth)
+                break;
+            width = std::max(width, measure(cellMetrics, data.text(r, c)) + kCellPadding);
+        }
+        setColumnWidth(c, std::clamp(width, kCellPadding * 2, kMaxAutoWidth));
+    }
+}
+
+void Grid::setEditable(bool editable)
+{
+    m_model->setEditable(editable);
+    applyEditTriggers();
+}
+
+bool Grid::isEditable() const
+{
+    return m_model->isEditable();
+}
+
+int Grid::row() const
+{
+    return m_model->gridRow(currentIndex());
+}
+
+int Grid::col() const
+{
+    const QModelIndex index = currentIndex();
+    return index.isValid() ? index.column() : -1;
+}
+
+void Grid::setCurrentCell(int row, int col)
+{
+    if (col < 0 || col >= cols() || row < 0 || row >= rows())
+        return;
+    if (row < fixedRows()) {
+        selectionModel()->clearSelection();
+        selectionModel()->clearCurrentIndex();
+        if (m_model->rowCount() > 0)
+            scrollTo(m_model->index(0, col));
+        return;
+    }
+    const QModelIndex index = m_model->cellIndex(row, col);
+    selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    scrollTo(index);
+}
+
+QList<int> Grid::selectedRows() const
+{
+    std::vector<int> modelRows;
+    for (const QItemSelectionRange &range : selectionModel()->selection()) {
+        for (int r = range.top(); r <= range.bottom(); ++r)
+            modelRows.push_back(r);
+    }
+    std::sort(modelRows.begin(), modelRows.end());
+    modelRows.erase(std::unique(modelRows.begin(), modelRows.end()), modelRows.end());
+    QList<int> rows;
+    rows.reserve(static_cast<qsizetype>(modelRows.size()));
+    for (const int r : modelRows)
+        rows.push_back(r + fixedRows());
+    return rows;
+}
+
+void Grid::sort(int col, int order)
+{
+    if (col < 0 || col >= cols() || (order != 1 && order != 2))
+        return;
+    m_model->sortGrid(col, order);
+    m_sortCol = col;
+    m_sortOrder = order;
+    horizontalHeader()->setSortIndicatorShown(true);
+    horizontalHeader()->setSortIndicator(col, order == 1 ? Qt::AscendingOrder : Qt::DescendingOrder);
+    Q_EMIT afterSort(col, order);
+}
+
+void Grid::onHeaderClicked(int section)
+{
+    sort(section, section == m_sortCol && m_sortOrder == 1 ? 2 : 1);
+}
+
+bool Grid::saveGrid(const QString &path, QString *error) const
+{
+    return cells().saveToFile(path, error);
+}
+
+bool Grid::loadGrid(const QString &path, QString *error)
+{
+    GridData loaded;
+    if (!loaded.loadFromFile(path, error))
+        return false;
+    m_model->resetWith([&loaded](GridData &cells) { cells = std::move(loaded); });
+    resetColumnStates();
+    return true;
+}
+
+void Grid::mousePressEvent(QMouseEvent *event)
+{
+    // Handlers read the current cell, which the view has moved to the pressed cell by now
+    // for every button (a right press on a selected row keeps the selection).
+    QTableView::mousePressEvent(event);
+    Q_EMIT mouseDown(event->button(), event->globalPosition().toPoint());
+}
+
+} // namespace tabulon

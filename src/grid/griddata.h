@@ -1,0 +1,103 @@
+// The cells of one grid, without any widget: a TextColumn per column and one row index that
+// sorting and row moves permute, so a million-row grid costs little more than its texts.
+#pragma once
+
+#include "db/textcolumn.h"
+
+#include <QByteArrayView>
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace tabulon {
+
+class Recordset;
+
+// Cells are addressed (row, col) with row 0 the header row when fixedRows() == 1 and col 0
+// the fixed column when fixedCols() == 1. Counts include the fixed row and column. Reads out
+// of range give empty text; writes and structural changes out of range are ignored.
+//
+// A new grid has only its fixed parts: one row and one column. One column holds at most 4 GiB
+// of text (TextColumn throws std::length_error beyond that).
+class GridData final {
+public:
+    GridData();
+
+    int rows() const { return static_cast<int>(m_order.size()); }
+    int cols() const { return static_cast<int>(m_columns.size()); }
+    // Grows with empty cells or drops from the end.
+    void setRows(int n);
+    void setCols(int n);
+
+    int fixedRows() const { return m_fixedRows; }
+    void setFixedRows(int n) { m_fixedRows = n > 0 ? 1 : 0; }
+    int fixedCols() const { return m_fixedCols; }
+    void setFixedCols(int n) { m_fixedCols = n > 0 ? 1 : 0; }
+
+    QString text(int row, int col) const;
+    // The cell's UTF-8 bytes, valid until the grid is next changed; empty out of range.
+    QByteArrayView utf8(int row, int col) const;
+    void setText(int row, int col, const QString &text);
+    // An identity of the row's cells that sorting, row inserts and column moves keep (not
+    // removals of other rows, which may renumber); used to follow rows across a sort.
+    std::uint32_t rowKey(int row) const { return physical(row); }
+
+    void addRow() { insertRow(rows()); }
+    // at == rows() appends.
+    void insertRow(int at);
+    void removeRow(int row);
+    // As QList::move: column `from` ends up at index `to`.
+    void moveColumn(int from, int to);
+
+    // Removes every data row and empties the header row: rows() == fixedRows() afterwards,
+    // cols() and the fixed counts stay as they were.
+    void clear();
+
+    // Writes rows firstRow..lastRow of one column in one pass instead of one edit per cell.
+    void setColumnTexts(int col, int firstRow, int lastRow, const std::function<QString(int row)> &text);
+
+    // Row 0 takes the field names (when fixedRows() == 1), one row per record follows, field k
+    // lands in column fixedCols() + k and the fixed column stays empty. A NULL reads as an
+    // empty cell. Afterwards rows() == recordCount + fixedRows(), cols() == fieldCount +
+    // fixedCols(); the fixed counts are kept.
+    void loadRecordset(const Recordset &rs);
+    // The same grid, but the recordset's column storage is taken over instead of copied.
+    void adoptRecordset(Recordset &&rs);
+
+    // Sorts rows fixedRows()..rows()-1 by one column. order 1 ascending, 2 descending, anything
+    // else leaves the rows as they are. The comparison is the generic one: empty cells first,
+    // then cells that read as plain decimal numbers (compared as numbers), then all other texts,
+    // case-folded and compared in code point order (no locale). Stable in both directions;
+    // only the row index moves. Needs about 40 bytes per row of scratch while it runs.
+    void sort(int col, int order);
+
+    // The grid's own file form (see gridfile.h). A failed load leaves the grid unchanged.
+    bool saveToFile(const QString &path, QString *error) const;
+    bool loadFromFile(const QString &path, QString *error);
+
+    // Builds a grid from ready columns, each resized to `rows` cells, in row order.
+    static GridData fromColumns(std::vector<TextColumn> columns, int rows, int fixedRows, int fixedCols);
+
+    qsizetype memoryUse() const;
+
+private:
+    std::uint32_t physical(int row) const { return m_order[static_cast<size_t>(row)]; }
+    void appendPhysicalRows(qsizetype count);
+    void dropUnusedRows();
+    // Rebuilds every column in row order, dropping cells no row refers to.
+    void compact();
+    void takeRecordsetColumns(std::vector<TextColumn> columns, const QStringList &names, qsizetype records);
+
+    std::vector<TextColumn> m_columns;
+    // Row -> physical cell index in every column.
+    std::vector<std::uint32_t> m_order;
+    // Cells per column, including those of removed rows not yet compacted away.
+    qsizetype m_physicalRows = 0;
+    int m_fixedRows = 1;
+    int m_fixedCols = 1;
+};
+
+} // namespace tabulon
