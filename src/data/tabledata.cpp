@@ -1,0 +1,370 @@
+#include "data/tabledata.h"
+
+#include "app/dialogs.h"
+#include "data/recordwriter.h"
+#include "db/databasesession.h"
+#include "grid/grid.h"
+
+#include <QComboBox>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMdiSubWindow>
+#include <QMenu>
+#include <QPushButton>
+#include <QSignalBlocker>
+
+#include <vector>
+
+namespace tabulon {
+
+namespace {
+
+// The design's layout in pixels: a strip of controls above the grid and room below it that
+// the resize rule keeps free (1000 twips).
+constexpr int kGridLeft = 8;
+constexpr int kGridTop = 40;
+constexpr int kGridWidth = 900;
+constexpr int kBottomMargin = 67;
+
+} // namespace
+
+TableData::TableData(TableDataHost host, QWidget *parent)
+    : QWidget(parent), m_host(std::move(host)), m_label(new QLabel(QStringLiteral("Select Table Name"), this)),
+      m_combo(new QComboBox(this)), m_grid(new Grid(this)), m_text(new QLineEdit(this)),
+      m_find(new QPushButton(QStringLiteral("&Find"), this))
+{
+    setObjectName(QStringLiteral("TableData"));
+    setWindowTitle(QStringLiteral("Form1"));
+    setAttribute(Qt::WA_DeleteOnClose);
+
+    m_label->setObjectName(QStringLiteral("Label1"));
+    m_combo->setObjectName(QStringLiteral("Combo1"));
+    m_text->setObjectName(QStringLiteral("Text1"));
+    m_find->setObjectName(QStringLiteral("cmdfind"));
+
+    m_label->setGeometry(8, 12, 110, 20);
+    m_combo->setGeometry(120, 8, 240, 24);
+    m_text->setGeometry(380, 8, 200, 24);
+    m_find->setGeometry(588, 7, 80, 26);
+    m_grid->setGeometry(kGridLeft, kGridTop, kGridWidth, 400);
+    resize(kGridLeft * 2 + kGridWidth, kGridTop + 400 + kBottomMargin);
+    // Text1 starts empty, and an empty search text leaves the button off.
+    m_find->setEnabled(false);
+
+    // Escape closes the window from whichever control has the focus.
+    for (QWidget *w : {static_cast<QWidget *>(m_combo), static_cast<QWidget *>(m_grid), m_grid->viewport(),
+                       static_cast<QWidget *>(m_text), static_cast<QWidget *>(m_find)})
+        w->installEventFilter(this);
+
+    connect(m_combo, &QComboBox::currentIndexChanged, this, &TableData::onComboIndexChanged);
+    connect(m_combo, &QComboBox::activated, this, &TableData::onComboActivated);
+    connect(m_find, &QPushButton::clicked, this, &TableData::FindNext);
+    connect(m_text, &QLineEdit::textChanged, this, &TableData::onSearchTextChanged);
+    connect(m_grid, &Grid::afterSort, this, &TableData::onAfterSort);
+    connect(m_grid, &Grid::mouseDown, this, &TableData::onGridMouseDown);
+
+    loadWindow();
+}
+
+TableData::~TableData() = default;
+
+DatabaseSession &TableData::session() const
+{
+    if (DatabaseSession *s = m_host.session ? m_host.session() : nullptr)
+        return *s;
+    // Without a main window's session every statement fails as on a closed connection.
+    static DatabaseSession closed;
+    return closed;
+}
+
+void TableData::loadWindow()
+{
+    auto tables = session().openQuery(QStringLiteral("SHOW Tables"));
+    if (!tables.ok()) {
+        Dialogs::runtimeError(this, tables.error());
+        return;
+    }
+    {
+        // Adding the first entry makes it current; the load below is the one selection event.
+        const QSignalBlocker blocker(m_combo);
+        if (tables->isOpen() && tables->fieldCount() > 0) {
+            for (tables->moveFirst(); !tables->eof(); tables->moveNext())
+                m_combo->addItem(tables->current(0).value_or(QString()));
+        }
+        m_combo->setCurrentIndex(-1);
+    }
+    tables->close();
+    m_grid->setEditable(true);
+    if (m_combo->count() > 0)
+        selectTable(0);
+}
+
+void TableData::selectTable(int index)
+{
+    if (index == m_combo->currentIndex()) {
+        LoadTable();
+        return;
+    }
+    m_combo->setCurrentIndex(index);
+    m_loadedByIndexChange = false;
+}
+
+void TableData::onComboIndexChanged()
+{
+    LoadTable();
+    m_loadedByIndexChange = true;
+}
+
+void TableData::onComboActivated()
+{
+    // A pick of another entry has already loaded through the index change; a pick of the
+    // entry already shown loads it again.
+    if (m_loadedByIndexChange) {
+        m_loadedByIndexChange = false;
+        return;
+    }
+    LoadTable();
+}
+
+void TableData::LoadTable()
+{
+    if (const DbError error = loadTableSteps()) {
+        Dialogs::runtimeError(this, error);
+        return;
+    }
+}
+
+DbError TableData::loadTableSteps()
+{
+    // So that the grid shows what is on disk, not what another program still holds back.
+    if (DbError error = session().execute(QStringLiteral("Flush Tables")))
+        return error;
+    if (DbError error = session().execute(QStringLiteral("Flush Logs")))
+        return error;
+    m_grid->clear();
+
+    auto tableRows = session().openTable(m_combo->currentText());
+    if (!tableRows.ok())
+        return tableRows.error();
+    m_grid->adoptRecordset(std::move(*tableRows));
+    tableRows->close();
+
+    // The load number column: hidden, it travels with its row through sorts so that
+    // ModifyRecord can find the row's record again by position.
+    const int cols = m_grid->cols() + 1;
+    m_grid->setCols(cols);
+    m_grid->moveColumn(cols - 1, 1);
+    m_grid->setColHidden(1, true);
+    const int last = m_grid->rows() - 1;
+    const auto number = [](int row) { return QString::number(row); };
+    m_grid->cells().setColumnTexts(0, 1, last, number);
+    m_grid->cells().setColumnTexts(1, 1, last, number);
+    m_grid->refresh();
+
+    m_cursor.reset();
+    m_grid->autoSize(0, cols - 1);
+    return {};
+}
+
+void TableData::renumber()
+{
+    m_grid->cells().setColumnTexts(0, 1, m_grid->rows() - 1, [](int row) { return QString::number(row); });
+    m_grid->refresh();
+}
+
+void TableData::FindNext()
+{
+    if (m_combo->currentIndex() < 0) {
+        Dialogs::message(this, QStringLiteral("No records to search"));
+        return;
+    }
+    const Grid *grid = m_grid;
+    const FindHit hit = findNext(m_cursor, m_text->text(), grid->rows(), grid->cols(),
+                                 [grid](int row, int col) { return grid->textMatrix(row, col); });
+    if (hit.found) {
+        m_grid->setCurrentCell(hit.row, hit.col);
+        return;
+    }
+    Dialogs::message(this, QStringLiteral("Finished searching"));
+}
+
+void TableData::onSearchTextChanged(const QString &text)
+{
+    if (text.trimmed().isEmpty()) {
+        m_find->setEnabled(false);
+        return;
+    }
+    m_find->setEnabled(true);
+    m_cursor.reset();
+}
+
+void TableData::onAfterSort(int col, int order)
+{
+    renumber();
+    m_sortColumn = col;
+    m_sortOrder = order;
+}
+
+void TableData::onGridMouseDown(Qt::MouseButton button, const QPoint &globalPos)
+{
+    if (button != Qt::RightButton || m_grid->row() <= 0)
+        return;
+    if (QMenu *menu = m_host.recordMenu ? m_host.recordMenu() : nullptr)
+        menu->popup(globalPos);
+}
+
+void TableData::sortByRemembered()
+{
+    // Before the operator's first sort there is nothing to repeat.
+    if (m_sortColumn && m_sortOrder)
+        m_grid->sort(*m_sortColumn, *m_sortOrder);
+}
+
+void TableData::showError(const DbError &error)
+{
+    Dialogs::message(this, error.description);
+}
+
+void TableData::DeleteRecord()
+{
+    if (Dialogs::ask(this, QStringLiteral("This will Delete the record from Table")) != Dialogs::Answer::Yes)
+        return;
+    rewriteTable(true);
+}
+
+void TableData::SaveTable()
+{
+    if (Dialogs::ask(this, QStringLiteral("This will update the Table")) != Dialogs::Answer::Yes)
+        return;
+    rewriteTable(false);
+}
+
+void TableData::rewriteTable(bool skipSelectedRows)
+{
+    const QString table = m_combo->currentText();
+    // Opened only to learn each field's type; a field it cannot tell is written as text.
+    auto tableRows = session().openTable(table);
+    if (!tableRows.ok())
+        showError(tableRows.error());
+
+    if (const DbError error = session().execute(RecordWriter::deleteAllStatement(table)))
+        showError(error);
+
+    const int rows = m_grid->rows();
+    const int cols = m_grid->cols();
+    std::vector<char> skip(static_cast<size_t>(std::max(rows, 0)), 0);
+    if (skipSelectedRows) {
+        for (const int row : m_grid->selectedRows()) {
+            if (row >= 0 && row < rows)
+                skip[static_cast<size_t>(row)] = 1;
+        }
+    }
+    QStringList names;
+    std::vector<int> types;
+    for (int c = 2; c < cols; ++c) {
+        const QString name = m_grid->textMatrix(0, c);
+        names << name;
+        const int field = tableRows.ok() ? tableRows->fieldIndex(name) : -1;
+        types.push_back(field >= 0 ? tableRows->field(field).type : 0);
+    }
+
+    QStringList values;
+    for (int row = 1; row < rows; ++row) {
+        if (skip[static_cast<size_t>(row)])
+            continue;
+        values.clear();
+        for (int c = 2; c < cols; ++c)
+            values << RecordWriter::insertValue(types[static_cast<size_t>(c - 2)], m_grid->textMatrix(row, c));
+        if (const DbError error = session().execute(RecordWriter::insertStatement(table, names, values)))
+            showError(error);
+    }
+    if (tableRows.ok())
+        tableRows->close();
+
+    if (const DbError error = loadTableSteps())
+        showError(error);
+    if (m_grid->rows() > 1)
+        sortByRemembered();
+    renumber();
+}
+
+void TableData::ModifyRecord()
+{
+    if (Dialogs::ask(this, QStringLiteral("This will Update the current record in Table")) != Dialogs::Answer::Yes)
+        return;
+    auto tableRows = session().openTable(m_combo->currentText());
+    if (!tableRows.ok()) {
+        showError(tableRows.error());
+        return;
+    }
+    Recordset &records = *tableRows;
+    const int row = m_grid->row();
+    bool ok = false;
+    qsizetype loadIndex = m_grid->textMatrix(row, 1).toLongLong(&ok);
+    if (!ok)
+        loadIndex = 0;
+
+    // The record is found by its place at load time, which is what the hidden column holds.
+    records.moveFirst();
+    for (qsizetype counter = 1; !records.eof(); ++counter) {
+        if (counter != loadIndex) {
+            records.moveNext();
+            continue;
+        }
+        for (int field = 0; field < records.fieldCount(); ++field) {
+            const RecordWriter::FieldChange change =
+                RecordWriter::modifyValue(records.field(field).type, m_grid->textMatrix(row, field + 2));
+            if (change)
+                records.setField(field, *change);
+        }
+        if (const DbError error = records.update()) {
+            showError(error);
+            if (error.number == AdoError::Generic || error.number == AdoError::RowNotFound) {
+                sortByRemembered();
+                break;
+            }
+        }
+    }
+    records.close();
+}
+
+bool TableData::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_combo &&
+        (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::KeyPress ||
+         event->type() == QEvent::Wheel))
+        m_loadedByIndexChange = false;
+    if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
+        closeTool();
+        return true;
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void TableData::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape) {
+        closeTool();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void TableData::closeTool()
+{
+    if (auto *frame = qobject_cast<QMdiSubWindow *>(parentWidget())) {
+        frame->close();
+        return;
+    }
+    close();
+}
+
+void TableData::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    // A window too small for the grid leaves it with no height rather than failing.
+    m_grid->resize(m_grid->width(), std::max(0, height() - m_grid->y() - kBottomMargin));
+}
+
+} // namespace tabulon

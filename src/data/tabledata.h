@@ -1,0 +1,99 @@
+// The table data tool: every row of one table in an editable grid, a find box, and the three
+// write-backs (delete records, modify the current record, save the whole table) that the main
+// window's record pop-up menu calls.
+#pragma once
+
+#include "data/findcursor.h"
+#include "db/dberror.h"
+
+#include <QWidget>
+
+#include <functional>
+#include <optional>
+
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QMenu;
+class QPushButton;
+
+namespace tabulon {
+
+class DatabaseSession;
+class Grid;
+
+// What the window borrows from the main window. Both are asked for again at every use: the
+// main window replaces its session whenever the connection is set up anew.
+struct TableDataHost final {
+    std::function<DatabaseSession *()> session;
+    std::function<QMenu *()> recordMenu; // "mnupop1"
+};
+
+class TableData final : public QWidget {
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(TableData)
+public:
+    // Loads at once, as the window has always done on creation: lists the tables and shows the
+    // first one. A failing statement there is reported as an untrapped error.
+    explicit TableData(TableDataHost host, QWidget *parent = nullptr);
+    ~TableData() override;
+
+    // Reloads the table selected in Combo1 from the server, discarding edits in the grid.
+    void LoadTable();
+    // Moves to the next cell equal to Text1's text (the "&Find" button).
+    void FindNext();
+
+    // The write-backs, each behind its own question. DeleteRecord and SaveTable rewrite the
+    // whole table from the grid (DeleteRecord leaving out the selected rows); ModifyRecord
+    // writes the current row into the record it was loaded from.
+    void DeleteRecord();
+    void ModifyRecord();
+    void SaveTable();
+
+    // Selects a table of Combo1 by position and loads it (for tools that open a table here).
+    void selectTable(int index);
+
+    int findRow() const { return m_cursor.row; }
+    int findCol() const { return m_cursor.col; }
+    std::optional<int> sortColumn() const { return m_sortColumn; }
+    std::optional<int> sortOrder() const { return m_sortOrder; }
+    Grid *grid() const { return m_grid; }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    DatabaseSession &session() const;
+    void loadWindow();
+    // LoadTable's steps; stops at the first failure and hands it back to the caller, who
+    // either reports it as untrapped or, inside the write-backs, shows it and goes on.
+    DbError loadTableSteps();
+    void rewriteTable(bool skipSelectedRows);
+    void renumber();
+    void sortByRemembered();
+    void showError(const DbError &error);
+    void closeTool();
+    void onComboIndexChanged();
+    void onComboActivated();
+    void onSearchTextChanged(const QString &text);
+    void onAfterSort(int col, int order);
+    void onGridMouseDown(Qt::MouseButton button, const QPoint &globalPos);
+
+    TableDataHost m_host;
+    QLabel *m_label;
+    QComboBox *m_combo;
+    Grid *m_grid;
+    QLineEdit *m_text;
+    QPushButton *m_find;
+
+    FindCursor m_cursor;
+    std::optional<int> m_sortColumn;
+    std::optional<int> m_sortOrder;
+    // Set when a change of Combo1's index has loaded the table, so that the activation that
+    // follows the same pick does not load it twice.
+    bool m_loadedByIndexChange = false;
+};
+
+} // namespace tabulon

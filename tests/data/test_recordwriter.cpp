@@ -1,0 +1,298 @@
+// The value rules and statement texts of the table rewrite, and the find walk, without a server.
+#include "data/findcursor.h"
+#include "data/recordwriter.h"
+
+#include <QTest>
+
+using namespace tabulon;
+using namespace tabulon::RecordWriter;
+
+class TestRecordWriter final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void insertValue_data();
+    void insertValue();
+    void localeShortDates_data();
+    void localeShortDates();
+    void numberText_data();
+    void numberText();
+    void isNumericInTheBasicSense_data();
+    void isNumericInTheBasicSense();
+    void modifyValue_data();
+    void modifyValue();
+    void statements();
+    void findNext_data();
+    void findNext();
+    void findNarrowsToColumnsRightOfAHit();
+    void findRunsOffTheEndThenSearchesTheHeader();
+};
+
+namespace {
+const QLocale kUs(QLocale::English, QLocale::UnitedStates);
+}
+
+void TestRecordWriter::insertValue_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("cell");
+    QTest::addColumn<QString>("sql");
+    // numeric group: the number at the start of the text, bare
+    QTest::newRow("int leading blanks and junk") << 3 << " 12abc" << "12";
+    QTest::newRow("int letters only") << 3 << "abc" << "0";
+    QTest::newRow("int empty") << 3 << "" << "0";
+    QTest::newRow("double trailing zero") << 5 << "12.50" << "12.5";
+    QTest::newRow("single fraction only") << 4 << ".5" << "0.5";
+    QTest::newRow("smallint plus sign") << 2 << "+7" << "7";
+    QTest::newRow("tinyint minus zero") << 16 << "-0" << "0";
+    QTest::newRow("sign alone") << 3 << "  -" << "0";
+    QTest::newRow("comma stops") << 5 << "1,5" << "1";
+    QTest::newRow("second point stops") << 5 << "1.2.3" << "1.2";
+    QTest::newRow("inner blank stops") << 3 << "1 2" << "1";
+    QTest::newRow("exponent read, written plain") << 5 << "-3.25e2x" << "-325";
+    QTest::newRow("big exponent written plain") << 5 << "1e20" << "100000000000000000000";
+    QTest::newRow("small exponent written plain") << 5 << "1e-5" << "0.00001";
+    QTest::newRow("exponent without digits ignored") << 5 << "12e" << "12";
+    QTest::newRow("exponent sign without digits ignored") << 5 << "3e-x" << "3";
+    QTest::newRow("tab then number") << 3 << "\t42" << "42";
+    QTest::newRow("underflow") << 5 << "1e-400" << "0";
+    QTest::newRow("shortest exact") << 5 << "0.1" << "0.1";
+    QTest::newRow("datetime keeps the year") << 135 << "2007-12-25 10:30:00" << "2007";
+    QTest::newRow("datetime empty") << 135 << "" << "0";
+    // date group
+    QTest::newRow("date") << 133 << "2007-12-25" << "'2007-12-25 00:00:00'";
+    QTest::newRow("date with time") << 7 << "2007-12-25 10:30:59" << "'2007-12-25 00:00:00'";
+    QTest::newRow("date short parts") << 133 << "2007-2-5" << "'2007-02-05 00:00:00'";
+    QTest::newRow("date with blanks") << 133 << " 2007-12-25 " << "'2007-12-25 00:00:00'";
+    QTest::newRow("date empty") << 133 << "" << "''";
+    QTest::newRow("no such day") << 133 << "2007-02-30" << "'2007-02-30'";
+    QTest::newRow("zero date") << 133 << "0000-00-00" << "'0000-00-00'";
+    QTest::newRow("bad time") << 133 << "2007-12-25 25:00" << "'2007-12-25 25:00'";
+    QTest::newRow("not a date") << 7 << "soon" << "'soon'";
+    QTest::newRow("us short date") << 133 << "12/25/2007" << "'2007-12-25 00:00:00'";
+    // everything else: quoted as it stands
+    QTest::newRow("varchar quote unescaped") << 200 << "O'Brien" << "'O'Brien'";
+    QTest::newRow("varchar empty") << 200 << "" << "''";
+    QTest::newRow("decimal is text") << 131 << "12.50" << "'12.50'";
+    QTest::newRow("bigint is text") << 20 << "9007199254740993" << "'9007199254740993'";
+    QTest::newRow("time is text") << 134 << "10:11:12" << "'10:11:12'";
+    QTest::newRow("backslash kept") << 201 << "a\\b" << "'a\\b'";
+}
+
+void TestRecordWriter::insertValue()
+{
+    QFETCH(int, type);
+    QFETCH(QString, cell);
+    QFETCH(QString, sql);
+    QCOMPARE(RecordWriter::insertValue(type, cell, kUs), sql);
+}
+
+void TestRecordWriter::localeShortDates_data()
+{
+    QTest::addColumn<QLocale>("locale");
+    QTest::addColumn<QString>("cell");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("german") << QLocale(QLocale::German, QLocale::Germany) << "25.12.2007" << "2007-12-25 00:00:00";
+    QTest::newRow("german with time")
+        << QLocale(QLocale::German, QLocale::Germany) << "25.12.2007 10:30" << "2007-12-25 00:00:00";
+    QTest::newRow("us is month first") << kUs << "1/2/2007" << "2007-01-02 00:00:00";
+    QTest::newRow("german is day first")
+        << QLocale(QLocale::German, QLocale::Germany) << "1.2.2007" << "2007-02-01 00:00:00";
+    QTest::newRow("iso in any locale") << QLocale(QLocale::German, QLocale::Germany) << "2007-12-25"
+                                       << "2007-12-25 00:00:00";
+    QTest::newRow("us order unknown to german")
+        << QLocale(QLocale::German, QLocale::Germany) << "12/25/2007" << "12/25/2007";
+}
+
+void TestRecordWriter::localeShortDates()
+{
+    QFETCH(QLocale, locale);
+    QFETCH(QString, cell);
+    QFETCH(QString, text);
+    QCOMPARE(dateText(cell, locale), text);
+}
+
+void TestRecordWriter::numberText_data()
+{
+    QTest::addColumn<double>("value");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("fraction") << 12.5 << "12.5";
+    QTest::newRow("zero") << 0.0 << "0";
+    QTest::newRow("negative zero") << -0.0 << "0";
+    QTest::newRow("whole") << 2007.0 << "2007";
+    QTest::newRow("shortest of 0.1") << 0.1 << "0.1";
+    QTest::newRow("third") << 1.0 / 3 << "0.3333333333333333";
+    QTest::newRow("small, no exponent") << 0.0001 << "0.0001";
+    QTest::newRow("large, no exponent") << 1e21 << "1000000000000000000000";
+    QTest::newRow("negative") << -42.25 << "-42.25";
+}
+
+void TestRecordWriter::numberText()
+{
+    QFETCH(double, value);
+    QFETCH(QString, text);
+    QCOMPARE(RecordWriter::numberText(value), text);
+}
+
+void TestRecordWriter::isNumericInTheBasicSense_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("numeric");
+    QTest::addColumn<double>("value");
+    QTest::newRow("integer") << "12" << true << 12.0;
+    QTest::newRow("blanks around") << "  -12.5 " << true << -12.5;
+    QTest::newRow("exponent") << "1e3" << true << 1000.0;
+    QTest::newRow("trailing point") << "3." << true << 3.0;
+    QTest::newRow("leading point") << ".25" << true << 0.25;
+    QTest::newRow("empty") << "" << false << 0.0;
+    QTest::newRow("blank") << "  " << false << 0.0;
+    QTest::newRow("point only") << "." << false << 0.0;
+    QTest::newRow("trailing junk") << "12abc" << false << 0.0;
+    QTest::newRow("inner blank") << "1 2" << false << 0.0;
+    QTest::newRow("date time") << "2007-12-25 10:30:00" << false << 0.0;
+    QTest::newRow("dangling exponent") << "12e" << false << 0.0;
+    QTest::newRow("overflow") << "1e400" << false << 0.0;
+}
+
+void TestRecordWriter::isNumericInTheBasicSense()
+{
+    QFETCH(QString, text);
+    QFETCH(bool, numeric);
+    QFETCH(double, value);
+    double read = -1;
+    QCOMPARE(isNumeric(text, &read), numeric);
+    if (numeric)
+        QCOMPARE(read, value);
+}
+
+void TestRecordWriter::modifyValue_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("cell");
+    QTest::addColumn<bool>("changes");
+    QTest::addColumn<bool>("isNull");
+    QTest::addColumn<QString>("value");
+    QTest::newRow("numeric whole") << 5 << "12.50" << true << false << "12.5";
+    QTest::newRow("numeric blanks around") << 3 << " 7 " << true << false << "7";
+    QTest::newRow("numeric with junk left alone") << 3 << "12abc" << false << false << "";
+    QTest::newRow("numeric empty left alone") << 3 << "" << false << false << "";
+    QTest::newRow("datetime left alone") << 135 << "2007-12-25 10:30:00" << false << false << "";
+    QTest::newRow("date formatted") << 133 << "2007-12-25" << true << false << "2007-12-25 00:00:00";
+    QTest::newRow("date not a date") << 133 << "later" << true << false << "later";
+    QTest::newRow("text empty is null") << 200 << "" << true << true << "";
+    QTest::newRow("text as is") << 200 << "O'Brien" << true << false << "O'Brien";
+    QTest::newRow("blank text is not null") << 200 << " " << true << false << " ";
+}
+
+void TestRecordWriter::modifyValue()
+{
+    QFETCH(int, type);
+    QFETCH(QString, cell);
+    QFETCH(bool, changes);
+    QFETCH(bool, isNull);
+    QFETCH(QString, value);
+    const FieldChange change = RecordWriter::modifyValue(type, cell, kUs);
+    QCOMPARE(change.has_value(), changes);
+    if (!changes)
+        return;
+    QCOMPARE(!change->has_value(), isNull);
+    if (!isNull)
+        QCOMPARE(**change, value);
+}
+
+void TestRecordWriter::statements()
+{
+    QCOMPARE(insertStatement(QStringLiteral("t"), {QStringLiteral("a"), QStringLiteral("b c")},
+                             {QStringLiteral("1"), QStringLiteral("'x'")}),
+             QStringLiteral("Insert into t (a,b c) values (1,'x')"));
+    QCOMPARE(deleteAllStatement(QStringLiteral("main_info1")), QStringLiteral("Delete from main_info1 where 1>0"));
+}
+
+namespace {
+
+QStringList sl(std::initializer_list<const char *> items)
+{
+    QStringList out;
+    for (const char *item : items)
+        out << QString::fromUtf8(item);
+    return out;
+}
+
+// A 5 x 8 grid: row 0 the header, columns 0 and 1 the numbers and load numbers.
+const std::vector<QStringList> kCells = {
+    sl({"", "", "name", "city", "abc", "x", "abc", "y"}),
+    sl({"1", "1", "ABC", "abcd", "", "", "", ""}),
+    sl({"2", "2", "", "", "", "Abc", "", ""}),
+    sl({"3", "3", "", "", "", "abc", "", "aBc"}),
+    sl({"4", "4", "abc", "", "", "", "ABC", ""}),
+};
+
+FindHit find(FindCursor &cursor, const QString &text)
+{
+    return findNext(cursor, text, static_cast<int>(kCells.size()), 8,
+                    [](int r, int c) { return kCells[static_cast<size_t>(r)][c]; });
+}
+
+QString at(const FindHit &hit)
+{
+    return hit.found ? QStringLiteral("%1,%2").arg(hit.row).arg(hit.col) : QStringLiteral("none");
+}
+
+} // namespace
+
+void TestRecordWriter::findNext_data()
+{
+    QTest::addColumn<int>("startRow");
+    QTest::addColumn<int>("startCol");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("hit");
+    QTest::newRow("whole cell, any case") << 1 << 2 << "abc" << "1,2";
+    QTest::newRow("part of a cell never") << 1 << 3 << "abc" << "2,5";
+    QTest::newRow("search text not trimmed") << 1 << 2 << " abc" << "none";
+    QTest::newRow("header only when cursor on it") << 0 << 2 << "city" << "0,3";
+    QTest::newRow("header skipped from row 1") << 1 << 2 << "city" << "none";
+    QTest::newRow("hidden columns never searched") << 1 << 2 << "3" << "none";
+    QTest::newRow("empty text finds an empty cell") << 1 << 2 << "" << "1,4";
+}
+
+void TestRecordWriter::findNext()
+{
+    QFETCH(int, startRow);
+    QFETCH(int, startCol);
+    QFETCH(QString, text);
+    QFETCH(QString, hit);
+    FindCursor cursor{startRow, startCol};
+    const FindHit found = find(cursor, text);
+    QCOMPARE(at(found), hit);
+    if (found.found) {
+        QCOMPARE(cursor.row, found.row);
+        QCOMPARE(cursor.col, found.col + 1);
+    } else {
+        QCOMPARE(cursor.row, 0);
+        QCOMPARE(cursor.col, 2);
+    }
+}
+
+void TestRecordWriter::findNarrowsToColumnsRightOfAHit()
+{
+    FindCursor cursor;
+    QStringList hits;
+    for (int i = 0; i < 5; ++i)
+        hits << at(find(cursor, QStringLiteral("abc")));
+    // After (2,5) rows below are searched from column 6 on: (3,5), (4,2) and (4,6) are passed over.
+    QCOMPARE(hits, sl({"1,2", "2,5", "3,7", "none", "0,4"}));
+}
+
+void TestRecordWriter::findRunsOffTheEndThenSearchesTheHeader()
+{
+    FindCursor cursor;
+    QCOMPARE(at(find(cursor, QStringLiteral("name"))), QStringLiteral("none"));
+    QCOMPARE(cursor.row, 0);
+    QCOMPARE(cursor.col, 2);
+    QCOMPARE(at(find(cursor, QStringLiteral("name"))), QStringLiteral("0,2"));
+    cursor.reset();
+    QCOMPARE(cursor.row, 1);
+    QCOMPARE(cursor.col, 2);
+}
+
+QTEST_GUILESS_MAIN(TestRecordWriter)
+#include "test_recordwriter.moc"

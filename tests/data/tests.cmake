@@ -1,0 +1,1 @@
+tabulon_add_test(test_recordwriter data/test_recordwriter.cpp LIBS tabulon_data)
