@@ -1,0 +1,657 @@
+// The table data window against the real server: what it sends, in order and word for word,
+// what the table holds afterwards, and how the grid, the find box and the questions behave.
+#include "app/dialogs.h"
+#include "data/tabledata.h"
+#include "grid/grid.h"
+#include "testdb.h"
+
+#include <QComboBox>
+#include <QHeaderView>
+#include <QItemSelectionModel>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPointer>
+#include <QPushButton>
+#include <QTest>
+
+using namespace tabulon;
+using namespace tabulon::test;
+
+namespace {
+
+QStringList sl(std::initializer_list<const char *> items)
+{
+    QStringList out;
+    for (const char *item : items)
+        out << QString::fromUtf8(item);
+    return out;
+}
+
+QString qs(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
+// Answers every box, records what it was asked, and stands in for the end of the program.
+struct Operator final {
+    Dialogs::Answer answer = Dialogs::Answer::Yes;
+    QStringList asked;
+    QStringList told;
+    QStringList runtimeErrors;
+    int programEnds = 0;
+
+    void install()
+    {
+        Dialogs::setResponder([this](const Dialogs::Prompt &p) {
+            switch (p.kind) {
+            case Dialogs::Prompt::Kind::Question: asked << p.text; return Dialogs::Reply{answer, {}};
+            case Dialogs::Prompt::Kind::RuntimeError: runtimeErrors << p.text; break;
+            default: told << p.text; break;
+            }
+            return Dialogs::Reply{Dialogs::Answer::Ok, {}};
+        });
+        Dialogs::setProgramEnder([this](int) { ++programEnds; });
+    }
+    static void uninstall()
+    {
+        Dialogs::setResponder({});
+        Dialogs::setProgramEnder({});
+    }
+};
+
+QStringList column(const Grid &grid, int col, int firstRow = 1)
+{
+    QStringList out;
+    for (int r = firstRow; r < grid.rows(); ++r)
+        out << grid.textMatrix(r, col);
+    return out;
+}
+
+QStringList gridRows(const Grid &grid)
+{
+    QStringList out;
+    for (int r = 1; r < grid.rows(); ++r) {
+        QStringList cells;
+        for (int c = 2; c < grid.cols(); ++c)
+            cells << grid.textMatrix(r, c);
+        out << cells.join(QLatin1Char('|'));
+    }
+    return out;
+}
+
+void selectRows(Grid &grid, std::initializer_list<int> rows)
+{
+    grid.selectionModel()->clearSelection();
+    for (const int r : rows)
+        grid.selectionModel()->select(grid.model()->index(r - grid.fixedRows(), 2),
+                                      QItemSelectionModel::Select | QItemSelectionModel::Rows);
+}
+
+} // namespace
+
+class TestTableData final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void loadListsTablesAndShowsTheFirst();
+    void gridLayoutAfterLoad();
+    void choosingATableAgainReloadsIt();
+    void saveTableRewritesInGridOrder();
+    void deleteRecordLeavesOutSelectedRows();
+    void deleteRecordWithoutSelectionIsSaveTable();
+    void noToAnyQuestionSendsNothing_data();
+    void noToAnyQuestionSendsNothing();
+    void quoteInTextLosesItsRow();
+    void valuesWrittenByType();
+    void modifyRecordFollowsTheLoadNumber();
+    void modifyRecordFailureSortsAgain_data();
+    void modifyRecordFailureSortsAgain();
+    void afterSortRenumbersAndRemembers();
+    void findNarrowsAndResets();
+    void searchTextControlsTheButton();
+    void emptyDatabase();
+    void emptyTable();
+    void failingLoadIsUntrapped();
+    void reloadFailureInsideSaveIsTrapped();
+    void rightClickShowsTheRecordMenu();
+    void escapeCloses();
+    void resizeKeepsRoomBelowTheGrid();
+
+private:
+    TableData *openWindow(const QString &database);
+    QStringList sent();
+    void markLog();
+    DbError resetPeople();
+
+    std::unique_ptr<ScratchDatabase> m_db;
+    std::unique_ptr<ScratchDatabase> m_empty;
+    std::unique_ptr<DatabaseSession> m_session;
+    std::unique_ptr<QMenu> m_menu;
+    QPointer<TableData> m_window;
+    Operator m_operator;
+    qsizetype m_logMark = 0;
+};
+
+void TestTableData::initTestCase()
+{
+    m_db = std::make_unique<ScratchDatabase>(QStringLiteral("tabledata"));
+    QVERIFY_DB(m_db->error());
+    m_empty = std::make_unique<ScratchDatabase>(QStringLiteral("tabledata_empty"));
+    QVERIFY_DB(m_empty->error());
+}
+
+DbError TestTableData::resetPeople()
+{
+    return m_db->run({
+        QStringLiteral("DROP TABLE IF EXISTS people, keyed, typed, nothing, vague"),
+        QStringLiteral("CREATE TABLE people (name VARCHAR(20), age INT, city VARCHAR(20))"),
+        QStringLiteral("INSERT INTO people VALUES ('Cleo', 31, 'Oslo'), ('amy', 25, 'Rome'), ('Bob', 47, 'Oslo'),"
+                       "('dan', 25, 'Lima'), ('Eve', NULL, '')"),
+        QStringLiteral("CREATE TABLE keyed (id INT PRIMARY KEY, name VARCHAR(20), born DATE)"),
+        QStringLiteral("INSERT INTO keyed VALUES (3, 'c', '2001-03-03'), (1, 'a', '2001-01-01'), (2, 'b', '2001-02-02')"),
+        QStringLiteral("CREATE TABLE typed (n INT, d DOUBLE, stamp DATETIME, day DATE, txt VARCHAR(20)) ENGINE=MyISAM"),
+        QStringLiteral("INSERT INTO typed VALUES (1, 12.5, '2007-12-25 10:30:00', '2007-12-25', 'x')"),
+        QStringLiteral("CREATE TABLE nothing (a INT, b VARCHAR(5))"),
+        // Single-precision values never equal their own text: a record that cannot be located.
+        QStringLiteral("CREATE TABLE vague (name VARCHAR(20), age FLOAT, city VARCHAR(20))"),
+        QStringLiteral("INSERT INTO vague VALUES ('Cleo', 31.1, 'Oslo'), ('amy', 25.2, 'Rome'), ('Bob', 47.3, 'Oslo'),"
+                       "('dan', 25.4, 'Lima'), ('Eve', NULL, '')"),
+    });
+}
+
+void TestTableData::init()
+{
+    QVERIFY_DB(resetPeople());
+    m_operator = Operator{};
+    m_operator.install();
+    m_session = std::make_unique<DatabaseSession>();
+    m_menu = std::make_unique<QMenu>();
+    m_menu->setObjectName(QStringLiteral("mnupop1"));
+    m_menu->addAction(QStringLiteral("Delete Record"))->setObjectName(QStringLiteral("mnudr"));
+    m_menu->addAction(QStringLiteral("Modify Record"))->setObjectName(QStringLiteral("mnumr"));
+    m_menu->addAction(QStringLiteral("Save Table"))->setObjectName(QStringLiteral("mnusavetable"));
+}
+
+void TestTableData::cleanup()
+{
+    delete m_window;
+    m_menu.reset();
+    m_session.reset();
+    Operator::uninstall();
+}
+
+TableData *TestTableData::openWindow(const QString &database)
+{
+    const DbError error = openSession(*m_session, database);
+    if (error) {
+        qWarning("%s", qPrintable(error.description));
+        return nullptr;
+    }
+    markLog();
+    DatabaseSession *session = m_session.get();
+    QMenu *menu = m_menu.get();
+    m_window = new TableData(TableDataHost{[session] { return session; }, [menu] { return menu; }});
+    m_window->resize(900, 500);
+    m_window->show();
+    return m_window;
+}
+
+void TestTableData::markLog()
+{
+    m_logMark = statementsReceived(m_db->admin(), m_session->connectionId()).size();
+}
+
+// Statements sent on the window's session since the last mark.
+QStringList TestTableData::sent()
+{
+    const QStringList all = statementsReceived(m_db->admin(), m_session->connectionId());
+    return all.mid(m_logMark);
+}
+
+void TestTableData::loadListsTablesAndShowsTheFirst()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    QCOMPARE(w->objectName(), qs("TableData"));
+    QCOMPARE(w->windowTitle(), qs("Form1"));
+    auto *combo = w->findChild<QComboBox *>(qs("Combo1"));
+    QVERIFY(combo);
+    QCOMPARE(combo->count(), 5);
+    QCOMPARE(combo->itemText(0), qs("keyed"));
+    QCOMPARE(combo->currentIndex(), 0);
+    QCOMPARE(sent(), sl({"SHOW Tables", "Flush Tables", "Flush Logs", "SELECT * FROM `keyed`"}));
+    QVERIFY(w->grid()->isEditable());
+    QVERIFY(w->findChild<QLabel *>(qs("Label1")));
+    QCOMPARE(w->findChild<QPushButton *>(qs("cmdfind"))->text(), qs("&Find"));
+    QVERIFY(w->findChild<QLineEdit *>(qs("Text1")));
+}
+
+void TestTableData::gridLayoutAfterLoad()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("people")));
+    const Grid &g = *w->grid();
+    QCOMPARE(g.cols(), 5);
+    QCOMPARE(g.rows(), 6);
+    QCOMPARE(column(g, 2, 0), sl({"name", "Cleo", "amy", "Bob", "dan", "Eve"}));
+    QCOMPARE(g.textMatrix(5, 3), QString()); // NULL shows empty
+    QCOMPARE(column(g, 0), sl({"1", "2", "3", "4", "5"}));
+    QCOMPARE(column(g, 1), sl({"1", "2", "3", "4", "5"}));
+    QVERIFY(g.isColHidden(1));
+    QVERIFY(!g.isColHidden(0) && !g.isColHidden(2));
+    QCOMPARE(w->findRow(), 1);
+    QCOMPARE(w->findCol(), 2);
+}
+
+void TestTableData::choosingATableAgainReloadsIt()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    auto *combo = w->findChild<QComboBox *>(qs("Combo1"));
+    w->grid()->setTextMatrix(1, 3, qs("edited"));
+    markLog();
+    Q_EMIT combo->activated(0); // the same entry picked again
+    QCOMPARE(sent(), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `keyed`"}));
+    QCOMPARE(w->grid()->textMatrix(1, 3), qs("a"));
+
+    markLog();
+    combo->setCurrentIndex(combo->findText(qs("people"))); // another entry: loads once
+    Q_EMIT combo->activated(combo->currentIndex());
+    QCOMPARE(sent(), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `people`"}));
+}
+
+void TestTableData::saveTableRewritesInGridOrder()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("people")));
+    Grid &g = *w->grid();
+    g.sort(2, 2); // name, descending
+    const QStringList shown = gridRows(g);
+    markLog();
+    w->SaveTable();
+    QCOMPARE(m_operator.asked, sl({"This will update the Table"}));
+    QCOMPARE(m_operator.told, QStringList());
+    QCOMPARE(sent(), sl({"SELECT * FROM `people`", "Delete from people where 1>0",
+                         "Insert into people (name,age,city) values ('Eve',0,'')",
+                         "Insert into people (name,age,city) values ('dan',25,'Lima')",
+                         "Insert into people (name,age,city) values ('Cleo',31,'Oslo')",
+                         "Insert into people (name,age,city) values ('Bob',47,'Oslo')",
+                         "Insert into people (name,age,city) values ('amy',25,'Rome')", "Flush Tables", "Flush Logs",
+                         "SELECT * FROM `people`"}));
+    QCOMPARE(m_db->rows(qs("SELECT * FROM people")),
+             sl({"Eve|0|", "dan|25|Lima", "Cleo|31|Oslo", "Bob|47|Oslo", "amy|25|Rome"}));
+    // Reloaded, sorted again the operator's way, numbered from the top.
+    QCOMPARE(gridRows(g), sl({"Eve|0|", "dan|25|Lima", "Cleo|31|Oslo", "Bob|47|Oslo", "amy|25|Rome"}));
+    QCOMPARE(shown.size(), 5);
+    QCOMPARE(column(g, 0), sl({"1", "2", "3", "4", "5"}));
+    QCOMPARE(w->sortColumn(), 2);
+    QCOMPARE(w->sortOrder(), 2);
+}
+
+void TestTableData::deleteRecordLeavesOutSelectedRows()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("people")));
+    Grid &g = *w->grid();
+    g.setTextMatrix(1, 3, qs("32")); // an edit in a row that stays is written too
+    selectRows(g, {2, 4});
+    markLog();
+    w->DeleteRecord();
+    QCOMPARE(m_operator.asked, sl({"This will Delete the record from Table"}));
+    QCOMPARE(m_db->rows(qs("SELECT * FROM people")), sl({"Cleo|32|Oslo", "Bob|47|Oslo", "Eve|0|"}));
+    QCOMPARE(sent().filter(qs("Insert into")).size(), 3);
+    QCOMPARE(gridRows(g), sl({"Cleo|32|Oslo", "Bob|47|Oslo", "Eve|0|"}));
+}
+
+void TestTableData::deleteRecordWithoutSelectionIsSaveTable()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("people")));
+    w->grid()->selectionModel()->clearSelection();
+    markLog();
+    w->DeleteRecord();
+    const QStringList byDelete = sent();
+    const QStringList tableAfterDelete = m_db->rows(qs("SELECT * FROM people"));
+
+    QVERIFY_DB(resetPeople());
+    w->LoadTable();
+    w->grid()->selectionModel()->clearSelection();
+    markLog();
+    w->SaveTable();
+    QCOMPARE(byDelete, sent());
+    QCOMPARE(tableAfterDelete, m_db->rows(qs("SELECT * FROM people")));
+    QCOMPARE(tableAfterDelete.size(), 5);
+}
+
+void TestTableData::noToAnyQuestionSendsNothing_data()
+{
+    QTest::addColumn<QString>("routine");
+    QTest::addColumn<QString>("question");
+    QTest::newRow("DeleteRecord") << "DeleteRecord" << "This will Delete the record from Table";
+    QTest::newRow("ModifyRecord") << "ModifyRecord" << "This will Update the current record in Table";
+    QTest::newRow("SaveTable") << "SaveTable" << "This will update the Table";
+}
+
+void TestTableData::noToAnyQuestionSendsNothing()
+{
+    QFETCH(QString, routine);
+    QFETCH(QString, question);
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->grid()->setCurrentCell(1, 2);
+    w->grid()->setTextMatrix(1, 3, qs("changed"));
+    m_operator.answer = Dialogs::Answer::No;
+    markLog();
+    if (routine == qs("DeleteRecord"))
+        w->DeleteRecord();
+    else if (routine == qs("ModifyRecord"))
+        w->ModifyRecord();
+    else
+        w->SaveTable();
+    QCOMPARE(m_operator.asked, QStringList{question});
+    QCOMPARE(sent(), QStringList());
+    QCOMPARE(w->grid()->textMatrix(1, 3), qs("changed"));
+}
+
+void TestTableData::quoteInTextLosesItsRow()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("people")));
+    w->grid()->setTextMatrix(3, 2, qs("O'Brien"));
+    w->SaveTable();
+    QCOMPARE(m_operator.told.size(), 1);
+    QVERIFY2(m_operator.told.first().contains(qs("SQL syntax")), qPrintable(m_operator.told.first()));
+    QCOMPARE(m_db->rows(qs("SELECT name FROM people")), sl({"Cleo", "amy", "dan", "Eve"}));
+    QCOMPARE(w->grid()->rows(), 5);
+}
+
+void TestTableData::valuesWrittenByType()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("typed")));
+    Grid &g = *w->grid();
+    QCOMPARE(gridRows(g), sl({"1|12.5|2007-12-25 10:30:00|2007-12-25|x"}));
+    g.addRow();
+    g.setTextMatrix(2, 2, qs(""));
+    g.setTextMatrix(2, 3, qs(" 3.50kg"));
+    g.setTextMatrix(2, 4, qs("2008-01-02 03:04:05"));
+    g.setTextMatrix(2, 5, qs("2008-01-02"));
+    g.setTextMatrix(2, 6, qs(""));
+    markLog();
+    w->SaveTable();
+    QCOMPARE(sent().filter(qs("Insert into")),
+             sl({"Insert into typed (n,d,stamp,day,txt) values (1,12.5,2007,'2007-12-25 00:00:00','x')",
+                 "Insert into typed (n,d,stamp,day,txt) values (0,3.5,2008,'2008-01-02 00:00:00','')"}));
+    // The year alone is no datetime: the server refuses each row and says why.
+    QCOMPARE(m_operator.told.size(), 2);
+    QVERIFY2(m_operator.told.first().contains(qs("stamp")), qPrintable(m_operator.told.first()));
+    QCOMPARE(g.rows(), 1);
+}
+
+void TestTableData::modifyRecordFollowsTheLoadNumber()
+{
+    TableData *w = openWindow(m_db->name()); // keyed, loaded in the table's order: 1, 2, 3
+    QVERIFY(w);
+    Grid &g = *w->grid();
+    QCOMPARE(column(g, 2), sl({"1", "2", "3"}));
+    g.sort(3, 2); // name descending: c, b, a
+    QCOMPARE(column(g, 3), sl({"c", "b", "a"}));
+    QCOMPARE(column(g, 1), sl({"3", "2", "1"}));
+    g.setCurrentCell(2, 3); // b, loaded second
+    g.setTextMatrix(2, 3, qs("bee"));
+    g.setTextMatrix(2, 4, qs("2002-02-02"));
+    markLog();
+    w->ModifyRecord();
+    QCOMPARE(m_operator.told, QStringList());
+    QCOMPARE(m_db->rows(qs("SELECT * FROM keyed ORDER BY id")),
+             sl({"1|a|2001-01-01", "2|bee|2002-02-02", "3|c|2001-03-03"}));
+    const QStringList statements = sent();
+    QCOMPARE(statements.size(), 2);
+    QCOMPARE(statements.at(0), qs("SELECT * FROM `keyed`"));
+    QVERIFY2(statements.at(1).startsWith(qs("UPDATE ")) && statements.at(1).contains(qs("`id`<=>'2'")),
+             qPrintable(statements.at(1)));
+    QCOMPARE(column(g, 3), sl({"c", "bee", "a"})); // not reloaded
+}
+
+void TestTableData::modifyRecordFailureSortsAgain_data()
+{
+    QTest::addColumn<QString>("table");
+    QTest::addColumn<QString>("newName");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("row not located")
+        << "vague" << "Rob"
+        << "Row cannot be located for updating. Some values may have been changed since it was last read.";
+    QTest::newRow("value refused") << "people" << "Robert-Robertson-Robertsen" << "Data too long for column 'name'";
+}
+
+void TestTableData::modifyRecordFailureSortsAgain()
+{
+    QFETCH(QString, table);
+    QFETCH(QString, newName);
+    QFETCH(QString, message);
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(table));
+    Grid &g = *w->grid();
+    g.sort(4, 1); // city ascending
+    QCOMPARE(column(g, 2), sl({"Eve", "dan", "Cleo", "Bob", "amy"}));
+    g.setCurrentCell(4, 2);
+    g.setTextMatrix(4, 2, newName);
+    g.setTextMatrix(4, 4, qs("Aachen"));
+    const QStringList before = m_db->rows(QStringLiteral("SELECT * FROM ") + table);
+    w->ModifyRecord();
+    QCOMPARE(m_operator.told.size(), 1);
+    QVERIFY2(m_operator.told.first().contains(message), qPrintable(m_operator.told.first()));
+    QCOMPARE(m_db->rows(QStringLiteral("SELECT * FROM ") + table), before);
+    // Sorted again by the remembered sort, which moves the edited row up; not reloaded.
+    QCOMPARE(column(g, 2), QStringList({qs("Eve"), newName, qs("dan"), qs("Cleo"), qs("amy")}));
+    QCOMPARE(column(g, 0), sl({"1", "2", "3", "4", "5"}));
+    QCOMPARE(column(g, 1), sl({"5", "3", "4", "1", "2"}));
+}
+
+void TestTableData::afterSortRenumbersAndRemembers()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("people")));
+    QCOMPARE(w->sortColumn(), std::nullopt);
+    Grid &g = *w->grid();
+    QHeaderView *header = g.horizontalHeader();
+    const QPoint ageHeader(header->sectionViewportPosition(3) + header->sectionSize(3) / 2, header->height() / 2);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, ageHeader);
+    QCOMPARE(column(g, 2), sl({"Eve", "amy", "dan", "Cleo", "Bob"}));
+    QCOMPARE(column(g, 0), sl({"1", "2", "3", "4", "5"}));
+    QCOMPARE(column(g, 1), sl({"5", "2", "4", "1", "3"}));
+    QCOMPARE(w->sortColumn(), 3);
+    QCOMPARE(w->sortOrder(), 1);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, ageHeader);
+    QCOMPARE(column(g, 2), sl({"Bob", "Cleo", "amy", "dan", "Eve"}));
+    QCOMPARE(column(g, 0), sl({"1", "2", "3", "4", "5"}));
+    QCOMPARE(w->sortOrder(), 2);
+}
+
+void TestTableData::findNarrowsAndResets()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("people")));
+    Grid &g = *w->grid();
+    auto *text = w->findChild<QLineEdit *>(qs("Text1"));
+    auto *find = w->findChild<QPushButton *>(qs("cmdfind"));
+    const auto cursor = [w] { return QStringLiteral("%1,%2").arg(w->findRow()).arg(w->findCol()); };
+    const auto current = [&g] { return QStringLiteral("%1,%2").arg(g.row()).arg(g.col()); };
+
+    text->setText(qs("25"));
+    find->click();
+    QCOMPARE(current(), qs("2,3"));
+    QCOMPARE(cursor(), qs("2,4"));
+    // dan's 25 is in column 3 as well, left of the cursor: passed over.
+    find->click();
+    QCOMPARE(m_operator.told, sl({"Finished searching"}));
+    QCOMPARE(cursor(), qs("0,2"));
+    find->click();
+    QCOMPARE(current(), qs("2,3"));
+
+    text->setText(qs("CITY"));
+    QCOMPARE(cursor(), qs("1,2"));
+    find->click();
+    QCOMPARE(m_operator.told, sl({"Finished searching", "Finished searching"}));
+    find->click(); // this pass starts on the header row
+    QCOMPARE(m_operator.told.size(), 2);
+    QCOMPARE(cursor(), qs("0,5"));
+
+    text->setText(qs("oslo"));
+    find->click();
+    QCOMPARE(current(), qs("1,4"));
+    w->LoadTable(); // a load resets the cursor too
+    QCOMPARE(cursor(), qs("1,2"));
+}
+
+void TestTableData::searchTextControlsTheButton()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    auto *text = w->findChild<QLineEdit *>(qs("Text1"));
+    auto *find = w->findChild<QPushButton *>(qs("cmdfind"));
+    QVERIFY(!find->isEnabled());
+    text->setText(qs("a"));
+    QVERIFY(find->isEnabled());
+    find->click(); // keyed: (1,3) holds "a"
+    QCOMPARE(w->findRow(), 1);
+    QCOMPARE(w->findCol(), 4);
+    text->setText(qs("  "));
+    QVERIFY(!find->isEnabled());
+    QCOMPARE(w->findCol(), 4); // a blank text does not reset
+    text->setText(qs(" a"));
+    QVERIFY(find->isEnabled());
+    QCOMPARE(w->findCol(), 2);
+    find->click(); // not trimmed: " a" matches nothing
+    QCOMPARE(m_operator.told, sl({"Finished searching"}));
+}
+
+void TestTableData::emptyDatabase()
+{
+    TableData *w = openWindow(m_empty->name());
+    QVERIFY(w);
+    QCOMPARE(w->findChild<QComboBox *>(qs("Combo1"))->count(), 0);
+    QCOMPARE(w->grid()->rows(), 1);
+    QCOMPARE(w->grid()->textMatrix(0, 0), QString());
+    QCOMPARE(sent(), sl({"SHOW Tables"}));
+    w->findChild<QLineEdit *>(qs("Text1"))->setText(qs("x"));
+    w->findChild<QPushButton *>(qs("cmdfind"))->click();
+    QCOMPARE(m_operator.told, sl({"No records to search"}));
+}
+
+void TestTableData::emptyTable()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("nothing")));
+    const Grid &g = *w->grid();
+    QCOMPARE(g.rows(), 1);
+    QCOMPARE(g.cols(), 4);
+    QCOMPARE(g.textMatrix(0, 2), qs("a"));
+    w->findChild<QLineEdit *>(qs("Text1"))->setText(qs("a"));
+    w->findChild<QPushButton *>(qs("cmdfind"))->click();
+    QCOMPARE(m_operator.told, sl({"Finished searching"}));
+    markLog();
+    w->SaveTable();
+    QCOMPARE(sent(), sl({"SELECT * FROM `nothing`", "Delete from nothing where 1>0", "Flush Tables", "Flush Logs",
+                         "SELECT * FROM `nothing`"}));
+}
+
+void TestTableData::failingLoadIsUntrapped()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("people")));
+    QVERIFY_DB(m_db->run({qs("DROP TABLE people")}));
+    markLog();
+    w->LoadTable();
+    QCOMPARE(m_operator.runtimeErrors.size(), 1);
+    QVERIFY2(m_operator.runtimeErrors.first().startsWith(qs("Run-time error '")) &&
+                 m_operator.runtimeErrors.first().contains(qs("people' doesn't exist")),
+             qPrintable(m_operator.runtimeErrors.first()));
+    QCOMPARE(m_operator.programEnds, 1);
+    QCOMPARE(sent(), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `people`"}));
+}
+
+void TestTableData::reloadFailureInsideSaveIsTrapped()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("people")));
+    QVERIFY_DB(m_db->run({qs("DROP TABLE people")}));
+    markLog();
+    w->SaveTable();
+    // The open for the types, the delete, five inserts and the reload each fail and say so.
+    QCOMPARE(m_operator.told.size(), 8);
+    for (const QString &told : std::as_const(m_operator.told))
+        QVERIFY2(told.contains(qs("people' doesn't exist")), qPrintable(told));
+    QCOMPARE(m_operator.runtimeErrors, QStringList());
+    QCOMPARE(m_operator.programEnds, 0);
+    const QStringList statements = sent();
+    QCOMPARE(statements.size(), 10);
+    QCOMPARE(statements.mid(7), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `people`"}));
+}
+
+void TestTableData::rightClickShowsTheRecordMenu()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    QVERIFY(QTest::qWaitForWindowExposed(w));
+    Grid &g = *w->grid();
+    const QRect cell = g.visualRect(g.model()->index(1, 2));
+    QTest::mousePress(g.viewport(), Qt::RightButton, {}, cell.center());
+    QCOMPARE(g.row(), 2);
+    QVERIFY(m_menu->isVisible());
+    m_menu->hide();
+    QTest::mouseRelease(g.viewport(), Qt::RightButton, {}, cell.center());
+
+    // Left button: no menu.
+    QTest::mousePress(g.viewport(), Qt::LeftButton, {}, cell.center());
+    QVERIFY(!m_menu->isVisible());
+    QTest::mouseRelease(g.viewport(), Qt::LeftButton, {}, cell.center());
+
+    // No data row to stand on: no menu.
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("nothing")));
+    QTest::mousePress(g.viewport(), Qt::RightButton, {}, QPoint(20, 20));
+    QVERIFY(!m_menu->isVisible());
+}
+
+void TestTableData::escapeCloses()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    QTest::keyClick(w->grid(), Qt::Key_Escape);
+    QTRY_VERIFY(m_window.isNull());
+
+    w = openWindow(m_db->name());
+    QVERIFY(w);
+    QTest::keyClick(w->findChild<QLineEdit *>(qs("Text1")), Qt::Key_Escape);
+    QTRY_VERIFY(m_window.isNull());
+}
+
+void TestTableData::resizeKeepsRoomBelowTheGrid()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    const QRect before = w->grid()->geometry();
+    w->resize(1000, 600);
+    QCOMPARE(w->grid()->geometry(), QRect(before.topLeft(), QSize(before.width(), 600 - before.top() - 67)));
+    w->resize(1000, 60);
+    QCOMPARE(w->grid()->height(), 0);
+}
+
+QTEST_MAIN(TestTableData)
+#include "test_tabledata.moc"
