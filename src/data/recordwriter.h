@@ -12,8 +12,8 @@
 
 namespace tabulon::RecordWriter {
 
-// How a field's value is written. Code 135 (date-time stamp) counts as numeric on purpose: the
-// rewrite keeps only the year of such a cell, which is what the tool has always done.
+// How a field's value is written. Code 135 (date-time stamp) belongs to the numeric group: the
+// rewrite writes only the year of such a cell and ModifyRecord leaves it as it is.
 enum class ValueGroup { Numeric, Date, Other };
 ValueGroup groupOf(int adoType);
 

@@ -102,6 +102,8 @@ void TableData::loadWindow()
 
 void TableData::selectTable(int index)
 {
+    if (index < 0 || index >= m_combo->count())
+        return;
     if (index == m_combo->currentIndex()) {
         LoadTable();
         return;
@@ -112,6 +114,8 @@ void TableData::selectTable(int index)
 
 void TableData::onComboIndexChanged()
 {
+    if (m_combo->currentIndex() < 0)
+        return;
     LoadTable();
     m_loadedByIndexChange = true;
 }

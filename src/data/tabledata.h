@@ -33,8 +33,8 @@ class TableData final : public QWidget {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(TableData)
 public:
-    // Loads at once, as the window has always done on creation: lists the tables and shows the
-    // first one. A failing statement there is reported as an untrapped error.
+    // Creating the window loads it: lists the tables and shows the first one, also when a pop-up
+    // command creates it without showing it. A failing statement there is an untrapped error.
     explicit TableData(TableDataHost host, QWidget *parent = nullptr);
     ~TableData() override;
 
@@ -50,7 +50,8 @@ public:
     void ModifyRecord();
     void SaveTable();
 
-    // Selects a table of Combo1 by position and loads it (for tools that open a table here).
+    // Selects a table of Combo1 by position and loads it, also when it is already selected (for
+    // tools that open a table here). Positions outside the list are ignored.
     void selectTable(int index);
 
     int findRow() const { return m_cursor.row; }
