@@ -48,7 +48,8 @@ void TestSettings::writtenFileIsOwnerOnly()
     s.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, QStringLiteral("s3cret, with comma"));
     s.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, QString());
     // Owner read and write, nothing for the group or others.
-    QCOMPARE(QFile::permissions(path) & 0x0FFF, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    const auto mode = QFile::permissions(path) & ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser);
+    QCOMPARE(mode, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     QCOMPARE(s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, QString()),
              QStringLiteral("s3cret, with comma"));
     QCOMPARE(s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, QStringLiteral("x")), QString());
