@@ -1,0 +1,193 @@
+#!/usr/bin/env bash
+# Runs Tabulon on a demo Orvita database. Installs what is missing, builds in build/, starts a
+# private MariaDB server under .demo/ (its data is kept from run to run), creates the Orvita demo
+# database for the user dbop on first use, points the program's settings at it and starts the
+# program. The server is stopped again when the program ends.
+#
+# With a display the program runs in the foreground. Without one ($DISPLAY empty, or
+# TABULON_DEMO_HEADLESS=1) it runs on a virtual X display: the script confirms the connection
+# dialog, opens "Table D&ata", saves a screenshot, prints its path and ends the program.
+#
+# Environment: TABULON_DEMO_PORT (13310), TABULON_DEMO_CLIENTS (300), TABULON_BUILD_DIR (build/),
+#              TABULON_DEMO_SCREENSHOT (.demo/screenshot.png), TABULON_DEMO_TIMEOUT (seconds, 60)
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${TABULON_BUILD_DIR:-$root/build}
+demo="$root/.demo"
+dbdir="$demo/mariadb"
+config="$demo/config"
+port=${TABULON_DEMO_PORT:-13310}
+clients=${TABULON_DEMO_CLIENTS:-300}
+shot=${TABULON_DEMO_SCREENSHOT:-$demo/screenshot.png}
+timeout=${TABULON_DEMO_TIMEOUT:-60}
+database=Orvita
+mariadb_script="$root/scripts/private-mariadb.sh"
+
+say() { printf '==> %s\n' "$*"; }
+die() { printf 'demo.sh: %s\n' "$*" >&2; exit 1; }
+port_taken() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
+
+headless=no
+if [ -z "${DISPLAY:-}" ] || [ "${TABULON_DEMO_HEADLESS:-0}" = 1 ]; then headless=yes; fi
+if [ "$headless" = yes ]; then exec </dev/null; fi
+
+say "checking packages"
+bash "$root/scripts/install-deps.sh" || die "installing the packages failed; run this as root or with sudo"
+
+say "building in $build"
+cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DTABULON_WERROR=ON >/dev/null
+cmake --build "$build" --target tabulon tabulon-demodb -j"$(nproc)"
+program="$build/src/tabulon"
+[ -x "$program" ] || die "the build made no $program"
+
+# --- the server ---------------------------------------------------------------------------------
+mkdir -p "$dbdir"
+# The server's socket path must stay under 107 bytes; a deep clone reaches its folder through a
+# short link instead.
+serverdir="$dbdir"
+if [ ${#dbdir} -gt 90 ]; then
+  serverdir="${TMPDIR:-/tmp}/tabulon-demo-$(id -u)-$(printf '%s' "$root" | cksum | cut -d' ' -f1)"
+  ln -sfn "$dbdir" "$serverdir"
+fi
+
+started_here=no
+pids=()
+cleanup() {
+  local pid
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null || true; done
+  if [ "$started_here" = yes ]; then bash "$mariadb_script" stop "$serverdir" >/dev/null 2>&1 || true; fi
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+if [ -f "$dbdir/mysqld.pid" ] && kill -0 "$(cat "$dbdir/mysqld.pid")" 2>/dev/null; then
+  port=$(cat "$dbdir/port")
+  say "the demo server is already running on 127.0.0.1:$port"
+else
+  port_taken "$port" && die "port $port is taken by another program; choose another with TABULON_DEMO_PORT"
+  say "starting the demo MariaDB server on 127.0.0.1:$port (data in $dbdir)"
+  bash "$mariadb_script" start "$serverdir" "$port" || die "the demo MariaDB server did not start; see $dbdir/mysqld.err"
+  started_here=yes
+fi
+
+say "creating the $database demo database unless it exists"
+"$build/src/tabulon-demodb" --server "127.0.0.1:$port" --user dbop --password '' --database "$database" \
+  --clients "$clients" --quiet || die "creating the demo database failed"
+
+# --- the program's settings ---------------------------------------------------------------------
+# QSettings' INI form of the keys Software/Corvane/Tabulon/{Server,User,Password,Database} of
+# organisation Corvane, application Tabulon, under a configuration home of the demo's own.
+mkdir -p "$config/Corvane"
+ini="$config/Corvane/Tabulon.ini"
+# It holds a password, as the program's own file does: owner-only.
+( umask 077; cat >"$ini" ) <<EOF
+[Software]
+Corvane\\Tabulon\\Database=$database
+Corvane\\Tabulon\\Password=
+Corvane\\Tabulon\\Server=127.0.0.1:$port
+Corvane\\Tabulon\\User=dbop
+EOF
+chmod 600 "$ini"
+export XDG_CONFIG_HOME="$config"
+
+if [ "$headless" = no ]; then
+  say "starting Tabulon (server 127.0.0.1:$port, database $database, user dbop, empty password)"
+  status=0
+  "$program" || status=$?
+  exit "$status"
+fi
+
+# --- without a display: a virtual one, a few key presses and a screenshot ------------------------
+for tool in Xvfb xdotool import; do
+  command -v "$tool" >/dev/null || die "$tool is missing (install-deps.sh installs it)"
+done
+
+display=
+for n in $(seq 90 189); do
+  if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=$n; break; fi
+done
+[ -n "$display" ] || die "no free X display number between :90 and :189"
+
+say "starting a virtual display :$display"
+Xvfb ":$display" -screen 0 1280x800x24 -nolisten tcp >"$demo/xvfb.log" 2>&1 &
+xvfb_pid=$!
+pids+=("$xvfb_pid")
+export DISPLAY=":$display"
+# Ready once a client gets through, not when its socket appears.
+for _ in $(seq 1 100); do
+  xdotool getmouselocation >/dev/null 2>&1 && break
+  kill -0 "$xvfb_pid" 2>/dev/null || die "Xvfb ended at once; see $demo/xvfb.log"
+  sleep 0.1
+done
+xdotool getmouselocation >/dev/null 2>&1 || die "Xvfb did not open display :$display; see $demo/xvfb.log"
+unset WAYLAND_DISPLAY
+
+say "starting Tabulon on :$display (log in $demo/tabulon.log)"
+QT_QPA_PLATFORM=xcb "$program" >"$demo/tabulon.log" 2>&1 &
+app_pid=$!
+pids=("$app_pid" "${pids[@]}")
+
+app_alive() { kill -0 "$app_pid" 2>/dev/null; }
+# The program's visible windows as "area id" lines, largest first.
+app_windows() {
+  local id geo w h
+  for id in $(xdotool search --onlyvisible --pid "$app_pid" 2>/dev/null || true); do
+    geo=$(xdotool getwindowgeometry --shell "$id" 2>/dev/null) || continue
+    w=$(sed -n 's/^WIDTH=//p' <<<"$geo")
+    h=$(sed -n 's/^HEIGHT=//p' <<<"$geo")
+    if [ "${w:-0}" -gt 1 ] && [ "${h:-0}" -gt 1 ]; then echo "$((w * h)) $id"; fi
+  done | sort -rn
+}
+largest_window() { app_windows | awk 'NR == 1 { print $2 }'; }
+smallest_window() { app_windows | awk '{ id = $2 } END { print id }'; }
+# Waits until `condition` succeeds or the time is up; fails when the program has ended.
+wait_for() {
+  local seconds=$1; shift
+  local deadline=$((SECONDS + seconds))
+  while [ "$SECONDS" -lt "$deadline" ]; do
+    "$@" && return 0
+    app_alive || die "Tabulon ended early; see $demo/tabulon.log"
+    sleep 0.25
+  done
+  return 1
+}
+has_windows() { [ "$(app_windows | awk 'END { print NR }')" -ge "$1" ]; }
+connected() { xdotool search --onlyvisible --name '^Tabulon \[' >/dev/null 2>&1; }
+screenshot() {
+  mkdir -p "$(dirname "$shot")"
+  import -window root "$shot" || die "taking the screenshot failed"
+  say "screenshot: $shot"
+}
+
+wait_for "$timeout" has_windows 1 || die "no Tabulon window within $timeout s; see $demo/tabulon.log"
+# The connection dialog follows the main window at start-up.
+if wait_for 20 has_windows 2; then
+  main=$(largest_window)
+  dialog=$(smallest_window)
+  # No window manager runs here: place the main window over the whole screen ourselves.
+  xdotool windowmove "$main" 0 0 windowsize "$main" 1280 800 2>/dev/null || true
+  sleep 1
+  say "confirming the connection dialog"
+  xdotool windowfocus --sync "$dialog" 2>/dev/null || true
+  xdotool key --clearmodifiers Return
+else
+  say "no connection dialog appeared"
+fi
+
+if ! wait_for 20 connected; then
+  screenshot
+  die "the program did not connect to 127.0.0.1:$port (its caption never showed the database); screenshot kept"
+fi
+say "connected"
+
+say "opening Table D&ata"
+main=$(xdotool search --onlyvisible --name '^Tabulon \[' | awk 'NR == 1')
+xdotool windowmove "$main" 0 0 windowsize "$main" 1280 800 2>/dev/null || true
+xdotool windowfocus --sync "$main" 2>/dev/null || true
+sleep 0.5
+xdotool key --clearmodifiers alt+a
+sleep 4
+app_alive || die "Tabulon ended after opening Table D&ata; see $demo/tabulon.log"
+screenshot

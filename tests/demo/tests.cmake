@@ -1,0 +1,1 @@
+tabulon_add_test(test_demodatabase demo/test_demodatabase.cpp LIBS tabulon_demo)
