@@ -396,7 +396,7 @@ void TestGrid::millionRows()
     constexpr int kRows = 1000000;
     std::vector<TextColumn> columns(3);
     for (int r = 0; r < kRows; ++r) {
-        columns[1].append(QByteArrayView(QByteArray::number((r * 7919) % 1000003)));
+        columns[1].append(QByteArrayView(QByteArray::number((qint64(r) * 7919) % 1000003)));
         columns[2].append(QByteArrayView("text"));
     }
     QElapsedTimer timer;
