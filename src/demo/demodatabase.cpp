@@ -16,7 +16,7 @@ namespace {
 // which std::rand() and the <random> distributions do not promise.
 class Lcg final {
 public:
-    explicit Lcg(quint64 seed) : m_state(seed)
+    explicit Lcg(quint64 start) : m_state(start)
     {
         next();
         next();
