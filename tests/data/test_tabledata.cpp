@@ -1,6 +1,8 @@
 // The table data window against the real server: what it sends, in order and word for word,
 // what the table holds afterwards, and how the grid, the find box and the questions behave.
 #include "app/dialogs.h"
+#include "app/mdiform1.h"
+#include "app/toolcatalog.h"
 #include "data/tabledata.h"
 #include "grid/grid.h"
 #include "testdb.h"
@@ -10,9 +12,11 @@
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMdiSubWindow>
 #include <QMenu>
 #include <QPointer>
 #include <QPushButton>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace tabulon;
@@ -116,6 +120,8 @@ private Q_SLOTS:
     void reloadFailureInsideSaveIsTrapped();
     void rightClickShowsTheRecordMenu();
     void escapeClosesAndResizeKeepsRoomBelow();
+    void popupCommandsReachTheWindow();
+    void sessionIsTakenAtEachUse();
 
 private:
     TableData *openWindow(const QString &database, const char *table = nullptr);
@@ -123,13 +129,15 @@ private:
     void markLog();
     DbError resetTables();
 
+    DatabaseSession &session() { return *m_main->session(); }
+
     std::unique_ptr<ScratchDatabase> m_db;
     std::unique_ptr<ScratchDatabase> m_empty;
-    std::unique_ptr<DatabaseSession> m_session;
-    std::unique_ptr<QMenu> m_menu;
+    QTemporaryDir m_settingsDir;
+    std::unique_ptr<MDIForm1> m_main;
     QPointer<TableData> m_window;
     Operator m_operator;
-    qsizetype m_logMark = 0;
+    QString m_database;
 };
 
 void TestTableData::initTestCase()
@@ -165,46 +173,48 @@ void TestTableData::init()
     QVERIFY_DB(resetTables());
     m_operator = Operator{};
     m_operator.install();
-    m_session = std::make_unique<DatabaseSession>();
-    m_menu = std::make_unique<QMenu>();
-    m_menu->setObjectName(qs("mnupop1"));
+    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
+    registerTools(*m_main);
+    m_main->resize(1000, 700);
+    m_main->show();
 }
 
 void TestTableData::cleanup()
 {
+    // The tool goes first, while the main window that re-enables its command is still whole.
     delete m_window;
-    m_menu.reset();
-    m_session.reset();
+    m_main.reset();
     Operator::uninstall();
 }
 
-// Opens the window on `database` and, when given, selects `table` in it.
+// Opens the window through the main window's "Table D&ata" on a session opened on `database`
+// and, when given, selects `table` in it.
 TableData *TestTableData::openWindow(const QString &database, const char *table)
 {
-    if (const DbError error = openSession(*m_session, database)) {
+    m_database = database;
+    if (const DbError error = openSession(session(), database)) {
         qWarning("%s", qPrintable(error.description));
         return nullptr;
     }
-    markLog();
-    DatabaseSession *session = m_session.get();
-    QMenu *menu = m_menu.get();
-    m_window = new TableData(TableDataHost{[session] { return session; }, [menu] { return menu; }});
-    m_window->resize(900, 500);
-    m_window->show();
-    if (table)
+    m_main->enableAllMenus();
+    m_main->menuItem(qs("mnuTabData"))->trigger();
+    m_window = qobject_cast<TableData *>(m_main->toolWindow(qs("mnuTabData")));
+    if (m_window && table)
         m_window->selectTable(m_window->findChild<QComboBox *>(qs("Combo1"))->findText(qs(table)));
     return m_window;
 }
 
+// The server's query log is shared and large: rather than counting what is logged already,
+// the session starts over on a new connection whose log is empty.
 void TestTableData::markLog()
 {
-    m_logMark = statementsReceived(m_db->admin(), m_session->connectionId()).size();
+    QVERIFY_DB(openSession(session(), m_database));
 }
 
-// Statements sent on the window's session since the last mark.
+// Statements sent on the main window's session since it was opened or the last mark.
 QStringList TestTableData::sent()
 {
-    return statementsReceived(m_db->admin(), m_session->connectionId()).mid(m_logMark);
+    return statementsReceived(m_db->admin(), session().connectionId());
 }
 
 void TestTableData::loadListsTablesAndShowsTheFirst()
@@ -499,7 +509,8 @@ void TestTableData::emptyDatabaseAndEmptyTable()
     w->findChild<QLineEdit *>(qs("Text1"))->setText(qs("x"));
     w->findChild<QPushButton *>(qs("cmdfind"))->click();
     QCOMPARE(m_operator.told, sl({"No records to search"}));
-    delete w;
+    w->parentWidget()->close();
+    QTRY_VERIFY(m_window.isNull());
 
     m_operator.told.clear();
     w = openWindow(m_db->name(), "nothing");
@@ -554,33 +565,81 @@ void TestTableData::rightClickShowsTheRecordMenu()
     const QPoint cell = g.visualRect(g.model()->index(1, 2)).center();
     QTest::mousePress(g.viewport(), Qt::LeftButton, {}, cell);
     QTest::mouseRelease(g.viewport(), Qt::LeftButton, {}, cell);
-    QVERIFY(!m_menu->isVisible());
+    QVERIFY(!m_main->popupMenu(qs("mnupop1"))->isVisible());
     QTest::mousePress(g.viewport(), Qt::RightButton, {}, cell);
     QCOMPARE(g.row(), 2);
-    QVERIFY(m_menu->isVisible());
-    m_menu->hide();
+    QVERIFY(m_main->popupMenu(qs("mnupop1"))->isVisible());
+    m_main->popupMenu(qs("mnupop1"))->hide();
 
     w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("nothing")));
     QTest::mousePress(g.viewport(), Qt::RightButton, {}, QPoint(20, 20)); // no data row under it
-    QVERIFY(!m_menu->isVisible());
+    QVERIFY(!m_main->popupMenu(qs("mnupop1"))->isVisible());
 }
 
 void TestTableData::escapeClosesAndResizeKeepsRoomBelow()
 {
     TableData *w = openWindow(m_db->name());
     QVERIFY(w);
+    QAction *command = m_main->menuItem(qs("mnuTabData"));
+    QVERIFY(!command->isEnabled());
+    QVERIFY(w->parentWidget()->isMaximized());
     const QRect before = w->grid()->geometry();
-    w->resize(1000, 600);
-    QCOMPARE(w->grid()->geometry(), QRect(before.topLeft(), QSize(before.width(), 600 - before.top() - 67)));
-    w->resize(1000, 60);
+    w->parentWidget()->showNormal();
+    w->parentWidget()->resize(800, 500);
+    QCOMPARE(w->grid()->geometry(), QRect(before.topLeft(), QSize(before.width(), w->height() - before.top() - 67)));
+    w->parentWidget()->resize(800, 90);
     QCOMPARE(w->grid()->height(), 0);
 
     QTest::keyClick(w->findChild<QLineEdit *>(qs("Text1")), Qt::Key_Escape);
     QTRY_VERIFY(m_window.isNull());
+    QVERIFY(command->isEnabled());
     w = openWindow(m_db->name());
     QVERIFY(w);
     QTest::keyClick(w->grid(), Qt::Key_Escape);
     QTRY_VERIFY(m_window.isNull());
+    QVERIFY(command->isEnabled());
+}
+
+void TestTableData::popupCommandsReachTheWindow()
+{
+    TableData *w = openWindow(m_db->name(), "people");
+    QVERIFY(w);
+    w->grid()->setCurrentCell(1, 2);
+    w->grid()->setTextMatrix(1, 2, qs("Cleopatra"));
+    m_main->menuItem(qs("mnumr"))->trigger();
+    QCOMPARE(m_db->rows(qs("SELECT name FROM people WHERE age = 31")), sl({"Cleopatra"}));
+    w->grid()->setTextMatrix(2, 2, qs("Amelia"));
+    m_main->menuItem(qs("mnusavetable"))->trigger();
+    QCOMPARE(m_db->rows(qs("SELECT name FROM people WHERE age = 25")), sl({"Amelia", "dan"}));
+    selectRows(*w->grid(), {5});
+    m_main->menuItem(qs("mnudr"))->trigger();
+    QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM people")), sl({"4"}));
+    QCOMPARE(m_operator.asked, sl({"This will Update the current record in Table", "This will update the Table",
+                                   "This will Delete the record from Table"}));
+
+    // Without the window, a pop-up command creates it (loaded, not shown) and runs on it.
+    w->parentWidget()->close();
+    QTRY_VERIFY(m_window.isNull());
+    markLog();
+    m_main->menuItem(qs("mnusavetable"))->trigger();
+    m_window = qobject_cast<TableData *>(m_main->toolWindow(qs("mnuTabData")));
+    QVERIFY(m_window);
+    QVERIFY(!m_window->isVisible());
+    QCOMPARE(sent().mid(0, 6), sl({"SHOW Tables", "Flush Tables", "Flush Logs", "SELECT * FROM `keyed`",
+                                  "SELECT * FROM `keyed`", "Delete from keyed where 1>0"}));
+}
+
+void TestTableData::sessionIsTakenAtEachUse()
+{
+    TableData *w = openWindow(m_db->name());
+    QVERIFY(w);
+    const unsigned long first = session().connectionId();
+    m_main->replaceSession();
+    QVERIFY_DB(openSession(session(), m_db->name()));
+    QVERIFY(session().connectionId() != first);
+    markLog();
+    w->LoadTable();
+    QCOMPARE(sent(), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `keyed`"}));
 }
 
 QTEST_MAIN(TestTableData)
