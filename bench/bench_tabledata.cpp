@@ -58,8 +58,8 @@ int main(int argc, char **argv)
     });
 
     DatabaseSession session;
-    if (const DbError e = session.open(
-            QStringLiteral("server=%1;uid=dbop;pwd=;database=%2;").arg(args.at(1), args.at(2))))
+    if (const DbError e =
+            session.open(QStringLiteral("server=%1;uid=dbop;pwd=;database=%2;").arg(args.at(1), args.at(2))))
         fail(e.description);
 
     const qint64 baselineKb = statusKb("VmHWM");

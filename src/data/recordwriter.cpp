@@ -27,7 +27,7 @@ bool isDigit(QChar c)
 struct Scanned {
     qsizetype end = 0;
     bool hasDigits = false;
-    std::string ascii; // what std::from_chars reads (no leading '+')
+    std::string ascii;       // what std::from_chars reads (no leading '+')
     long long magnitude = 0; // rough decimal exponent of the value, for out-of-range results
 };
 
@@ -135,8 +135,8 @@ QString formatDate(QDate date)
 
 std::optional<QDate> parseIsoDate(QStringView text)
 {
-    static const QRegularExpression iso(QStringLiteral(
-        R"(^(\d{4})-(\d{1,2})-(\d{1,2})(?:[ T](\d{1,2}):(\d{1,2})(?::(\d{1,2})(?:\.\d{1,6})?)?)?$)"));
+    static const QRegularExpression iso(
+        QStringLiteral(R"(^(\d{4})-(\d{1,2})-(\d{1,2})(?:[ T](\d{1,2}):(\d{1,2})(?::(\d{1,2})(?:\.\d{1,6})?)?)?$)"));
     const QRegularExpressionMatch m = iso.match(text);
     if (!m.hasMatch())
         return std::nullopt;
@@ -171,8 +171,8 @@ std::optional<QDate> parseLocaleDate(const QString &text, const QLocale &locale)
         const QDate date = locale.toDate(text, format);
         if (date.isValid())
             return date;
-        const QDateTime withTime = locale.toDateTime(text, format + QLatin1Char(' ') +
-                                                                 locale.timeFormat(QLocale::ShortFormat));
+        const QDateTime withTime =
+            locale.toDateTime(text, format + QLatin1Char(' ') + locale.timeFormat(QLocale::ShortFormat));
         if (withTime.isValid())
             return withTime.date();
     }

@@ -335,9 +335,8 @@ void TableData::ModifyRecord()
 
 bool TableData::eventFilter(QObject *watched, QEvent *event)
 {
-    if (watched == m_combo &&
-        (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::KeyPress ||
-         event->type() == QEvent::Wheel))
+    if (watched == m_combo && (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::KeyPress ||
+                               event->type() == QEvent::Wheel))
         m_loadedByIndexChange = false;
     if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
         closeTool();

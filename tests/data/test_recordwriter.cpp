@@ -25,6 +25,8 @@ namespace {
 const QLocale kUs(QLocale::English, QLocale::UnitedStates);
 }
 
+// One row per line reads best here.
+// clang-format off
 void TestRecordWriter::insertValue_data()
 {
     QTest::addColumn<int>("type");
@@ -146,6 +148,8 @@ void TestRecordWriter::modifyValue()
         QCOMPARE(**change, value);
 }
 
+// clang-format on
+
 void TestRecordWriter::statements()
 {
     QCOMPARE(insertStatement(QStringLiteral("t"), {QStringLiteral("a"), QStringLiteral("b c")},
@@ -186,6 +190,7 @@ QString at(const FindHit &hit)
 
 } // namespace
 
+// clang-format off
 void TestRecordWriter::findNext_data()
 {
     QTest::addColumn<int>("startRow");
@@ -200,6 +205,8 @@ void TestRecordWriter::findNext_data()
     QTest::newRow("hidden columns never searched") << 1 << 2 << "3" << "none";
     QTest::newRow("empty text finds an empty cell") << 1 << 2 << "" << "1,4";
 }
+
+// clang-format on
 
 void TestRecordWriter::findNext()
 {

@@ -322,9 +322,12 @@ void TestTableData::noToAnyQuestionSendsNothing_data()
 {
     QTest::addColumn<QString>("routine");
     QTest::addColumn<QString>("question");
-    QTest::newRow("DeleteRecord") << "DeleteRecord" << "This will Delete the record from Table";
-    QTest::newRow("ModifyRecord") << "ModifyRecord" << "This will Update the current record in Table";
-    QTest::newRow("SaveTable") << "SaveTable" << "This will update the Table";
+    QTest::newRow("DeleteRecord") << "DeleteRecord"
+                                  << "This will Delete the record from Table";
+    QTest::newRow("ModifyRecord") << "ModifyRecord"
+                                  << "This will Update the current record in Table";
+    QTest::newRow("SaveTable") << "SaveTable"
+                               << "This will update the Table";
 }
 
 void TestTableData::noToAnyQuestionSendsNothing()
@@ -405,9 +408,12 @@ void TestTableData::modifyRecordFailureSortsAgain_data()
     QTest::addColumn<QString>("newName");
     QTest::addColumn<QString>("message");
     QTest::newRow("row not located")
-        << "vague" << "Rob"
+        << "vague"
+        << "Rob"
         << "Row cannot be located for updating. Some values may have been changed since it was last read.";
-    QTest::newRow("value refused") << "people" << "Robert-Robertson-Robertsen" << "Data too long for column 'name'";
+    QTest::newRow("value refused") << "people"
+                                   << "Robert-Robertson-Robertsen"
+                                   << "Data too long for column 'name'";
 }
 
 void TestTableData::modifyRecordFailureSortsAgain()
@@ -626,7 +632,7 @@ void TestTableData::popupCommandsReachTheWindow()
     QVERIFY(m_window);
     QVERIFY(!m_window->isVisible());
     QCOMPARE(sent().mid(0, 6), sl({"SHOW Tables", "Flush Tables", "Flush Logs", "SELECT * FROM `keyed`",
-                                  "SELECT * FROM `keyed`", "Delete from keyed where 1>0"}));
+                                   "SELECT * FROM `keyed`", "Delete from keyed where 1>0"}));
 }
 
 void TestTableData::sessionIsTakenAtEachUse()
