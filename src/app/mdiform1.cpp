@@ -29,7 +29,16 @@ MDIForm1::MDIForm1(AppEnvironment env, QWidget *parent)
     buildMenus();
 }
 
-MDIForm1::~MDIForm1() = default;
+MDIForm1::~MDIForm1()
+{
+    // Tool windows go first, while the menu items their close handlers touch still exist.
+    for (Tool &tool : m_tools) {
+        if (tool.window) {
+            disconnect(tool.window, nullptr, this, nullptr);
+            delete tool.window.data();
+        }
+    }
+}
 
 QAction *MDIForm1::addItem(QMenu *menu, const QString &name, const QString &caption, bool enabled)
 {
