@@ -73,7 +73,7 @@ else
 fi
 
 say "creating the $database demo database unless it exists"
-"$build/src/tabulon-demodb" --server "127.0.0.1:$port" --user dbop --password '' --database "$database" \
+TABULON_DEMODB_PASSWORD= "$build/src/tabulon-demodb" --server "127.0.0.1:$port" --user dbop --database "$database" \
   --clients "$clients" --quiet || die "creating the demo database failed"
 
 # --- the program's settings ---------------------------------------------------------------------

@@ -1,6 +1,9 @@
 // tabulon-demodb: creates the Orvita demo database on a server, once.
 //
-//   tabulon-demodb --server 127.0.0.1:13310 --user dbop --password '' --database Orvita --clients 300 [--recreate]
+//   tabulon-demodb --server 127.0.0.1:13310 --user dbop --database Orvita --clients 300 [--recreate]
+//
+// The password comes from TABULON_DEMODB_PASSWORD (empty when unset): on the command line it
+// would show in the process list and the shell history.
 #include "demo/demodatabase.h"
 
 #include <QCommandLineParser>
@@ -27,14 +30,14 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(QStringLiteral("tabulon-demodb"));
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Creates an Orvita-like demo database unless it exists already."));
+    parser.setApplicationDescription(
+        QStringLiteral("Creates an Orvita-like demo database unless it exists already.\n"
+                       "The password is read from TABULON_DEMODB_PASSWORD (empty when unset)."));
     parser.addHelpOption();
     const QCommandLineOption server(QStringLiteral("server"), QStringLiteral("Server as host[:port]."),
                                     QStringLiteral("host:port"), QStringLiteral("localhost"));
     const QCommandLineOption user(QStringLiteral("user"), QStringLiteral("User name."), QStringLiteral("user"),
                                   QStringLiteral("dbop"));
-    const QCommandLineOption password(QStringLiteral("password"), QStringLiteral("Password."),
-                                      QStringLiteral("password"));
     const QCommandLineOption database(QStringLiteral("database"), QStringLiteral("Database to create."),
                                       QStringLiteral("name"), QStringLiteral("Orvita"));
     const QCommandLineOption clients(QStringLiteral("clients"), QStringLiteral("Number of clients."),
@@ -44,7 +47,7 @@ int main(int argc, char **argv)
     const QCommandLineOption recreate(QStringLiteral("recreate"),
                                       QStringLiteral("Replace the database when it exists already."));
     const QCommandLineOption quiet(QStringLiteral("quiet"), QStringLiteral("Print only errors."));
-    parser.addOptions({server, user, password, database, clients, batch, recreate, quiet});
+    parser.addOptions({server, user, database, clients, batch, recreate, quiet});
     parser.process(app);
 
     bool ok = false;
@@ -68,7 +71,8 @@ int main(int argc, char **argv)
     DatabaseSession session;
     // The user and password travel as arguments, so a password with ';' needs no quoting.
     const QString connection = QStringLiteral("server=%1;database=;").arg(parser.value(server));
-    if (DbError e = session.open(connection, parser.value(user), parser.value(password))) {
+    const QString password = qEnvironmentVariable("TABULON_DEMODB_PASSWORD");
+    if (DbError e = session.open(connection, parser.value(user), password)) {
         print(stderr, QStringLiteral("tabulon-demodb: cannot connect to %1 as %2: %3")
                           .arg(parser.value(server), parser.value(user), e.description));
         return 1;
