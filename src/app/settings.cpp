@@ -5,28 +5,49 @@
 #include <QFileInfo>
 #include <QSettings>
 
+#include <memory>
+
+#ifndef Q_OS_WIN
 #include <fcntl.h>
 #include <unistd.h>
+#endif
 
 namespace tabulon {
 
 namespace {
+// On Windows the values live in the machine's registry key; elsewhere in an INI file.
+std::unique_ptr<QSettings> openStore(const QString &path)
+{
+#ifdef Q_OS_WIN
+    if (path.startsWith(QLatin1String("HKEY_")))
+        return std::make_unique<QSettings>(path, QSettings::NativeFormat);
+#endif
+    return std::make_unique<QSettings>(path, QSettings::IniFormat);
+}
+
 void makeOwnerOnly(const QString &path)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     // Create the file 0600 before QSettings writes the password into it.
+#ifndef Q_OS_WIN
     const QByteArray native = QFile::encodeName(path);
     const int fd = ::open(native.constData(), O_WRONLY | O_CREAT, 0600);
     if (fd >= 0)
         ::close(fd);
+#endif
     QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }
 } // namespace
 
 Settings::Settings()
 {
+#ifdef Q_OS_WIN
+    m_path = QStringLiteral("HKEY_LOCAL_MACHINE");
+    m_systemFallback = false;
+#else
     QSettings s(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("Corvane"), QStringLiteral("Tabulon"));
     m_path = s.fileName();
+#endif
 }
 
 Settings::Settings(const QString &iniPath) : m_path(iniPath), m_systemFallback(false) {}
@@ -44,8 +65,7 @@ QString Settings::ReadRegistryString(Hive, const QString &subKey, const QString 
     const QString key = keyPath(subKey, valueName);
     QVariant v;
     {
-        QSettings user(m_path, QSettings::IniFormat);
-        v = user.value(key);
+        v = openStore(m_path)->value(key);
     }
     if (!v.isValid() && m_systemFallback) {
         QSettings system(QSettings::IniFormat, QSettings::SystemScope, QStringLiteral("Corvane"),
@@ -63,13 +83,16 @@ QString Settings::ReadRegistryString(Hive, const QString &subKey, const QString 
 
 void Settings::WriteRegistryString(Hive, const QString &subKey, const QString &valueName, const QString &text)
 {
-    makeOwnerOnly(m_path);
+    const bool isFile = !m_path.startsWith(QLatin1String("HKEY_"));
+    if (isFile)
+        makeOwnerOnly(m_path);
     {
-        QSettings s(m_path, QSettings::IniFormat);
-        s.setValue(keyPath(subKey, valueName), text);
-        s.sync();
+        auto store = openStore(m_path);
+        store->setValue(keyPath(subKey, valueName), text);
+        store->sync();
     }
-    QFile::setPermissions(m_path, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    if (isFile)
+        QFile::setPermissions(m_path, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }
 
 } // namespace tabulon
