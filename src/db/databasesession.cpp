@@ -5,6 +5,8 @@
 
 #include <mysql.h>
 
+#include <exception>
+
 namespace tabulon {
 
 namespace detail {
@@ -20,14 +22,17 @@ struct Connection final {
 
 namespace {
 
-const QString kRowNotFoundText = QStringLiteral(
-    "Row cannot be located for updating. Some values may have been changed since it was last read.");
+const QString kRowNotFoundText =
+    QStringLiteral("Row cannot be located for updating. Some values may have been changed since it was last read.");
 
 DbError errorOf(MYSQL *mysql)
 {
     const int code = static_cast<int>(mysql_errno(mysql));
     return DbError::fromServer(code ? code : 2000, QString::fromUtf8(mysql_error(mysql)));
 }
+
+const QString kTooBigText = QStringLiteral(
+    "Not enough memory to hold the result: a column of it holds more than 4 GiB of text, or memory ran out.");
 
 DbError notOpen()
 {
@@ -101,8 +106,8 @@ DbError DatabaseSession::open(const QString &connectionString, const QString &us
     // CLIENT_FOUND_ROWS: an update reports the rows it matched, so that "no row located" is
     // told apart from "nothing changed". Multi-statements stay off.
     if (!mysql_real_connect(m, host.isEmpty() ? nullptr : host.constData(), userBytes.constData(),
-                            passwordBytes.constData(), database.isEmpty() ? nullptr : database.constData(),
-                            t.port, nullptr, CLIENT_FOUND_ROWS)) {
+                            passwordBytes.constData(), database.isEmpty() ? nullptr : database.constData(), t.port,
+                            nullptr, CLIENT_FOUND_ROWS)) {
         return errorOf(m);
     }
     m_connection = std::move(connection);
@@ -194,18 +199,27 @@ DbResult<Recordset> DatabaseSession::read(const QString &sql, const QString &tab
     rs.m_columns.resize(nFields);
 
     qsizetype rows = 0;
-    while (MYSQL_ROW row = mysql_fetch_row(r)) {
-        const unsigned long *lengths = mysql_fetch_lengths(r);
-        for (unsigned i = 0; i < nFields; ++i) {
-            TextColumn &c = rs.m_columns[i];
-            if (!row[i])
-                c.appendNull();
-            else if (isBit[i])
-                c.append(QByteArrayView(bitText(row[i], lengths[i], rs.m_fields[i].type == AdoType::Boolean)));
-            else
-                c.append(QByteArrayView(row[i], static_cast<qsizetype>(lengths[i])));
+    try {
+        while (MYSQL_ROW row = mysql_fetch_row(r)) {
+            const unsigned long *lengths = mysql_fetch_lengths(r);
+            for (unsigned i = 0; i < nFields; ++i) {
+                TextColumn &c = rs.m_columns[i];
+                if (!row[i])
+                    c.appendNull();
+                else if (isBit[i])
+                    c.append(QByteArrayView(bitText(row[i], lengths[i], rs.m_fields[i].type == AdoType::Boolean)));
+                else
+                    c.append(QByteArrayView(row[i], static_cast<qsizetype>(lengths[i])));
+            }
+            ++rows;
         }
-        ++rows;
+    } catch (const std::exception &) {
+        // A result too big to hold: freeing it reads off the rest of the rows, so the
+        // connection stays usable for the next statement.
+        rs = Recordset();
+        mysql_free_result(r);
+        drainResults(m);
+        return DbError::generic(kTooBigText);
     }
     const bool failed = mysql_errno(m) != 0;
     DbError fetchError = failed ? lastError() : DbError{};
@@ -264,8 +278,8 @@ QByteArray DatabaseSession::escape(QByteArrayView utf8) const
     if (!isOpen())
         return SessionSql::escapeDefault(utf8);
     QByteArray out(utf8.size() * 2 + 1, Qt::Uninitialized);
-    const unsigned long n = mysql_real_escape_string(m_connection->mysql, out.data(), utf8.data(),
-                                                     static_cast<unsigned long>(utf8.size()));
+    const unsigned long n =
+        mysql_real_escape_string(m_connection->mysql, out.data(), utf8.data(), static_cast<unsigned long>(utf8.size()));
     out.truncate(static_cast<qsizetype>(n));
     return out;
 }
