@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QDialog>
+#include <QFileDialog>
 #include <QInputDialog>
 #include <QMessageBox>
 
@@ -53,9 +54,7 @@ Reply showBox(QWidget *parent, const Prompt &p)
     case Buttons::Ok: box.setStandardButtons(QMessageBox::Ok); break;
     case Buttons::OkCancel: box.setStandardButtons(QMessageBox::Ok | QMessageBox::Cancel); break;
     case Buttons::YesNo: box.setStandardButtons(QMessageBox::Yes | QMessageBox::No); break;
-    case Buttons::YesNoCancel:
-        box.setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
-        break;
+    case Buttons::YesNoCancel: box.setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel); break;
     }
     switch (box.exec()) {
     case QMessageBox::Yes: return {Answer::Yes, {}};
@@ -69,10 +68,14 @@ Reply dispatch(QWidget *parent, const Prompt &p)
 {
     if (responder())
         return responder()(p);
+    if (p.kind == Prompt::Kind::OpenFile) {
+        const QString path = QFileDialog::getOpenFileName(parent, p.title, QString(), qtFileFilter(p.defaultText));
+        return {path.isEmpty() ? Answer::Cancel : Answer::Ok, path};
+    }
     if (p.kind == Prompt::Kind::Input) {
         bool ok = false;
-        const QString text = QInputDialog::getText(parent, titleOrDefault(p.title), p.text, QLineEdit::Normal,
-                                                   p.defaultText, &ok);
+        const QString text =
+            QInputDialog::getText(parent, titleOrDefault(p.title), p.text, QLineEdit::Normal, p.defaultText, &ok);
         return {ok ? Answer::Ok : Answer::Cancel, ok ? text : QString()};
     }
     return showBox(parent, p);
@@ -97,8 +100,27 @@ Answer ask(QWidget *parent, const QString &text, Buttons buttons, Icon icon, con
 
 QString input(QWidget *parent, const QString &prompt, const QString &title, const QString &defaultText)
 {
-    const Reply r = dispatch(parent, Prompt{Prompt::Kind::Input, prompt, title, Icon::None, Buttons::OkCancel, defaultText});
+    const Reply r =
+        dispatch(parent, Prompt{Prompt::Kind::Input, prompt, title, Icon::None, Buttons::OkCancel, defaultText});
     return r.answer == Answer::Cancel ? QString() : r.text;
+}
+
+QString openFileName(QWidget *parent, const QString &filter)
+{
+    const Reply r = dispatch(parent, Prompt{Prompt::Kind::OpenFile, {}, {}, Icon::None, Buttons::OkCancel, filter});
+    return r.answer == Answer::Cancel ? QString() : r.text;
+}
+
+QString qtFileFilter(const QString &filter)
+{
+    const QStringList parts = filter.split(QLatin1Char('|'));
+    QStringList filters;
+    for (qsizetype i = 0; i + 1 < parts.size(); i += 2) {
+        QString patterns = parts[i + 1];
+        patterns.replace(QLatin1Char(';'), QLatin1Char(' '));
+        filters << parts[i] + QStringLiteral(" (") + patterns + QLatin1Char(')');
+    }
+    return filters.join(QStringLiteral(";;"));
 }
 
 QString runtimeErrorText(const DbError &error)

@@ -20,18 +20,18 @@ enum class Buttons { Ok, OkCancel, YesNo, YesNoCancel };
 enum class Answer { Ok, Cancel, Yes, No };
 
 struct Prompt final {
-    enum class Kind { Message, Question, Input, RuntimeError };
+    enum class Kind { Message, Question, Input, RuntimeError, OpenFile };
     Kind kind = Kind::Message;
     QString text;
     QString title; // empty: the program's name, as boxes without a title of their own show
     Icon icon = Icon::None;
     Buttons buttons = Buttons::Ok;
-    QString defaultText; // input boxes
+    QString defaultText; // input boxes; the file filter of open-file dialogs
 };
 
 struct Reply final {
     Answer answer = Answer::Ok;
-    QString text; // input boxes: the answer ("" when cancelled)
+    QString text; // input boxes: the answer; open-file dialogs: the chosen path ("" when cancelled)
 };
 
 using Responder = std::function<Reply(const Prompt &)>;
@@ -44,6 +44,12 @@ Answer ask(QWidget *parent, const QString &text, Buttons buttons = Buttons::YesN
 // An input box: the typed text, or "" when the operator cancels.
 QString input(QWidget *parent, const QString &prompt, const QString &title = QString(),
               const QString &defaultText = QString());
+
+// The common open-file dialog. `filter` pairs descriptions and patterns as
+// "Access Database|*.mdb|DSN|*.dsn". Returns the chosen file's full path, "" when cancelled.
+QString openFileName(QWidget *parent, const QString &filter);
+// "Access Database|*.mdb|DSN|*.dsn" -> "Access Database (*.mdb);;DSN (*.dsn)".
+QString qtFileFilter(const QString &filter);
 
 // The report of an error nothing traps: "Run-time error '<number>':" and the description;
 // then the program ends. Callers return at once after it.

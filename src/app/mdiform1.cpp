@@ -7,8 +7,9 @@
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QDialog>
-#include <QFileDialog>
+#include <QDir>
 #include <QFileInfo>
+#include <QLineEdit>
 #include <QMdiArea>
 #include <QMdiSubWindow>
 #include <QMenuBar>
@@ -17,10 +18,8 @@
 namespace tabulon {
 
 MDIForm1::MDIForm1(AppEnvironment env, QWidget *parent)
-    : QMainWindow(parent),
-      m_env(std::move(env)),
-      m_settings(m_env.settingsPath.isEmpty() ? Settings() : Settings(m_env.settingsPath)),
-      m_mdi(new QMdiArea(this))
+    : QMainWindow(parent), m_env(std::move(env)),
+      m_settings(m_env.settingsPath.isEmpty() ? Settings() : Settings(m_env.settingsPath)), m_mdi(new QMdiArea(this))
 {
     setObjectName(QStringLiteral("MDIForm1"));
     setWindowTitle(QStringLiteral("Tabulon"));
@@ -146,14 +145,14 @@ void MDIForm1::startUp()
     User = m_settings.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kUser, Settings::kDefaultUser);
     Password = m_settings.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword,
                                              Settings::kDefaultPassword);
-    Server = m_settings.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer,
-                                           Settings::kDefaultServer);
+    Server =
+        m_settings.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, Settings::kDefaultServer);
     if (!m_session)
         m_session = std::make_unique<DatabaseSession>();
     m_session->setCursorLocation(3);
     // The trial deliberately uses an empty password and the server's own "mysql" database.
-    m_session->open(QStringLiteral("PROVIDER=MSDASQL;driver={MySQL};server=") + Server + QStringLiteral(";uid=") + User
-                        + QStringLiteral(";pwd=;database=mysql;"),
+    m_session->open(QStringLiteral("PROVIDER=MSDASQL;driver={MySQL};server=") + Server + QStringLiteral(";uid=") +
+                        User + QStringLiteral(";pwd=;database=mysql;"),
                     QString(), QString());
     if (m_session->state() == 1)
         m_session->close();
@@ -303,11 +302,19 @@ void MDIForm1::exitCommand()
 
 void MDIForm1::convertCommand()
 {
-    const QString path = QFileDialog::getOpenFileName(this, QString(), QString(),
-                                                      QStringLiteral("Access Database (*.mdb);;DSN (*.dsn)"));
+    const QString path = Dialogs::openFileName(this, QStringLiteral("Access Database|*.mdb|DSN|*.dsn"));
     if (path.isEmpty())
         return;
-    // The conversion window is not part of this build yet.
+    // The conversion gets the file's bare name: a data source file's name is its source's
+    // name, and an Access file's name resolves against the current folder, which becomes the
+    // chosen file's folder as the Windows dialog makes it.
+    QDir::setCurrent(QFileInfo(path).absolutePath());
+    QWidget *conversion = ensureToolWindow(QStringLiteral("mnuconvertdb"));
+    if (!conversion)
+        return; // the conversion window is not part of this build
+    if (auto *source = conversion->findChild<QLineEdit *>(QStringLiteral("Text1")))
+        source->setText(SplitAtLastChar(path, QLatin1Char('/'), false));
+    showModalTool(QStringLiteral("mnuconvertdb"));
 }
 
 void MDIForm1::executeTextFile()
