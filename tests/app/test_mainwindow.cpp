@@ -8,6 +8,9 @@
 
 #include <QAction>
 #include <QDialog>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QLineEdit>
 #include <QMdiArea>
 #include <QMdiSubWindow>
@@ -31,6 +34,8 @@ private Q_SLOTS:
     void goodAndBadSetup();
     void otherWindowsRule();
     void exitClosesChildFirst();
+    void conversionFileChoice();
+    void executeTextFile();
     void loginGate();
 
 private:
@@ -43,6 +48,7 @@ private:
     QList<QDialog *> m_modals;
     QList<int> m_ended;
     QStringList m_started;
+    QString m_chosenFile;
 };
 
 void TestMainWindow::init()
@@ -52,7 +58,12 @@ void TestMainWindow::init()
     m_modals.clear();
     m_ended.clear();
     m_started.clear();
+    m_chosenFile.clear();
     Dialogs::setResponder([this](const Dialogs::Prompt &p) {
+        if (p.kind == Dialogs::Prompt::Kind::OpenFile) {
+            m_prompts << QStringLiteral("open ") + p.defaultText;
+            return Dialogs::Reply{Dialogs::Answer::Ok, m_chosenFile};
+        }
         m_prompts << p.text;
         return Dialogs::Reply{Dialogs::Answer::Yes, {}};
     });
@@ -94,9 +105,9 @@ std::unique_ptr<MDIForm1> TestMainWindow::makeWindow(const QString &server)
 void TestMainWindow::menuTreeAtCreation()
 {
     auto w = makeWindow(serverAddress());
-    const QStringList off{QStringLiteral("mnuTabDet"), QStringLiteral("mnuTabData"), QStringLiteral("mnuct"),
-                          QStringLiteral("mnusearch"), QStringLiteral("mnureplace"), QStringLiteral("mnusch"),
-                          QStringLiteral("mnurenfld"), QStringLiteral("mnudbutil"), QStringLiteral("mnuchktab"),
+    const QStringList off{QStringLiteral("mnuTabDet"), QStringLiteral("mnuTabData"),   QStringLiteral("mnuct"),
+                          QStringLiteral("mnusearch"), QStringLiteral("mnureplace"),   QStringLiteral("mnusch"),
+                          QStringLiteral("mnurenfld"), QStringLiteral("mnudbutil"),    QStringLiteral("mnuchktab"),
                           QStringLiteral("mnureptab"), QStringLiteral("mnuconvertdb"), QStringLiteral("mnuimpdata")};
     QCOMPARE(w->menuItems().size(), 37);
     for (QAction *a : w->menuItems())
@@ -145,13 +156,13 @@ void TestMainWindow::goodAndBadSetup()
     auto w = makeWindow(serverAddress());
     w->startUp();
     DatabaseInfo *setup = openSetup();
-    setup->findChild<QLineEdit *>(QStringLiteral("txtdbname"))->setText(QStringLiteral("  ") + db.name() + QStringLiteral(" "));
+    setup->findChild<QLineEdit *>(QStringLiteral("txtdbname"))
+        ->setText(QStringLiteral("  ") + db.name() + QStringLiteral(" "));
     setup->findChild<QLineEdit *>(QStringLiteral("txtpwd"))->setText(QString());
     setup->findChild<QLineEdit *>(QStringLiteral("txtsvr"))->setText(serverAddress() + QStringLiteral(" "));
     QTest::mouseClick(setup->findChild<QPushButton *>(QStringLiteral("cmdok")), Qt::LeftButton);
     QVERIFY(m_prompts.isEmpty());
-    QCOMPARE(w->windowTitle(),
-             QStringLiteral("Tabulon [   %1  : %2  ]").arg(db.name(), serverAddress()));
+    QCOMPARE(w->windowTitle(), QStringLiteral("Tabulon [   %1  : %2  ]").arg(db.name(), serverAddress()));
     QCOMPARE(w->session()->state(), 1);
     QCOMPARE(w->Database, db.name());
     for (QAction *a : w->menuItems())
@@ -171,8 +182,9 @@ void TestMainWindow::goodAndBadSetup()
     QCOMPARE(m_prompts, QStringList{QStringLiteral("Error connecting to Database.")});
     QVERIFY(setup->isVisible());
     for (QAction *a : w->menuItems()) {
-        const bool kept = QStringList{QStringLiteral("mnusetdb"), QStringLiteral("mnuExit"), QStringLiteral("mnurenfld")}
-                              .contains(a->objectName());
+        const bool kept =
+            QStringList{QStringLiteral("mnusetdb"), QStringLiteral("mnuExit"), QStringLiteral("mnurenfld")}.contains(
+                a->objectName());
         QVERIFY2(a->isEnabled() == kept, qPrintable(a->objectName()));
     }
     QCOMPARE(w->session()->state(), 0);
@@ -220,6 +232,57 @@ void TestMainWindow::exitClosesChildFirst()
     QCOMPARE(m_ended, QList<int>{0});
 }
 
+void TestMainWindow::conversionFileChoice()
+{
+    auto w = makeWindow(serverAddress());
+    w->enableAllMenus();
+    // A stand-in for the conversion window: a modal tool with the source box it is handed.
+    w->registerModalTool(QStringLiteral("mnuconvertdb"), [](MDIForm1 &m) -> QWidget * {
+        auto *d = new QDialog(&m);
+        (new QLineEdit(d))->setObjectName(QStringLiteral("Text1"));
+        return d;
+    });
+    QAction *convert = w->menuItem(QStringLiteral("mnuconvertdb"));
+    convert->trigger(); // cancelled: nothing opens
+    QCOMPARE(m_prompts, QStringList{QStringLiteral("open Access Database|*.mdb|DSN|*.dsn")});
+    QVERIFY(m_modals.isEmpty());
+    QVERIFY(convert->isEnabled());
+
+    const QString before = QDir::currentPath();
+    QVERIFY(QDir(m_dir->path()).mkpath(QStringLiteral("src")));
+    m_chosenFile = m_dir->filePath(QStringLiteral("src/Old Clients.mdb"));
+    convert->trigger();
+    const QString current = QDir::currentPath();
+    QDir::setCurrent(before);
+    QCOMPARE(m_modals.size(), 1);
+    QCOMPARE(m_modals.first()->findChild<QLineEdit *>(QStringLiteral("Text1"))->text(),
+             QStringLiteral("Old Clients.mdb"));
+    QCOMPARE(QFileInfo(current).canonicalFilePath(),
+             QFileInfo(m_dir->filePath(QStringLiteral("src"))).canonicalFilePath());
+    QVERIFY(!convert->isEnabled());
+    m_modals.first()->close();
+    QTRY_VERIFY(convert->isEnabled());
+}
+
+void TestMainWindow::executeTextFile()
+{
+    auto w = makeWindow(serverAddress());
+    QAction *execute = w->menuItem(QStringLiteral("mnuexet"));
+    execute->trigger();
+    QCOMPARE(m_prompts, QStringList{QStringLiteral("EXe not found")});
+
+    // A program of that name in the program's folder is started, without waiting for it.
+    const QString marker = m_dir->filePath(QStringLiteral("ran"));
+    QFile program(m_dir->filePath(QStringLiteral("import_db")));
+    QVERIFY(program.open(QIODevice::WriteOnly));
+    program.write(QStringLiteral("#!/bin/sh\ntouch '%1'\n").arg(marker).toUtf8());
+    program.close();
+    program.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    execute->trigger();
+    QTRY_VERIFY(QFile::exists(marker));
+    QCOMPARE(m_prompts.size(), 1);
+}
+
 void TestMainWindow::loginGate()
 {
     auto w = makeWindow(serverAddress());
@@ -228,12 +291,13 @@ void TestMainWindow::loginGate()
     const QString challenge = login->challenge();
     QVERIFY(challenge.size() >= 5 && challenge.size() <= 15);
     QVERIFY(std::all_of(challenge.begin(), challenge.end(), [](QChar c) { return c.isDigit(); }));
-    QCOMPARE(login->expectedAnswer().size(), 5);
-    QVERIFY(std::all_of(login->expectedAnswer().begin(), login->expectedAnswer().end(),
+    const QString answer = login->expectedAnswer();
+    QCOMPARE(answer.size(), 5);
+    QVERIFY(std::all_of(answer.begin(), answer.end(),
                         [](QChar c) { return c >= QLatin1Char('a') && c <= QLatin1Char('z'); }));
     login->show();
     // The right answer is refused like any other non-empty text.
-    login->findChild<QLineEdit *>(QStringLiteral("txtpassword"))->setText(login->expectedAnswer());
+    login->findChild<QLineEdit *>(QStringLiteral("txtpassword"))->setText(answer);
     QTest::mouseClick(login->findChild<QPushButton *>(QStringLiteral("cmdok")), Qt::LeftButton);
     QCOMPARE(m_prompts, QStringList{QStringLiteral("Invalid Password")});
     login->findChild<QLineEdit *>(QStringLiteral("txtpassword"))->clear();
