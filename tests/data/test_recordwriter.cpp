@@ -16,7 +16,6 @@ private Q_SLOTS:
     void localeShortDates();
     void modifyValue_data();
     void modifyValue();
-    void statements();
     void findNext_data();
     void findNext();
 };
@@ -32,47 +31,33 @@ void TestRecordWriter::insertValue_data()
     QTest::addColumn<int>("type");
     QTest::addColumn<QString>("cell");
     QTest::addColumn<QString>("sql");
-    // numeric group: the number at the start of the text, bare
-    QTest::newRow("int leading blanks and junk") << 3 << " 12abc" << "12";
-    QTest::newRow("int letters only") << 3 << "abc" << "0";
-    QTest::newRow("int empty") << 3 << "" << "0";
-    QTest::newRow("double trailing zero") << 5 << "12.50" << "12.5";
-    QTest::newRow("single fraction only") << 4 << ".5" << "0.5";
-    QTest::newRow("smallint plus sign") << 2 << "+7" << "7";
-    QTest::newRow("tinyint minus zero") << 16 << "-0" << "0";
-    QTest::newRow("sign alone") << 3 << "  -" << "0";
+    // numeric group: the number at the start of the text, bare, in its shortest exact form
+    QTest::newRow("leading blanks, junk after") << 3 << " \t12abc" << "12";
+    QTest::newRow("nothing readable") << 3 << "abc" << "0";
+    QTest::newRow("empty") << 3 << "" << "0";
+    QTest::newRow("trailing zero") << 5 << "12.50" << "12.5";
+    QTest::newRow("fraction only, plus sign") << 4 << "+.5" << "0.5";
+    QTest::newRow("minus zero") << 16 << "-0" << "0";
     QTest::newRow("comma stops") << 5 << "1,5" << "1";
     QTest::newRow("second point stops") << 5 << "1.2.3" << "1.2";
-    QTest::newRow("inner blank stops") << 3 << "1 2" << "1";
     QTest::newRow("exponent read, written plain") << 5 << "-3.25e2x" << "-325";
-    QTest::newRow("big exponent written plain") << 5 << "1e20" << "100000000000000000000";
-    QTest::newRow("small exponent written plain") << 5 << "1e-5" << "0.00001";
-    QTest::newRow("exponent without digits ignored") << 5 << "12e" << "12";
-    QTest::newRow("exponent sign without digits ignored") << 5 << "3e-x" << "3";
-    QTest::newRow("tab then number") << 3 << "\t42" << "42";
+    QTest::newRow("tiny written plain") << 5 << "1e-5" << "0.00001";
+    QTest::newRow("exponent without digits ignored") << 5 << "3e-x" << "3";
     QTest::newRow("underflow") << 5 << "1e-400" << "0";
-    QTest::newRow("shortest exact") << 5 << "0.1" << "0.1";
-    QTest::newRow("shortest exact third") << 5 << "0.33333333333333331" << "0.3333333333333333";
+    QTest::newRow("shortest exact") << 5 << "0.33333333333333331" << "0.3333333333333333";
     QTest::newRow("too big goes out as read") << 5 << "1e400" << "1e400";
     QTest::newRow("datetime keeps the year") << 135 << "2007-12-25 10:30:00" << "2007";
-    QTest::newRow("datetime empty") << 135 << "" << "0";
     // date group
-    QTest::newRow("date") << 133 << "2007-12-25" << "'2007-12-25 00:00:00'";
-    QTest::newRow("date with time") << 7 << "2007-12-25 10:30:59" << "'2007-12-25 00:00:00'";
-    QTest::newRow("date short parts") << 133 << "2007-2-5" << "'2007-02-05 00:00:00'";
-    QTest::newRow("date with blanks") << 133 << " 2007-12-25 " << "'2007-12-25 00:00:00'";
+    QTest::newRow("date") << 133 << "2007-2-5" << "'2007-02-05 00:00:00'";
+    QTest::newRow("date with time and blanks") << 7 << " 2007-12-25 10:30:59 " << "'2007-12-25 00:00:00'";
     QTest::newRow("date empty") << 133 << "" << "''";
     QTest::newRow("no such day") << 133 << "2007-02-30" << "'2007-02-30'";
-    QTest::newRow("zero date") << 133 << "0000-00-00" << "'0000-00-00'";
     QTest::newRow("bad time") << 133 << "2007-12-25 25:00" << "'2007-12-25 25:00'";
-    QTest::newRow("not a date") << 7 << "soon" << "'soon'";
     QTest::newRow("us short date") << 133 << "12/25/2007" << "'2007-12-25 00:00:00'";
     // everything else: quoted as it stands
-    QTest::newRow("varchar quote unescaped") << 200 << "O'Brien" << "'O'Brien'";
-    QTest::newRow("varchar empty") << 200 << "" << "''";
+    QTest::newRow("quote unescaped") << 200 << "O'Brien" << "'O'Brien'";
     QTest::newRow("decimal is text") << 131 << "12.50" << "'12.50'";
     QTest::newRow("bigint is text") << 20 << "9007199254740993" << "'9007199254740993'";
-    QTest::newRow("time is text") << 134 << "10:11:12" << "'10:11:12'";
     QTest::newRow("backslash kept") << 201 << "a\\b" << "'a\\b'";
 }
 
@@ -89,16 +74,11 @@ void TestRecordWriter::localeShortDates_data()
     QTest::addColumn<QLocale>("locale");
     QTest::addColumn<QString>("cell");
     QTest::addColumn<QString>("text");
-    QTest::newRow("german") << QLocale(QLocale::German, QLocale::Germany) << "25.12.2007" << "2007-12-25 00:00:00";
-    QTest::newRow("german with time")
-        << QLocale(QLocale::German, QLocale::Germany) << "25.12.2007 10:30" << "2007-12-25 00:00:00";
+    const QLocale de(QLocale::German, QLocale::Germany);
+    QTest::newRow("german with time") << de << "25.12.2007 10:30" << "2007-12-25 00:00:00";
+    QTest::newRow("german is day first") << de << "1.2.2007" << "2007-02-01 00:00:00";
     QTest::newRow("us is month first") << kUs << "1/2/2007" << "2007-01-02 00:00:00";
-    QTest::newRow("german is day first")
-        << QLocale(QLocale::German, QLocale::Germany) << "1.2.2007" << "2007-02-01 00:00:00";
-    QTest::newRow("iso in any locale") << QLocale(QLocale::German, QLocale::Germany) << "2007-12-25"
-                                       << "2007-12-25 00:00:00";
-    QTest::newRow("us order unknown to german")
-        << QLocale(QLocale::German, QLocale::Germany) << "12/25/2007" << "12/25/2007";
+    QTest::newRow("us order unknown to german") << de << "12/25/2007" << "12/25/2007";
 }
 
 void TestRecordWriter::localeShortDates()
@@ -116,19 +96,14 @@ void TestRecordWriter::modifyValue_data()
     QTest::addColumn<bool>("changes");
     QTest::addColumn<bool>("isNull");
     QTest::addColumn<QString>("value");
-    QTest::newRow("numeric whole") << 5 << "12.50" << true << false << "12.5";
-    QTest::newRow("numeric blanks around") << 3 << " 7 " << true << false << "7";
-    QTest::newRow("numeric exponent") << 5 << "1e3" << true << false << "1000";
-    QTest::newRow("numeric point only left alone") << 5 << "." << false << false << "";
+    QTest::newRow("numeric whole") << 5 << " 12.50 " << true << false << "12.5";
     QTest::newRow("numeric inner blank left alone") << 3 << "1 2" << false << false << "";
     QTest::newRow("numeric too big left alone") << 5 << "1e400" << false << false << "";
     QTest::newRow("numeric with junk left alone") << 3 << "12abc" << false << false << "";
     QTest::newRow("numeric empty left alone") << 3 << "" << false << false << "";
     QTest::newRow("datetime left alone") << 135 << "2007-12-25 10:30:00" << false << false << "";
     QTest::newRow("date formatted") << 133 << "2007-12-25" << true << false << "2007-12-25 00:00:00";
-    QTest::newRow("date not a date") << 133 << "later" << true << false << "later";
     QTest::newRow("text empty is null") << 200 << "" << true << true << "";
-    QTest::newRow("text as is") << 200 << "O'Brien" << true << false << "O'Brien";
     QTest::newRow("blank text is not null") << 200 << " " << true << false << " ";
 }
 
@@ -149,14 +124,6 @@ void TestRecordWriter::modifyValue()
 }
 
 // clang-format on
-
-void TestRecordWriter::statements()
-{
-    QCOMPARE(insertStatement(QStringLiteral("t"), {QStringLiteral("a"), QStringLiteral("b c")},
-                             {QStringLiteral("1"), QStringLiteral("'x'")}),
-             QStringLiteral("Insert into t (a,b c) values (1,'x')"));
-    QCOMPARE(deleteAllStatement(QStringLiteral("main_info1")), QStringLiteral("Delete from main_info1 where 1>0"));
-}
 
 namespace {
 
@@ -201,9 +168,7 @@ void TestRecordWriter::findNext_data()
     QTest::newRow("part of a cell never") << 1 << 3 << "abc" << "2,5";
     QTest::newRow("search text not trimmed") << 1 << 2 << " abc" << "none";
     QTest::newRow("header only when cursor on it") << 0 << 2 << "city" << "0,3";
-    QTest::newRow("header skipped from row 1") << 1 << 2 << "city" << "none";
     QTest::newRow("hidden columns never searched") << 1 << 2 << "3" << "none";
-    QTest::newRow("empty text finds an empty cell") << 1 << 2 << "" << "1,4";
 }
 
 // clang-format on
