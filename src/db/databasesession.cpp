@@ -129,7 +129,7 @@ DbError DatabaseSession::lastError() const
     return errorOf(m_connection->mysql);
 }
 
-DbError DatabaseSession::execute(const QString &sql)
+DbError DatabaseSession::send(const QString &sql)
 {
     if (!isOpen())
         return notOpen();
@@ -137,6 +137,14 @@ DbError DatabaseSession::execute(const QString &sql)
     const QByteArray bytes = sql.toUtf8();
     if (mysql_real_query(m, bytes.constData(), static_cast<unsigned long>(bytes.size())) != 0)
         return lastError();
+    return {};
+}
+
+DbError DatabaseSession::execute(const QString &sql)
+{
+    if (DbError error = send(sql))
+        return error;
+    MYSQL *m = m_connection->mysql;
     if (MYSQL_RES *r = mysql_use_result(m)) {
         while (mysql_fetch_row(r)) {
         }
@@ -163,12 +171,9 @@ DbResult<Recordset> DatabaseSession::openQuery(const QString &sql)
 
 DbResult<Recordset> DatabaseSession::read(const QString &sql, const QString &table)
 {
-    if (!isOpen())
-        return notOpen();
+    if (DbError error = send(sql))
+        return error;
     MYSQL *m = m_connection->mysql;
-    const QByteArray bytes = sql.toUtf8();
-    if (mysql_real_query(m, bytes.constData(), static_cast<unsigned long>(bytes.size())) != 0)
-        return lastError();
 
     Recordset rs;
     rs.m_connection = m_connection;

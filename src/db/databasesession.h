@@ -63,6 +63,8 @@ public:
     static DbError updateRecord(Recordset &recordset);
 
 private:
+    // Sends statement text; the caller reads or discards what it returns.
+    DbError send(const QString &sql);
     DbResult<Recordset> read(const QString &sql, const QString &table);
     DbError lastError() const;
 
@@ -85,7 +87,7 @@ struct UpdateTarget final {
     QString database;
     QString table;
     std::vector<FieldInfo> fields;
-    std::vector<std::optional<QString>> original;          // every field, as read
+    std::vector<std::optional<QString>> original;                // every field, as read
     std::vector<std::pair<int, std::optional<QString>>> changes; // field index, new value
 };
 
