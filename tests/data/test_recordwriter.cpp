@@ -1,11 +1,13 @@
 // The value rules and statement texts of the table rewrite, and the find walk, without a server.
 #include "data/findcursor.h"
 #include "data/recordwriter.h"
+#include "testdb.h"
 
 #include <QTest>
 
 using namespace tabulon;
 using namespace tabulon::RecordWriter;
+using tabulon::test::sl;
 
 class TestRecordWriter final : public QObject {
     Q_OBJECT
@@ -126,14 +128,6 @@ void TestRecordWriter::modifyValue()
 // clang-format on
 
 namespace {
-
-QStringList sl(std::initializer_list<const char *> items)
-{
-    QStringList out;
-    for (const char *item : items)
-        out << QString::fromUtf8(item);
-    return out;
-}
 
 // A 5 x 8 grid: row 0 the header, columns 0 and 1 the numbers and load numbers.
 const std::vector<QStringList> kCells = {

@@ -24,14 +24,6 @@ using namespace tabulon::test;
 
 namespace {
 
-QStringList sl(std::initializer_list<const char *> items)
-{
-    QStringList out;
-    for (const char *item : items)
-        out << QString::fromUtf8(item);
-    return out;
-}
-
 QString qs(const char *text)
 {
     return QString::fromUtf8(text);

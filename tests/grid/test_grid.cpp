@@ -1,6 +1,7 @@
 // The grid through the real view (offscreen): header clicks, the current cell and multi-row
 // selection, in-place editing, column state across changes, and a million rows.
 #include "grid/grid.h"
+#include "testdb.h"
 
 #include <QHeaderView>
 #include <QLineEdit>
@@ -9,18 +10,11 @@
 #include <QTest>
 
 using namespace tabulon;
+using tabulon::test::sl;
 
 namespace {
 
 using Events = QList<QPair<int, int>>;
-
-QStringList sl(std::initializer_list<const char *> items)
-{
-    QStringList out;
-    for (const char *item : items)
-        out << QString::fromUtf8(item);
-    return out;
-}
 
 // Header "#", "load", "name", "qty"; data rows numbered in column 0 and 1 as loaded.
 const QList<QStringList> kTable{sl({"", "load", "name", "qty"}), sl({"1", "1", "pear", "10"}),

@@ -9,18 +9,11 @@
 #include <algorithm>
 
 using namespace tabulon;
+using tabulon::test::sl;
 
 namespace {
 
 using Table = QList<QStringList>;
-
-QStringList sl(std::initializer_list<const char *> items)
-{
-    QStringList out;
-    for (const char *item : items)
-        out << QString::fromUtf8(item);
-    return out;
-}
 
 Table tbl(std::initializer_list<std::initializer_list<const char *>> rows)
 {

@@ -2,6 +2,14 @@
 
 namespace tabulon::test {
 
+QStringList sl(std::initializer_list<const char *> items)
+{
+    QStringList out;
+    for (const char *item : items)
+        out << QString::fromUtf8(item);
+    return out;
+}
+
 QString serverAddress()
 {
     const QString env = qEnvironmentVariable("TABULON_TEST_SERVER");

@@ -8,7 +8,12 @@
 #include <QStringList>
 #include <QTest>
 
+#include <initializer_list>
+
 namespace tabulon::test {
+
+// A list of UTF-8 literals, for comparing against lists of cell texts or rows.
+QStringList sl(std::initializer_list<const char *> items);
 
 // "127.0.0.1:<port>" from TABULON_TEST_SERVER (the test command sets it).
 QString serverAddress();
@@ -49,9 +54,9 @@ void clearServerLog(DatabaseSession &observer);
 
 } // namespace tabulon::test
 
-#define QVERIFY_DB(expr)                                                                             \
-    do {                                                                                             \
-        const ::tabulon::DbError qverifyDbError_ = (expr);                                           \
-        QVERIFY2(!qverifyDbError_.isError(),                                                         \
+#define QVERIFY_DB(expr)                                                                                               \
+    do {                                                                                                               \
+        const ::tabulon::DbError qverifyDbError_ = (expr);                                                             \
+        QVERIFY2(!qverifyDbError_.isError(),                                                                           \
                  qPrintable(QStringLiteral("%1 failed: %2").arg(QStringLiteral(#expr), qverifyDbError_.description))); \
     } while (false)
