@@ -1,9 +1,9 @@
 // The main window, connection setup and login window, driven offscreen against the server.
 #include "app/databaseinfo.h"
-#include "app/dialogs.h"
 #include "app/frmlogin.h"
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
+#include "operator.h"
 #include "testdb.h"
 
 #include <QAction>
@@ -13,8 +13,8 @@
 #include <QFileInfo>
 #include <QLineEdit>
 #include <QMdiArea>
-#include <QMdiSubWindow>
 #include <QMenu>
+#include <QMenuBar>
 #include <QPushButton>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -23,75 +23,74 @@
 using namespace tabulon;
 using namespace tabulon::test;
 
+namespace {
+
+QString qs(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
+QLineEdit *edit(QWidget *window, const char *name)
+{
+    return window->findChild<QLineEdit *>(qs(name));
+}
+
+void click(QWidget *window, const char *name)
+{
+    QTest::mouseClick(window->findChild<QPushButton *>(qs(name)), Qt::LeftButton);
+}
+
+// Every command is enabled, or only those that need no database.
+void verifyEnabled(const MDIForm1 &w, bool all)
+{
+    const QStringList kept = sl({"mnusetdb", "mnuExit", "mnurenfld"});
+    for (QAction *a : w.menuItems())
+        QVERIFY2(a->isEnabled() == (all || kept.contains(a->objectName())), qPrintable(a->objectName()));
+}
+
+} // namespace
+
 class TestMainWindow final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void init();
-    void cleanup();
+    void cleanup() { m_operator.reset(); }
     void menuTreeAtCreation();
-    void startUpWithServerThatAnswers();
-    void startUpWithServerThatDoesNot();
+    void startUp_data();
+    void startUp();
     void goodAndBadSetup();
-    void otherWindowsRule();
-    void exitClosesChildFirst();
+    void otherWindowsRuleAndExit();
     void conversionFileChoice();
     void executeTextFile();
     void loginGate();
 
 private:
     std::unique_ptr<MDIForm1> makeWindow(const QString &server);
-    DatabaseInfo *openSetup();
-    QString iniPath() const { return m_dir->filePath(QStringLiteral("Tabulon.ini")); }
+    QString iniPath() const { return m_dir->filePath(qs("Tabulon.ini")); }
 
     std::unique_ptr<QTemporaryDir> m_dir;
-    QStringList m_prompts;
-    QList<QDialog *> m_modals;
-    QList<int> m_ended;
+    std::unique_ptr<Operator> m_operator;
     QStringList m_started;
-    QString m_chosenFile;
 };
 
 void TestMainWindow::init()
 {
+    m_operator = std::make_unique<Operator>();
     m_dir = std::make_unique<QTemporaryDir>();
-    m_prompts.clear();
-    m_modals.clear();
-    m_ended.clear();
     m_started.clear();
-    m_chosenFile.clear();
-    Dialogs::setResponder([this](const Dialogs::Prompt &p) {
-        if (p.kind == Dialogs::Prompt::Kind::OpenFile) {
-            m_prompts << QStringLiteral("open ") + p.defaultText;
-            return Dialogs::Reply{Dialogs::Answer::Ok, m_chosenFile};
-        }
-        m_prompts << p.text;
-        return Dialogs::Reply{Dialogs::Answer::Yes, {}};
-    });
-    Dialogs::setModalRunner([this](QDialog *d) {
-        m_modals << d;
-        d->show();
-    });
-    Dialogs::setProgramEnder([this](int code) { m_ended << code; });
-}
-
-void TestMainWindow::cleanup()
-{
-    Dialogs::setResponder({});
-    Dialogs::setModalRunner({});
-    Dialogs::setProgramEnder({});
 }
 
 std::unique_ptr<MDIForm1> TestMainWindow::makeWindow(const QString &server)
 {
     QSettings ini(iniPath(), QSettings::IniFormat);
-    ini.setValue(QStringLiteral("Software/Corvane/Tabulon/Server"), server);
-    ini.setValue(QStringLiteral("Software/Corvane/Tabulon/Password"), QStringLiteral("not-the-password"));
-    ini.setValue(QStringLiteral("Software/Corvane/Tabulon/Database"), QStringLiteral("mysql"));
+    ini.setValue(qs("Software/Corvane/Tabulon/Server"), server);
+    ini.setValue(qs("Software/Corvane/Tabulon/Password"), qs("not-the-password"));
+    ini.setValue(qs("Software/Corvane/Tabulon/Database"), qs("mysql"));
     ini.sync();
     AppEnvironment env;
     env.settingsPath = iniPath();
-    env.serverStart.profilePath = m_dir->filePath(QStringLiteral("my.ini"));
-    env.serverStart.candidate = m_dir->filePath(QStringLiteral("mariadbd"));
+    env.serverStart.profilePath = m_dir->filePath(qs("my.ini"));
+    env.serverStart.candidate = m_dir->filePath(qs("mariadbd"));
     env.serverStart.launch = [this](const QString &p) {
         m_started << p;
         return true;
@@ -105,131 +104,110 @@ std::unique_ptr<MDIForm1> TestMainWindow::makeWindow(const QString &server)
 void TestMainWindow::menuTreeAtCreation()
 {
     auto w = makeWindow(serverAddress());
-    const QStringList off{QStringLiteral("mnuTabDet"), QStringLiteral("mnuTabData"),   QStringLiteral("mnuct"),
-                          QStringLiteral("mnusearch"), QStringLiteral("mnureplace"),   QStringLiteral("mnusch"),
-                          QStringLiteral("mnurenfld"), QStringLiteral("mnudbutil"),    QStringLiteral("mnuchktab"),
-                          QStringLiteral("mnureptab"), QStringLiteral("mnuconvertdb"), QStringLiteral("mnuimpdata")};
+    const QStringList off = sl({"mnuTabDet", "mnuTabData", "mnuct", "mnusearch", "mnureplace", "mnusch", "mnurenfld",
+                                "mnudbutil", "mnuchktab", "mnureptab", "mnuconvertdb", "mnuimpdata"});
     QCOMPARE(w->menuItems().size(), 37);
     for (QAction *a : w->menuItems())
         QVERIFY2(a->isEnabled() == !off.contains(a->objectName()), qPrintable(a->objectName()));
-    QCOMPARE(w->findChild<QAction *>(QStringLiteral("mnurenfld"))->text(), QStringLiteral("Re&name Folders && Files"));
-    QVERIFY(w->findChild<QAction *>(QStringLiteral("mnushowall"))->isChecked());
-    QMenu *pop1 = w->popupMenu(QStringLiteral("mnupop1"));
-    QVERIFY(pop1);
+    QCOMPARE(w->findChild<QAction *>(qs("mnurenfld"))->text(), qs("Re&name Folders && Files"));
+    QVERIFY(w->findChild<QAction *>(qs("mnushowall"))->isChecked());
+    QMenu *pop1 = w->popupMenu(qs("mnupop1"));
+    QVERIFY(pop1 && !w->menuBar()->actions().contains(pop1->menuAction())); // shown only as a context menu
     QCOMPARE(pop1->actions().size(), 3);
-    QCOMPARE(pop1->actions().at(2)->objectName(), QStringLiteral("mnusavetable"));
-    QCOMPARE(w->windowTitle(), QStringLiteral("Tabulon"));
+    QCOMPARE(pop1->actions().at(2)->objectName(), qs("mnusavetable"));
+    QCOMPARE(w->windowTitle(), qs("Tabulon"));
 }
 
-void TestMainWindow::startUpWithServerThatAnswers()
+void TestMainWindow::startUp_data()
 {
-    auto w = makeWindow(serverAddress());
+    QTest::addColumn<bool>("answers");
+    QTest::newRow("server answers") << true;
+    QTest::newRow("server does not answer") << false;
+}
+
+void TestMainWindow::startUp()
+{
+    QFETCH(bool, answers);
+    auto w = makeWindow(answers ? serverAddress() : qs("127.0.0.1:1"));
     w->startUp();
-    QVERIFY(m_started.isEmpty());       // the trial connected (with an empty password)
-    QCOMPARE(w->session()->state(), 0); // and was closed again
-    QCOMPARE(m_modals.size(), 1);
-    QCOMPARE(m_modals.first()->objectName(), QStringLiteral("DatabaseInfo"));
-    QCOMPARE(m_modals.first()->findChild<QLineEdit *>(QStringLiteral("txtsvr"))->text(), serverAddress());
-    QCOMPARE(m_modals.first()->findChild<QLineEdit *>(QStringLiteral("txtpwd"))->text(),
-             QStringLiteral("not-the-password"));
-    QCOMPARE(w->User, QStringLiteral("dbop")); // the default
-}
-
-void TestMainWindow::startUpWithServerThatDoesNot()
-{
-    auto w = makeWindow(QStringLiteral("127.0.0.1:1"));
-    w->startUp();
-    QCOMPARE(m_started, QStringList{m_dir->filePath(QStringLiteral("mariadbd"))});
-    QCOMPARE(m_modals.size(), 1);
-    QVERIFY(m_prompts.isEmpty());
-}
-
-DatabaseInfo *TestMainWindow::openSetup()
-{
-    return qobject_cast<DatabaseInfo *>(m_modals.last());
+    // The trial uses an empty password, whatever is stored, and is closed again; only a
+    // trial that fails starts the server.
+    QCOMPARE(m_started, answers ? QStringList() : QStringList{m_dir->filePath(qs("mariadbd"))});
+    QCOMPARE(w->session()->state(), 0);
+    QCOMPARE(m_operator->told, QStringList());
+    QCOMPARE(m_operator->modals.size(), 1);
+    QDialog *setup = m_operator->modals.first();
+    QCOMPARE(setup->objectName(), qs("DatabaseInfo"));
+    QCOMPARE(edit(setup, "txtsvr")->text(), w->Server);
+    QCOMPARE(edit(setup, "txtpwd")->text(), qs("not-the-password"));
+    QCOMPARE(edit(setup, "txtuid")->text(), qs("dbop")); // the default
 }
 
 void TestMainWindow::goodAndBadSetup()
 {
-    ScratchDatabase db(QStringLiteral("setup"));
+    ScratchDatabase db(qs("setup"));
     QVERIFY_DB(db.error());
     auto w = makeWindow(serverAddress());
     w->startUp();
-    DatabaseInfo *setup = openSetup();
-    setup->findChild<QLineEdit *>(QStringLiteral("txtdbname"))
-        ->setText(QStringLiteral("  ") + db.name() + QStringLiteral(" "));
-    setup->findChild<QLineEdit *>(QStringLiteral("txtpwd"))->setText(QString());
-    setup->findChild<QLineEdit *>(QStringLiteral("txtsvr"))->setText(serverAddress() + QStringLiteral(" "));
-    QTest::mouseClick(setup->findChild<QPushButton *>(QStringLiteral("cmdok")), Qt::LeftButton);
-    QVERIFY(m_prompts.isEmpty());
-    QCOMPARE(w->windowTitle(), QStringLiteral("Tabulon [   %1  : %2  ]").arg(db.name(), serverAddress()));
+    QDialog *setup = m_operator->modals.last();
+    edit(setup, "txtdbname")->setText(qs("  ") + db.name() + qs(" "));
+    edit(setup, "txtpwd")->clear();
+    edit(setup, "txtsvr")->setText(serverAddress() + qs(" "));
+    click(setup, "cmdok");
+    QCOMPARE(m_operator->told, QStringList());
+    // The caption keeps the blanks; the session and the stored settings do not.
+    QCOMPARE(w->windowTitle(), qs("Tabulon [   %1  : %2  ]").arg(db.name(), serverAddress()));
     QCOMPARE(w->session()->state(), 1);
     QCOMPARE(w->Database, db.name());
-    for (QAction *a : w->menuItems())
-        QVERIFY2(a->isEnabled(), qPrintable(a->objectName()));
+    verifyEnabled(*w, true);
     {
         QSettings ini(iniPath(), QSettings::IniFormat);
-        QCOMPARE(ini.value(QStringLiteral("Software/Corvane/Tabulon/Database")).toString(), db.name());
-        QCOMPARE(ini.value(QStringLiteral("Software/Corvane/Tabulon/Server")).toString(), serverAddress());
-        QCOMPARE(ini.value(QStringLiteral("Software/Corvane/Tabulon/Password")).toString(), QString());
+        QCOMPARE(ini.value(qs("Software/Corvane/Tabulon/Database")).toString(), db.name());
+        QCOMPARE(ini.value(qs("Software/Corvane/Tabulon/Server")).toString(), serverAddress());
+        QCOMPARE(ini.value(qs("Software/Corvane/Tabulon/Password")).toString(), QString());
     }
 
     // A failure after the success: only the three commands stay usable.
-    w->menuItem(QStringLiteral("mnusetdb"))->trigger();
-    setup = openSetup();
-    setup->findChild<QLineEdit *>(QStringLiteral("txtdbname"))->setText(QStringLiteral("no_such_db_here"));
-    QTest::mouseClick(setup->findChild<QPushButton *>(QStringLiteral("cmdok")), Qt::LeftButton);
-    QCOMPARE(m_prompts, QStringList{QStringLiteral("Error connecting to Database.")});
+    w->menuItem(qs("mnusetdb"))->trigger();
+    setup = m_operator->modals.last();
+    edit(setup, "txtdbname")->setText(qs("no_such_db_here"));
+    click(setup, "cmdok");
+    QCOMPARE(m_operator->told, sl({"Error connecting to Database."}));
     QVERIFY(setup->isVisible());
-    for (QAction *a : w->menuItems()) {
-        const bool kept =
-            QStringList{QStringLiteral("mnusetdb"), QStringLiteral("mnuExit"), QStringLiteral("mnurenfld")}.contains(
-                a->objectName());
-        QVERIFY2(a->isEnabled() == kept, qPrintable(a->objectName()));
-    }
+    verifyEnabled(*w, false);
     QCOMPARE(w->session()->state(), 0);
     QCOMPARE(w->Database, db.name()); // nothing stored by the failed attempt
 }
 
-void TestMainWindow::otherWindowsRule()
+void TestMainWindow::otherWindowsRuleAndExit()
 {
-    ScratchDatabase db(QStringLiteral("otherwin"));
+    ScratchDatabase db(qs("otherwin"));
     QVERIFY_DB(db.error());
-    QVERIFY_DB(db.run({QStringLiteral("CREATE TABLE t (a INT)")}));
+    QVERIFY_DB(db.run({qs("CREATE TABLE t (a INT)")}));
     auto w = makeWindow(serverAddress());
     w->show();
     QVERIFY_DB(w->session()->open(connectionString(db.name())));
     w->enableAllMenus();
-    // A tool loaded by a pop-up command but never shown does not block.
-    QVERIFY(w->ensureToolWindow(QStringLiteral("mnuTabData")));
-    w->menuItem(QStringLiteral("mnusetdb"))->trigger();
-    QCOMPARE(m_modals.size(), 1);
-    m_modals.last()->close();
+    // A tool loaded by a pop-up command but never shown does not block "Set Database".
+    QVERIFY(w->ensureToolWindow(qs("mnuTabData")));
+    w->menuItem(qs("mnusetdb"))->trigger();
+    QCOMPARE(m_operator->modals.size(), 1);
+    m_operator->modals.last()->close();
     // A shown one does.
-    w->menuItem(QStringLiteral("mnuTabData"))->trigger();
-    QVERIFY(!w->menuItem(QStringLiteral("mnuTabData"))->isEnabled());
-    w->menuItem(QStringLiteral("mnusetdb"))->trigger();
-    QCOMPARE(m_prompts, QStringList{QStringLiteral("Please Unload Other Forms")});
-    QCOMPARE(m_modals.size(), 1);
-}
+    w->menuItem(qs("mnuTabData"))->trigger();
+    QVERIFY(!w->menuItem(qs("mnuTabData"))->isEnabled());
+    w->menuItem(qs("mnusetdb"))->trigger();
+    QCOMPARE(m_operator->told, sl({"Please Unload Other Forms"}));
+    QCOMPARE(m_operator->modals.size(), 1);
 
-void TestMainWindow::exitClosesChildFirst()
-{
-    ScratchDatabase db(QStringLiteral("exit"));
-    QVERIFY_DB(db.error());
-    auto w = makeWindow(serverAddress());
-    w->show();
-    QVERIFY_DB(w->session()->open(connectionString(db.name())));
-    w->enableAllMenus();
-    w->menuItem(QStringLiteral("mnuTabData"))->trigger();
-    QVERIFY(w->toolWindow(QStringLiteral("mnuTabData")));
-    w->menuItem(QStringLiteral("mnuExit"))->trigger();
-    QVERIFY(m_ended.isEmpty());
-    QTRY_VERIFY(!w->toolWindow(QStringLiteral("mnuTabData")));
-    QVERIFY(w->menuItem(QStringLiteral("mnuTabData"))->isEnabled()); // given back on close
+    // Exit closes the child first, which gives its command back; the next Exit ends.
+    w->menuItem(qs("mnuExit"))->trigger();
+    QVERIFY(m_operator->ends.isEmpty());
+    QTRY_VERIFY(!w->toolWindow(qs("mnuTabData")));
+    QVERIFY(w->menuItem(qs("mnuTabData"))->isEnabled());
     QTRY_VERIFY(w->mdiArea()->subWindowList().isEmpty());
-    w->menuItem(QStringLiteral("mnuExit"))->trigger();
-    QCOMPARE(m_ended, QList<int>{0});
+    w->menuItem(qs("mnuExit"))->trigger();
+    QCOMPARE(m_operator->ends, QList<int>{0});
 }
 
 void TestMainWindow::conversionFileChoice()
@@ -237,50 +215,48 @@ void TestMainWindow::conversionFileChoice()
     auto w = makeWindow(serverAddress());
     w->enableAllMenus();
     // A stand-in for the conversion window: a modal tool with the source box it is handed.
-    w->registerModalTool(QStringLiteral("mnuconvertdb"), [](MDIForm1 &m) -> QWidget * {
+    w->registerModalTool(qs("mnuconvertdb"), [](MDIForm1 &m) -> QWidget * {
         auto *d = new QDialog(&m);
-        (new QLineEdit(d))->setObjectName(QStringLiteral("Text1"));
+        (new QLineEdit(d))->setObjectName(qs("Text1"));
         return d;
     });
-    QAction *convert = w->menuItem(QStringLiteral("mnuconvertdb"));
+    QAction *convert = w->menuItem(qs("mnuconvertdb"));
     convert->trigger(); // cancelled: nothing opens
-    QCOMPARE(m_prompts, QStringList{QStringLiteral("open Access Database|*.mdb|DSN|*.dsn")});
-    QVERIFY(m_modals.isEmpty());
+    QCOMPARE(m_operator->fileFilters, sl({"Access Database|*.mdb|DSN|*.dsn"}));
+    QVERIFY(m_operator->modals.isEmpty());
     QVERIFY(convert->isEnabled());
 
     const QString before = QDir::currentPath();
-    QVERIFY(QDir(m_dir->path()).mkpath(QStringLiteral("src")));
-    m_chosenFile = m_dir->filePath(QStringLiteral("src/Old Clients.mdb"));
+    QVERIFY(QDir(m_dir->path()).mkpath(qs("src")));
+    m_operator->chosenFile = m_dir->filePath(qs("src/Old Clients.mdb"));
     convert->trigger();
     const QString current = QDir::currentPath();
     QDir::setCurrent(before);
-    QCOMPARE(m_modals.size(), 1);
-    QCOMPARE(m_modals.first()->findChild<QLineEdit *>(QStringLiteral("Text1"))->text(),
-             QStringLiteral("Old Clients.mdb"));
-    QCOMPARE(QFileInfo(current).canonicalFilePath(),
-             QFileInfo(m_dir->filePath(QStringLiteral("src"))).canonicalFilePath());
+    QCOMPARE(m_operator->modals.size(), 1);
+    QCOMPARE(edit(m_operator->modals.first(), "Text1")->text(), qs("Old Clients.mdb"));
+    QCOMPARE(QFileInfo(current).canonicalFilePath(), QFileInfo(m_dir->filePath(qs("src"))).canonicalFilePath());
     QVERIFY(!convert->isEnabled());
-    m_modals.first()->close();
+    m_operator->modals.first()->close();
     QTRY_VERIFY(convert->isEnabled());
 }
 
 void TestMainWindow::executeTextFile()
 {
     auto w = makeWindow(serverAddress());
-    QAction *execute = w->menuItem(QStringLiteral("mnuexet"));
+    QAction *execute = w->menuItem(qs("mnuexet"));
     execute->trigger();
-    QCOMPARE(m_prompts, QStringList{QStringLiteral("EXe not found")});
+    QCOMPARE(m_operator->told, sl({"EXe not found"}));
 
     // A program of that name in the program's folder is started, without waiting for it.
-    const QString marker = m_dir->filePath(QStringLiteral("ran"));
-    QFile program(m_dir->filePath(QStringLiteral("import_db")));
+    const QString marker = m_dir->filePath(qs("ran"));
+    QFile program(m_dir->filePath(qs("import_db")));
     QVERIFY(program.open(QIODevice::WriteOnly));
-    program.write(QStringLiteral("#!/bin/sh\ntouch '%1'\n").arg(marker).toUtf8());
+    program.write(qs("#!/bin/sh\ntouch '%1'\n").arg(marker).toUtf8());
     program.close();
     program.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     execute->trigger();
     QTRY_VERIFY(QFile::exists(marker));
-    QCOMPARE(m_prompts.size(), 1);
+    QCOMPARE(m_operator->told.size(), 1);
 }
 
 void TestMainWindow::loginGate()
@@ -293,20 +269,18 @@ void TestMainWindow::loginGate()
     QVERIFY(std::all_of(challenge.begin(), challenge.end(), [](QChar c) { return c.isDigit(); }));
     const QString answer = login->expectedAnswer();
     QCOMPARE(answer.size(), 5);
-    QVERIFY(std::all_of(answer.begin(), answer.end(),
-                        [](QChar c) { return c >= QLatin1Char('a') && c <= QLatin1Char('z'); }));
+    QVERIFY(std::all_of(answer.begin(), answer.end(), [](QChar c) { return c >= u'a' && c <= u'z'; }));
     login->show();
-    // The right answer is refused like any other non-empty text.
-    login->findChild<QLineEdit *>(QStringLiteral("txtpassword"))->setText(answer);
-    QTest::mouseClick(login->findChild<QPushButton *>(QStringLiteral("cmdok")), Qt::LeftButton);
-    QCOMPARE(m_prompts, QStringList{QStringLiteral("Invalid Password")});
-    login->findChild<QLineEdit *>(QStringLiteral("txtpassword"))->clear();
-    QTest::mouseClick(login->findChild<QPushButton *>(QStringLiteral("cmdok")), Qt::LeftButton);
-    QCOMPARE(m_modals.size(), 1);
-    QCOMPARE(m_modals.first()->objectName(), QStringLiteral("DatabaseInfo"));
-    auto *second = new frmlogin(*w);
-    QTest::mouseClick(second->findChild<QPushButton *>(QStringLiteral("cmdcancel")), Qt::LeftButton);
-    QCOMPARE(m_ended, QList<int>{0});
+    // The right answer is refused like any other non-empty text; only an empty one passes.
+    edit(login, "txtpassword")->setText(answer);
+    click(login, "cmdok");
+    QCOMPARE(m_operator->told, sl({"Invalid Password"}));
+    edit(login, "txtpassword")->clear();
+    click(login, "cmdok");
+    QCOMPARE(m_operator->modals.size(), 1);
+    QCOMPARE(m_operator->modals.first()->objectName(), qs("DatabaseInfo"));
+    click(new frmlogin(*w), "cmdcancel");
+    QCOMPARE(m_operator->ends, QList<int>{0});
 }
 
 QTEST_MAIN(TestMainWindow)

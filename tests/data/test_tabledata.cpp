@@ -1,10 +1,10 @@
 // The table data window against the real server: what it sends, in order and word for word,
 // what the table holds afterwards, and how the grid, the find box and the questions behave.
-#include "app/dialogs.h"
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
 #include "data/tabledata.h"
 #include "grid/grid.h"
+#include "operator.h"
 #include "testdb.h"
 
 #include <QComboBox>
@@ -28,33 +28,6 @@ QString qs(const char *text)
 {
     return QString::fromUtf8(text);
 }
-
-// Answers every box, records what it was asked, and stands in for the end of the program.
-struct Operator final {
-    Dialogs::Answer answer = Dialogs::Answer::Yes;
-    QStringList asked;
-    QStringList told;
-    QStringList runtimeErrors;
-    int programEnds = 0;
-
-    void install()
-    {
-        Dialogs::setResponder([this](const Dialogs::Prompt &p) {
-            switch (p.kind) {
-            case Dialogs::Prompt::Kind::Question: asked << p.text; return Dialogs::Reply{answer, {}};
-            case Dialogs::Prompt::Kind::RuntimeError: runtimeErrors << p.text; break;
-            default: told << p.text; break;
-            }
-            return Dialogs::Reply{Dialogs::Answer::Ok, {}};
-        });
-        Dialogs::setProgramEnder([this](int) { ++programEnds; });
-    }
-    static void uninstall()
-    {
-        Dialogs::setResponder({});
-        Dialogs::setProgramEnder({});
-    }
-};
 
 QStringList column(const Grid &grid, int col, int firstRow = 1)
 {
@@ -126,7 +99,7 @@ private:
     QTemporaryDir m_settingsDir;
     std::unique_ptr<MDIForm1> m_main;
     QPointer<TableData> m_window;
-    Operator m_operator;
+    std::unique_ptr<Operator> m_operator;
     QString m_database;
 };
 
@@ -161,8 +134,7 @@ DbError TestTableData::resetTables()
 void TestTableData::init()
 {
     QVERIFY_DB(resetTables());
-    m_operator = Operator{};
-    m_operator.install();
+    m_operator = std::make_unique<Operator>();
     m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
     registerTools(*m_main);
     m_main->resize(1000, 700);
@@ -174,7 +146,7 @@ void TestTableData::cleanup()
     // The tool goes first, while the main window that re-enables its command is still whole.
     delete m_window;
     m_main.reset();
-    Operator::uninstall();
+    m_operator.reset();
 }
 
 // Opens the window through the main window's "Table D&ata" on a session opened on `database`
@@ -254,8 +226,8 @@ void TestTableData::saveTableRewritesInGridOrder()
     QCOMPARE(shown, sl({"Eve|52|", "dan|25|Lima", "Cleo|31|Oslo", "Bob|47|Oslo", "amy|25|Rome"}));
     markLog();
     w->SaveTable();
-    QCOMPARE(m_operator.asked, sl({"This will update the Table"}));
-    QCOMPARE(m_operator.told, QStringList());
+    QCOMPARE(m_operator->asked, sl({"This will update the Table"}));
+    QCOMPARE(m_operator->told, QStringList());
     QCOMPARE(sent(), sl({"SELECT * FROM `people`", "Delete from people where 1>0",
                          "Insert into people (name,age,city) values ('Eve',52,'')",
                          "Insert into people (name,age,city) values ('dan',25,'Lima')",
@@ -277,7 +249,7 @@ void TestTableData::deleteRecordLeavesOutSelectedRows()
     g.setTextMatrix(1, 3, qs("32")); // an edit in a row that stays is written too
     selectRows(g, {2, 4});
     w->DeleteRecord();
-    QCOMPARE(m_operator.asked, sl({"This will Delete the record from Table"}));
+    QCOMPARE(m_operator->asked, sl({"This will Delete the record from Table"}));
     QCOMPARE(m_db->rows(qs("SELECT * FROM people")), sl({"Cleo|32|Oslo", "Bob|47|Oslo", "Eve|52|"}));
     QCOMPARE(gridRows(g), sl({"Cleo|32|Oslo", "Bob|47|Oslo", "Eve|52|"}));
 }
@@ -303,15 +275,15 @@ void TestTableData::popupCommandsAskFirst()
     QVERIFY(w);
     w->grid()->setCurrentCell(1, 2);
     w->grid()->setTextMatrix(1, 3, qs("changed"));
-    m_operator.answer = Dialogs::Answer::No;
+    m_operator->answer = Dialogs::Answer::No;
     markLog();
     m_main->menuItem(command)->trigger();
-    QCOMPARE(m_operator.asked, QStringList{question});
+    QCOMPARE(m_operator->asked, QStringList{question});
     QCOMPARE(sent(), QStringList());
     QCOMPARE(w->grid()->textMatrix(1, 3), qs("changed"));
 
     // Yes: the current (and selected) row is written, or left out by Delete Record.
-    m_operator.answer = Dialogs::Answer::Yes;
+    m_operator->answer = Dialogs::Answer::Yes;
     m_main->menuItem(command)->trigger();
     const QStringList expected = command == qs("mnudr") ? QStringList() : sl({"changed"});
     QCOMPARE(m_db->rows(qs("SELECT name FROM keyed WHERE id = 1")), expected);
@@ -323,8 +295,8 @@ void TestTableData::quoteInTextLosesItsRow()
     QVERIFY(w);
     w->grid()->setTextMatrix(3, 2, qs("O'Brien"));
     w->SaveTable();
-    QCOMPARE(m_operator.told.size(), 1);
-    QVERIFY2(m_operator.told.first().contains(qs("SQL syntax")), qPrintable(m_operator.told.first()));
+    QCOMPARE(m_operator->told.size(), 1);
+    QVERIFY2(m_operator->told.first().contains(qs("SQL syntax")), qPrintable(m_operator->told.first()));
     QCOMPARE(m_db->rows(qs("SELECT name FROM people")), sl({"Cleo", "amy", "dan", "Eve"}));
     QCOMPARE(w->grid()->rows(), 5);
 }
@@ -340,8 +312,8 @@ void TestTableData::valuesWrittenByType()
              sl({"Insert into typed (n,d,stamp,day,txt) values (1,12.5,2007,'2007-12-25 00:00:00','x')",
                  "Insert into typed (n,d,stamp,day,txt) values (0,3.5,0,'2008-01-02 00:00:00','')"}));
     // A year alone is no datetime: the server refuses the first row and says why.
-    QCOMPARE(m_operator.told.size(), 1);
-    QVERIFY2(m_operator.told.first().contains(qs("stamp")), qPrintable(m_operator.told.first()));
+    QCOMPARE(m_operator->told.size(), 1);
+    QVERIFY2(m_operator->told.first().contains(qs("stamp")), qPrintable(m_operator->told.first()));
     QCOMPARE(m_db->rows(qs("SELECT * FROM typed")), sl({"0|3.5|0000-00-00 00:00:00|2008-01-02|"}));
 }
 
@@ -357,7 +329,7 @@ void TestTableData::modifyRecordFollowsTheLoadNumber()
     g.setTextMatrix(1, 4, qs("2003-03-03"));
     markLog();
     w->ModifyRecord();
-    QCOMPARE(m_operator.told, QStringList());
+    QCOMPARE(m_operator->told, QStringList());
     QCOMPARE(m_db->rows(qs("SELECT * FROM keyed ORDER BY id")),
              sl({"1|a|2001-01-01", "2|b|2001-02-02", "3|sea|2003-03-03"}));
     const QStringList statements = sent();
@@ -397,8 +369,8 @@ void TestTableData::modifyRecordFailureSortsAgain()
     g.setTextMatrix(4, 4, qs("Aachen"));
     const QStringList before = m_db->rows(QStringLiteral("SELECT * FROM ") + table);
     w->ModifyRecord();
-    QCOMPARE(m_operator.told.size(), 1);
-    QVERIFY2(m_operator.told.first().contains(message), qPrintable(m_operator.told.first()));
+    QCOMPARE(m_operator->told.size(), 1);
+    QVERIFY2(m_operator->told.first().contains(message), qPrintable(m_operator->told.first()));
     QCOMPARE(m_db->rows(QStringLiteral("SELECT * FROM ") + table), before);
     // Sorted again by the remembered sort, which moves the edited row up; not reloaded.
     QCOMPARE(column(g, 2), QStringList({qs("Eve"), newName, qs("dan"), qs("Cleo"), qs("amy")}));
@@ -441,7 +413,7 @@ void TestTableData::findNarrowsAndResets()
     QCOMPARE(current(), qs("2,3"));
     QCOMPARE(cursor(), qs("2,4"));
     find->click(); // dan's 25 is in column 3 too, left of the cursor: passed over
-    QCOMPARE(m_operator.told, sl({"Finished searching"}));
+    QCOMPARE(m_operator->told, sl({"Finished searching"}));
     QCOMPARE(cursor(), qs("0,2"));
     find->click();
     QCOMPARE(current(), qs("2,3"));
@@ -451,9 +423,9 @@ void TestTableData::findNarrowsAndResets()
     text->setText(qs("CITY"));
     QCOMPARE(cursor(), qs("1,2"));
     find->click();
-    QCOMPARE(m_operator.told.size(), 2);
+    QCOMPARE(m_operator->told.size(), 2);
     find->click(); // this pass starts on the header row
-    QCOMPARE(m_operator.told.size(), 2);
+    QCOMPARE(m_operator->told.size(), 2);
     QCOMPARE(cursor(), qs("0,5"));
 
     text->setText(qs("oslo"));
@@ -473,18 +445,18 @@ void TestTableData::emptyDatabaseAndEmptyTable()
     QCOMPARE(sent(), sl({"SHOW Tables"}));
     w->findChild<QLineEdit *>(qs("Text1"))->setText(qs("x"));
     w->findChild<QPushButton *>(qs("cmdfind"))->click();
-    QCOMPARE(m_operator.told, sl({"No records to search"}));
+    QCOMPARE(m_operator->told, sl({"No records to search"}));
     w->parentWidget()->close();
     QTRY_VERIFY(m_window.isNull());
 
-    m_operator.told.clear();
+    m_operator->told.clear();
     w = openWindow(m_db->name(), "nothing");
     QVERIFY(w);
     QCOMPARE(w->grid()->rows(), 1);
     QCOMPARE(column(*w->grid(), 2, 0), sl({"a"}));
     w->findChild<QLineEdit *>(qs("Text1"))->setText(qs("a"));
     w->findChild<QPushButton *>(qs("cmdfind"))->click();
-    QCOMPARE(m_operator.told, sl({"Finished searching"}));
+    QCOMPARE(m_operator->told, sl({"Finished searching"}));
     markLog();
     w->SaveTable();
     QCOMPARE(sent(), sl({"SELECT * FROM `nothing`", "Delete from nothing where 1>0", "Flush Tables", "Flush Logs",
@@ -498,11 +470,11 @@ void TestTableData::failingLoadIsUntrapped()
     QVERIFY_DB(m_db->run({qs("DROP TABLE people")}));
     markLog();
     w->LoadTable();
-    QCOMPARE(m_operator.runtimeErrors.size(), 1);
-    QVERIFY2(m_operator.runtimeErrors.first().startsWith(qs("Run-time error '")) &&
-                 m_operator.runtimeErrors.first().contains(qs("people' doesn't exist")),
-             qPrintable(m_operator.runtimeErrors.first()));
-    QCOMPARE(m_operator.programEnds, 1);
+    QCOMPARE(m_operator->runtimeErrors.size(), 1);
+    QVERIFY2(m_operator->runtimeErrors.first().startsWith(qs("Run-time error '")) &&
+                 m_operator->runtimeErrors.first().contains(qs("people' doesn't exist")),
+             qPrintable(m_operator->runtimeErrors.first()));
+    QCOMPARE(m_operator->ends, QList<int>{1});
     QCOMPARE(sent(), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `people`"}));
 }
 
@@ -514,10 +486,10 @@ void TestTableData::reloadFailureInsideSaveIsTrapped()
     markLog();
     w->SaveTable();
     // The open for the types, the delete, five inserts and the reload each fail and say so.
-    QCOMPARE(m_operator.told.size(), 8);
-    for (const QString &told : std::as_const(m_operator.told))
+    QCOMPARE(m_operator->told.size(), 8);
+    for (const QString &told : std::as_const(m_operator->told))
         QVERIFY2(told.contains(qs("people' doesn't exist")), qPrintable(told));
-    QCOMPARE(m_operator.runtimeErrors, QStringList());
+    QCOMPARE(m_operator->runtimeErrors, QStringList());
     QCOMPARE(sent().mid(7), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `people`"}));
 }
 

@@ -1,0 +1,34 @@
+#include "operator.h"
+
+#include <QDialog>
+
+namespace tabulon::test {
+
+Operator::Operator()
+{
+    Dialogs::setResponder([this](const Dialogs::Prompt &p) {
+        switch (p.kind) {
+        case Dialogs::Prompt::Kind::Question: asked << p.text; return Dialogs::Reply{answer, {}};
+        case Dialogs::Prompt::Kind::RuntimeError: runtimeErrors << p.text; break;
+        case Dialogs::Prompt::Kind::OpenFile:
+            fileFilters << p.defaultText;
+            return Dialogs::Reply{chosenFile.isEmpty() ? Dialogs::Answer::Cancel : Dialogs::Answer::Ok, chosenFile};
+        default: told << p.text; break;
+        }
+        return Dialogs::Reply{Dialogs::Answer::Ok, {}};
+    });
+    Dialogs::setModalRunner([this](QDialog *d) {
+        modals << d;
+        d->show();
+    });
+    Dialogs::setProgramEnder([this](int code) { ends << code; });
+}
+
+Operator::~Operator()
+{
+    Dialogs::setResponder({});
+    Dialogs::setModalRunner({});
+    Dialogs::setProgramEnder({});
+}
+
+} // namespace tabulon::test

@@ -1,0 +1,32 @@
+// The operator in window tests: answers every box the program shows, keeps what it was asked
+// and told, opens modal windows without blocking, and stands in for the end of the program.
+// Installed for its lifetime.
+#pragma once
+
+#include "app/dialogs.h"
+
+#include <QList>
+#include <QStringList>
+
+class QDialog;
+
+namespace tabulon::test {
+
+class Operator final {
+    Q_DISABLE_COPY_MOVE(Operator)
+public:
+    Operator();
+    ~Operator();
+
+    Dialogs::Answer answer = Dialogs::Answer::Yes; // to every question
+    QString chosenFile;                            // from every open-file dialog ("" cancels)
+
+    QStringList asked;         // questions
+    QStringList told;          // messages and input prompts
+    QStringList runtimeErrors; // reports of untrapped errors
+    QStringList fileFilters;   // open-file dialogs shown
+    QList<QDialog *> modals;   // windows shown modally, in order
+    QList<int> ends;           // exit codes of every end of the program
+};
+
+} // namespace tabulon::test
