@@ -24,15 +24,14 @@ namespace {
 
 const QString kRowNotFoundText =
     QStringLiteral("Row cannot be located for updating. Some values may have been changed since it was last read.");
+const QString kTooBigText = QStringLiteral(
+    "Not enough memory to hold the result: a column of it holds more than 4 GiB of text, or memory ran out.");
 
 DbError errorOf(MYSQL *mysql)
 {
     const int code = static_cast<int>(mysql_errno(mysql));
     return DbError::fromServer(code ? code : 2000, QString::fromUtf8(mysql_error(mysql)));
 }
-
-const QString kTooBigText = QStringLiteral(
-    "Not enough memory to hold the result: a column of it holds more than 4 GiB of text, or memory ran out.");
 
 DbError notOpen()
 {
