@@ -64,6 +64,19 @@ Reply showBox(QWidget *parent, const Prompt &p)
     }
 }
 
+// "Access Database|*.mdb|DSN|*.dsn" -> "Access Database (*.mdb);;DSN (*.dsn)".
+QString qtFileFilter(const QString &filter)
+{
+    const QStringList parts = filter.split(QLatin1Char('|'));
+    QStringList filters;
+    for (qsizetype i = 0; i + 1 < parts.size(); i += 2) {
+        QString patterns = parts[i + 1];
+        patterns.replace(QLatin1Char(';'), QLatin1Char(' '));
+        filters << parts[i] + QStringLiteral(" (") + patterns + QLatin1Char(')');
+    }
+    return filters.join(QStringLiteral(";;"));
+}
+
 Reply dispatch(QWidget *parent, const Prompt &p)
 {
     if (responder())
@@ -109,18 +122,6 @@ QString openFileName(QWidget *parent, const QString &filter)
 {
     const Reply r = dispatch(parent, Prompt{Prompt::Kind::OpenFile, {}, {}, Icon::None, Buttons::OkCancel, filter});
     return r.answer == Answer::Cancel ? QString() : r.text;
-}
-
-QString qtFileFilter(const QString &filter)
-{
-    const QStringList parts = filter.split(QLatin1Char('|'));
-    QStringList filters;
-    for (qsizetype i = 0; i + 1 < parts.size(); i += 2) {
-        QString patterns = parts[i + 1];
-        patterns.replace(QLatin1Char(';'), QLatin1Char(' '));
-        filters << parts[i] + QStringLiteral(" (") + patterns + QLatin1Char(')');
-    }
-    return filters.join(QStringLiteral(";;"));
 }
 
 QString runtimeErrorText(const DbError &error)

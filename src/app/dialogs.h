@@ -48,8 +48,6 @@ QString input(QWidget *parent, const QString &prompt, const QString &title = QSt
 // The common open-file dialog. `filter` pairs descriptions and patterns as
 // "Access Database|*.mdb|DSN|*.dsn". Returns the chosen file's full path, "" when cancelled.
 QString openFileName(QWidget *parent, const QString &filter);
-// "Access Database|*.mdb|DSN|*.dsn" -> "Access Database (*.mdb);;DSN (*.dsn)".
-QString qtFileFilter(const QString &filter);
 
 // The report of an error nothing traps: "Run-time error '<number>':" and the description;
 // then the program ends. Callers return at once after it.

@@ -308,10 +308,10 @@ void MDIForm1::convertCommand()
     // The conversion gets the file's bare name: a data source file's name is its source's
     // name, and an Access file's name resolves against the current folder, which becomes the
     // chosen file's folder as the Windows dialog makes it.
-    QDir::setCurrent(QFileInfo(path).absolutePath());
     QWidget *conversion = ensureToolWindow(QStringLiteral("mnuconvertdb"));
     if (!conversion)
         return; // the conversion window is not part of this build
+    QDir::setCurrent(QFileInfo(path).absolutePath());
     if (auto *source = conversion->findChild<QLineEdit *>(QStringLiteral("Text1")))
         source->setText(SplitAtLastChar(path, QLatin1Char('/'), false));
     showModalTool(QStringLiteral("mnuconvertdb"));
