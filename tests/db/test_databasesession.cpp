@@ -140,6 +140,7 @@ void TestDatabaseSession::updateWithoutKeyMatchesAllValues()
 void TestDatabaseSession::errorsAndGuards()
 {
     QCOMPARE(m_session.execute(QStringLiteral("SELEC 1")).number, AdoError::Syntax);
+    QCOMPARE(m_session.execute(QStringLiteral("CREATE TABLE alltypes (a INT)")).number, AdoError::Generic);
     const DbError missing = m_session.openTable(QStringLiteral("no_such_table")).error();
     QVERIFY(missing.description.contains(QStringLiteral("doesn't exist")));
     QCOMPARE(missing.numberText(), QStringLiteral("-2147467259 (80004005)"));
