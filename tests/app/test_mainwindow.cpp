@@ -25,11 +25,6 @@ using namespace tabulon::test;
 
 namespace {
 
-QString qs(const char *text)
-{
-    return QString::fromUtf8(text);
-}
-
 QLineEdit *edit(QWidget *window, const char *name)
 {
     return window->findChild<QLineEdit *>(qs(name));

@@ -24,11 +24,6 @@ using namespace tabulon::test;
 
 namespace {
 
-QString qs(const char *text)
-{
-    return QString::fromUtf8(text);
-}
-
 QStringList column(const Grid &grid, int col, int firstRow = 1)
 {
     QStringList out;

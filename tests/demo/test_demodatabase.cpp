@@ -22,7 +22,6 @@ private Q_SLOTS:
     void existingDatabaseIsLeftAlone();
 
 private:
-    static QString qs(const char *text) { return QString::fromUtf8(text); }
     // Queries run in the demo database, rows joined by ';'.
     QString scalar(const QString &sql) { return m_db->rows(sql).join(u';'); }
 

@@ -2,6 +2,11 @@
 
 namespace tabulon::test {
 
+QString qs(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
 QStringList sl(std::initializer_list<const char *> items)
 {
     QStringList out;

@@ -12,7 +12,8 @@
 
 namespace tabulon::test {
 
-// A list of UTF-8 literals, for comparing against lists of cell texts or rows.
+// A text and a list of texts from UTF-8 literals, for comparing against cells and rows.
+QString qs(const char *text);
 QStringList sl(std::initializer_list<const char *> items);
 
 // "127.0.0.1:<port>" from TABULON_TEST_SERVER (the test command sets it).
