@@ -33,6 +33,15 @@ DbError errorOf(MYSQL *mysql)
     return DbError::fromServer(code ? code : 2000, QString::fromUtf8(mysql_error(mysql)));
 }
 
+// Escapes for use between single quotes, by the connection's own character set and mode.
+QByteArray escapeOn(MYSQL *mysql, QByteArrayView utf8)
+{
+    QByteArray out(utf8.size() * 2 + 1, Qt::Uninitialized);
+    out.truncate(static_cast<qsizetype>(
+        mysql_real_escape_string(mysql, out.data(), utf8.data(), static_cast<unsigned long>(utf8.size()))));
+    return out;
+}
+
 DbError notOpen()
 {
     return DbError::generic(QStringLiteral("Operation is not allowed when the object is closed."));
@@ -281,11 +290,7 @@ QByteArray DatabaseSession::escape(QByteArrayView utf8) const
 {
     if (!isOpen())
         return SessionSql::escapeDefault(utf8);
-    QByteArray out(utf8.size() * 2 + 1, Qt::Uninitialized);
-    const unsigned long n =
-        mysql_real_escape_string(m_connection->mysql, out.data(), utf8.data(), static_cast<unsigned long>(utf8.size()));
-    out.truncate(static_cast<qsizetype>(n));
-    return out;
+    return escapeOn(m_connection->mysql, utf8);
 }
 
 DbError DatabaseSession::updateRecord(Recordset &rs)
@@ -309,13 +314,7 @@ DbError DatabaseSession::updateRecord(Recordset &rs)
     for (const auto &[field, value] : rs.m_pending)
         target.changes.emplace_back(field, value);
 
-    const auto escaper = [m](QByteArrayView v) {
-        QByteArray out(v.size() * 2 + 1, Qt::Uninitialized);
-        out.truncate(static_cast<qsizetype>(
-            mysql_real_escape_string(m, out.data(), v.data(), static_cast<unsigned long>(v.size()))));
-        return out;
-    };
-    const QByteArray sql = SessionSql::buildUpdate(target, escaper);
+    const QByteArray sql = SessionSql::buildUpdate(target, [m](QByteArrayView v) { return escapeOn(m, v); });
     if (mysql_real_query(m, sql.constData(), static_cast<unsigned long>(sql.size())) != 0)
         return errorOf(m);
     if (mysql_affected_rows(m) == 0)
