@@ -294,19 +294,19 @@ void Grid::onHeaderClicked(int section)
     sort(section, section == m_sortCol && m_sortOrder == 1 ? 2 : 1);
 }
 
-bool Grid::saveGrid(const QString &path, QString *error) const
+DbError Grid::saveGrid(const QString &path) const
 {
-    return cells().saveToFile(path, error);
+    return cells().saveToFile(path);
 }
 
-bool Grid::loadGrid(const QString &path, QString *error)
+DbError Grid::loadGrid(const QString &path)
 {
     GridData loaded;
-    if (!loaded.loadFromFile(path, error))
-        return false;
+    if (DbError error = loaded.loadFromFile(path))
+        return error;
     m_model->resetWith([&loaded](GridData &cells) { cells = std::move(loaded); });
     resetColumnStates();
-    return true;
+    return {};
 }
 
 void Grid::mousePressEvent(QMouseEvent *event)

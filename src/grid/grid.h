@@ -77,9 +77,9 @@ public:
     // order 1 ascending, 2 descending (GridData::sort); emits afterSort. Other orders do nothing.
     void sort(int col, int order);
 
-    bool saveGrid(const QString &path, QString *error) const;
+    DbError saveGrid(const QString &path) const;
     // On failure the grid is left as it was.
-    bool loadGrid(const QString &path, QString *error);
+    DbError loadGrid(const QString &path);
 
 Q_SIGNALS:
     // After every sort, programmatic or by a header click. A click on the column sorted last

@@ -398,18 +398,18 @@ void GridData::sort(int col, int order)
         *out++ = item.row;
 }
 
-bool GridData::saveToFile(const QString &path, QString *error) const
+DbError GridData::saveToFile(const QString &path) const
 {
-    return GridFile::save(*this, path, error);
+    return GridFile::save(*this, path);
 }
 
-bool GridData::loadFromFile(const QString &path, QString *error)
+DbError GridData::loadFromFile(const QString &path)
 {
     GridData loaded;
-    if (!GridFile::load(path, &loaded, error))
-        return false;
+    if (DbError error = GridFile::load(path, &loaded))
+        return error;
     *this = std::move(loaded);
-    return true;
+    return {};
 }
 
 GridData GridData::fromColumns(std::vector<TextColumn> columns, int rows, int fixedRows, int fixedCols)

@@ -2,6 +2,7 @@
 // sorting and row moves permute, so a million-row grid costs little more than its texts.
 #pragma once
 
+#include "db/dberror.h"
 #include "db/textcolumn.h"
 
 #include <QByteArrayView>
@@ -75,8 +76,8 @@ public:
     void sort(int col, int order);
 
     // The grid's own file form (see gridfile.h). A failed load leaves the grid unchanged.
-    bool saveToFile(const QString &path, QString *error) const;
-    bool loadFromFile(const QString &path, QString *error);
+    DbError saveToFile(const QString &path) const;
+    DbError loadFromFile(const QString &path);
 
     // Builds a grid from ready columns, each resized to `rows` cells, in row order.
     static GridData fromColumns(std::vector<TextColumn> columns, int rows, int fixedRows, int fixedCols);

@@ -159,8 +159,7 @@ void TestGrid::columnStateAndLoading()
 {
     Grid &g = *m_grid;
     QTemporaryDir dir;
-    QString error;
-    QVERIFY2(g.saveGrid(dir.filePath(QStringLiteral("good.grid")), &error), qPrintable(error));
+    QVERIFY_DB(g.saveGrid(dir.filePath(QStringLiteral("good.grid"))));
     g.setColHidden(1, true);
     g.setTextMatrix(2, 2, QStringLiteral("a considerably longer name than the others"));
     g.setTextMatrix(3, 3, QString(2000, QLatin1Char('w')));
@@ -172,7 +171,7 @@ void TestGrid::columnStateAndLoading()
     g.setCurrentCell(3, 2);
     g.cells().setRows(40); // a count change resets the view
     g.refresh();
-    QVERIFY(!g.loadGrid(dir.filePath(QStringLiteral("missing.grid")), &error));
+    QVERIFY(g.loadGrid(dir.filePath(QStringLiteral("missing.grid"))).isFileError());
     QCOMPARE(g.model()->rowCount(), 39);
     QCOMPARE(QPair(g.row(), g.col()), QPair(3, 2));
     QVERIFY(g.isColHidden(1));
@@ -184,7 +183,7 @@ void TestGrid::columnStateAndLoading()
     QVERIFY(g.isColHidden(2));
     QCOMPARE(g.model()->headerData(0, Qt::Horizontal).toString(), QStringLiteral("qty"));
 
-    QVERIFY2(g.loadGrid(dir.filePath(QStringLiteral("good.grid")), &error), qPrintable(error));
+    QVERIFY_DB(g.loadGrid(dir.filePath(QStringLiteral("good.grid"))));
     QCOMPARE(column(g, 2), sl({"pear", "Apple", "fig", "banana", "cherry", "date"}));
     QVERIFY(!g.isColHidden(2));
     QVERIFY(g.columnWidth(0) < Grid::kMaxAutoWidth);
