@@ -330,6 +330,69 @@ DbError DatabaseSession::updateRecord(Recordset &rs)
     return {};
 }
 
+// ---- Reading a result row by row ----
+
+DbError DatabaseSession::streamQuery(const QString &sql, const FieldsSink &onFields, const RowSink &onRow)
+{
+    if (DbError error = send(sql))
+        return error;
+    MYSQL *m = m_connection->mysql;
+    MYSQL_RES *r = mysql_use_result(m);
+    if (!r) {
+        if (mysql_field_count(m) != 0)
+            return lastError();
+        drainResults(m);
+        return {};
+    }
+
+    const unsigned nFields = mysql_num_fields(r);
+    const MYSQL_FIELD *fields = mysql_fetch_fields(r);
+    std::vector<FieldInfo> infos(nFields);
+    std::vector<bool> isBit(nFields, false);
+    for (unsigned i = 0; i < nFields; ++i) {
+        const MYSQL_FIELD &f = fields[i];
+        FieldInfo &info = infos[i];
+        info.name = QString::fromUtf8(f.name, f.name_length);
+        info.originalName = QString::fromUtf8(f.org_name, f.org_name_length);
+        info.table = QString::fromUtf8(f.org_table, f.org_table_length);
+        info.database = QString::fromUtf8(f.db, f.db_length);
+        info.primaryKey = (f.flags & PRI_KEY_FLAG) != 0;
+        info.isUnsigned = (f.flags & UNSIGNED_FLAG) != 0;
+        info.type = adoTypeFor({static_cast<int>(f.type), info.isUnsigned, f.charsetnr == 63, f.length});
+        isBit[i] = f.type == MYSQL_TYPE_BIT;
+    }
+
+    DbError stopped;
+    if (onFields)
+        stopped = onFields(infos);
+    if (!stopped && onRow) {
+        std::vector<std::optional<QByteArrayView>> cells(nFields);
+        std::vector<QByteArray> bits(nFields);
+        while (MYSQL_ROW row = mysql_fetch_row(r)) {
+            const unsigned long *lengths = mysql_fetch_lengths(r);
+            for (unsigned i = 0; i < nFields; ++i) {
+                if (!row[i]) {
+                    cells[i].reset();
+                } else if (isBit[i]) {
+                    bits[i] = bitText(row[i], lengths[i], infos[i].type == AdoType::Boolean);
+                    cells[i] = QByteArrayView(bits[i]);
+                } else {
+                    cells[i] = QByteArrayView(row[i], static_cast<qsizetype>(lengths[i]));
+                }
+            }
+            if ((stopped = onRow(cells)))
+                break;
+        }
+    }
+    // Freeing a result that was not read to its end reads off the rest, so the connection
+    // stays usable for the next statement.
+    const bool failed = !stopped && mysql_errno(m) != 0;
+    const DbError fetchError = failed ? lastError() : DbError{};
+    mysql_free_result(r);
+    drainResults(m);
+    return stopped ? stopped : fetchError;
+}
+
 namespace SessionSql {
 
 QByteArray escapeDefault(QByteArrayView utf8)

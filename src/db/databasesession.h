@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace tabulon {
@@ -61,6 +62,18 @@ public:
 
     // Writes the pending changes of a recordset's current record (used by Recordset::update).
     static DbError updateRecord(Recordset &recordset);
+
+    // ---- Reading a result row by row ----
+    // Runs statement text and hands its rows over one at a time as the server sends them,
+    // without holding the result (memory stays at one row whatever the table's size).
+    // `onFields` is called once with the result's fields, then `onRow` once per row with each
+    // field's text as Recordset would hold it (nullopt for NULL; the views last for the call).
+    // An error returned by a callback stops the reading (the rest of the result is read off and
+    // dropped) and is returned; an empty `onRow` reads only the fields. A statement without
+    // rows calls neither. No other statement may run on this session until it returns.
+    using FieldsSink = std::function<DbError(const std::vector<FieldInfo> &fields)>;
+    using RowSink = std::function<DbError(std::span<const std::optional<QByteArrayView>> cells)>;
+    DbError streamQuery(const QString &sql, const FieldsSink &onFields, const RowSink &onRow);
 
 private:
     // Sends statement text; the caller reads or discards what it returns.

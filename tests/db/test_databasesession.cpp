@@ -20,6 +20,7 @@ private Q_SLOTS:
     void errorsAndGuards();
     void failuresAreErrorsNotHangs();
     void updateStatementText();
+    void streamingRows();
 
 private:
     std::unique_ptr<ScratchDatabase> m_db;
@@ -193,6 +194,58 @@ void TestDatabaseSession::updateStatementText()
     t.fields[1].name = QStringLiteral("b");
     QCOMPARE(SessionSql::buildUpdate(t, SessionSql::escapeDefault),
              QByteArray("UPDATE `db`.`t` SET `b`='it\\'s' WHERE `a`<=>'1' AND `b`<=>NULL LIMIT 1"));
+}
+
+// Rows handed over one at a time carry the same texts, types and NULLs as a held recordset; a
+// callback's error stops the reading and leaves the connection usable; statement errors and
+// statements without rows come back as for execute().
+void TestDatabaseSession::streamingRows()
+{
+    const QString sql = QStringLiteral("SELECT * FROM alltypes");
+    auto held = m_session.openQuery(sql);
+    QVERIFY_DB(held.error());
+    std::vector<FieldInfo> fields;
+    QList<QList<std::optional<QString>>> rows;
+    const auto keepFields = [&fields](const std::vector<FieldInfo> &f) {
+        fields = f;
+        return DbError{};
+    };
+    const auto keepRow = [&rows](std::span<const std::optional<QByteArrayView>> cells) {
+        QList<std::optional<QString>> row;
+        for (const auto &cell : cells)
+            row << (cell ? std::optional<QString>(QString::fromUtf8(*cell)) : std::nullopt);
+        rows << row;
+        return DbError{};
+    };
+    QVERIFY_DB(m_session.streamQuery(sql, keepFields, keepRow));
+    QCOMPARE(int(fields.size()), held->fieldCount());
+    QCOMPARE(rows.size(), held->recordCount());
+    for (int f = 0; f < held->fieldCount(); ++f) {
+        QCOMPARE(fields[size_t(f)].type, held->field(f).type);
+        QCOMPARE(fields[size_t(f)].originalName, held->field(f).originalName);
+        for (int r = 0; r < 2; ++r)
+            QCOMPARE(rows[r][f], held->value(r, f));
+    }
+
+    QVERIFY_DB(m_db->run({QStringLiteral("CREATE TABLE many SELECT seq FROM seq_1_to_5000")}));
+    int seen = 0;
+    const DbError stop = m_session.streamQuery(QStringLiteral("SELECT * FROM many"), {}, [&seen](auto) {
+        return ++seen == 10 ? DbError::generic(QStringLiteral("enough")) : DbError{};
+    });
+    QCOMPARE(QPair(stop.description, seen), QPair(QStringLiteral("enough"), 10));
+    fields.clear();
+    QVERIFY_DB(m_session.streamQuery(QStringLiteral("SELECT * FROM many"), keepFields, {}));
+    QCOMPARE(fields.size(), size_t(1));
+    QCOMPARE(m_session.openQuery(QStringLiteral("SELECT COUNT(*) FROM many"))->text(0, 0), QStringLiteral("5000"));
+
+    bool called = false;
+    const auto mark = [&called](auto) {
+        called = true;
+        return DbError{};
+    };
+    QVERIFY(m_session.streamQuery(QStringLiteral("SELECT * FROM no_such_table"), mark, mark).isError());
+    QVERIFY_DB(m_session.streamQuery(QStringLiteral("DO 1"), mark, mark));
+    QVERIFY(!called);
 }
 
 QTEST_GUILESS_MAIN(TestDatabaseSession)
