@@ -1,0 +1,255 @@
+// Writing and checked extraction of backup archives through libzip.
+#include "backup/backuparchive.h"
+
+#include "grid/gridfile.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSet>
+#include <QStorageInfo>
+#include <QTemporaryDir>
+
+#include <sys/stat.h>
+#include <zip.h>
+
+#include <memory>
+
+namespace tabulon::BackupArchive {
+
+namespace {
+
+QString tr(const char *text)
+{
+    return QCoreApplication::translate("tabulon::BackupArchive", text);
+}
+
+QString native(const QString &path)
+{
+    return QDir::toNativeSeparators(path);
+}
+
+QString zipErrorText(int code)
+{
+    zip_error_t error;
+    zip_error_init_with_code(&error, code);
+    const QString text = QString::fromUtf8(zip_error_strerror(&error));
+    zip_error_fini(&error);
+    return text;
+}
+
+QString zipErrorText(zip_t *archive)
+{
+    return QString::fromUtf8(zip_error_strerror(zip_get_error(archive)));
+}
+
+struct ArchiveCloser {
+    void operator()(zip_t *archive) const { zip_discard(archive); }
+};
+using ArchivePtr = std::unique_ptr<zip_t, ArchiveCloser>;
+
+struct FileCloser {
+    void operator()(zip_file_t *file) const { zip_fclose(file); }
+};
+
+// Space the extraction may take: the limit, and never the last 64 MiB of the disk.
+qint64 unpackBudget(const QString &folder, const Limits &limits)
+{
+    QStorageInfo storage(folder);
+    if (!storage.isValid())
+        return limits.maxUnpackedBytes;
+    constexpr qint64 kReserve = qint64(64) * 1024 * 1024;
+    return std::min(limits.maxUnpackedBytes, std::max<qint64>(storage.bytesAvailable() - kReserve, 0));
+}
+
+} // namespace
+
+QString datedName(const QDate &date)
+{
+    static const char *const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    return QStringLiteral("%1-%2-%3")
+        .arg(date.day(), 2, 10, QLatin1Char('0'))
+        .arg(QLatin1String(months[date.month() - 1]))
+        .arg(date.year() % 100, 2, 10, QLatin1Char('0'));
+}
+
+bool isPlainTableName(const QString &name)
+{
+    if (name.isEmpty() || name.size() > 64 || name == QLatin1String(".") || name.contains(QLatin1String("..")))
+        return false;
+    for (const QChar c : name) {
+        if (c == QLatin1Char('/') || c == QLatin1Char('\\') || c == QLatin1Char(':') || c.unicode() < 0x20 ||
+            c.unicode() == 0x7F || c == QChar::ReplacementCharacter)
+            return false;
+    }
+    return true;
+}
+
+DbError pack(const QString &folder, const QStringList &fileNames, const QString &archivePath)
+{
+    if (QFileInfo::exists(archivePath))
+        return DbError::file(native(archivePath), tr("An archive of this name already exists."));
+    const QString partial = archivePath + QStringLiteral(".partial");
+    QFile::remove(partial); // left by an earlier run that was killed
+    int code = 0;
+    ArchivePtr archive(zip_open(QFile::encodeName(partial).constData(), ZIP_CREATE | ZIP_EXCL, &code));
+    if (!archive)
+        return DbError::file(native(partial), zipErrorText(code));
+
+    QFileInfoList files;
+    for (const QString &name : fileNames)
+        files << QFileInfo(QDir(folder).filePath(name));
+    for (const QFileInfo &file : files) {
+        zip_error_t error;
+        zip_error_init(&error);
+        zip_source_t *source = zip_source_file_create(QFile::encodeName(file.filePath()).constData(), 0, -1, &error);
+        if (!source) {
+            const QString text = QString::fromUtf8(zip_error_strerror(&error));
+            zip_error_fini(&error);
+            return DbError::file(native(file.filePath()), text);
+        }
+        zip_error_fini(&error);
+        if (zip_file_add(archive.get(), file.fileName().toUtf8().constData(), source, ZIP_FL_ENC_UTF_8) < 0) {
+            zip_source_free(source);
+            return DbError::file(native(partial), zipErrorText(archive.get()));
+        }
+    }
+    // The files are read and compressed here; a failure leaves no partial file behind.
+    if (zip_close(archive.get()) != 0) {
+        const DbError error = DbError::file(native(archivePath), zipErrorText(archive.get()));
+        QFile::remove(partial);
+        return error;
+    }
+    archive.release();
+    if (files.isEmpty()) {
+        // libzip writes nothing for an archive without entries; an empty zip has a fixed form.
+        QFile empty(partial);
+        const QByteArray endOfDirectory = QByteArrayLiteral("PK\x05\x06") + QByteArray(18, '\0');
+        if (!empty.open(QIODevice::WriteOnly) || empty.write(endOfDirectory) != endOfDirectory.size() || !empty.flush())
+            return DbError::file(native(partial), empty.errorString());
+    }
+    QFile done(partial);
+    if (!done.rename(archivePath)) {
+        const DbError error = DbError::file(native(archivePath), done.errorString());
+        QFile::remove(partial);
+        return error;
+    }
+    return {};
+}
+
+DbError extract(const QString &archivePath, const QString &targetFolder, QStringList *tables, const Limits &limits)
+{
+    const auto refuse = [&archivePath](const QString &reason) { return DbError::file(native(archivePath), reason); };
+    int code = 0;
+    ArchivePtr archive(zip_open(QFile::encodeName(archivePath).constData(), ZIP_RDONLY | ZIP_CHECKCONS, &code));
+    if (!archive)
+        return refuse(zipErrorText(code));
+
+    const zip_int64_t count = zip_get_num_entries(archive.get(), 0);
+    if (count < 0 || count > limits.maxEntries)
+        return refuse(tr("The archive holds more entries than a backup can (%1).").arg(count));
+
+    // Everything the central directory says, checked before a byte is written.
+    struct Entry {
+        zip_uint64_t index;
+        QString name;
+        zip_uint64_t size;
+    };
+    std::vector<Entry> entries;
+    QSet<QString> seen;
+    quint64 declared = 0;
+    for (zip_int64_t i = 0; i < count; ++i) {
+        zip_stat_t st;
+        zip_stat_init(&st);
+        if (zip_stat_index(archive.get(), zip_uint64_t(i), ZIP_FL_ENC_GUESS, &st) != 0)
+            return refuse(zipErrorText(archive.get()));
+        const QByteArray rawName = st.name ? QByteArray(st.name) : QByteArray();
+        const QString name = QString::fromUtf8(rawName);
+        const QString shown = name.isEmpty() ? QStringLiteral("(no name)") : name;
+        if (!isPlainTableName(name) || name.toUtf8() != rawName)
+            return refuse(tr("The entry \"%1\" is not a plain table name.").arg(shown));
+        if (seen.contains(name.toLower()))
+            return refuse(tr("The entry \"%1\" appears more than once.").arg(shown));
+        seen.insert(name.toLower());
+        zip_uint8_t system = 0;
+        zip_uint32_t attributes = 0;
+        if (zip_file_get_external_attributes(archive.get(), zip_uint64_t(i), 0, &system, &attributes) == 0 &&
+            system == ZIP_OPSYS_UNIX) {
+            const mode_t mode = static_cast<mode_t>(attributes >> 16);
+            if ((mode & S_IFMT) != 0 && (mode & S_IFMT) != S_IFREG)
+                return refuse(tr("The entry \"%1\" is a link or a folder, not a table file.").arg(shown));
+        }
+        if ((st.valid & ZIP_STAT_ENCRYPTION_METHOD) && st.encryption_method != ZIP_EM_NONE)
+            return refuse(tr("The entry \"%1\" is encrypted.").arg(shown));
+        if (!(st.valid & ZIP_STAT_SIZE))
+            return refuse(tr("The entry \"%1\" does not declare its size.").arg(shown));
+        declared += st.size;
+        entries.push_back({zip_uint64_t(i), name, st.size});
+    }
+
+    const QFileInfo target(targetFolder);
+    const QString parent = target.absolutePath();
+    const qint64 budget = unpackBudget(parent, limits);
+    if (declared > quint64(budget))
+        return refuse(
+            tr("The archive unpacks to %1 bytes, more than the %2 bytes allowed here.").arg(declared).arg(budget));
+
+    QTemporaryDir staging(target.absoluteFilePath() + QStringLiteral(".partial-XXXXXX"));
+    if (!staging.isValid())
+        return DbError::file(native(parent), staging.errorString());
+
+    QByteArray buffer(256 * 1024, Qt::Uninitialized);
+    for (const Entry &entry : entries) {
+        std::unique_ptr<zip_file_t, FileCloser> in(zip_fopen_index(archive.get(), entry.index, 0));
+        if (!in)
+            return refuse(tr("The entry \"%1\" cannot be read: %2").arg(entry.name, zipErrorText(archive.get())));
+        QFile out(staging.filePath(entry.name));
+        if (!out.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+            return DbError::file(native(out.fileName()), out.errorString());
+        quint64 written = 0;
+        for (;;) {
+            const zip_int64_t got = zip_fread(in.get(), buffer.data(), zip_uint64_t(buffer.size()));
+            if (got < 0)
+                return refuse(
+                    tr("The entry \"%1\" is damaged: %2")
+                        .arg(entry.name, QString::fromUtf8(zip_error_strerror(zip_file_get_error(in.get())))));
+            if (got == 0)
+                break;
+            written += quint64(got);
+            if (written > entry.size)
+                return refuse(tr("The entry \"%1\" unpacks to more than the size it declares.").arg(entry.name));
+            if (out.write(buffer.constData(), got) != got)
+                return DbError::file(native(out.fileName()), out.errorString());
+        }
+        if (written != entry.size)
+            return refuse(tr("The entry \"%1\" unpacks to less than the size it declares.").arg(entry.name));
+        if (!out.flush())
+            return DbError::file(native(out.fileName()), out.errorString());
+        out.close();
+        if (DbError error = GridFileReader::verify(out.fileName()))
+            return refuse(tr("The entry \"%1\" is not a good table file: %2")
+                              .arg(entry.name, error.description.section(QStringLiteral(": "), -1)));
+    }
+
+    if (!QDir().mkpath(targetFolder))
+        return DbError::file(native(targetFolder), tr("The folder cannot be created."));
+    QStringList names;
+    for (const Entry &entry : entries) {
+        const QString destination = QDir(targetFolder).filePath(entry.name);
+        QFileInfo existing(destination);
+        if ((existing.exists() || existing.isSymLink()) && !QFile::remove(destination))
+            return DbError::file(native(destination), tr("The file cannot be replaced."));
+        QFile moved(staging.filePath(entry.name));
+        if (!moved.rename(destination))
+            return DbError::file(native(destination), moved.errorString());
+        names << entry.name;
+    }
+    names.sort(Qt::CaseInsensitive);
+    if (tables)
+        *tables = names;
+    return {};
+}
+
+} // namespace tabulon::BackupArchive

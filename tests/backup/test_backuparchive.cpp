@@ -1,0 +1,264 @@
+// The backup archive: the dated name, plain table names, archives that appear only complete,
+// and hostile archives that are all refused with nothing written anywhere.
+#include "backup/backuparchive.h"
+#include "grid/gridfile.h"
+#include "testdb.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLocale>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sys/stat.h>
+#include <zip.h>
+
+using namespace tabulon;
+using namespace tabulon::test;
+
+namespace {
+
+QByteArray gridBytes(const QString &path, const QList<QStringList> &rows)
+{
+    GridFileWriter out;
+    if (out.open(path, 1, 0, rows.isEmpty() ? 0 : int(rows.first().size())))
+        return {};
+    for (const QStringList &row : rows)
+        out.writeRow(row);
+    out.commit();
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+struct Entry {
+    QByteArray name;
+    QByteArray content;
+    mode_t mode = 0; // unix file type and permissions; 0 leaves libzip's default
+};
+
+// A zip written by libzip itself, stored uncompressed so tests can damage known bytes.
+bool makeZip(const QString &path, const QList<Entry> &entries)
+{
+    QFile::remove(path);
+    int code = 0;
+    zip_t *archive = zip_open(QFile::encodeName(path).constData(), ZIP_CREATE, &code);
+    if (!archive)
+        return false;
+    for (const Entry &e : entries) {
+        zip_source_t *source = zip_source_buffer(archive, e.content.constData(), zip_uint64_t(e.content.size()), 0);
+        const zip_int64_t index = zip_file_add(archive, e.name.constData(), source, ZIP_FL_ENC_UTF_8);
+        if (index < 0) {
+            zip_source_free(source);
+            zip_discard(archive);
+            return false;
+        }
+        zip_set_file_compression(archive, zip_uint64_t(index),
+                                 e.content.size() > 100000 ? ZIP_CM_DEFLATE : ZIP_CM_STORE, 0);
+        if (e.mode)
+            zip_file_set_external_attributes(archive, zip_uint64_t(index), 0, ZIP_OPSYS_UNIX,
+                                             zip_uint32_t(e.mode) << 16);
+    }
+    return zip_close(archive) == 0;
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void writeAll(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size());
+}
+
+// Every file and folder under `root`, hidden ones included, as relative paths.
+QStringList listing(const QString &root)
+{
+    QStringList out;
+    const QDir dir(root);
+    for (const QFileInfo &info :
+         dir.entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name)) {
+        out << info.fileName();
+        if (info.isDir() && !info.isSymLink())
+            for (const QString &inner : listing(info.filePath()))
+                out << info.fileName() + QLatin1Char('/') + inner;
+    }
+    return out;
+}
+
+} // namespace
+
+class TestBackupArchive final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void datedName_data();
+    void datedName();
+    void plainNames_data();
+    void plainNames();
+    void packAndExtract();
+    void hostile_data();
+    void hostile();
+
+private:
+    QTemporaryDir m_dir;
+    QByteArray m_good;  // a good table file
+    QByteArray m_other; // another one
+};
+
+void TestBackupArchive::initTestCase()
+{
+    QVERIFY(m_dir.isValid());
+    m_good = gridBytes(m_dir.filePath(QStringLiteral("g1")), {sl({"id", "name"}), sl({"1", "O'Brien, \"x\"\n"})});
+    m_other = gridBytes(m_dir.filePath(QStringLiteral("g2")), {sl({"code"}), sl({"C00001"}), sl({""})});
+    QVERIFY(!m_good.isEmpty() && !m_other.isEmpty());
+}
+
+void TestBackupArchive::datedName_data()
+{
+    QTest::addColumn<QDate>("date");
+    QTest::addColumn<QString>("locale");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("example") << QDate(2026, 11, 15) << "en_US"
+                             << "15-Nov-26";
+    QTest::newRow("padded day and year") << QDate(2009, 1, 5) << "en_GB"
+                                         << "05-Jan-09";
+    QTest::newRow("German locale") << QDate(2026, 3, 1) << "de_DE"
+                                   << "01-Mar-26";
+    QTest::newRow("French locale") << QDate(2030, 12, 31) << "fr_FR"
+                                   << "31-Dec-30";
+    QTest::newRow("turn of the century") << QDate(2100, 5, 20) << "ja_JP"
+                                         << "20-May-00";
+}
+
+void TestBackupArchive::datedName()
+{
+    QFETCH(QDate, date);
+    QFETCH(QString, locale);
+    const QLocale before;
+    QLocale::setDefault(QLocale(locale));
+    const QString name = BackupArchive::datedName(date);
+    QLocale::setDefault(before);
+    QTEST(name, "name");
+}
+
+void TestBackupArchive::plainNames_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("plain");
+    QTest::newRow("table") << "main_info1" << true;
+    QTest::newRow("spaces and letters") << "Grüße 2024" << true;
+    QTest::newRow("single dot inside") << "a.b" << true;
+    QTest::newRow("empty") << "" << false;
+    QTest::newRow("dot") << "." << false;
+    QTest::newRow("parent") << ".." << false;
+    QTest::newRow("parent inside") << "a..b" << false;
+    QTest::newRow("slash") << "a/b" << false;
+    QTest::newRow("absolute") << "/etc/passwd" << false;
+    QTest::newRow("backslash") << "..\\x" << false;
+    QTest::newRow("drive") << "C:x" << false;
+    QTest::newRow("newline") << "a\nb" << false;
+    QTest::newRow("too long") << QString(65, QLatin1Char('t')) << false;
+}
+
+void TestBackupArchive::plainNames()
+{
+    QFETCH(QString, name);
+    QTEST(BackupArchive::isPlainTableName(name), "plain");
+}
+
+// Packed table files come out byte for byte under their names; the archive never shows at its
+// path unfinished, an existing one is never replaced, and a path that cannot be written is
+// named in the error.
+void TestBackupArchive::packAndExtract()
+{
+    QTemporaryDir root;
+    const QString work = root.filePath(QStringLiteral("15-Nov-26"));
+    QVERIFY(QDir().mkpath(work));
+    writeAll(work + QStringLiteral("/bill"), m_good);
+    writeAll(work + QStringLiteral("/Main_Info1"), m_other);
+    writeAll(work + QStringLiteral("/stray"), "not packed");
+    const QString archive = root.filePath(QStringLiteral("15-Nov-26.zip"));
+    QVERIFY_DB(BackupArchive::pack(work, sl({"bill", "Main_Info1"}), archive));
+    QCOMPARE(listing(root.path()),
+             sl({"15-Nov-26", "15-Nov-26/Main_Info1", "15-Nov-26/bill", "15-Nov-26/stray", "15-Nov-26.zip"}));
+
+    const DbError again = BackupArchive::pack(work, sl({"bill"}), archive);
+    QVERIFY2(again.isFileError() && again.description.contains(archive), qPrintable(again.description));
+    const DbError unwritable = BackupArchive::pack(work, sl({"bill"}), root.filePath(QStringLiteral("no/x.zip")));
+    QVERIFY2(unwritable.isFileError() && unwritable.description.contains(QLatin1String("x.zip")),
+             qPrintable(unwritable.description));
+
+    const QString target = root.filePath(QStringLiteral("restored"));
+    QStringList tables;
+    QVERIFY_DB(BackupArchive::extract(archive, target, &tables));
+    QCOMPARE(tables, sl({"bill", "Main_Info1"}));
+    QCOMPARE(readAll(target + QStringLiteral("/bill")), m_good);
+    QCOMPARE(readAll(target + QStringLiteral("/Main_Info1")), m_other);
+
+    // An empty selection still gives an archive that opens.
+    QVERIFY_DB(BackupArchive::pack(work, {}, root.filePath(QStringLiteral("empty.zip"))));
+    QVERIFY_DB(BackupArchive::extract(root.filePath(QStringLiteral("empty.zip")),
+                                      root.filePath(QStringLiteral("empty")), &tables));
+    QCOMPARE(tables, QStringList());
+}
+
+void TestBackupArchive::hostile_data()
+{
+    QTest::addColumn<QList<Entry>>("entries");
+    QTest::addColumn<int>("damage"); // 0 none, 1 flip a stored byte, 2 chop the end, 3 rename bbbb to aaaa
+    QTest::addColumn<QString>("reason");
+    const QByteArray g = m_good;
+    const QByteArray truncated = g.left(g.size() - 3);
+    QTest::newRow("path traversal") << QList<Entry>{{"bill", g}, {"../evil", g}} << 0 << "plain table name";
+    QTest::newRow("deep traversal") << QList<Entry>{{"../../../../tmp/evil", g}} << 0 << "plain table name";
+    QTest::newRow("nested path") << QList<Entry>{{"sub/bill", g}} << 0 << "plain table name";
+    QTest::newRow("absolute path") << QList<Entry>{{"/tmp/evil", g}} << 0 << "plain table name";
+    QTest::newRow("backslash traversal") << QList<Entry>{{"..\\evil", g}} << 0 << "plain table name";
+    QTest::newRow("drive path") << QList<Entry>{{"C:\\evil", g}} << 0 << "plain table name";
+    QTest::newRow("folder entry") << QList<Entry>{{"bill", g}, {"dir/", {}}} << 0 << "plain table name";
+    QTest::newRow("symbolic link") << QList<Entry>{{"bill", "/etc/passwd", S_IFLNK | 0777}} << 0 << "link";
+    QTest::newRow("exact duplicate") << QList<Entry>{{"aaaa", g}, {"bbbb", m_other}} << 3 << "exists";
+    QTest::newRow("duplicate by case") << QList<Entry>{{"bill", g}, {"BILL", m_other}} << 0 << "more than once";
+    QTest::newRow("damaged CRC") << QList<Entry>{{"bill", g}, {"owner1", m_other}} << 1 << "damaged";
+    QTest::newRow("truncated archive") << QList<Entry>{{"bill", g}} << 2 << "";
+    QTest::newRow("truncated table file") << QList<Entry>{{"bill", g}, {"owner1", truncated}} << 0 << "truncated";
+    QTest::newRow("not a table file") << QList<Entry>{{"notes", "id,name\n1,x\n"}} << 0 << "not a grid file";
+    QTest::newRow("zip bomb") << QList<Entry>{{"bill", g}, {"bomb", QByteArray(48 << 20, '\0')}} << 0
+                              << "more than the";
+}
+
+// Each is refused with a reason, and the folder around the archive holds exactly what it held.
+void TestBackupArchive::hostile()
+{
+    QFETCH(QList<Entry>, entries);
+    QFETCH(int, damage);
+    QFETCH(QString, reason);
+    QTemporaryDir root;
+    const QString archive = root.filePath(QStringLiteral("15-Nov-26.zip"));
+    QVERIFY(makeZip(archive, entries));
+    QByteArray bytes = readAll(archive);
+    if (damage == 1)
+        bytes[bytes.indexOf("O'Brien")] ^= 0x20;
+    else if (damage == 2)
+        bytes.chop(30);
+    else if (damage == 3)
+        bytes.replace("bbbb", "aaaa");
+    writeAll(archive, bytes);
+    const QStringList before = listing(root.path());
+
+    QStringList tables{QStringLiteral("untouched")};
+    BackupArchive::Limits limits;
+    limits.maxUnpackedBytes = 16 << 20;
+    const DbError error = BackupArchive::extract(archive, root.filePath(QStringLiteral("15-Nov-26")), &tables, limits);
+    QVERIFY2(error.isFileError() && error.description.contains(archive), qPrintable(error.description));
+    QVERIFY2(error.description.contains(reason, Qt::CaseInsensitive), qPrintable(error.description));
+    QCOMPARE(listing(root.path()), before);
+    QCOMPARE(tables, sl({"untouched"}));
+    QVERIFY(!QFileInfo::exists(QStringLiteral("/tmp/evil")));
+}
+
+QTEST_GUILESS_MAIN(TestBackupArchive)
+#include "test_backuparchive.moc"
