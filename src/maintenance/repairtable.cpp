@@ -1,0 +1,71 @@
+#include "maintenance/repairtable.h"
+
+#include "db/databasesession.h"
+#include "maintenance/tablecheck.h"
+#include "ui/dialogs.h"
+#include "ui/tablechecklist.h"
+#include "ui/toolhost.h"
+#include "ui/toolwindow.h"
+
+#include <QCloseEvent>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace tabulon {
+
+RepairTable::RepairTable(ToolHost &host, QWidget *parent)
+    : QDialog(parent), m_host(host), m_list(new TableChecklist(QStringLiteral("Repairing Table "), {}, this)),
+      m_keys(new KeyPreview(this))
+{
+    setObjectName(QStringLiteral("RepairTable"));
+    setWindowTitle(QStringLiteral("Repair Tables"));
+
+    auto *repairButton = new QPushButton(QStringLiteral("&Repair"), this);
+    repairButton->setObjectName(QStringLiteral("cmdrepair"));
+    auto *exitButton = new QPushButton(QStringLiteral("E&xit"), this);
+    exitButton->setObjectName(QStringLiteral("cmdExit"));
+    m_list->addSelectionWidget(repairButton);
+    m_list->addSelectionWidget(exitButton);
+
+    auto *layout = new QVBoxLayout(this);
+    layout->addWidget(m_list);
+    resize(420, 400);
+
+    connect(repairButton, &QPushButton::clicked, this, &RepairTable::repair);
+    connect(exitButton, &QPushButton::clicked, this, &RepairTable::exitAsked);
+
+    // Nothing here traps: a list the server refuses stays empty.
+    (void)m_list->fillTables(m_host.sessionOrClosed());
+}
+
+RepairTable::~RepairTable() = default;
+
+void RepairTable::repair()
+{
+    DatabaseSession &session = m_host.sessionOrClosed();
+    const TableChecklist::Run run = m_list->run([&session](const QString &table) {
+        // What the server says, and whether it could repair at all, is not shown.
+        (void)session.execute(TableCheck::repairStatement(table));
+    });
+    if (run != TableChecklist::Run::Finished)
+        return;
+    Dialogs::message(this, QStringLiteral("Database Repaired Sucessfully"));
+    closeToolWindow(this);
+}
+
+void RepairTable::exitAsked()
+{
+    if (confirmExit(this))
+        closeToolWindow(this);
+}
+
+void RepairTable::closeEvent(QCloseEvent *event)
+{
+    if (!m_list->busy().closeRequested()) {
+        event->ignore();
+        return;
+    }
+    QDialog::closeEvent(event);
+}
+
+} // namespace tabulon
