@@ -5,7 +5,7 @@
 //   bench_tabledata HOST:PORT DATABASE
 //
 // The window shows the first table the database lists; the benchmark database holds one.
-#include "app/dialogs.h"
+#include "ui/dialogs.h"
 #include "data/tabledata.h"
 #include "db/databasesession.h"
 #include "grid/grid.h"

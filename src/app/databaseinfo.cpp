@@ -1,7 +1,8 @@
-#include "databaseinfo.h"
+#include "app/databaseinfo.h"
 
-#include "app/dialogs.h"
+#include "ui/dialogs.h"
 #include "app/mdiform1.h"
+#include "db/connectionstring.h"
 #include "db/databasesession.h"
 
 #include <QGridLayout>
@@ -35,6 +36,8 @@ DatabaseInfo::DatabaseInfo(MDIForm1 &main) : QDialog(&main), m_main(main)
     setModal(true);
 
     auto *layout = new QGridLayout(this);
+    // A fixed border: the window takes its layout's size and cannot be resized.
+    layout->setSizeConstraint(QLayout::SetFixedSize);
     auto *title = label(this, "Label1", QStringLiteral("DATABASE INFO SETUP"));
     title->setAlignment(Qt::AlignCenter);
     layout->addWidget(title, 0, 0, 1, 2);
@@ -70,9 +73,7 @@ void DatabaseInfo::accept()
     const QString uid = m_uid->text().trimmed();
     const QString pwd = m_pwd->text().trimmed();
     const QString svr = m_svr->text().trimmed();
-    DbError e = s->open(QStringLiteral("PROVIDER=MSDASQL;driver={MySQL};server=") + svr + QStringLiteral(";uid=") + uid
-                            + QStringLiteral(";pwd=") + pwd + QStringLiteral(";database=") + db + QStringLiteral(";"),
-                        QString(), QString());
+    DbError e = s->open(ConnectionString::mysql(svr, uid, pwd, db), QString(), QString());
     if (!e)
         e = s->execute(QStringLiteral("Show Tables"));
     if (e) {
@@ -84,7 +85,7 @@ void DatabaseInfo::accept()
     m_main.User = uid;
     m_main.Password = pwd;
     m_main.Server = svr;
-    Settings &st = m_main.settings();
+    Settings &st = m_main.settingsStore();
     st.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kDatabase, db);
     st.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kUser, uid);
     st.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, pwd);

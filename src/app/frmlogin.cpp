@@ -1,7 +1,7 @@
-#include "frmlogin.h"
+#include "app/frmlogin.h"
 
 #include "app/databaseinfo.h"
-#include "app/dialogs.h"
+#include "ui/dialogs.h"
 #include "app/mdiform1.h"
 
 #include <QDateTime>

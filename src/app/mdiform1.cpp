@@ -1,7 +1,8 @@
-#include "mdiform1.h"
+#include "app/mdiform1.h"
 
 #include "app/databaseinfo.h"
-#include "app/dialogs.h"
+#include "ui/dialogs.h"
+#include "db/connectionstring.h"
 #include "db/databasesession.h"
 
 #include <QCloseEvent>
@@ -151,9 +152,7 @@ void MDIForm1::startUp()
         m_session = std::make_unique<DatabaseSession>();
     m_session->setCursorLocation(3);
     // The trial deliberately uses an empty password and the server's own "mysql" database.
-    m_session->open(QStringLiteral("PROVIDER=MSDASQL;driver={MySQL};server=") + Server + QStringLiteral(";uid=") +
-                        User + QStringLiteral(";pwd=;database=mysql;"),
-                    QString(), QString());
+    m_session->open(ConnectionString::mysql(Server, User, QString(), QStringLiteral("mysql")), QString(), QString());
     if (m_session->state() == 1)
         m_session->close();
     else
@@ -317,9 +316,14 @@ void MDIForm1::convertCommand()
     showModalTool(QStringLiteral("mnuconvertdb"));
 }
 
+QString MDIForm1::programFolder() const
+{
+    return m_env.programFolder.isEmpty() ? QCoreApplication::applicationDirPath() : m_env.programFolder;
+}
+
 void MDIForm1::executeTextFile()
 {
-    const QString folder = m_env.programFolder.isEmpty() ? QCoreApplication::applicationDirPath() : m_env.programFolder;
+    const QString folder = programFolder();
     for (const QString &name : {QStringLiteral("import_db"), QStringLiteral("import_db.exe")}) {
         const QString program = folder + QLatin1Char('/') + name;
         if (QFileInfo(program).isExecutable() && QProcess::startDetached(program, {}, folder))

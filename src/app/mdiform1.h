@@ -5,6 +5,7 @@
 
 #include "app/settings.h"
 #include "app/startup.h"
+#include "ui/toolhost.h"
 
 #include <QHash>
 #include <QList>
@@ -27,7 +28,7 @@ struct AppEnvironment final {
     QString programFolder;                // empty: the executable's folder
 };
 
-class MDIForm1 final : public QMainWindow {
+class MDIForm1 final : public QMainWindow, public ToolHost {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(MDIForm1)
 public:
@@ -43,17 +44,21 @@ public:
     QString Password;
     QString Server;
 
-    // The shared session; tools ask for it at every use, since setup replaces it.
-    DatabaseSession *session() const { return m_session.get(); }
+    // What tools borrow (ToolHost). The session is asked for at every use, since setup
+    // replaces it.
+    DatabaseSession *session() const override { return m_session.get(); }
+    ConnectionSettings settings() const override { return {Database, User, Password, Server}; }
+    QMenu *popupMenu(const QString &name) const override;
+    QString programFolder() const override;
+
     void replaceSession();
-    Settings &settings() { return m_settings; }
+    Settings &settingsStore() { return m_settings; }
 
     // Shows the window's state after start-up: reads settings, tries the server, starts it
     // when the trial fails, and shows the connection setup.
     void startUp();
 
     QAction *menuItem(const QString &name) const { return m_items.value(name); }
-    QMenu *popupMenu(const QString &name) const;
     QList<QAction *> menuItems() const { return m_order; }
     void enableAllMenus();
     // Every item but "Set Database", "Rename Folders & Files" and "Exit" is disabled.

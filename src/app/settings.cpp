@@ -1,4 +1,4 @@
-#include "settings.h"
+#include "app/settings.h"
 
 #include <QDir>
 #include <QFile>
@@ -37,6 +37,33 @@ void makeOwnerOnly(const QString &path)
 #endif
     QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }
+
+// The value's text exactly as it stands in the INI file (blanks around it aside). QSettings
+// turns a hand-typed value with a comma into a list and drops the blanks after the commas;
+// a setting is one text, so such a value is read from the line itself.
+QVariant rawIniValue(const QString &path, const QString &key)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return {};
+    QString section;
+    while (!file.atEnd()) {
+        const QString line = QString::fromUtf8(file.readLine()).trimmed();
+        if (line.startsWith(QLatin1Char('[')) && line.endsWith(QLatin1Char(']'))) {
+            section = line.mid(1, line.size() - 2);
+            continue;
+        }
+        const qsizetype eq = line.indexOf(QLatin1Char('='));
+        if (eq <= 0)
+            continue;
+        QString name = line.left(eq).trimmed();
+        name.replace(QLatin1Char('\\'), QLatin1Char('/'));
+        const QString full = section.isEmpty() || section == QLatin1String("General") ? name : section + QLatin1Char('/') + name;
+        if (full == key)
+            return line.mid(eq + 1).trimmed();
+    }
+    return {};
+}
 } // namespace
 
 Settings::Settings()
@@ -67,6 +94,8 @@ QString Settings::ReadRegistryString(Hive, const QString &subKey, const QString 
     {
         v = openStore(m_path)->value(key);
     }
+    if (v.typeId() == QMetaType::QStringList && !m_path.startsWith(QLatin1String("HKEY_")))
+        v = rawIniValue(m_path, key);
     if (!v.isValid() && m_systemFallback) {
         QSettings system(QSettings::IniFormat, QSettings::SystemScope, QStringLiteral("Corvane"),
                          QStringLiteral("Tabulon"));

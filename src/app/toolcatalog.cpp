@@ -1,7 +1,12 @@
-#include "toolcatalog.h"
+#include "app/toolcatalog.h"
 
 #include "app/mdiform1.h"
+#include "convert/convertdb.h"
+#include "data/replacedata.h"
+#include "data/search.h"
 #include "data/tabledata.h"
+#include "maintenance/checktable.h"
+#include "maintenance/repairtable.h"
 
 namespace tabulon {
 
@@ -15,9 +20,7 @@ TableData *tableData(MDIForm1 &main)
 void registerTools(MDIForm1 &main)
 {
     main.registerChildTool(QStringLiteral("mnuTabData"), [](MDIForm1 &m) -> QWidget * {
-        MDIForm1 *frame = &m;
-        return new TableData(TableDataHost{[frame] { return frame->session(); },
-                                           [frame] { return frame->popupMenu(QStringLiteral("mnupop1")); }});
+        return new TableData(m);
     });
     main.registerPopupCommand(QStringLiteral("mnudr"), [](MDIForm1 &m) {
         if (TableData *t = tableData(m))
@@ -30,6 +33,27 @@ void registerTools(MDIForm1 &main)
     main.registerPopupCommand(QStringLiteral("mnusavetable"), [](MDIForm1 &m) {
         if (TableData *t = tableData(m))
             t->SaveTable();
+    });
+    main.registerChildTool(QStringLiteral("mnusearch"), [](MDIForm1 &m) -> QWidget * {
+        MDIForm1 *frame = &m;
+        return new Search(m, TableDataAccess{[frame] { return tableData(*frame); },
+                                             [frame] { frame->runCommand(QStringLiteral("mnuTabData")); }});
+    });
+    main.registerChildTool(QStringLiteral("mnureplace"), [](MDIForm1 &m) -> QWidget * {
+        return new ReplaceData(m);
+    });
+    main.registerModalTool(QStringLiteral("mnuchktab"), [](MDIForm1 &m) -> QWidget * {
+        auto *check = new CheckTable(m, &m);
+        check->setDataFolder(m.settingsStore().ReadRegistryString(Hive::LocalMachine, Settings::kKey,
+                                                                  QStringLiteral("DataFolder"),
+                                                                  CheckTable::kDefaultDataFolder));
+        return check;
+    });
+    main.registerModalTool(QStringLiteral("mnuconvertdb"), [](MDIForm1 &m) -> QWidget * {
+        return new ConvertDb(m, &m);
+    });
+    main.registerModalTool(QStringLiteral("mnureptab"), [](MDIForm1 &m) -> QWidget * {
+        return new RepairTable(m, &m);
     });
 }
 

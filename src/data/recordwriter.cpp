@@ -1,5 +1,7 @@
 #include "data/recordwriter.h"
 
+#include "db/typecodes.h"
+
 #include <QRegularExpression>
 #include <QTime>
 
@@ -184,14 +186,14 @@ std::optional<QDate> parseLocaleDate(const QString &text, const QLocale &locale)
 ValueGroup groupOf(int adoType)
 {
     switch (adoType) {
-    case 2:
-    case 3:
-    case 4:
-    case 5:
-    case 16:
-    case 135: return ValueGroup::Numeric;
-    case 7:
-    case 133: return ValueGroup::Date;
+    case AdoType::SmallInt:
+    case AdoType::Integer:
+    case AdoType::Single:
+    case AdoType::Double:
+    case AdoType::TinyInt:
+    case AdoType::DBTimeStamp: return ValueGroup::Numeric;
+    case AdoType::Date:
+    case AdoType::DBDate: return ValueGroup::Date;
     default: return ValueGroup::Other;
     }
 }

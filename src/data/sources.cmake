@@ -1,6 +1,13 @@
-add_library(tabulon_data STATIC
-    data/recordwriter.cpp data/recordwriter.h
-    data/findcursor.cpp data/findcursor.h
-    data/tabledata.cpp data/tabledata.h
-)
-target_link_libraries(tabulon_data PUBLIC tabulon_app tabulon_grid tabulon_db PRIVATE tabulon_common_cfg)
+tabulon_logic_library(tabulon_data_logic
+    SOURCES
+        data/recordwriter.cpp data/recordwriter.h
+        data/findcursor.cpp data/findcursor.h
+        data/tablesearch.cpp data/tablesearch.h
+    DEPS tabulon_db)
+tabulon_window_library(tabulon_data
+    SOURCES
+        data/tabledata.cpp data/tabledata.h
+        data/search.cpp data/search.h
+        data/replacedata.cpp data/replacedata.h
+    DEPS tabulon_data_logic tabulon_ui tabulon_grid)
+list(APPEND TABULON_TOOL_LIBRARIES tabulon_data)

@@ -1,15 +1,18 @@
 #include "data/tabledata.h"
 
-#include "app/dialogs.h"
+#include "ui/dialogs.h"
 #include "data/recordwriter.h"
 #include "db/databasesession.h"
+#include "db/typecodes.h"
 #include "grid/grid.h"
+#include "ui/tablelist.h"
+#include "ui/toolhost.h"
+#include "ui/toolwindow.h"
 
 #include <QComboBox>
-#include <QKeyEvent>
+#include <QEvent>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMdiSubWindow>
 #include <QMenu>
 #include <QPushButton>
 #include <QSignalBlocker>
@@ -29,8 +32,8 @@ constexpr int kBottomMargin = 67;
 
 } // namespace
 
-TableData::TableData(TableDataHost host, QWidget *parent)
-    : QWidget(parent), m_host(std::move(host)), m_label(new QLabel(QStringLiteral("Select Table Name"), this)),
+TableData::TableData(ToolHost &host, QWidget *parent)
+    : QWidget(parent), m_host(host), m_label(new QLabel(QStringLiteral("Select Table Name"), this)),
       m_combo(new QComboBox(this)), m_grid(new Grid(this)), m_text(new QLineEdit(this)),
       m_find(new QPushButton(QStringLiteral("&Find"), this))
 {
@@ -52,10 +55,9 @@ TableData::TableData(TableDataHost host, QWidget *parent)
     // Text1 starts empty, and an empty search text leaves the button off.
     m_find->setEnabled(false);
 
-    // Escape closes the window from whichever control has the focus.
-    for (QWidget *w : {static_cast<QWidget *>(m_combo), static_cast<QWidget *>(m_grid), m_grid->viewport(),
-                       static_cast<QWidget *>(m_text), static_cast<QWidget *>(m_find)})
-        w->installEventFilter(this);
+    new KeyPreview(this);
+    // A pick in the list by mouse, key or wheel starts a new selection (see onComboActivated).
+    m_combo->installEventFilter(this);
 
     connect(m_combo, &QComboBox::currentIndexChanged, this, &TableData::onComboIndexChanged);
     connect(m_combo, &QComboBox::activated, this, &TableData::onComboActivated);
@@ -71,30 +73,20 @@ TableData::~TableData() = default;
 
 DatabaseSession &TableData::session() const
 {
-    if (DatabaseSession *s = m_host.session ? m_host.session() : nullptr)
-        return *s;
-    // Without a main window's session every statement fails as on a closed connection.
-    static DatabaseSession closed;
-    return closed;
+    return m_host.sessionOrClosed();
 }
 
 void TableData::loadWindow()
 {
-    auto tables = session().openQuery(QStringLiteral("SHOW Tables"));
-    if (!tables.ok()) {
-        Dialogs::runtimeError(this, tables.error());
+    if (const DbError error = fillTableList(m_combo, session(), QStringLiteral("SHOW Tables"))) {
+        Dialogs::runtimeError(this, error);
         return;
     }
     {
-        // Adding the first entry makes it current; the load below is the one selection event.
+        // Adding the first entry made it current; the load below is the one selection event.
         const QSignalBlocker blocker(m_combo);
-        if (tables->isOpen() && tables->fieldCount() > 0) {
-            for (tables->moveFirst(); !tables->eof(); tables->moveNext())
-                m_combo->addItem(tables->current(0).value_or(QString()));
-        }
         m_combo->setCurrentIndex(-1);
     }
-    tables->close();
     m_grid->setEditable(true);
     if (m_combo->count() > 0)
         selectTable(0);
@@ -110,6 +102,11 @@ void TableData::selectTable(int index)
     }
     m_combo->setCurrentIndex(index);
     m_loadedByIndexChange = false;
+}
+
+void TableData::setTableListEnabled(bool enabled)
+{
+    m_combo->setEnabled(enabled);
 }
 
 void TableData::onComboIndexChanged()
@@ -214,7 +211,7 @@ void TableData::onGridMouseDown(Qt::MouseButton button, const QPoint &globalPos)
 {
     if (button != Qt::RightButton || m_grid->row() <= 0)
         return;
-    if (QMenu *menu = m_host.recordMenu ? m_host.recordMenu() : nullptr)
+    if (QMenu *menu = m_host.popupMenu(QStringLiteral("mnupop1")))
         menu->popup(globalPos);
 }
 
@@ -247,7 +244,8 @@ void TableData::SaveTable()
 void TableData::rewriteTable(bool skipSelectedRows)
 {
     const QString table = m_combo->currentText();
-    // Opened only to learn each field's type; a field it cannot tell is written as text.
+    // Opened only to learn each field's type. When it fails, or a header names no field of
+    // the table, the operator is told; such a column is then written as text.
     auto tableRows = session().openTable(table);
     if (!tableRows.ok())
         showError(tableRows.error());
@@ -270,7 +268,9 @@ void TableData::rewriteTable(bool skipSelectedRows)
         const QString name = m_grid->textMatrix(0, c);
         names << name;
         const int field = tableRows.ok() ? tableRows->fieldIndex(name) : -1;
-        types.push_back(field >= 0 ? tableRows->field(field).type : 0);
+        if (tableRows.ok() && field < 0)
+            showError(DbError::itemNotFound());
+        types.push_back(field >= 0 ? tableRows->field(field).type : AdoType::Empty);
     }
 
     QStringList values;
@@ -338,29 +338,7 @@ bool TableData::eventFilter(QObject *watched, QEvent *event)
     if (watched == m_combo && (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::KeyPress ||
                                event->type() == QEvent::Wheel))
         m_loadedByIndexChange = false;
-    if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
-        closeTool();
-        return true;
-    }
     return QWidget::eventFilter(watched, event);
-}
-
-void TableData::keyPressEvent(QKeyEvent *event)
-{
-    if (event->key() == Qt::Key_Escape) {
-        closeTool();
-        return;
-    }
-    QWidget::keyPressEvent(event);
-}
-
-void TableData::closeTool()
-{
-    if (auto *frame = qobject_cast<QMdiSubWindow *>(parentWidget())) {
-        frame->close();
-        return;
-    }
-    close();
 }
 
 void TableData::resizeEvent(QResizeEvent *event)

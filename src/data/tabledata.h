@@ -8,7 +8,6 @@
 
 #include <QWidget>
 
-#include <functional>
 #include <optional>
 
 class QComboBox;
@@ -21,13 +20,7 @@ namespace tabulon {
 
 class DatabaseSession;
 class Grid;
-
-// What the window borrows from the main window. Both are asked for again at every use: the
-// main window replaces its session whenever the connection is set up anew.
-struct TableDataHost final {
-    std::function<DatabaseSession *()> session;
-    std::function<QMenu *()> recordMenu; // "mnupop1"
-};
+class ToolHost;
 
 class TableData final : public QWidget {
     Q_OBJECT
@@ -35,7 +28,7 @@ class TableData final : public QWidget {
 public:
     // Creating the window loads it: lists the tables and shows the first one, also when a pop-up
     // command creates it without showing it. A failing statement there is an untrapped error.
-    explicit TableData(TableDataHost host, QWidget *parent = nullptr);
+    explicit TableData(ToolHost &host, QWidget *parent = nullptr);
     ~TableData() override;
 
     // Reloads the table selected in Combo1 from the server, discarding edits in the grid.
@@ -53,6 +46,8 @@ public:
     // Selects a table of Combo1 by position and loads it, also when it is already selected (for
     // tools that open a table here). Positions outside the list are ignored.
     void selectTable(int index);
+    // Keeps the window on its table (the search tool opens a hit this way) or frees the list.
+    void setTableListEnabled(bool enabled);
 
     int findRow() const { return m_cursor.row; }
     int findCol() const { return m_cursor.col; }
@@ -62,7 +57,6 @@ public:
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
-    void keyPressEvent(QKeyEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
 
 private:
@@ -75,14 +69,13 @@ private:
     void renumber();
     void sortByRemembered();
     void showError(const DbError &error);
-    void closeTool();
     void onComboIndexChanged();
     void onComboActivated();
     void onSearchTextChanged(const QString &text);
     void onAfterSort(int col, int order);
     void onGridMouseDown(Qt::MouseButton button, const QPoint &globalPos);
 
-    TableDataHost m_host;
+    ToolHost &m_host;
     QLabel *m_label;
     QComboBox *m_combo;
     Grid *m_grid;

@@ -1,4 +1,4 @@
-#include "connectionstring.h"
+#include "db/connectionstring.h"
 
 namespace tabulon {
 
@@ -71,5 +71,31 @@ ConnectionTarget connectionTargetFrom(const QString &connectionString)
     t.database = a.contains(QStringLiteral("database")) ? a.value(QStringLiteral("database")) : a.value(QStringLiteral("db"));
     return t;
 }
+
+namespace ConnectionString {
+
+QString mysql(const QString &server, const QString &user, const QString &password, const QString &database)
+{
+    return QStringLiteral("PROVIDER=MSDASQL;driver={MySQL};server=") + server + QStringLiteral(";uid=") + user
+        + QStringLiteral(";pwd=") + password + QStringLiteral(";database=") + database + QStringLiteral(";");
+}
+
+QString mysqlRestore(const QString &server, const QString &user, const QString &password, const QString &database)
+{
+    return QStringLiteral("Provider=MSDASQL;Driver={MySql};server=") + server + QStringLiteral(";uid=") + user
+        + QStringLiteral(";pwd=") + password + QStringLiteral(";database=") + database;
+}
+
+QString dataSource(const QString &dsnName)
+{
+    return QStringLiteral("Provider=MSDASQL;Dsn=") + dsnName + QStringLiteral(";");
+}
+
+QString accessFile(const QString &fileName)
+{
+    return QStringLiteral("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=") + fileName + QStringLiteral(";");
+}
+
+} // namespace ConnectionString
 
 } // namespace tabulon

@@ -21,4 +21,17 @@ QMap<QString, QString> parseConnectionAttributes(const QString &connectionString
 // Reads server (optionally host:port), uid, pwd and database from a connection string.
 ConnectionTarget connectionTargetFrom(const QString &connectionString);
 
+// Every connection string the program opens is written here, word for word as each opener
+// has always sent it; the parts are concatenated as given (the caller trims where it must).
+namespace ConnectionString {
+// "PROVIDER=MSDASQL;driver={MySQL};server=S;uid=U;pwd=P;database=D;" (start-up, setup).
+QString mysql(const QString &server, const QString &user, const QString &password, const QString &database);
+// "Provider=MSDASQL;Driver={MySql};server=S;uid=U;pwd=P;database=D" (restore's own connection).
+QString mysqlRestore(const QString &server, const QString &user, const QString &password, const QString &database);
+// "Provider=MSDASQL;Dsn=NAME;" (a data source named by a .dsn file).
+QString dataSource(const QString &dsnName);
+// "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=FILE;" (an Access file).
+QString accessFile(const QString &fileName);
+} // namespace ConnectionString
+
 } // namespace tabulon

@@ -1,7 +1,7 @@
-#include "databasesession.h"
+#include "db/databasesession.h"
 
-#include "connectionstring.h"
-#include "typecodes.h"
+#include "db/connectionstring.h"
+#include "db/typecodes.h"
 
 #include <mysql.h>
 

@@ -3,8 +3,8 @@
 // recordset updates. Errors come back as values (DbError), never as exceptions or dialogs.
 #pragma once
 
-#include "dberror.h"
-#include "recordset.h"
+#include "db/dberror.h"
+#include "db/recordset.h"
 
 #include <QByteArray>
 #include <QString>

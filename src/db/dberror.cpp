@@ -1,5 +1,5 @@
 // Mapping of server error codes to the numbers the tools test for.
-#include "dberror.h"
+#include "db/dberror.h"
 
 namespace tabulon {
 
@@ -32,6 +32,17 @@ DbError DbError::fromServer(int serverCode, const QString &description)
     e.description = description;
     e.serverCode = serverCode;
     return e;
+}
+
+DbError DbError::file(const QString &path, const QString &reason)
+{
+    return {AdoError::FileAccess, path + QStringLiteral(": ") + reason, 0};
+}
+
+DbError DbError::itemNotFound()
+{
+    return {AdoError::ItemNotFound,
+            QStringLiteral("Item cannot be found in the collection corresponding to the requested name or ordinal."), 0};
 }
 
 QString DbError::numberText() const

@@ -1,4 +1,5 @@
-// Errors as values: an ADO-style error number and the server's description.
+// Errors as values: an ADO-style error number and the server's description. File work reports
+// through the same type, so every failure a window shows has one form.
 #pragma once
 
 #include <QString>
@@ -16,6 +17,8 @@ constexpr std::uint32_t Generic = 0x80004005;       // anything without a closer
 constexpr std::uint32_t PermissionDenied = 0x80040E09;
 constexpr std::uint32_t Syntax = 0x80040E14;
 constexpr std::uint32_t RowNotFound = 0x80040E38;    // an update that located no row
+constexpr std::uint32_t ItemNotFound = 0x800A0CC1;   // a field name the recordset does not have
+constexpr std::uint32_t FileAccess = 0x800A004B;     // a file or folder could not be read or written
 } // namespace AdoError
 
 struct DbError final {
@@ -28,6 +31,12 @@ struct DbError final {
 
     static DbError none() { return {}; }
     static DbError generic(const QString &description) { return {AdoError::Generic, description, 0}; }
+    // A failed file or folder operation: the description names the path and the system's
+    // reason, as "<path>: <reason>".
+    static DbError file(const QString &path, const QString &reason);
+    // "Item cannot be found in the collection corresponding to the requested name or ordinal."
+    static DbError itemNotFound();
+    bool isFileError() const { return number == AdoError::FileAccess; }
 
     // Maps a MariaDB client or server error code to its ADO number.
     static std::uint32_t adoNumberFor(int serverCode);

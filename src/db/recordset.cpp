@@ -1,6 +1,6 @@
-#include "recordset.h"
+#include "db/recordset.h"
 
-#include "databasesession.h"
+#include "db/databasesession.h"
 
 namespace tabulon {
 

@@ -3,8 +3,8 @@
 // current record.
 #pragma once
 
-#include "dberror.h"
-#include "textcolumn.h"
+#include "db/dberror.h"
+#include "db/textcolumn.h"
 
 #include <QString>
 #include <QStringList>

@@ -1,4 +1,4 @@
-#include "textcolumn.h"
+#include "db/textcolumn.h"
 
 #include <stdexcept>
 

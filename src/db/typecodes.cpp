@@ -1,4 +1,4 @@
-#include "typecodes.h"
+#include "db/typecodes.h"
 
 #include <mysql.h>
 

@@ -1,6 +1,6 @@
 // Demo database generation: table definitions, the per-client row generators and the batched
 // multi-row INSERTs that write them.
-#include "demodatabase.h"
+#include "demo/demodatabase.h"
 
 #include <QByteArray>
 #include <QDate>

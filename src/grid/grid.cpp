@@ -32,6 +32,7 @@ Grid::Grid(QWidget *parent) : QTableView(parent), m_model(new GridModel(this))
     setSelectionMode(QAbstractItemView::ExtendedSelection);
     setWordWrap(false);
     setHorizontalScrollMode(QAbstractItemView::ScrollPerPixel);
+    viewport()->installEventFilter(this);
 
     // Fixed row heights let the view place a million rows without measuring any of them.
     QHeaderView *vertical = verticalHeader();
@@ -311,10 +312,42 @@ DbError Grid::loadGrid(const QString &path)
 
 void Grid::mousePressEvent(QMouseEvent *event)
 {
-    // Handlers read the current cell, which the view has moved to the pressed cell by now
-    // for every button (a right press on a selected row keeps the selection).
-    QTableView::mousePressEvent(event);
+    // A right press leaves the current cell and the selection as the operator made them: the
+    // pop-up that follows acts on those. Other buttons move the current cell first, so
+    // handlers read the pressed cell.
+    if (event->button() != Qt::RightButton)
+        QTableView::mousePressEvent(event);
     Q_EMIT mouseDown(event->button(), event->globalPosition().toPoint());
+}
+
+bool Grid::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == viewport()) {
+        // Cell editors are created inside the viewport; watch each one once it is complete.
+        if (event->type() == QEvent::ChildPolished) {
+            if (auto *editor = qobject_cast<QWidget *>(static_cast<QChildEvent *>(event)->child()))
+                editor->installEventFilter(this);
+        }
+        return QTableView::eventFilter(watched, event);
+    }
+    auto *editor = qobject_cast<QWidget *>(watched);
+    if (!editor || editor->parentWidget() != viewport())
+        return QTableView::eventFilter(watched, event);
+    // A right click in an open editor ends the edit and then behaves as on the grid; the
+    // editor's own text menu never shows.
+    if (event->type() == QEvent::ContextMenu)
+        return true;
+    if (event->type() == QEvent::MouseButtonPress) {
+        auto *press = static_cast<QMouseEvent *>(event);
+        if (press->button() == Qt::RightButton) {
+            const QPoint global = press->globalPosition().toPoint();
+            commitData(editor);
+            closeEditor(editor, QAbstractItemDelegate::NoHint);
+            Q_EMIT mouseDown(Qt::RightButton, global);
+            return true;
+        }
+    }
+    return QTableView::eventFilter(watched, event);
 }
 
 } // namespace tabulon

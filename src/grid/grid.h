@@ -85,7 +85,9 @@ Q_SIGNALS:
     // After every sort, programmatic or by a header click. A click on the column sorted last
     // reverses its order; a click on any other column sorts it ascending.
     void afterSort(int col, int order);
-    // Every mouse press in the cell area; when it lands on a cell, that cell is already current.
+    // Every mouse press in the cell area, and a right press inside an open cell editor (which
+    // ends the edit first). A left press has already made its cell current; a right press
+    // changes neither the current cell nor the selection.
     void mouseDown(Qt::MouseButton button, const QPoint &globalPos);
     void cellDoubleClicked(int row, int col);
     // An edit committed through the in-place editor.
@@ -93,6 +95,7 @@ Q_SIGNALS:
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void resetColumnStates();

@@ -1,7 +1,12 @@
-add_library(tabulon_grid STATIC
-    grid/griddata.cpp grid/griddata.h
-    grid/gridfile.cpp grid/gridfile.h
-    grid/gridmodel.cpp grid/gridmodel.h
-    grid/grid.cpp grid/grid.h
-)
-target_link_libraries(tabulon_grid PUBLIC tabulon_db Qt6::Widgets PRIVATE tabulon_common_cfg ZLIB::ZLIB)
+# The grid's cells and file form (logic), and the grid widget over them.
+tabulon_logic_library(tabulon_gridcore
+    SOURCES
+        grid/griddata.cpp grid/griddata.h
+        grid/gridfile.cpp grid/gridfile.h
+    DEPS tabulon_db
+    PRIVATE_DEPS ZLIB::ZLIB)
+tabulon_window_library(tabulon_grid
+    SOURCES
+        grid/gridmodel.cpp grid/gridmodel.h
+        grid/grid.cpp grid/grid.h
+    DEPS tabulon_gridcore tabulon_db)

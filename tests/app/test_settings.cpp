@@ -34,7 +34,7 @@ void TestSettings::readsStoredEmptyMissingAndForeignValues()
         return s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, name, QStringLiteral("DEFAULT"));
     };
     QCOMPARE(read(Settings::kServer), QString());               // stored empty: not the default
-    QCOMPARE(read(Settings::kUser), QStringLiteral("DEFAULT")); // a list is not a plain string
+    QCOMPARE(read(Settings::kUser), QStringLiteral("a, b"));   // typed by hand with a comma: as typed
     QCOMPARE(read(Settings::kDatabase), QStringLiteral("DEFAULT"));
     QCOMPARE(read(Settings::kPassword), QStringLiteral("pw"));   // cut at the NUL
     QCOMPARE(read(QStringLiteral("Missing")), QStringLiteral("DEFAULT"));

@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QHeaderView>
 #include <QLineEdit>
+#include <QMenu>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -114,17 +115,19 @@ void TestGrid::selectAndEdit()
     clickCell(g, 1, 2, Qt::ControlModifier);
     QCOMPARE(g.selectedRows(), QList<int>({1, 3, 5}));
 
-    // Handlers of mouseDown see the pressed cell as current, and a right press on the
-    // selection keeps it (the record pop-up acts on all selected rows).
+    // A left press makes its cell current before handlers of mouseDown run; a right press,
+    // inside or outside the selection, moves neither the current cell nor the selection (the
+    // record pop-up acts on what the operator marked).
     QList<QPair<int, int>> presses;
     connect(&g, &Grid::mouseDown, &g, [&](Qt::MouseButton button) { presses.append({int(button), g.row()}); });
     clickCell(g, 5, 2, {}, Qt::RightButton);
+    clickCell(g, 6, 2, {}, Qt::RightButton);
     QCOMPARE(g.selectedRows(), QList<int>({1, 3, 5}));
-    clickCell(g, 2, 2, Qt::ShiftModifier);
+    clickCell(g, 2, 2);
+    clickCell(g, 5, 2, Qt::ShiftModifier);
     QCOMPARE(g.selectedRows(), QList<int>({2, 3, 4, 5}));
-    clickCell(g, 6, 1);
-    QCOMPARE(g.selectedRows(), QList<int>({6}));
-    QCOMPARE(presses, (QList<QPair<int, int>>{{Qt::RightButton, 5}, {Qt::LeftButton, 2}, {Qt::LeftButton, 6}}));
+    QCOMPARE(presses, (QList<QPair<int, int>>{
+                          {Qt::RightButton, 1}, {Qt::RightButton, 1}, {Qt::LeftButton, 2}, {Qt::LeftButton, 5}}));
 
     // The header row has no cell in the view.
     g.setCurrentCell(0, 2);
@@ -151,6 +154,20 @@ void TestGrid::selectAndEdit()
         QTRY_COMPARE(g.textMatrix(4, col), changes ? QStringLiteral("42, \"text\"") : before);
     }
     QCOMPARE(QList<QVariantList>(edited), (QList<QVariantList>{{4, 2}, {4, 1}}));
+
+    // A right press inside an open editor commits the edit, closes the editor and is then a
+    // right press on the grid; the editor's own text menu never opens.
+    g.setEditable(true);
+    g.setCurrentCell(4, 3);
+    QTest::keyClick(&g, Qt::Key_7);
+    auto *editor = qobject_cast<QLineEdit *>(QApplication::focusWidget());
+    QVERIFY(editor);
+    presses.clear();
+    QTest::mousePress(editor, Qt::RightButton, {}, QPoint(2, 2));
+    QTRY_COMPARE(g.textMatrix(4, 3), QStringLiteral("7"));
+    QTRY_VERIFY(!g.viewport()->findChild<QLineEdit *>(QString(), Qt::FindDirectChildrenOnly));
+    QCOMPARE(presses, (QList<QPair<int, int>>{{Qt::RightButton, 4}}));
+    QVERIFY(!qobject_cast<QMenu *>(QApplication::activePopupWidget()));
 }
 
 // Widths and hidden columns stay by index through count changes and move with their column;
@@ -208,7 +225,7 @@ void TestGrid::millionRows()
     for (int r = 0; r < kRows; ++r) {
         const QByteArray number = QByteArray::number((qint64(r) * 7919) % 1000003);
         columns[1].append(QByteArrayView(number));
-        columns[2].append(QByteArrayView("Name " + number));
+        columns[2].append(QByteArrayView(QByteArray("Name " + number)));
         textBytes += 2 * number.size() + 5;
     }
     Grid &g = *m_grid;

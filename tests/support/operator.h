@@ -3,7 +3,7 @@
 // Installed for its lifetime.
 #pragma once
 
-#include "app/dialogs.h"
+#include "ui/dialogs.h"
 
 #include <QList>
 #include <QStringList>

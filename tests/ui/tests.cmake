@@ -1,0 +1,2 @@
+# The window kit: Escape, busy state, progress, table lists.
+tabulon_add_test(test_tablechecklist ui/test_tablechecklist.cpp LIBS tabulon_ui tabulon_testoperator)
