@@ -1,0 +1,52 @@
+// Reading Access files (*.mdb) with mdbtools' library. The library trusts the file it reads, so
+// the program reads a file in a child process: a damaged file that trips the library up ends
+// the child, and the program sees an error instead of going down with it. The reader itself
+// checks what it can before the library sees the file, and what it finds afterwards.
+#pragma once
+
+#include "convert/sourcetable.h"
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QString>
+
+#include <cstddef>
+#include <vector>
+
+namespace tabulon {
+
+namespace AccessFile {
+
+// The ADO type code the Access provider reports for an mdbtools column type.
+int adoTypeFor(int mdbColumnType);
+
+// Reads every user table of a whole file image, in this process, into the form the child hands
+// to the program. False with a reason when the image is no Access file or is damaged.
+bool readImage(const unsigned char *data, std::size_t size, QByteArray &out, QString &reason);
+// Turns that form back into tables; a form that is cut short or malformed is an error.
+DbResult<std::vector<SourceTable>> decode(QByteArrayView form);
+
+// Reads the file at `path` in a child process (readImage there, decode here). An error names
+// the file; a child that crashes, stops answering for `timeoutSeconds`, or reports damage
+// gives one too.
+DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds = 60);
+
+} // namespace AccessFile
+
+// An Access file, read whole when it is opened: damage anywhere in it shows before anything
+// is created from it.
+class AccessSource final : public ConversionSource {
+public:
+    static DbResult<std::unique_ptr<ConversionSource>> open(const QString &path);
+
+    explicit AccessSource(std::vector<SourceTable> tables) : m_tables(std::move(tables)) {}
+    QStringList tableNames() const override;
+    DbResult<std::vector<SourceField>> readFields(const QString &table) override;
+    DbError readRows(const QString &table, const RowSink &row) override;
+
+private:
+    const SourceTable *find(const QString &table) const;
+    std::vector<SourceTable> m_tables;
+};
+
+} // namespace tabulon

@@ -1,0 +1,23 @@
+#include "convert/conversionsource.h"
+
+#include "convert/accessfile.h"
+#include "convert/conversionrules.h"
+#include "convert/odbcsource.h"
+
+namespace tabulon {
+
+DbError unknownSourceTable(const QString &table)
+{
+    return DbError::generic(QStringLiteral("The Microsoft Jet database engine cannot find the input table or query "
+                                           "'%1'.  Make sure it exists and that its name is spelled correctly.")
+                                .arg(table));
+}
+
+DbResult<std::unique_ptr<ConversionSource>> openConversionSource(const QString &sourceFileName)
+{
+    if (Conversion::isDataSourceFile(sourceFileName))
+        return OdbcSource::open(Conversion::dataSourceName(sourceFileName));
+    return AccessSource::open(sourceFileName);
+}
+
+} // namespace tabulon

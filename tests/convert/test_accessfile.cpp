@@ -1,0 +1,245 @@
+// Reading Access files: the sample's tables, fields, type codes and value texts, and damaged
+// or foreign files that must end in an error, never in a crash of the program.
+#include "convert/accessfile.h"
+#include "testdb.h"
+
+#include <QFile>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <functional>
+
+using namespace tabulon;
+using tabulon::test::qs;
+using tabulon::test::sl;
+
+namespace {
+
+QString samplePath()
+{
+    return QStringLiteral(TABULON_FIXTURES_DIR "/access/nwind.mdb");
+}
+
+QByteArray sample()
+{
+    QFile f(samplePath());
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+const SourceTable *tableNamed(const std::vector<SourceTable> &tables, const QString &name)
+{
+    for (const SourceTable &t : tables) {
+        if (t.name == name)
+            return &t;
+    }
+    return nullptr;
+}
+
+QStringList rowTexts(const SourceRow &row)
+{
+    QStringList out;
+    for (const auto &v : row)
+        out << v.value_or(qs("<null>"));
+    return out;
+}
+
+constexpr qsizetype kPage = 2048; // the sample is a Jet 3 file
+
+} // namespace
+
+class TestAccessFile final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void sampleTablesAndFields();
+    void sampleValues();
+    void sourceOpensTablesByName();
+    void damagedFilesGiveAnError_data();
+    void damagedFilesGiveAnError();
+    void randomDamageNeverCrashes();
+    void malformedAnswersAreRejected();
+
+private:
+    QByteArray m_image;
+    std::vector<SourceTable> m_tables;
+    QTemporaryDir m_dir;
+};
+
+void TestAccessFile::initTestCase()
+{
+    m_image = sample();
+    QVERIFY(m_image.size() > 100 * kPage);
+    auto tables = AccessFile::load(samplePath());
+    QVERIFY_DB(tables.error());
+    m_tables = std::move(tables.value());
+}
+
+void TestAccessFile::sampleTablesAndFields()
+{
+    QStringList names;
+    QList<int> counts;
+    for (const SourceTable &t : m_tables) {
+        names << t.name;
+        counts << static_cast<int>(t.rows.size());
+    }
+    // Catalog order, system tables left out.
+    QCOMPARE(names, sl({"Order Details", "Orders", "Products", "Shippers", "Categories", "Customers", "Employees",
+                        "Suppliers", "Umsätze"}));
+    QCOMPARE(counts, (QList<int>{2155, 830, 77, 3, 8, 91, 9, 29, 830}));
+
+    auto fields = [&](const char *table) {
+        QStringList out;
+        for (const SourceField &f : tableNamed(m_tables, qs(table))->fields)
+            out << f.name + QLatin1Char(':') + QString::number(f.type);
+        return out;
+    };
+    QCOMPARE(fields("Order Details"), sl({"OrderID:3", "ProductID:3", "UnitPrice:6", "Quantity:2", "Discount:4"}));
+    QCOMPARE(fields("Categories"), sl({"CategoryID:3", "CategoryName:202", "Description:203", "Picture:205"}));
+    QCOMPARE(fields("Products").last(), qs("Discontinued:11"));
+    QCOMPARE(fields("Orders").at(3), qs("OrderDate:7"));
+}
+
+void TestAccessFile::sampleValues()
+{
+    const SourceTable *details = tableNamed(m_tables, qs("Order Details"));
+    QCOMPARE(rowTexts(details->rows.front()), sl({"10248", "11", "14", "12", "0"}));
+    // Singles in their shortest form.
+    QStringList discounts;
+    for (const SourceRow &r : details->rows)
+        discounts << *r[4];
+    discounts.removeDuplicates();
+    discounts.sort();
+    QCOMPARE(discounts, sl({"0", "0.01", "0.02", "0.03", "0.04", "0.05", "0.06", "0.1", "0.15", "0.2", "0.25"}));
+
+    const SourceTable *orders = tableNamed(m_tables, qs("Orders"));
+    const QStringList first = rowTexts(orders->rows.front());
+    QCOMPARE(first.mid(0, 8), sl({"10330", "LILAS", "3", "11/16/1994", "12/14/1994", "11/28/1994", "1", "12.75"}));
+    QCOMPARE(first.at(9), qs("Carrera 52 con Ave. Bolívar #65-98 Llano Largo"));
+    QCOMPARE(rowTexts(orders->rows.at(1)).at(8), qs("Bon app'"));
+    QCOMPARE(rowTexts(orders->rows.at(1)).at(11), qs("<null>"));
+
+    QStringList discontinued;
+    for (const SourceRow &r : tableNamed(m_tables, qs("Products"))->rows)
+        discontinued << *r.back();
+    QCOMPARE(discontinued.count(qs("True")), 8);
+    QCOMPARE(discontinued.count(qs("False")), 69);
+
+    const SourceTable *categories = tableNamed(m_tables, qs("Categories"));
+    QCOMPARE(*categories->rows.front()[2], qs("Soft drinks, coffees, teas, beers, and ales"));
+    QVERIFY(categories->rows.front()[3]->size() > 1000); // the picture, two bytes a character
+}
+
+void TestAccessFile::sourceOpensTablesByName()
+{
+    auto source = AccessSource::open(samplePath());
+    QVERIFY_DB(source.error());
+    auto fields = (*source)->readFields(qs("order details"));
+    QVERIFY_DB(fields.error());
+    QCOMPARE(fields->size(), size_t(5));
+    int rows = 0;
+    QVERIFY_DB((*source)->readRows(qs("Shippers"), [&](const SourceRow &) {
+        ++rows;
+        return DbError::none();
+    }));
+    QCOMPARE(rows, 3);
+    // A sink's error stops the reading.
+    rows = 0;
+    const DbError stop = (*source)->readRows(qs("Shippers"), [&](const SourceRow &) {
+        ++rows;
+        return DbError::generic(qs("stop"));
+    });
+    QCOMPARE(stop.description, qs("stop"));
+    QCOMPARE(rows, 1);
+    // The sanitised name of a table with a blank is no table of the source.
+    const DbError unknown = (*source)->readRows(qs("Order_Details"), [](const SourceRow &) { return DbError::none(); });
+    QVERIFY(unknown.description.contains(qs("'Order_Details'")));
+    QVERIFY(!(*source)->readFields(qs("Order_Details")).ok());
+}
+
+void TestAccessFile::damagedFilesGiveAnError_data()
+{
+    using Damage = std::function<QByteArray(QByteArray)>;
+    QTest::addColumn<Damage>("damage");
+    auto zeroPage = [](qsizetype page) {
+        return Damage([page](QByteArray b) {
+            b.replace(page * kPage, kPage, QByteArray(kPage, '\0'));
+            return b;
+        });
+    };
+    QTest::newRow("missing") << Damage([](QByteArray) { return QByteArray("-"); });
+    QTest::newRow("empty") << Damage([](QByteArray) { return QByteArray(); });
+    QTest::newRow("a text file") << Damage(
+        [](QByteArray) { return QByteArray("Name,Town\nAnn,Oslo\n").repeated(500); });
+    QTest::newRow("header page only") << Damage([](QByteArray b) { return b.left(kPage); });
+    QTest::newRow("cut inside a page") << Damage([](QByteArray b) { return b.left(b.size() / 2 + 100); });
+    QTest::newRow("cut at a page boundary")
+        << Damage([](QByteArray b) { return b.left(b.size() / 2 / kPage * kPage); });
+    QTest::newRow("last quarter missing")
+        << Damage([](QByteArray b) { return b.left(b.size() * 3 / 4 / kPage * kPage); });
+    QTest::newRow("signature flipped") << Damage([](QByteArray b) {
+        b[6] = static_cast<char>(b[6] ^ 0x20);
+        return b;
+    });
+    QTest::newRow("catalog definition zeroed") << zeroPage(2);
+    QTest::newRow("a table definition zeroed") << zeroPage(415); // Order Details
+}
+
+void TestAccessFile::damagedFilesGiveAnError()
+{
+    using Damage = std::function<QByteArray(QByteArray)>;
+    QFETCH(Damage, damage);
+    const QByteArray bytes = damage(m_image);
+    const QString path = m_dir.filePath(qs("damaged.mdb"));
+    QFile::remove(path);
+    if (bytes != "-") {
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+    }
+    const auto tables = AccessFile::load(path);
+    QVERIFY(!tables.ok());
+    QVERIFY2(tables.error().description.startsWith(path), qPrintable(tables.error().description));
+}
+
+// Bytes flipped at random across the file: whatever the reader makes of them, the program gets
+// an answer (tables or an error) and goes on.
+void TestAccessFile::randomDamageNeverCrashes()
+{
+    QRandomGenerator random(20261123);
+    int errors = 0;
+    const int runs = 12;
+    for (int run = 0; run < runs; ++run) {
+        QByteArray bytes = m_image;
+        for (int flip = 0; flip < 40; ++flip) {
+            const auto at = random.bounded(bytes.size());
+            bytes[at] = static_cast<char>(bytes[at] ^ (1 << random.bounded(8)));
+        }
+        const QString path = m_dir.filePath(qs("flipped%1.mdb").arg(run));
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+        f.close();
+        if (!AccessFile::load(path, 20).ok())
+            ++errors;
+    }
+    qInfo("%d of %d damaged copies gave an error", errors, runs);
+}
+
+void TestAccessFile::malformedAnswersAreRejected()
+{
+    QByteArray form;
+    QString reason;
+    QVERIFY(AccessFile::readImage(reinterpret_cast<const unsigned char *>(m_image.constData()),
+                                  static_cast<std::size_t>(m_image.size()), form, reason));
+    QVERIFY(AccessFile::decode(form).ok());
+    // Every cut of the answer is an error.
+    for (const qsizetype cut : {qsizetype(0), qsizetype(1), qsizetype(7), form.size() / 3, form.size() - 1})
+        QVERIFY2(!AccessFile::decode(QByteArrayView(form).first(cut)).ok(), qPrintable(QString::number(cut)));
+    QVERIFY(!AccessFile::decode("R").ok());     // a row before any table
+    QVERIFY(!AccessFile::decode("Zjunk").ok()); // something after the end
+    QVERIFY(!AccessFile::decode(QByteArray(form + "Z")).ok());
+}
+
+QTEST_GUILESS_MAIN(TestAccessFile)
+#include "test_accessfile.moc"
