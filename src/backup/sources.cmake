@@ -1,0 +1,8 @@
+# Backup and restore: dated zip archives of table files (logic), and the two wizard windows.
+tabulon_logic_library(tabulon_backup_logic
+    SOURCES
+        backup/backuparchive.cpp backup/backuparchive.h
+        backup/tablebackup.cpp backup/tablebackup.h
+        backup/tablerestore.cpp backup/tablerestore.h
+    DEPS tabulon_db tabulon_gridcore tabulon_data_logic
+    PRIVATE_DEPS PkgConfig::LIBZIP)

@@ -1,0 +1,158 @@
+// Backup sets, client selects and the streaming of results into table files.
+#include "backup/tablebackup.h"
+
+#include "backup/backuparchive.h"
+#include "db/databasesession.h"
+#include "grid/gridfile.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <optional>
+#include <vector>
+
+namespace tabulon::TableBackup {
+
+namespace {
+
+QString quoted(const QString &text)
+{
+    return QLatin1Char('\'') + text + QLatin1Char('\'');
+}
+
+} // namespace
+
+BackupSet BackupSet::forPath(const QString &chosenPath, const QDate &date)
+{
+    const QString base = chosenPath + BackupArchive::datedName(date);
+    return {base, base};
+}
+
+QString withSeparator(const QString &folder)
+{
+    return folder.endsWith(QLatin1Char('/')) || folder.endsWith(QDir::separator()) ? folder : folder + QLatin1Char('/');
+}
+
+bool isFatal(const DbError &error)
+{
+    // 2000-2999 are the client library's own errors: a lost or broken connection.
+    return error.isFileError() || (error.serverCode >= 2000 && error.serverCode < 3000);
+}
+
+DbError writeTableFile(DatabaseSession &session, const QString &select, const QString &path, DbError *refused)
+{
+    GridFileWriter out;
+    std::vector<QByteArrayView> cells;
+    DbError fileError;
+    bool started = false;
+    DbError error = session.streamQuery(
+        select,
+        [&](const std::vector<FieldInfo> &fields) {
+            started = true;
+            if ((fileError = out.open(path, 1, 0, static_cast<int>(fields.size()))))
+                return fileError;
+            std::vector<QByteArray> names;
+            for (const FieldInfo &f : fields)
+                names.push_back(f.name.toUtf8());
+            cells.assign(names.begin(), names.end());
+            fileError = out.writeRow(cells);
+            return fileError;
+        },
+        [&](std::span<const std::optional<QByteArrayView>> row) {
+            for (size_t i = 0; i < row.size(); ++i)
+                cells[i] = row[i] ? *row[i] : QByteArrayView();
+            fileError = out.writeRow(cells);
+            return fileError;
+        });
+    if (fileError)
+        return fileError;
+    if (error) {
+        out.cancel();
+        // A select the server refused before sending rows is skipped; anything that breaks off
+        // a result once it has started would leave a table file that looks whole but is not.
+        if (isFatal(error) || started)
+            return error;
+        if (refused)
+            *refused = error;
+        return {};
+    }
+    if (!started) {
+        if (refused)
+            *refused = DbError::generic(QStringLiteral("The statement returned no rows."));
+        return {};
+    }
+    return out.commit();
+}
+
+DbError writeEmptyTableFile(const QString &path)
+{
+    GridFileWriter out;
+    if (DbError error = out.open(path, 1, 0, 0))
+        return error;
+    if (DbError error = out.writeRow(std::span<const QByteArrayView>()))
+        return error;
+    return out.commit();
+}
+
+QString tableSelect(const QString &table)
+{
+    return QStringLiteral("SELECT * FROM ") + DatabaseSession::quoteIdentifier(table);
+}
+
+QString mainInfoLookup(const QString &code)
+{
+    return QStringLiteral("Select * from main_info1 where ucase(code_no) = ") + quoted(code);
+}
+
+QString ownerLookup(const QString &code)
+{
+    return QStringLiteral("Select * from owner1 where ucase(code) = ") + quoted(code);
+}
+
+DbResult<Client> findClient(DatabaseSession &session, const QString &code)
+{
+    for (const QString &sql : {mainInfoLookup(code), ownerLookup(code)}) {
+        auto rs = session.openQuery(sql);
+        if (!rs.ok()) {
+            if (isFatal(rs.error()))
+                return rs.error();
+            continue;
+        }
+        if (!rs->isOpen() || rs->recordCount() == 0)
+            continue;
+        const int codeNo = rs->fieldIndex(QStringLiteral("code_no"));
+        const int codeField = rs->fieldIndex(QStringLiteral("code"));
+        const QString codeNoText = codeNo >= 0 ? rs->text(0, codeNo) : QString();
+        const QString codeText = codeField >= 0 ? rs->text(0, codeField) : QString();
+        return Client{true, codeNoText != codeText ? codeNoText : QString()};
+    }
+    return Client{};
+}
+
+QStringList clientSelects(const QString &table, const QString &code, const QString &other)
+{
+    const QString head = QStringLiteral("Select * from ") + table + QStringLiteral(" where ucase(");
+    const auto select = [&head](const char *column, const QString &value) -> QString {
+        return head + QLatin1String(column) + QStringLiteral(") = ") + quoted(value);
+    };
+    const QString upper = table.toUpper();
+    if (upper == QLatin1String("BILL") || upper == QLatin1String("TABLE4"))
+        return {select("name", code)};
+    if (upper == QLatin1String("MAIN_INFO1"))
+        return other.isEmpty() ? QStringList() : QStringList{select("code_no", other)};
+    if (upper == QLatin1String("OWNER1"))
+        return {code != other ? select("code", code) : select("code_no", code)};
+    return {select("code", code), select("code_no", code)};
+}
+
+DbError finish(const BackupSet &set, const QStringList &tableFiles)
+{
+    const DbError error = BackupArchive::pack(set.workingFolder, tableFiles, set.archivePath());
+    QDir folder(set.workingFolder);
+    for (const QString &name : tableFiles)
+        folder.remove(name);
+    QDir().rmdir(set.workingFolder); // only when empty: nothing of the operator's goes
+    return error;
+}
+
+} // namespace tabulon::TableBackup

@@ -1,0 +1,61 @@
+// The work of the restore tool without its window: the INSERT statement of one table-file row
+// under the target's field types, the existence test, and the client restore's deletes and
+// code columns. Table files are read row by row, so a table of any size passes with one row
+// and one statement in memory.
+#pragma once
+
+#include "db/dberror.h"
+#include "db/recordset.h"
+
+#include <QHash>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+namespace tabulon {
+
+class DatabaseSession;
+
+namespace TableRestore {
+
+// A cell as the restore writes it: the leading number of the text for tiny, small and plain
+// integers, single, double and date-time stamp fields; the text between single quotes, with
+// no escaping, for every other type.
+QString value(int adoType, const QString &cellText);
+
+// "Insert into T (a,b) values (v1,v2)".
+QString insertStatement(const QString &table, const QStringList &header, const QStringList &values);
+// "DELETE from T where 1>0;"
+QString deleteAllStatement(const QString &table);
+// "Select * from T": the table exists when it runs without an error.
+QString existenceTest(const QString &table);
+
+// The target table's field types by upper-case name, learnt from opening it (rows are not
+// read into memory).
+DbResult<QHash<QString, int>> fieldTypes(DatabaseSession &target, const QString &table);
+
+// The client restore's code: what goes into NAME (in BILL and TABLE4), CODE_NO and CODE.
+struct ClientCode final {
+    QString code;
+};
+
+// The client's old rows in one table, removed before its rows are inserted: by the code the
+// rows are restored under, in exactly the columns that code is written into, so only rows of
+// that code are touched.
+QStringList clientDeletes(const QString &table, const QString &code);
+// Whether the code may be written into statements: a quote or backslash in it could turn a
+// delete into one that matches other clients' rows.
+bool isSafeClientCode(const QString &code);
+
+// Inserts every row of the table file into `table` on `target`. With `client`, the code
+// columns take its code. `onStatementError` decides about a failed statement: return true to
+// go on with the next row, false to stop and return the error (the table restore's untrapped
+// error). File errors are always returned.
+using StatementErrorHandler = std::function<bool(const DbError &error)>;
+DbError insertRows(DatabaseSession &target, const QString &table, const QString &tableFile,
+                   const QHash<QString, int> &types, const ClientCode *client,
+                   const StatementErrorHandler &onStatementError);
+
+} // namespace TableRestore
+} // namespace tabulon
