@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake pkg-config
+  build-essential cmake pkg-config clang-format
   qt6-base-dev qt6-base-dev-tools libgl-dev
   libmariadb-dev mariadb-server mariadb-client
   libzip-dev mdbtools-dev unixodbc-dev

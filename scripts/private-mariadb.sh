@@ -31,7 +31,8 @@ start)
   if [ ! -d "$data/mysql" ]; then
     mkdir -p "$data"
     mariadb-install-db --no-defaults --datadir="$data" --user="$user" \
-      --auth-root-authentication-method=socket --skip-test-db >"$dir/install.log" 2>&1 \
+      --auth-root-authentication-method=socket --skip-test-db --skip-name-resolve \
+      >"$dir/install.log" 2>&1 \
       || { cat "$dir/install.log" >&2; exit 1; }
   fi
   echo "$port" > "$dir/port"

@@ -4,11 +4,33 @@
 # query log on), runs every test against it offscreen, and stops and removes the server again.
 # Exits non-zero when anything fails. Needs no display and reads no input. TABULON_BUILD_DIR
 # names another build folder.
+#
+#   test.sh              the normal build, in build/
+#   test.sh --sanitize   AddressSanitizer and UndefinedBehaviorSanitizer, in build-sanitize/
+#
+# Before building, every C++ file is checked against .clang-format; a file that drifts from it
+# fails the run.
 set -euo pipefail
 exec </dev/null
 
+sanitize=no
+for arg in "$@"; do
+  case "$arg" in
+    --sanitize) sanitize=yes ;;
+    *) echo "usage: $0 [--sanitize]" >&2; exit 2 ;;
+  esac
+done
+
 root=$(cd "$(dirname "$0")/.." && pwd)
-build=${TABULON_BUILD_DIR:-$root/build}
+if [ "$sanitize" = yes ]; then
+  build=${TABULON_BUILD_DIR:-$root/build-sanitize}
+  build_type=RelWithDebInfo
+  cmake_extra=(-DTABULON_SANITIZE=ON)
+else
+  build=${TABULON_BUILD_DIR:-$root/build}
+  build_type=Release
+  cmake_extra=()
+fi
 mariadb_script="$root/scripts/private-mariadb.sh"
 
 say() { printf '==> %s\n' "$*"; }
@@ -17,8 +39,16 @@ die() { printf 'test.sh: %s\n' "$*" >&2; exit 1; }
 say "checking packages"
 bash "$root/scripts/install-deps.sh" || die "installing the packages failed; run this as root or with sudo"
 
+say "checking the formatting"
+unformatted=$(cd "$root" && find src tests bench \( -name '*.cpp' -o -name '*.h' \) -print0 \
+  | xargs -0 clang-format --dry-run 2>&1 | grep -o '^[^:]*:[0-9]*:[0-9]*: warning' | cut -d: -f1 | sort -u || true)
+if [ -n "$unformatted" ]; then
+  printf '%s\n' "$unformatted" >&2
+  die "these files drift from .clang-format (clang-format -i fixes them)"
+fi
+
 say "configuring and building in $build"
-cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DTABULON_WERROR=ON >/dev/null
+cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE="$build_type" -DTABULON_WERROR=ON "${cmake_extra[@]}" >/dev/null
 cmake --build "$build" -j"$(nproc)"
 
 # A short path keeps the server's socket under the 107-byte limit whatever the clone's path.
@@ -52,6 +82,12 @@ done
 [ "$started" = yes ] || die "the private MariaDB server did not start (see above)"
 
 export TABULON_TEST_SERVER="127.0.0.1:$port"
+if [ "$sanitize" = yes ]; then
+  # Leaks are checked too, apart from those of the system libraries listed in the file.
+  export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
+  export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+  export LSAN_OPTIONS="suppressions=$root/scripts/lsan.supp:print_suppressions=0"
+fi
 say "running the tests against $TABULON_TEST_SERVER"
 status=0
 QT_QPA_PLATFORM=offscreen ctest --test-dir "$build" --output-on-failure --no-tests=error || status=$?

@@ -1,9 +1,9 @@
 #include "app/databaseinfo.h"
 
-#include "ui/dialogs.h"
 #include "app/mdiform1.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "ui/dialogs.h"
 
 #include <QGridLayout>
 #include <QLabel>
@@ -91,8 +91,8 @@ void DatabaseInfo::accept()
     st.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, pwd);
     st.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, svr);
     m_main.enableAllMenus();
-    m_main.setWindowTitle(QStringLiteral("Tabulon [ ") + m_db->text() + QStringLiteral(" : ") + m_svr->text()
-                          + QStringLiteral(" ]"));
+    m_main.setWindowTitle(QStringLiteral("Tabulon [ ") + m_db->text() + QStringLiteral(" : ") + m_svr->text() +
+                          QStringLiteral(" ]"));
     QDialog::accept();
 }
 

@@ -1,8 +1,8 @@
 #include "app/frmlogin.h"
 
 #include "app/databaseinfo.h"
-#include "ui/dialogs.h"
 #include "app/mdiform1.h"
+#include "ui/dialogs.h"
 
 #include <QDateTime>
 #include <QEvent>
@@ -34,9 +34,9 @@ frmlogin::frmlogin(MDIForm1 &main) : QDialog(&main), m_main(main)
     okButton->setObjectName(QStringLiteral("cmdok"));
     auto *cancel = new QPushButton(QStringLiteral("&CANCEL"), this);
     cancel->setObjectName(QStringLiteral("cmdcancel"));
-    for (QWidget *w : {static_cast<QWidget *>(m_challenge), static_cast<QWidget *>(label),
-                       static_cast<QWidget *>(m_password), static_cast<QWidget *>(okButton),
-                       static_cast<QWidget *>(cancel)})
+    for (QWidget *w :
+         {static_cast<QWidget *>(m_challenge), static_cast<QWidget *>(label), static_cast<QWidget *>(m_password),
+          static_cast<QWidget *>(okButton), static_cast<QWidget *>(cancel)})
         layout->addWidget(w);
     connect(okButton, &QPushButton::clicked, this, &frmlogin::ok);
     connect(cancel, &QPushButton::clicked, this, [] { Dialogs::endProgram(0); });

@@ -1,9 +1,9 @@
 #include "app/mdiform1.h"
 
 #include "app/databaseinfo.h"
-#include "ui/dialogs.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "ui/dialogs.h"
 
 #include <QCloseEvent>
 #include <QCoreApplication>

@@ -23,9 +23,9 @@ namespace tabulon {
 class DatabaseSession;
 
 struct AppEnvironment final {
-    QString settingsPath;                 // empty: the user's settings file
+    QString settingsPath; // empty: the user's settings file
     ServerStartEnvironment serverStart = ServerStartEnvironment::platformDefault();
-    QString programFolder;                // empty: the executable's folder
+    QString programFolder; // empty: the executable's folder
 };
 
 class MDIForm1 final : public QMainWindow, public ToolHost {

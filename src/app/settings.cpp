@@ -58,7 +58,8 @@ QVariant rawIniValue(const QString &path, const QString &key)
             continue;
         QString name = line.left(eq).trimmed();
         name.replace(QLatin1Char('\\'), QLatin1Char('/'));
-        const QString full = section.isEmpty() || section == QLatin1String("General") ? name : section + QLatin1Char('/') + name;
+        const QString full =
+            section.isEmpty() || section == QLatin1String("General") ? name : section + QLatin1Char('/') + name;
         if (full == key)
             return line.mid(eq + 1).trimmed();
     }

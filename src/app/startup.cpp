@@ -110,8 +110,8 @@ ServerStartEnvironment ServerStartEnvironment::platformDefault()
     ServerStartEnvironment env;
 #ifdef Q_OS_WIN
     env.profilePath = QStringLiteral("\\my.ini");
-    env.candidate = QStringLiteral("C:\\Mysql\\Bin\\")
-        + (IsNtFamily() ? QStringLiteral("mysqld-nt.exe") : QStringLiteral("mysqld-opt.exe"));
+    env.candidate = QStringLiteral("C:\\Mysql\\Bin\\") +
+                    (IsNtFamily() ? QStringLiteral("mysqld-nt.exe") : QStringLiteral("mysqld-opt.exe"));
 #else
     env.profilePath = QStringLiteral("/my.ini");
     env.candidate = QStringLiteral("/usr/sbin/mariadbd");
@@ -130,8 +130,10 @@ ServerStartEnvironment ServerStartEnvironment::platformDefault()
 void StartMySqlServer(const ServerStartEnvironment &env)
 {
     writeProfileString(env.profilePath, QStringLiteral("WinMySqlAdmin"), QStringLiteral("Server"), env.candidate);
-    QString server = readProfileString(env.profilePath, QStringLiteral("WinMySqlAdmin"), QStringLiteral("Server"),
-                                       QString()).left(254).trimmed();
+    QString server =
+        readProfileString(env.profilePath, QStringLiteral("WinMySqlAdmin"), QStringLiteral("Server"), QString())
+            .left(254)
+            .trimmed();
     if (server.isEmpty())
         server = env.candidate;
     if (!server.isEmpty() && env.launch)

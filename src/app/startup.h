@@ -19,8 +19,8 @@ QString readProfileString(const QString &path, const QString &section, const QSt
 bool writeProfileString(const QString &path, const QString &section, const QString &key, const QString &value);
 
 struct ServerStartEnvironment final {
-    QString profilePath;   // "/my.ini" (the root of the current drive on Windows)
-    QString candidate;     // the server program written into the profile
+    QString profilePath;                                // "/my.ini" (the root of the current drive on Windows)
+    QString candidate;                                  // the server program written into the profile
     std::function<bool(const QString &program)> launch; // detached, no window
     static ServerStartEnvironment platformDefault();
 };

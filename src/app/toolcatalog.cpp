@@ -1,12 +1,15 @@
 #include "app/toolcatalog.h"
 
 #include "app/mdiform1.h"
+#include "backup/backup.h"
 #include "convert/convertdb.h"
 #include "data/replacedata.h"
 #include "data/search.h"
 #include "data/tabledata.h"
 #include "maintenance/checktable.h"
 #include "maintenance/repairtable.h"
+#include "structure/createtable.h"
+#include "structure/tableinfo.h"
 
 namespace tabulon {
 
@@ -15,13 +18,15 @@ TableData *tableData(MDIForm1 &main)
 {
     return qobject_cast<TableData *>(main.ensureToolWindow(QStringLiteral("mnuTabData")));
 }
+TableInfo *tableInfo(MDIForm1 &main)
+{
+    return qobject_cast<TableInfo *>(main.ensureToolWindow(QStringLiteral("mnuTabDet")));
+}
 } // namespace
 
 void registerTools(MDIForm1 &main)
 {
-    main.registerChildTool(QStringLiteral("mnuTabData"), [](MDIForm1 &m) -> QWidget * {
-        return new TableData(m);
-    });
+    main.registerChildTool(QStringLiteral("mnuTabData"), [](MDIForm1 &m) -> QWidget * { return new TableData(m); });
     main.registerPopupCommand(QStringLiteral("mnudr"), [](MDIForm1 &m) {
         if (TableData *t = tableData(m))
             t->DeleteRecord();
@@ -39,22 +44,32 @@ void registerTools(MDIForm1 &main)
         return new Search(m, TableDataAccess{[frame] { return tableData(*frame); },
                                              [frame] { frame->runCommand(QStringLiteral("mnuTabData")); }});
     });
-    main.registerChildTool(QStringLiteral("mnureplace"), [](MDIForm1 &m) -> QWidget * {
-        return new ReplaceData(m);
-    });
+    main.registerChildTool(QStringLiteral("mnureplace"), [](MDIForm1 &m) -> QWidget * { return new ReplaceData(m); });
     main.registerModalTool(QStringLiteral("mnuchktab"), [](MDIForm1 &m) -> QWidget * {
         auto *check = new CheckTable(m, &m);
-        check->setDataFolder(m.settingsStore().ReadRegistryString(Hive::LocalMachine, Settings::kKey,
-                                                                  QStringLiteral("DataFolder"),
-                                                                  CheckTable::kDefaultDataFolder));
+        check->setDataFolder(m.settingsStore().ReadRegistryString(
+            Hive::LocalMachine, Settings::kKey, QStringLiteral("DataFolder"), CheckTable::kDefaultDataFolder));
         return check;
     });
-    main.registerModalTool(QStringLiteral("mnuconvertdb"), [](MDIForm1 &m) -> QWidget * {
-        return new ConvertDb(m, &m);
+    main.registerModalTool(QStringLiteral("mnuconvertdb"),
+                           [](MDIForm1 &m) -> QWidget * { return new ConvertDb(m, &m); });
+    main.registerModalTool(QStringLiteral("mnureptab"),
+                           [](MDIForm1 &m) -> QWidget * { return new RepairTable(m, &m); });
+    main.registerModalTool(QStringLiteral("mnubackup"), [](MDIForm1 &m) -> QWidget * { return new BackUp(m, &m); });
+    main.registerChildTool(QStringLiteral("mnuTabDet"), [](MDIForm1 &m) -> QWidget * { return new TableInfo(m); });
+    main.registerPopupCommand(QStringLiteral("mnuaf"), [](MDIForm1 &m) {
+        if (TableInfo *t = tableInfo(m))
+            t->AddField();
     });
-    main.registerModalTool(QStringLiteral("mnureptab"), [](MDIForm1 &m) -> QWidget * {
-        return new RepairTable(m, &m);
+    main.registerPopupCommand(QStringLiteral("mnudf"), [](MDIForm1 &m) {
+        if (TableInfo *t = tableInfo(m))
+            t->DeleteField();
     });
+    main.registerPopupCommand(QStringLiteral("mnumf"), [](MDIForm1 &m) {
+        if (TableInfo *t = tableInfo(m))
+            t->ModifyField();
+    });
+    main.registerChildTool(QStringLiteral("mnuct"), [](MDIForm1 &m) -> QWidget * { return new CreateTable(m); });
 }
 
 } // namespace tabulon

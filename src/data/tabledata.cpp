@@ -1,10 +1,10 @@
 #include "data/tabledata.h"
 
-#include "ui/dialogs.h"
 #include "data/recordwriter.h"
 #include "db/databasesession.h"
 #include "db/typecodes.h"
 #include "grid/grid.h"
+#include "ui/dialogs.h"
 #include "ui/tablelist.h"
 #include "ui/toolhost.h"
 #include "ui/toolwindow.h"

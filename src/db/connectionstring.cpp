@@ -67,8 +67,10 @@ ConnectionTarget connectionTargetFrom(const QString &connectionString)
     t.host = server;
     t.port = t.port ? t.port : a.value(QStringLiteral("port")).toUInt();
     t.user = a.contains(QStringLiteral("uid")) ? a.value(QStringLiteral("uid")) : a.value(QStringLiteral("user"));
-    t.password = a.contains(QStringLiteral("pwd")) ? a.value(QStringLiteral("pwd")) : a.value(QStringLiteral("password"));
-    t.database = a.contains(QStringLiteral("database")) ? a.value(QStringLiteral("database")) : a.value(QStringLiteral("db"));
+    t.password =
+        a.contains(QStringLiteral("pwd")) ? a.value(QStringLiteral("pwd")) : a.value(QStringLiteral("password"));
+    t.database =
+        a.contains(QStringLiteral("database")) ? a.value(QStringLiteral("database")) : a.value(QStringLiteral("db"));
     return t;
 }
 
@@ -76,14 +78,14 @@ namespace ConnectionString {
 
 QString mysql(const QString &server, const QString &user, const QString &password, const QString &database)
 {
-    return QStringLiteral("PROVIDER=MSDASQL;driver={MySQL};server=") + server + QStringLiteral(";uid=") + user
-        + QStringLiteral(";pwd=") + password + QStringLiteral(";database=") + database + QStringLiteral(";");
+    return QStringLiteral("PROVIDER=MSDASQL;driver={MySQL};server=") + server + QStringLiteral(";uid=") + user +
+           QStringLiteral(";pwd=") + password + QStringLiteral(";database=") + database + QStringLiteral(";");
 }
 
 QString mysqlRestore(const QString &server, const QString &user, const QString &password, const QString &database)
 {
-    return QStringLiteral("Provider=MSDASQL;Driver={MySql};server=") + server + QStringLiteral(";uid=") + user
-        + QStringLiteral(";pwd=") + password + QStringLiteral(";database=") + database;
+    return QStringLiteral("Provider=MSDASQL;Driver={MySql};server=") + server + QStringLiteral(";uid=") + user +
+           QStringLiteral(";pwd=") + password + QStringLiteral(";database=") + database;
 }
 
 QString dataSource(const QString &dsnName)

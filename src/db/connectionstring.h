@@ -7,8 +7,8 @@
 namespace tabulon {
 
 struct ConnectionTarget final {
-    QString host;       // empty or "localhost" means the local server
-    unsigned port = 0;  // 0: the client library's default
+    QString host;      // empty or "localhost" means the local server
+    unsigned port = 0; // 0: the client library's default
     QString user;
     QString password;
     QString database;

@@ -6,8 +6,7 @@ namespace tabulon {
 std::uint32_t DbError::adoNumberFor(int serverCode)
 {
     switch (serverCode) {
-    case 0:
-        return AdoError::None;
+    case 0: return AdoError::None;
     case 1044: // ER_DBACCESS_DENIED_ERROR
     case 1045: // ER_ACCESS_DENIED_ERROR
     case 1142: // ER_TABLEACCESS_DENIED_ERROR
@@ -18,8 +17,7 @@ std::uint32_t DbError::adoNumberFor(int serverCode)
     case 1064: // ER_PARSE_ERROR
     case 1149: // ER_SYNTAX_ERROR
         return AdoError::Syntax;
-    default:
-        return AdoError::Generic;
+    default: return AdoError::Generic;
     }
 }
 
@@ -42,7 +40,8 @@ DbError DbError::file(const QString &path, const QString &reason)
 DbError DbError::itemNotFound()
 {
     return {AdoError::ItemNotFound,
-            QStringLiteral("Item cannot be found in the collection corresponding to the requested name or ordinal."), 0};
+            QStringLiteral("Item cannot be found in the collection corresponding to the requested name or ordinal."),
+            0};
 }
 
 QString DbError::numberText() const

@@ -13,12 +13,12 @@ namespace tabulon {
 // The numbers the tools compare against, as the ODBC provider reports them.
 namespace AdoError {
 constexpr std::uint32_t None = 0;
-constexpr std::uint32_t Generic = 0x80004005;       // anything without a closer match
+constexpr std::uint32_t Generic = 0x80004005; // anything without a closer match
 constexpr std::uint32_t PermissionDenied = 0x80040E09;
 constexpr std::uint32_t Syntax = 0x80040E14;
-constexpr std::uint32_t RowNotFound = 0x80040E38;    // an update that located no row
-constexpr std::uint32_t ItemNotFound = 0x800A0CC1;   // a field name the recordset does not have
-constexpr std::uint32_t FileAccess = 0x800A004B;     // a file or folder could not be read or written
+constexpr std::uint32_t RowNotFound = 0x80040E38;  // an update that located no row
+constexpr std::uint32_t ItemNotFound = 0x800A0CC1; // a field name the recordset does not have
+constexpr std::uint32_t FileAccess = 0x800A004B;   // a file or folder could not be read or written
 } // namespace AdoError
 
 struct DbError final {
@@ -48,8 +48,7 @@ struct DbError final {
 };
 
 // Either a value or the error that prevented it.
-template <typename T>
-class DbResult final {
+template <typename T> class DbResult final {
 public:
     DbResult(T value) : m_state(std::move(value)) {}
     DbResult(DbError error) : m_state(std::move(error)) {}

@@ -22,8 +22,8 @@ void closeToolWindow(QWidget *tool)
 
 bool confirmExit(QWidget *parent)
 {
-    return Dialogs::ask(parent, QStringLiteral("Are you sure you want to exit?"), Dialogs::Buttons::YesNo)
-        == Dialogs::Answer::Yes;
+    return Dialogs::ask(parent, QStringLiteral("Are you sure you want to exit?"), Dialogs::Buttons::YesNo) ==
+           Dialogs::Answer::Yes;
 }
 
 KeyPreview::KeyPreview(QWidget *tool, std::function<void()> onEscape)

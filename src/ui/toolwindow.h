@@ -13,8 +13,6 @@
 
 #include <functional>
 
-
-
 namespace tabulon {
 
 // Closes a tool window: its frame inside the main window when it has one, else the window.
@@ -58,7 +56,11 @@ public:
 
     bool isBusy() const { return m_busy; }
     bool stopRequested() const { return m_stop; }
-    void requestStop() { if (m_busy) m_stop = true; }
+    void requestStop()
+    {
+        if (m_busy)
+            m_stop = true;
+    }
     void clearStop() { m_stop = false; }
     // Returns true when the window may close now; otherwise the close is remembered.
     bool closeRequested();

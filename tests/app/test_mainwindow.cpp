@@ -99,17 +99,58 @@ std::unique_ptr<MDIForm1> TestMainWindow::makeWindow(const QString &server)
 void TestMainWindow::menuTreeAtCreation()
 {
     auto w = makeWindow(serverAddress());
-    const QStringList off = sl({"mnuTabDet", "mnuTabData", "mnuct", "mnusearch", "mnureplace", "mnusch", "mnurenfld",
-                                "mnudbutil", "mnuchktab", "mnureptab", "mnuconvertdb", "mnuimpdata"});
-    QCOMPARE(w->menuItems().size(), 37);
-    for (QAction *a : w->menuItems())
-        QVERIFY2(a->isEnabled() == !off.contains(a->objectName()), qPrintable(a->objectName()));
-    QCOMPARE(w->findChild<QAction *>(qs("mnurenfld"))->text(), qs("Re&name Folders && Files"));
+    // Every item in order: its name, its menu ("" on the bar), caption and state at creation.
+    const QStringList tree = sl({"mnusetdb||Set &Database|on",
+                                 "mnuTabDet||Table D&etail|off",
+                                 "mnuTabData||Table D&ata|off",
+                                 "mnuct||&Create Table|off",
+                                 "mnusearch||&Search|off",
+                                 "mnureplace||&Replace|off",
+                                 "mnusch||S&heduler|off",
+                                 "mnubackup|mnusch|&BackUp|on",
+                                 "mnurestore|mnusch|&Restore|on",
+                                 "mnurenfld||Re&name Folders && Files|off",
+                                 "mnudbutil||Database &Utilities|off",
+                                 "mnuchktab|mnudbutil|&Check Tables|off",
+                                 "mnureptab|mnudbutil|&Repair Tables|off",
+                                 "mnuconvertdb|mnudbutil|&Convert Database|off",
+                                 "mnuimpdata|mnudbutil|&Import Data|off",
+                                 "mnuctf|mnudbutil|Create &Text File|on",
+                                 "mnuexet|mnudbutil|Execute Text &File|on",
+                                 "mnuExit||E&xit|on",
+                                 "mnupop|||on",
+                                 "mnuaf|mnupop|Add Field|on",
+                                 "mnudf|mnupop|Delete Field|on",
+                                 "mnumf|mnupop|Modify Field|on",
+                                 "mnupop1|||on",
+                                 "mnudr|mnupop1|Delete Record|on",
+                                 "mnumr|mnupop1|Modify Record|on",
+                                 "mnusavetable|mnupop1|Save Table|on",
+                                 "mnupopren|||on",
+                                 "mnushow|mnupopren|Show|on",
+                                 "mnushowall|mnushow|All|on",
+                                 "mnushowfind|mnushow|Found Dirs & Files|on",
+                                 "mnufindstr|mnupopren|Find String|on",
+                                 "mnureplacestr|mnupopren|Replace String|on",
+                                 "mnuren|mnupopren|Rename|on",
+                                 "mnurensub|mnupopren|Rename Subfolders|on",
+                                 "mnurenfiles|mnupopren|Rename Files|on",
+                                 "mnurepfiles|mnupopren|Replace in Files|on",
+                                 "mnuDelete|mnupopren|&Delete|on"});
+    QStringList actual;
+    for (QAction *a : w->menuItems()) {
+        QString parent;
+        for (QMenu *menu : w->findChildren<QMenu *>()) {
+            if (menu->actions().contains(a))
+                parent = menu->objectName();
+        }
+        actual << QStringList{a->objectName(), parent, a->text(), qs(a->isEnabled() ? "on" : "off")}.join(u'|');
+    }
+    QCOMPARE(actual, tree);
     QVERIFY(w->findChild<QAction *>(qs("mnushowall"))->isChecked());
-    QMenu *pop1 = w->popupMenu(qs("mnupop1"));
-    QVERIFY(pop1 && !w->menuBar()->actions().contains(pop1->menuAction())); // shown only as a context menu
-    QCOMPARE(pop1->actions().size(), 3);
-    QCOMPARE(pop1->actions().at(2)->objectName(), qs("mnusavetable"));
+    QVERIFY(!w->findChild<QAction *>(qs("mnushowfind"))->isChecked());
+    for (const char *pop : {"mnupop", "mnupop1", "mnupopren"}) // shown only as context menus
+        QVERIFY(!w->menuBar()->actions().contains(w->popupMenu(qs(pop))->menuAction()));
     QCOMPARE(w->windowTitle(), qs("Tabulon"));
 }
 
@@ -124,7 +165,16 @@ void TestMainWindow::startUp()
 {
     QFETCH(bool, answers);
     auto w = makeWindow(answers ? serverAddress() : qs("127.0.0.1:1"));
+    DatabaseSession observer;
+    QVERIFY_DB(openSession(observer, QString()));
+    clearServerLog(observer);
     w->startUp();
+    // The trial goes to the server's own database, as the stored user.
+    QCOMPARE(connectsReceived(observer).size(), answers ? 1 : 0);
+    if (answers)
+        QVERIFY2(connectsReceived(observer).first().startsWith(qs("dbop@")) &&
+                     connectsReceived(observer).first().contains(qs(" on mysql ")),
+                 qPrintable(connectsReceived(observer).first()));
     // The trial uses an empty password, whatever is stored, and is closed again; only a
     // trial that fails starts the server.
     QCOMPARE(m_started, answers ? QStringList() : QStringList{m_dir->filePath(qs("mariadbd"))});
@@ -150,6 +200,8 @@ void TestMainWindow::goodAndBadSetup()
     edit(setup, "txtsvr")->setText(serverAddress() + qs(" "));
     click(setup, "cmdok");
     QCOMPARE(m_operator->told, QStringList());
+    // The new session answers "Show Tables" before anything is stored.
+    QCOMPARE(statementsReceived(db.admin(), w->session()->connectionId()), sl({"Show Tables"}));
     // The caption keeps the blanks; the session and the stored settings do not.
     QCOMPARE(w->windowTitle(), qs("Tabulon [   %1  : %2  ]").arg(db.name(), serverAddress()));
     QCOMPARE(w->session()->state(), 1);
@@ -168,7 +220,12 @@ void TestMainWindow::goodAndBadSetup()
     edit(setup, "txtdbname")->setText(qs("no_such_db_here"));
     click(setup, "cmdok");
     QCOMPARE(m_operator->told, sl({"Error connecting to Database."}));
+    QCOMPARE(m_operator->prompts.last().icon, Dialogs::Icon::Information);
+    QCOMPARE(m_operator->prompts.last().buttons, Dialogs::Buttons::Ok);
+    QVERIFY(m_operator->prompts.last().title.isEmpty());
     QVERIFY(setup->isVisible());
+    // A fixed border: the window cannot be made bigger or smaller.
+    QCOMPARE(setup->minimumSize(), setup->maximumSize());
     verifyEnabled(*w, false);
     QCOMPARE(w->session()->state(), 0);
     QCOMPARE(w->Database, db.name()); // nothing stored by the failed attempt

@@ -33,10 +33,10 @@ void TestSettings::readsStoredEmptyMissingAndForeignValues()
     const auto read = [&](const QString &name) {
         return s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, name, QStringLiteral("DEFAULT"));
     };
-    QCOMPARE(read(Settings::kServer), QString());               // stored empty: not the default
-    QCOMPARE(read(Settings::kUser), QStringLiteral("a, b"));   // typed by hand with a comma: as typed
+    QCOMPARE(read(Settings::kServer), QString());            // stored empty: not the default
+    QCOMPARE(read(Settings::kUser), QStringLiteral("a, b")); // typed by hand with a comma: as typed
     QCOMPARE(read(Settings::kDatabase), QStringLiteral("DEFAULT"));
-    QCOMPARE(read(Settings::kPassword), QStringLiteral("pw"));   // cut at the NUL
+    QCOMPARE(read(Settings::kPassword), QStringLiteral("pw")); // cut at the NUL
     QCOMPARE(read(QStringLiteral("Missing")), QStringLiteral("DEFAULT"));
 }
 
@@ -45,14 +45,17 @@ void TestSettings::writtenFileIsOwnerOnly()
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("sub/Tabulon.ini"));
     Settings s(path);
-    s.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, QStringLiteral("s3cret, with comma"));
+    s.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword,
+                          QStringLiteral("s3cret, with comma"));
     s.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, QString());
     // Owner read and write, nothing for the group or others.
-    const auto mode = QFile::permissions(path) & ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser);
+    const auto mode =
+        QFile::permissions(path) & ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser);
     QCOMPARE(mode, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     QCOMPARE(s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, QString()),
              QStringLiteral("s3cret, with comma"));
-    QCOMPARE(s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, QStringLiteral("x")), QString());
+    QCOMPARE(s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, QStringLiteral("x")),
+             QString());
 }
 
 void TestSettings::splitAtLastChar_data()
@@ -83,9 +86,12 @@ void TestSettings::profileKeepsOtherSections()
     f.close();
     QVERIFY(writeProfileString(path, QStringLiteral("WinMySqlAdmin"), QStringLiteral("Server"), QStringLiteral("new")));
     QVERIFY(writeProfileString(path, QStringLiteral("other"), QStringLiteral("k"), QStringLiteral("v")));
-    QCOMPARE(readProfileString(path, QStringLiteral("WinMySqlAdmin"), QStringLiteral("Server"), {}), QStringLiteral("new"));
-    QCOMPARE(readProfileString(path, QStringLiteral("winmysqladmin"), QStringLiteral("QueryInterval"), {}), QStringLiteral("10"));
-    QCOMPARE(readProfileString(path, QStringLiteral("mysqld"), QStringLiteral("basedir"), {}), QStringLiteral("C:/mysql"));
+    QCOMPARE(readProfileString(path, QStringLiteral("WinMySqlAdmin"), QStringLiteral("Server"), {}),
+             QStringLiteral("new"));
+    QCOMPARE(readProfileString(path, QStringLiteral("winmysqladmin"), QStringLiteral("QueryInterval"), {}),
+             QStringLiteral("10"));
+    QCOMPARE(readProfileString(path, QStringLiteral("mysqld"), QStringLiteral("basedir"), {}),
+             QStringLiteral("C:/mysql"));
     QCOMPARE(readProfileString(path, QStringLiteral("other"), QStringLiteral("k"), {}), QStringLiteral("v"));
     QCOMPARE(readProfileString(dir.filePath(QStringLiteral("none.ini")), QStringLiteral("a"), QStringLiteral("b"),
                                QStringLiteral("dflt")),

@@ -7,6 +7,7 @@
 #include "operator.h"
 #include "testdb.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QHeaderView>
 #include <QItemSelectionModel>
@@ -74,6 +75,7 @@ private Q_SLOTS:
     void findNarrowsAndResets();
     void emptyDatabaseAndEmptyTable();
     void failuresTrappedAndUntrapped();
+    void unknownHeaderIsReported();
     void rightClickShowsTheRecordMenu();
     void escapeClosesAndResizeKeepsRoomBelow();
     void popupCommandLoadsAMissingWindow();
@@ -475,24 +477,54 @@ void TestTableData::failuresTrappedAndUntrapped()
     QCOMPARE(m_operator->ends, QList<int>{1});
 }
 
+// The type of each column is looked up by its header; a header that names no field of the
+// table is reported (and its column written as text) before the rewrite goes on.
+void TestTableData::unknownHeaderIsReported()
+{
+    TableData *w = openWindow(m_db->name(), "people");
+    QVERIFY(w);
+    QVERIFY_DB(m_db->run({qs("ALTER TABLE people CHANGE city town VARCHAR(20)")}));
+    w->SaveTable();
+    const QString unknown = qs("Unknown column 'city' in 'INSERT INTO'");
+    QCOMPARE(m_operator->told,
+             QStringList{qs("Item cannot be found in the collection corresponding to the requested name or ordinal.")} +
+                 QStringList(5, unknown));
+}
+
+// A right press shows the record pop-up without touching the operator's marks, so "Delete
+// Record" from it deletes the rows marked, not the row under the pointer. A right press inside
+// an open cell editor ends the edit and shows the pop-up too.
 void TestTableData::rightClickShowsTheRecordMenu()
 {
-    TableData *w = openWindow(m_db->name());
+    TableData *w = openWindow(m_db->name(), "people");
     QVERIFY(w);
     QVERIFY(QTest::qWaitForWindowExposed(w));
     Grid &g = *w->grid();
-    const QPoint cell = g.visualRect(g.model()->index(1, 2)).center();
-    QTest::mousePress(g.viewport(), Qt::LeftButton, {}, cell);
-    QTest::mouseRelease(g.viewport(), Qt::LeftButton, {}, cell);
-    QVERIFY(!m_main->popupMenu(qs("mnupop1"))->isVisible());
-    QTest::mousePress(g.viewport(), Qt::RightButton, {}, cell);
-    QCOMPARE(g.row(), 2);
-    QVERIFY(m_main->popupMenu(qs("mnupop1"))->isVisible());
-    m_main->popupMenu(qs("mnupop1"))->hide();
+    QMenu *menu = m_main->popupMenu(qs("mnupop1"));
+    const auto cellAt = [&g](int row) { return g.visualRect(g.model()->index(row - 1, 2)).center(); };
+    QTest::mouseClick(g.viewport(), Qt::LeftButton, {}, cellAt(2));
+    QTest::mouseClick(g.viewport(), Qt::LeftButton, Qt::ControlModifier, cellAt(4));
+    QVERIFY(!menu->isVisible());
+    QTest::mousePress(g.viewport(), Qt::RightButton, {}, cellAt(1));
+    QVERIFY(menu->isVisible());
+    menu->hide();
+    QCOMPARE(g.row(), 4);
+    QCOMPARE(g.selectedRows(), QList<int>({2, 4}));
+    m_main->menuItem(qs("mnudr"))->trigger();
+    QCOMPARE(m_db->rows(qs("SELECT name FROM people")), sl({"Cleo", "Bob", "Eve"}));
+
+    g.setCurrentCell(1, 4);
+    QTest::keyClick(&g, Qt::Key_X);
+    auto *editor = qobject_cast<QLineEdit *>(QApplication::focusWidget());
+    QVERIFY(editor && editor->parentWidget() == g.viewport());
+    QTest::mousePress(editor, Qt::RightButton, {}, QPoint(3, 3));
+    QVERIFY(menu->isVisible());
+    menu->hide();
+    QCOMPARE(g.textMatrix(1, 4), qs("x"));
 
     w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("nothing")));
-    QTest::mousePress(g.viewport(), Qt::RightButton, {}, QPoint(20, 20)); // no data row under it
-    QVERIFY(!m_main->popupMenu(qs("mnupop1"))->isVisible());
+    QTest::mousePress(g.viewport(), Qt::RightButton, {}, QPoint(20, 20)); // no data row current
+    QVERIFY(!menu->isVisible());
 }
 
 void TestTableData::escapeClosesAndResizeKeepsRoomBelow()
@@ -515,6 +547,18 @@ void TestTableData::escapeClosesAndResizeKeepsRoomBelow()
     w = openWindow(m_db->name());
     QVERIFY(w);
     QTest::keyClick(w->grid(), Qt::Key_Escape);
+    QTRY_VERIFY(m_window.isNull());
+    QVERIFY(command->isEnabled());
+
+    // The window sees the key first, also while a cell editor is open.
+    w = openWindow(m_db->name());
+    QVERIFY(w);
+    QVERIFY(QTest::qWaitForWindowExposed(w));
+    w->grid()->setCurrentCell(1, 2);
+    QTest::keyClick(w->grid(), Qt::Key_Q);
+    auto *editor = qobject_cast<QLineEdit *>(QApplication::focusWidget());
+    QVERIFY(editor && editor->parentWidget() == w->grid()->viewport());
+    QTest::keyClick(editor, Qt::Key_Escape);
     QTRY_VERIFY(m_window.isNull());
     QVERIFY(command->isEnabled());
 }

@@ -7,6 +7,7 @@ namespace tabulon::test {
 Operator::Operator()
 {
     Dialogs::setResponder([this](const Dialogs::Prompt &p) {
+        prompts << p;
         switch (p.kind) {
         case Dialogs::Prompt::Kind::Question: asked << p.text; return Dialogs::Reply{answer, {}};
         case Dialogs::Prompt::Kind::RuntimeError: runtimeErrors << p.text; break;

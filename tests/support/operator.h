@@ -21,12 +21,13 @@ public:
     Dialogs::Answer answer = Dialogs::Answer::Yes; // to every question
     QString chosenFile;                            // from every open-file dialog ("" cancels)
 
-    QStringList asked;         // questions
-    QStringList told;          // messages and input prompts
-    QStringList runtimeErrors; // reports of untrapped errors
-    QStringList fileFilters;   // open-file dialogs shown
-    QList<QDialog *> modals;   // windows shown modally, in order
-    QList<int> ends;           // exit codes of every end of the program
+    QList<Dialogs::Prompt> prompts; // every box, input and file dialog, whole (icons, buttons, titles)
+    QStringList asked;              // questions
+    QStringList told;               // messages and input prompts
+    QStringList runtimeErrors;      // reports of untrapped errors
+    QStringList fileFilters;        // open-file dialogs shown
+    QList<QDialog *> modals;        // windows shown modally, in order
+    QList<int> ends;                // exit codes of every end of the program
 };
 
 } // namespace tabulon::test

@@ -1,5 +1,7 @@
 #include "testdb.h"
 
+#include "db/connectionstring.h"
+
 namespace tabulon::test {
 
 QString qs(const char *text)
@@ -23,8 +25,7 @@ QString serverAddress()
 
 QString connectionString(const QString &database)
 {
-    return QStringLiteral("PROVIDER=MSDASQL;driver={MySQL};server=%1;uid=dbop;pwd=;database=%2;")
-        .arg(serverAddress(), database);
+    return ConnectionString::mysql(serverAddress(), QStringLiteral("dbop"), QString(), database);
 }
 
 DbError openSession(DatabaseSession &session, const QString &database)
@@ -77,18 +78,28 @@ QStringList ScratchDatabase::rows(const QString &sql)
     return out;
 }
 
-QStringList statementsReceived(DatabaseSession &observer, unsigned long connectionId)
+namespace {
+QStringList logArguments(DatabaseSession &observer, const QString &where)
 {
     QStringList out;
     auto rs = observer.openQuery(
-        QStringLiteral("SELECT CONVERT(argument USING utf8mb4) FROM mysql.general_log WHERE thread_id = %1 "
-                       "AND command_type = 'Query'")
-            .arg(connectionId));
+        QStringLiteral("SELECT CONVERT(argument USING utf8mb4) FROM mysql.general_log WHERE ") + where);
     if (!rs.ok())
         return {QStringLiteral("ERROR: ") + rs.error().description};
     for (qsizetype r = 0; r < rs->recordCount(); ++r)
         out << rs->text(r, 0);
     return out;
+}
+} // namespace
+
+QStringList statementsReceived(DatabaseSession &observer, unsigned long connectionId)
+{
+    return logArguments(observer, QStringLiteral("thread_id = %1 AND command_type = 'Query'").arg(connectionId));
+}
+
+QStringList connectsReceived(DatabaseSession &observer)
+{
+    return logArguments(observer, QStringLiteral("command_type = 'Connect' AND thread_id <> CONNECTION_ID()"));
 }
 
 void clearServerLog(DatabaseSession &observer)

@@ -50,6 +50,9 @@ private:
 // Statements the server received on connection `connectionId`, in order, from its general
 // query log (the test server runs with it on). Only queries, not connects or quits.
 QStringList statementsReceived(DatabaseSession &observer, unsigned long connectionId);
+// The connections opened since the log was last cleared, by others than `observer`, as the log
+// describes them ("dbop@localhost on mysql using TCP/IP").
+QStringList connectsReceived(DatabaseSession &observer);
 // Forgets everything logged so far.
 void clearServerLog(DatabaseSession &observer);
 

@@ -1,0 +1,156 @@
+// The window kit: Escape reaching the tool from any control, open editors included; the busy
+// guard around a loop that yields; the progress view's bar and status.
+#include "operator.h"
+#include "ui/progressview.h"
+#include "ui/toolwindow.h"
+
+#include <QLabel>
+#include <QLineEdit>
+#include <QMdiArea>
+#include <QMdiSubWindow>
+#include <QPointer>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QTest>
+
+using namespace tabulon;
+using tabulon::test::Operator;
+
+namespace {
+
+// A tool with a long loop started by a button, as check, backup or search tools have.
+class LoopTool final : public QWidget {
+public:
+    LoopTool() : m_busy(this), m_bar(new QProgressBar(this)), m_status(new QLabel(this)), m_view(m_bar, m_status)
+    {
+        m_view.setBusyState(&m_busy);
+        m_view.setFormat([](const QString &name, int i, int n) {
+            return QStringLiteral("Checking Table %1(%2 of %3)").arg(name).arg(i).arg(n);
+        });
+    }
+    void run(int steps)
+    {
+        BusyGuard busy(m_busy);
+        if (!busy) {
+            ++ignored;
+            return;
+        }
+        m_view.begin(steps);
+        for (int i = 0; i < steps && !m_view.stopRequested(); ++i) {
+            m_view.step(QStringLiteral("t%1").arg(i));
+            ++done;
+            if (onStep)
+                onStep(i);
+        }
+        m_view.end();
+    }
+    std::function<void(int)> onStep;
+    int done = 0;
+    int ignored = 0;
+    BusyState m_busy;
+    QProgressBar *m_bar;
+    QLabel *m_status;
+    ProgressView m_view;
+
+protected:
+    void closeEvent(QCloseEvent *event) override
+    {
+        if (!m_busy.closeRequested()) {
+            event->ignore();
+            return;
+        }
+        QWidget::closeEvent(event);
+    }
+};
+
+} // namespace
+
+class TestToolWindow final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void escapeReachesTheToolFirst();
+    void busyLoopIgnoresRestartAndDefersClose();
+};
+
+// Escape closes the tool from a plain control and from an open cell editor, closing its frame
+// inside an MDI area; a tool given its own Escape handler (an exit question) runs that instead.
+void TestToolWindow::escapeReachesTheToolFirst()
+{
+    QMdiArea area;
+    auto *tool = new QWidget;
+    tool->setAttribute(Qt::WA_DeleteOnClose);
+    new QLineEdit(tool);
+    auto *table = new QTableWidget(3, 3, tool);
+    table->move(0, 40);
+    new KeyPreview(tool);
+    QPointer<QMdiSubWindow> frame = area.addSubWindow(tool);
+    frame->setAttribute(Qt::WA_DeleteOnClose);
+    area.show();
+    frame->show();
+    QVERIFY(QTest::qWaitForWindowExposed(&area));
+
+    table->setCurrentCell(1, 1);
+    table->editItem(table->item(1, 1) ? table->item(1, 1)
+                                      : (table->setItem(1, 1, new QTableWidgetItem), table->item(1, 1)));
+    auto *editor = table->viewport()->findChild<QLineEdit *>();
+    QVERIFY(editor);
+    QTest::keyClick(editor, Qt::Key_Escape);
+    QTRY_VERIFY(frame.isNull());
+
+    Operator op;
+    op.answer = Dialogs::Answer::No;
+    QWidget asking;
+    auto *button = new QPushButton(&asking);
+    new KeyPreview(&asking, [&asking] {
+        if (confirmExit(&asking))
+            asking.close();
+    });
+    asking.show();
+    QTest::keyClick(button, Qt::Key_Escape);
+    QCOMPARE(op.asked, QStringList{QStringLiteral("Are you sure you want to exit?")});
+    QCOMPARE(op.prompts.last().buttons, Dialogs::Buttons::YesNo);
+    QVERIFY(asking.isVisible());
+    op.answer = Dialogs::Answer::Yes;
+    QLineEdit elsewhere; // another window's control: not this tool's key
+    elsewhere.show();
+    QTest::keyClick(&elsewhere, Qt::Key_Escape);
+    QCOMPARE(op.asked.size(), 1);
+    QTest::keyClick(button, Qt::Key_Escape);
+    QVERIFY(!asking.isVisible());
+}
+
+// A second start while the loop yields is ignored; a close during the loop stops it after the
+// current step and closes the window once the loop has returned. The bar and status follow.
+void TestToolWindow::busyLoopIgnoresRestartAndDefersClose()
+{
+    auto *tool = new LoopTool;
+    tool->setAttribute(Qt::WA_DeleteOnClose);
+    QPointer<LoopTool> alive(tool);
+    tool->show();
+    QStringList statuses;
+    tool->onStep = [&](int i) {
+        statuses << tool->m_status->text();
+        if (i == 1)
+            tool->run(5); // a click on Start while running
+        if (i == 2) {
+            QVERIFY(!tool->close());
+            QVERIFY(alive); // still there: the loop owns it until it returns
+        }
+    };
+    tool->run(5);
+    QVERIFY(alive.isNull() || !alive->isVisible());
+    QTRY_VERIFY(alive.isNull());
+
+    LoopTool plain;
+    plain.run(3);
+    QCOMPARE(plain.done, 3);
+    QCOMPARE(plain.m_bar->value(), 3);
+    QCOMPARE(plain.m_status->text(), QStringLiteral("Checking Table t2(3 of 3)"));
+    QCOMPARE(statuses,
+             (QStringList{QStringLiteral("Checking Table t0(1 of 5)"), QStringLiteral("Checking Table t1(2 of 5)"),
+                          QStringLiteral("Checking Table t2(3 of 5)")}));
+}
+
+QTEST_MAIN(TestToolWindow)
+#include "test_toolwindow.moc"
