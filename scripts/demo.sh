@@ -78,12 +78,14 @@ TABULON_DEMODB_PASSWORD= "$build/src/tabulon-demodb" --server "127.0.0.1:$port" 
 
 # --- the program's settings ---------------------------------------------------------------------
 # QSettings' INI form of the keys Software/Corvane/Tabulon/{Server,User,Password,Database} of
-# organisation Corvane, application Tabulon, under a configuration home of the demo's own.
+# organisation Corvane, application Tabulon, under a configuration home of the demo's own;
+# DataFolder tells Check Tables where the private server keeps its database folders.
 mkdir -p "$config/Corvane"
 ini="$config/Corvane/Tabulon.ini"
 # It holds a password, as the program's own file does: owner-only.
 ( umask 077; cat >"$ini" ) <<EOF
 [Software]
+Corvane\\Tabulon\\DataFolder=$dbdir/data/
 Corvane\\Tabulon\\Database=$database
 Corvane\\Tabulon\\Password=
 Corvane\\Tabulon\\Server=127.0.0.1:$port
