@@ -89,6 +89,8 @@ CheckTable::~CheckTable() = default;
 
 void CheckTable::check()
 {
+    if (m_list->busy().isBusy())
+        return;
     if (m_list->tickedCount() > 0) {
         m_result->setRows(1);
         m_result->refresh();

@@ -1,5 +1,6 @@
-// The shared table checklist: filling from the server, the two options, the count check, the
-// loop's order and status line, and a close during the loop.
+// The shared table checklist: the two options, the loop's order and status line, and a close
+// during the loop. Filling from the server and the count check are driven through the check
+// and repair windows.
 #include "operator.h"
 #include "testdb.h"
 #include "ui/tablechecklist.h"
@@ -49,31 +50,10 @@ void clickOption(TableChecklist &list, const char *name)
 class TestTableChecklist final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void fillsFromShowTables();
     void optionsTickAndUntick();
-    void noneTickedTellsAndStays();
     void runWalksTickedInOrderWithStatus();
     void closeDuringRunStopsThenCloses();
 };
-
-void TestTableChecklist::fillsFromShowTables()
-{
-    ScratchDatabase db(qs("checklist"));
-    QVERIFY_DB(db.error());
-    QVERIFY_DB(db.run({qs("CREATE TABLE b1 (a INT)"), qs("CREATE TABLE a2 (a INT)")}));
-    DatabaseSession session;
-    QVERIFY_DB(openSession(session, db.name()));
-
-    Tool tool({qs("old")});
-    QVERIFY_DB(tool.list->fillTables(session));
-    QCOMPARE(tool.list->tables(), sl({"a2", "b1"}));
-    QCOMPARE(tool.list->tickedCount(), 0);
-
-    // A failing list leaves it empty and says why.
-    session.close();
-    QVERIFY(tool.list->fillTables(session).isError());
-    QVERIFY(tool.list->tables().isEmpty());
-}
 
 void TestTableChecklist::optionsTickAndUntick()
 {
@@ -97,19 +77,6 @@ void TestTableChecklist::optionsTickAndUntick()
     QCOMPARE(tool.list->tickedCount(), 0);
     lst->item(1)->setCheckState(Qt::Checked);
     QCOMPARE(tool.list->tickedTables(), sl({"t2"}));
-}
-
-void TestTableChecklist::noneTickedTellsAndStays()
-{
-    Operator op;
-    Tool tool(sl({"t1"}));
-    tool.show();
-    bool ran = false;
-    QCOMPARE(tool.list->run([&](const QString &) { ran = true; }), TableChecklist::Run::NoneTicked);
-    QVERIFY(!ran);
-    QCOMPARE(op.told, sl({"No table has been selected"}));
-    QVERIFY(tool.list->selectionPage()->isVisible());
-    QVERIFY(!tool.list->progressPage()->isVisible());
 }
 
 void TestTableChecklist::runWalksTickedInOrderWithStatus()
