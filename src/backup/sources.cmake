@@ -6,3 +6,9 @@ tabulon_logic_library(tabulon_backup_logic
         backup/tablerestore.cpp backup/tablerestore.h
     DEPS tabulon_db tabulon_gridcore tabulon_data_logic
     PRIVATE_DEPS PkgConfig::LIBZIP)
+tabulon_window_library(tabulon_backup
+    SOURCES
+        backup/folderlists.cpp backup/folderlists.h
+        backup/backup.cpp backup/backup.h
+    DEPS tabulon_backup_logic tabulon_ui)
+list(APPEND TABULON_TOOL_LIBRARIES tabulon_backup)

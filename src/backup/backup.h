@@ -1,0 +1,61 @@
+// The backup tool: a path page (drive, folder, the chosen path, client backup or not), the
+// table checklist, and the loop that writes one table file per ticked table, or the rows of
+// one client, into the day's zip archive in the chosen folder.
+#pragma once
+
+#include "backup/tablebackup.h"
+
+#include <QDialog>
+#include <QStringList>
+
+class QCheckBox;
+class QFrame;
+class QLineEdit;
+
+namespace tabulon {
+
+class FolderLists;
+class KeyPreview;
+class TableChecklist;
+class ToolHost;
+
+class BackUp final : public QDialog {
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(BackUp)
+public:
+    explicit BackUp(ToolHost &host, QWidget *parent = nullptr);
+    ~BackUp() override;
+
+    TableChecklist *checklist() const { return m_list; }
+    FolderLists *folderLists() const { return m_lists; }
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    void nextPressed();
+    // Prepares the day's backup set; false when the window closed or the operator must act.
+    bool prepare();
+    void backPressed();
+    void backupPressed();
+    void runTableBackup();
+    void runClientBackup();
+    // After the loop: the archive, or the error that ended it, then the window closes.
+    void complete(bool finished);
+    void exitAsked();
+
+    ToolHost &m_host;
+    FolderLists *m_lists;
+    QFrame *m_pathPage;
+    QLineEdit *m_path;
+    QCheckBox *m_clientOnly;
+    TableChecklist *m_list;
+    KeyPreview *m_keys;
+    bool m_tablePageShown = false;
+
+    TableBackup::BackupSet m_set;
+    QStringList m_written; // table files of this run
+    DbError m_fatal;
+};
+
+} // namespace tabulon

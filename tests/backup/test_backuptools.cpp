@@ -1,0 +1,303 @@
+// The backup and restore tools through the main window's menu against the real server: the
+// pages, the messages, the statements the server receives, the archives on disk, and the menu
+// item given back on close.
+#include "app/mdiform1.h"
+#include "app/toolcatalog.h"
+#include "backup/backup.h"
+#include "backup/backuparchive.h"
+#include "backup/folderlists.h"
+#include "grid/gridfile.h"
+#include "operator.h"
+#include "testdb.h"
+#include "ui/tablechecklist.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QDir>
+#include <QFrame>
+#include <QLineEdit>
+#include <QPointer>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <chrono>
+#include <thread>
+
+using namespace tabulon;
+using namespace tabulon::test;
+
+namespace {
+
+const QStringList kTables{
+    qs("CREATE TABLE main_info1 (code_no VARCHAR(10) PRIMARY KEY, code VARCHAR(10), fname VARCHAR(20))"),
+    qs("CREATE TABLE owner1 (code VARCHAR(10) PRIMARY KEY, oname VARCHAR(20))"),
+    qs("CREATE TABLE bill (name VARCHAR(10), amount INT)"),
+    qs("CREATE TABLE visits (code VARCHAR(10), v INT)"),
+    qs("CREATE TABLE notes (code_no VARCHAR(10), note TEXT)"),
+    qs("CREATE TABLE staff (sname VARCHAR(20))"),
+    qs("INSERT INTO main_info1 VALUES ('C00001','C00001','Ann'), ('C00007','A00007','Bob')"),
+    qs("INSERT INTO owner1 VALUES ('C00001','Ann'), ('A00007','Bob Sr')"),
+    qs("INSERT INTO bill VALUES ('C00001', 10), ('C00007', 70), ('A00007', 71)"),
+    qs("INSERT INTO visits VALUES ('C00001', 1), ('A00007', 7)"),
+    qs("INSERT INTO notes VALUES ('C00001', 'n1'), ('C00007', 'n7, \"quoted\"'), ('C00007', NULL)"),
+    qs("INSERT INTO staff VALUES ('Eve')"),
+};
+
+void click(QWidget *window, const char *name)
+{
+    auto *button = window->findChild<QPushButton *>(qs(name));
+    QVERIFY2(button, name);
+    QTest::mouseClick(button, Qt::LeftButton);
+}
+
+// Every table file of an archive as "table: a|b / c|d".
+QStringList archiveContents(const QString &archive)
+{
+    QTemporaryDir out;
+    QStringList tables;
+    if (DbError error = BackupArchive::extract(archive, out.filePath(qs("x")), &tables))
+        return {qs("error: ") + error.description};
+    QStringList result;
+    for (const QString &table : tables) {
+        GridFileReader in;
+        in.open(out.filePath(qs("x/") + table));
+        QStringList rows;
+        while (in.next()) {
+            QStringList cells;
+            for (const QByteArray &cell : in.row())
+                cells << QString::fromUtf8(cell);
+            rows << cells.join(QLatin1Char('|'));
+        }
+        result << table + qs(": ") + rows.join(qs(" / "));
+    }
+    return result;
+}
+
+} // namespace
+
+class TestBackupTools final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void backupWritesTheDaysArchive();
+    void secondBackupOfTheDay_data();
+    void secondBackupOfTheDay();
+    void clientBackup_data();
+    void clientBackup();
+    void lostConnectionLeavesNoArchive();
+
+private:
+    QWidget *open(const char *menu);
+    // Opens the backup tool on the scratch folder and goes to the table page.
+    BackUp *backupAtTablePage();
+    void answerInputs(const QStringList &answers);
+    QStringList sent() { return statementsReceived(m_db->admin(), m_main->session()->connectionId()); }
+    QString archive() const { return m_folder->filePath(BackupArchive::datedName(QDate::currentDate()) + qs(".zip")); }
+    QStringList folderListing() const
+    {
+        return QDir(m_folder->path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }
+
+    std::unique_ptr<ScratchDatabase> m_db;
+    QTemporaryDir m_settingsDir;
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<MDIForm1> m_main;
+    std::unique_ptr<Operator> m_operator;
+};
+
+void TestBackupTools::initTestCase()
+{
+    m_db = std::make_unique<ScratchDatabase>(qs("backuptools"));
+    QVERIFY_DB(m_db->error());
+    QVERIFY_DB(m_db->run(kTables));
+}
+
+void TestBackupTools::init()
+{
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_operator = std::make_unique<Operator>();
+    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
+    m_main->Database = m_db->name();
+    registerTools(*m_main);
+    QVERIFY_DB(openSession(*m_main->session(), m_db->name()));
+    m_main->enableAllMenus();
+}
+
+void TestBackupTools::cleanup()
+{
+    m_main.reset();
+    m_operator.reset();
+    m_folder.reset();
+}
+
+QWidget *TestBackupTools::open(const char *menu)
+{
+    m_main->menuItem(qs(menu))->trigger();
+    return m_operator->modals.isEmpty() ? nullptr : m_operator->modals.last();
+}
+
+BackUp *TestBackupTools::backupAtTablePage()
+{
+    auto *w = qobject_cast<BackUp *>(open("mnubackup"));
+    if (!w)
+        return nullptr;
+    w->folderLists()->setFolder(m_folder->path());
+    click(w, "cmdok");
+    return w;
+}
+
+// Input boxes take the answers in turn; everything else as the operator stand-in answers.
+void TestBackupTools::answerInputs(const QStringList &answers)
+{
+    auto queue = std::make_shared<QStringList>(answers);
+    Operator *op = m_operator.get();
+    Dialogs::setResponder([op, queue](const Dialogs::Prompt &p) {
+        switch (p.kind) {
+        case Dialogs::Prompt::Kind::Question: op->asked << p.text; return Dialogs::Reply{op->answer, {}};
+        case Dialogs::Prompt::Kind::Input:
+            op->told << p.title + qs(": ") + p.text;
+            return Dialogs::Reply{Dialogs::Answer::Ok, queue->isEmpty() ? QString() : queue->takeFirst()};
+        case Dialogs::Prompt::Kind::RuntimeError: op->runtimeErrors << p.text; break;
+        default: op->told << p.text; break;
+        }
+        return Dialogs::Reply{Dialogs::Answer::Ok, {}};
+    });
+}
+
+// The path page wants a path; the table page starts all ticked; every table is read whole
+// and lands in the day's archive, and nothing else is left in the folder.
+void TestBackupTools::backupWritesTheDaysArchive()
+{
+    QPointer<QWidget> w = open("mnubackup");
+    QVERIFY(qobject_cast<BackUp *>(w));
+    QVERIFY(!m_main->menuItem(qs("mnubackup"))->isEnabled());
+    click(w, "cmdok");
+    QCOMPARE(m_operator->told, sl({"Please select a path"}));
+    qobject_cast<BackUp *>(w)->folderLists()->setFolder(m_folder->path());
+    QCOMPARE(w->findChild<QLineEdit *>(qs("txtpath"))->text(), m_folder->path() + qs("/"));
+    click(w, "cmdok");
+    TableChecklist *list = qobject_cast<BackUp *>(w)->checklist();
+    QVERIFY(list->selectionPage()->isVisible());
+    QVERIFY(!w->findChild<QFrame *>(qs("Frame1"))->isVisible());
+    QCOMPARE(list->tickedTables(), list->tables());
+
+    list->setTicked(qs("staff"), false);
+    click(w, "cmdBackup");
+    QCOMPARE(sent(), sl({"SHOW Tables", "SELECT * FROM `bill`", "SELECT * FROM `main_info1`", "SELECT * FROM `notes`",
+                         "SELECT * FROM `owner1`", "SELECT * FROM `visits`"}));
+    QCOMPARE(m_operator->told.last(), qs("Backup Sucessfully"));
+    QTRY_VERIFY(!w);
+    QVERIFY(m_main->menuItem(qs("mnubackup"))->isEnabled());
+    QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
+    QCOMPARE(archiveContents(archive()),
+             sl({"bill: name|amount / C00001|10 / C00007|70 / A00007|71",
+                 "main_info1: code_no|code|fname / C00001|C00001|Ann / C00007|A00007|Bob",
+                 "notes: code_no|note / C00001|n1 / C00007|n7, \"quoted\" / C00007|",
+                 "owner1: code|oname / A00007|Bob Sr / C00001|Ann", "visits: code|v / C00001|1 / A00007|7"}));
+}
+
+void TestBackupTools::secondBackupOfTheDay_data()
+{
+    QTest::addColumn<bool>("replace");
+    QTest::newRow("No keeps the first and closes") << false;
+    QTest::newRow("Yes replaces it") << true;
+}
+
+void TestBackupTools::secondBackupOfTheDay()
+{
+    QFETCH(bool, replace);
+    QFile first(archive());
+    QVERIFY(first.open(QIODevice::WriteOnly) && first.write("first") == 5);
+    first.close();
+    m_operator->answer = replace ? Dialogs::Answer::Yes : Dialogs::Answer::No;
+    QPointer<BackUp> w = backupAtTablePage();
+    QCOMPARE(m_operator->asked, sl({"The backup is already taken, are you want to delete it"}));
+    if (!replace) {
+        QTRY_VERIFY(!w);
+        QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
+        QCOMPARE(QFileInfo(archive()).size(), 5);
+        return;
+    }
+    QVERIFY(!QFileInfo::exists(archive()));
+    w->checklist()->deselectAll();
+    w->checklist()->setTicked(qs("staff"), true);
+    click(w, "cmdBackup");
+    QCOMPARE(m_operator->told, sl({"Backup Sucessfully"}));
+    QCOMPARE(archiveContents(archive()), sl({"staff: sname / Eve"}));
+}
+
+void TestBackupTools::clientBackup_data()
+{
+    QTest::addColumn<QString>("code");
+    QTest::addColumn<QStringList>("contents");
+    // Found in main_info1 with a differing code: OTHER is its code_no, so main_info1 is written,
+    // and owner1 is selected by a code_no it lacks. visits has no rows of that code.
+    QTest::newRow("lower case, codes differ")
+        << "c00007"
+        << sl({"bill: name|amount / C00007|70", "main_info1: code_no|code|fname / C00007|A00007|Bob",
+               "notes: code_no|note / C00007|n7, \"quoted\" / C00007|", "visits: code|v"});
+    // Equal codes: no main_info1 file; owner1 by its code.
+    QTest::newRow("codes equal") << "C00001"
+                                 << sl({"bill: name|amount / C00001|10", "notes: code_no|note / C00001|n1",
+                                        "owner1: code|oname / C00001|Ann", "visits: code|v / C00001|1"});
+}
+
+// Only the client's rows, each table by its own select; tables without a code column (staff)
+// get no file.
+void TestBackupTools::clientBackup()
+{
+    QFETCH(QString, code);
+    answerInputs({code});
+    QPointer<BackUp> w = backupAtTablePage();
+    QVERIFY(w);
+    w->findChild<QCheckBox *>(qs("Check1"))->setChecked(true);
+    click(w, "cmdBackup");
+    QCOMPARE(m_operator->told, sl({"Orvita: Please Enter the Code No to take BackUp", "Backup Sucessfully"}));
+    QTEST(archiveContents(archive()), "contents");
+    const QStringList statements = sent();
+    QVERIFY2(statements.contains(qs("Select * from bill where ucase(name) = '%1'").arg(code.toUpper())),
+             qPrintable(statements.join(QLatin1Char('\n'))));
+
+    // An unknown code is told and the table page is shown again, with nothing written.
+    QTRY_VERIFY(!w);
+    QFile::remove(archive());
+    answerInputs({qs("NOBODY")});
+    m_operator->told.clear();
+    w = backupAtTablePage();
+    w->findChild<QCheckBox *>(qs("Check1"))->setChecked(true);
+    click(w, "cmdBackup");
+    QCOMPARE(m_operator->told, sl({"Orvita: Please Enter the Code No to take BackUp", "The Code does not exist"}));
+    QVERIFY(w->checklist()->selectionPage()->isVisible());
+    QVERIFY(!QFileInfo::exists(archive()));
+}
+
+// A connection lost in the middle gives an error naming the cause, and no archive or working
+// files at all.
+void TestBackupTools::lostConnectionLeavesNoArchive()
+{
+    QVERIFY_DB(m_db->run({qs("CREATE TABLE zbig SELECT seq, REPEAT('x', 50) AS pad FROM seq_1_to_1000000")}));
+    QPointer<BackUp> w = backupAtTablePage();
+    QVERIFY(w);
+    const unsigned long id = m_main->session()->connectionId();
+    std::thread killer([this, id] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        DatabaseSession admin;
+        if (!openSession(admin, m_db->name()))
+            admin.execute(qs("KILL %1").arg(id));
+    });
+    click(w, "cmdBackup");
+    killer.join();
+    QVERIFY_DB(m_db->run({qs("DROP TABLE zbig")}));
+    QCOMPARE(m_operator->told.size(), 1);
+    QVERIFY2(m_operator->told.first().startsWith(qs("The backup was not made: ")),
+             qPrintable(m_operator->told.first()));
+    QTRY_VERIFY(!w);
+    QCOMPARE(folderListing(), QStringList());
+}
+
+QTEST_MAIN(TestBackupTools)
+#include "test_backuptools.moc"
