@@ -5,10 +5,12 @@
 //   bench_tabledata HOST:PORT DATABASE
 //
 // The window shows the first table the database lists; the benchmark database holds one.
-#include "ui/dialogs.h"
 #include "data/tabledata.h"
 #include "db/databasesession.h"
+#include "db/memorypolicy.h"
 #include "grid/grid.h"
+#include "ui/dialogs.h"
+#include "ui/toolhost.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -40,12 +42,26 @@ void fail(const QString &what)
     std::exit(1);
 }
 
+// The one window's host: the session and nothing else.
+class BenchHost final : public ToolHost {
+public:
+    explicit BenchHost(DatabaseSession &session) : m_session(session) {}
+    DatabaseSession *session() const override { return &m_session; }
+    ConnectionSettings settings() const override { return {}; }
+    QMenu *popupMenu(const QString &) const override { return nullptr; }
+    QString programFolder() const override { return {}; }
+
+private:
+    DatabaseSession &m_session;
+};
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    mapLargeBlocks(); // as the program does
     QApplication app(argc, argv);
     const QStringList args = app.arguments();
     if (args.size() != 3)
@@ -65,7 +81,8 @@ int main(int argc, char **argv)
     const qint64 baselineKb = statusKb("VmHWM");
     QElapsedTimer timer;
     timer.start();
-    auto *window = new TableData(TableDataHost{[&session] { return &session; }, {}});
+    BenchHost host(session);
+    auto *window = new TableData(host);
     const qint64 loadMs = timer.elapsed();
     const qint64 peakKb = statusKb("VmHWM");
     const qint64 residentKb = statusKb("VmRSS");

@@ -1,12 +1,14 @@
 // Tabulon: administration of the Orvita client-records database.
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
+#include "db/memorypolicy.h"
 
 #include <QApplication>
 #include <QTimer>
 
 int main(int argc, char **argv)
 {
+    tabulon::mapLargeBlocks();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Tabulon"));
     QApplication::setOrganizationName(QStringLiteral("Corvane"));

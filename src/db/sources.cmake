@@ -8,4 +8,5 @@ tabulon_logic_library(tabulon_db
         db/connectionstring.cpp db/connectionstring.h
         db/databasesession.cpp db/databasesession.h
         db/tablenames.cpp db/tablenames.h
+        db/memorypolicy.cpp db/memorypolicy.h
     PRIVATE_DEPS PkgConfig::MARIADB)

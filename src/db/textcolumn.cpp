@@ -1,5 +1,6 @@
 #include "db/textcolumn.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace tabulon {
@@ -10,7 +11,8 @@ constexpr std::uint64_t kMaxColumnBytes = 0xFFFFFFFFull;
 
 void TextColumn::reserve(qsizetype cells, qsizetype bytes)
 {
-    m_ends.reserve(static_cast<size_t>(cells));
+    m_lengths.reserve(static_cast<size_t>(cells));
+    m_blocks.reserve(static_cast<size_t>(cells / kBlock + 1));
     if (bytes > 0)
         m_bytes.reserve(bytes);
 }
@@ -18,61 +20,103 @@ void TextColumn::reserve(qsizetype cells, qsizetype bytes)
 void TextColumn::clear()
 {
     m_bytes.clear();
-    m_ends.clear();
+    m_lengths.clear();
+    m_blocks.clear();
+    m_count = 0;
     m_nulls.clear();
     m_edits.clear();
 }
 
 void TextColumn::append(QByteArrayView utf8)
 {
-    if (static_cast<std::uint64_t>(m_bytes.size()) + static_cast<std::uint64_t>(utf8.size()) > kMaxColumnBytes)
-        throw std::length_error("column holds more than 4 GiB of text");
-    m_bytes.append(utf8.data(), utf8.size());
-    m_ends.push_back(static_cast<std::uint32_t>(m_bytes.size()));
+    appendBytes(utf8);
     if (hasNullFlags())
         m_nulls.push_back(false);
+}
+
+void TextColumn::appendBytes(QByteArrayView utf8)
+{
+    if (static_cast<std::uint64_t>(m_bytes.size()) + static_cast<std::uint64_t>(utf8.size()) > kMaxColumnBytes)
+        throw std::length_error("column holds more than 4 GiB of text");
+    if (m_count % kBlock == 0)
+        m_blocks.push_back(
+            Block{static_cast<std::uint32_t>(m_bytes.size()), static_cast<std::uint32_t>(m_lengths.size())});
+    auto length = static_cast<std::uint32_t>(utf8.size());
+    while (length >= 0x80) {
+        m_lengths.push_back(static_cast<std::uint8_t>(length | 0x80));
+        length >>= 7;
+    }
+    m_lengths.push_back(static_cast<std::uint8_t>(length));
+    m_bytes.append(utf8.data(), utf8.size());
+    ++m_count;
 }
 
 void TextColumn::appendNull()
 {
     ensureNullFlags();
-    m_ends.push_back(static_cast<std::uint32_t>(m_bytes.size()));
+    appendBytes(QByteArrayView());
     m_nulls.push_back(true);
 }
 
 void TextColumn::resize(qsizetype cells)
 {
-    const auto n = static_cast<size_t>(cells);
-    if (n >= m_ends.size()) {
-        const std::uint32_t end = static_cast<std::uint32_t>(m_bytes.size());
-        m_ends.resize(n, end);
-        if (hasNullFlags())
-            m_nulls.resize(n, false);
+    cells = std::max<qsizetype>(cells, 0);
+    if (cells >= m_count) {
+        while (m_count < cells)
+            append(QByteArrayView());
         return;
     }
     for (auto it = m_edits.begin(); it != m_edits.end();) {
-        if (it->first >= n)
+        if (it->first >= cells)
             it = m_edits.erase(it);
         else
             ++it;
     }
-    m_ends.resize(n);
+    if (cells == 0) {
+        m_bytes.clear();
+        m_lengths.clear();
+        m_blocks.clear();
+    } else {
+        const Location last = locate(cells - 1);
+        m_bytes.truncate(last.begin + last.length);
+        m_lengths.resize(last.nextLengthPos);
+        m_blocks.resize(static_cast<size_t>((cells + kBlock - 1) / kBlock));
+    }
+    m_count = cells;
     if (hasNullFlags())
-        m_nulls.resize(n);
-    m_bytes.truncate(n == 0 ? 0 : m_ends.back());
+        m_nulls.resize(static_cast<size_t>(cells));
 }
 
 void TextColumn::ensureNullFlags()
 {
     if (!hasNullFlags())
-        m_nulls.assign(m_ends.size(), false);
+        m_nulls.assign(static_cast<size_t>(m_count), false);
+}
+
+TextColumn::Location TextColumn::locate(qsizetype i) const
+{
+    const Block &block = m_blocks[static_cast<size_t>(i / kBlock)];
+    std::uint32_t begin = block.byteStart;
+    std::uint32_t pos = block.lengthPos;
+    const std::uint8_t *lengths = m_lengths.data();
+    for (qsizetype k = i % kBlock;; --k) {
+        std::uint32_t length = 0;
+        for (int shift = 0;; shift += 7) {
+            const std::uint8_t byte = lengths[pos++];
+            length |= static_cast<std::uint32_t>(byte & 0x7F) << shift;
+            if (!(byte & 0x80))
+                break;
+        }
+        if (k == 0)
+            return Location{begin, length, pos};
+        begin += length;
+    }
 }
 
 QByteArrayView TextColumn::stored(qsizetype i) const
 {
-    const auto idx = static_cast<size_t>(i);
-    const std::uint32_t begin = idx == 0 ? 0 : m_ends[idx - 1];
-    return QByteArrayView(m_bytes.constData() + begin, m_ends[idx] - begin);
+    const Location at = locate(i);
+    return QByteArrayView(m_bytes.constData() + at.begin, at.length);
 }
 
 bool TextColumn::isNull(qsizetype i) const
@@ -97,18 +141,14 @@ QByteArrayView TextColumn::utf8(qsizetype i) const
 
 void TextColumn::setUtf8(qsizetype i, QByteArrayView utf8)
 {
-    const auto idx = static_cast<size_t>(i);
-    if (idx + 1 == m_ends.size() && m_edits.find(static_cast<std::uint32_t>(i)) == m_edits.end()) {
+    if (i + 1 == m_count && m_edits.find(static_cast<std::uint32_t>(i)) == m_edits.end()) {
         // The last cell can be rewritten in place.
-        m_bytes.truncate(idx == 0 ? 0 : m_ends[idx - 1]);
-        m_ends.pop_back();
-        if (hasNullFlags())
-            m_nulls.pop_back();
+        resize(i);
         append(utf8);
         return;
     }
     m_edits[static_cast<std::uint32_t>(i)] = Edit{QByteArray(utf8.data(), utf8.size()), false};
-    if (m_edits.size() > 1024 && m_edits.size() > m_ends.size() / 8)
+    if (m_edits.size() > 1024 && static_cast<qsizetype>(m_edits.size()) > m_count / 8)
         compact();
 }
 
@@ -116,7 +156,7 @@ void TextColumn::setNull(qsizetype i)
 {
     ensureNullFlags();
     m_edits[static_cast<std::uint32_t>(i)] = Edit{QByteArray(), true};
-    if (m_edits.size() > 1024 && m_edits.size() > m_ends.size() / 8)
+    if (m_edits.size() > 1024 && static_cast<qsizetype>(m_edits.size()) > m_count / 8)
         compact();
 }
 
@@ -140,13 +180,15 @@ void TextColumn::compact()
 void TextColumn::squeeze()
 {
     m_bytes.squeeze();
-    m_ends.shrink_to_fit();
+    m_lengths.shrink_to_fit();
+    m_blocks.shrink_to_fit();
 }
 
 qsizetype TextColumn::memoryUse() const
 {
-    qsizetype use = m_bytes.capacity() + static_cast<qsizetype>(m_ends.capacity() * sizeof(std::uint32_t))
-        + static_cast<qsizetype>(m_nulls.capacity() / 8);
+    qsizetype use = m_bytes.capacity() + static_cast<qsizetype>(m_lengths.capacity()) +
+                    static_cast<qsizetype>(m_blocks.capacity() * sizeof(Block)) +
+                    static_cast<qsizetype>(m_nulls.capacity() / 8);
     for (const auto &[row, edit] : m_edits)
         use += edit.bytes.capacity() + 64;
     return use;

@@ -1,6 +1,8 @@
-// Compact storage for one column of texts: every cell's UTF-8 bytes in one buffer, one end
-// offset per cell, null flags only when a null was stored, and a sparse set of cells that
-// were changed after they were appended. Recordsets and the grid both keep their cells here.
+// Compact storage for one column of texts: every cell's UTF-8 bytes in one buffer, each cell's
+// length as a varint (one byte below 128), the start of every block of kBlock cells, null
+// flags only when a null was stored, and a sparse set of cells that were changed after they
+// were appended. Recordsets and the grid both keep their cells here; a million-row column of
+// short texts costs its text plus about 1.5 bytes a cell.
 #pragma once
 
 #include <QByteArray>
@@ -15,8 +17,8 @@ namespace tabulon {
 
 class TextColumn final {
 public:
-    qsizetype size() const { return static_cast<qsizetype>(m_ends.size()); }
-    bool isEmpty() const { return m_ends.empty(); }
+    qsizetype size() const { return m_count; }
+    bool isEmpty() const { return m_count == 0; }
 
     void reserve(qsizetype cells, qsizetype bytes = 0);
     void clear();
@@ -47,16 +49,32 @@ public:
     qsizetype memoryUse() const;
 
 private:
+    static constexpr qsizetype kBlock = 16;
     struct Edit {
         QByteArray bytes;
         bool null = false;
     };
+    // Where a block's cells start: in the byte buffer and in the length stream.
+    struct Block {
+        std::uint32_t byteStart;
+        std::uint32_t lengthPos;
+    };
+    struct Location {
+        std::uint32_t begin;
+        std::uint32_t length;
+        std::uint32_t nextLengthPos; // just past the cell's length
+    };
     bool hasNullFlags() const { return !m_nulls.empty(); }
     void ensureNullFlags();
+    Location locate(qsizetype i) const;
+    // Adds a cell's bytes and length, leaving the null flags to the caller.
+    void appendBytes(QByteArrayView utf8);
     QByteArrayView stored(qsizetype i) const;
 
     QByteArray m_bytes;
-    std::vector<std::uint32_t> m_ends;
+    std::vector<std::uint8_t> m_lengths; // varints, 7 bits a byte, low group first
+    std::vector<Block> m_blocks;         // one per kBlock cells
+    qsizetype m_count = 0;
     std::vector<bool> m_nulls; // empty while no cell is null
     std::unordered_map<std::uint32_t, Edit> m_edits;
 };

@@ -317,6 +317,7 @@ void GridData::takeRecordsetColumns(std::vector<TextColumn> columns, const QStri
         // row index puts the header first.
         if (m_fixedRows == 1)
             column.append(f < names.size() ? names[f] : QString());
+        column.squeeze();
     }
     if (m_fixedCols == 1) {
         TextColumn fixed;

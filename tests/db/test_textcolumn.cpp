@@ -10,6 +10,7 @@ class TestTextColumn final : public QObject {
 private Q_SLOTS:
     void editsNullsAndResize();
     void manyEditsCompactOnTheirOwn();
+    void lengthsOfEverySizeAcrossBlocks();
 };
 
 void TestTextColumn::editsNullsAndResize()
@@ -58,6 +59,44 @@ void TestTextColumn::manyEditsCompactOnTheirOwn()
     for (int i = 0; i < n; ++i)
         if (c.text(i) != expected(i))
             QFAIL(qPrintable(QStringLiteral("cell %1: %2").arg(i).arg(c.text(i))));
+}
+
+// Cell lengths that take one, two and three length bytes, nulls among them, read back across
+// block boundaries, also after shrinking to sizes inside a block and growing again.
+void TestTextColumn::lengthsOfEverySizeAcrossBlocks()
+{
+    const int lengths[] = {0, 1, 127, 128, 300, 16383, 16384, 70000, 5, 0};
+    TextColumn c;
+    std::vector<QByteArray> expected;
+    const auto add = [&](int i) {
+        if (i % 13 == 7) {
+            c.appendNull();
+            expected.emplace_back();
+            return;
+        }
+        const QByteArray cell(lengths[i % 10], static_cast<char>('a' + i % 26));
+        c.append(QByteArrayView(cell));
+        expected.push_back(cell);
+    };
+    const auto check = [&] {
+        QCOMPARE(c.size(), static_cast<qsizetype>(expected.size()));
+        for (size_t i = 0; i < expected.size(); ++i) {
+            QVERIFY2(c.utf8(static_cast<qsizetype>(i)) == QByteArrayView(expected[i]), qPrintable(QString::number(i)));
+            QCOMPARE(c.isNull(static_cast<qsizetype>(i)), int(i) % 13 == 7);
+        }
+    };
+    for (int i = 0; i < 100; ++i)
+        add(i);
+    check();
+    for (const int size : {61, 48, 33, 1, 0}) {
+        c.resize(size);
+        expected.resize(static_cast<size_t>(size));
+        check();
+        for (int i = size; i < size + 20; ++i)
+            add(i);
+        check();
+        c.resize(static_cast<qsizetype>(expected.size()));
+    }
 }
 
 QTEST_APPLESS_MAIN(TestTextColumn)
