@@ -18,7 +18,7 @@ namespace tabulon {
 
 namespace {
 
-constexpr std::size_t kBindSize = 256 * 1024;
+std::size_t kBindSize = 256 * 1024; // the longest value text taken whole; see setValueLimit
 constexpr unsigned kMaxColumns = 255;
 
 // The child's form: 'T' table header, 'R' row, 'Z' the end. Lengths are 32-bit little endian.
@@ -53,6 +53,14 @@ public:
         const auto *p = reinterpret_cast<const unsigned char *>(m_form.data() + m_pos);
         v = p[0] | (p[1] << 8) | (p[2] << 16) | (quint32(p[3]) << 24);
         m_pos += 4;
+        return true;
+    }
+    bool take(quint32 n, QByteArray &to)
+    {
+        if (n > static_cast<quint64>(m_form.size() - m_pos))
+            return false;
+        to.append(m_form.data() + m_pos, n);
+        m_pos += n;
         return true;
     }
     bool text(QString &s)
@@ -126,8 +134,10 @@ qint64 longValueLength(MdbHandle *mdb, const MdbColumn *col, const unsigned char
 }
 
 bool readTables(MdbHandle *mdb, const unsigned char *data, std::size_t pages, std::size_t pageSize, QByteArray &form,
-                QString &reason)
+                QString &reason, const std::function<void(QByteArray &)> &flush)
 {
+    constexpr qsizetype kFlushSize = 1 << 20;
+    std::vector<QByteArray> buffers; // the bound columns' buffers, reused from table to table
     if (!mdb_read_catalog(mdb, MDB_TABLE)) {
         reason = QStringLiteral("the catalog cannot be read");
         return false;
@@ -154,13 +164,15 @@ bool readTables(MdbHandle *mdb, const unsigned char *data, std::size_t pages, st
         out.append('T');
         putText(out, QByteArrayView(entry->object_name));
         putU32(out, columns);
-        std::vector<QByteArray> buffers(columns);
+        if (buffers.size() < columns)
+            buffers.resize(columns);
         std::vector<int> lengths(columns, 0);
         for (unsigned c = 0; c < columns; ++c) {
             auto *col = static_cast<MdbColumn *>(g_ptr_array_index(table->columns, c));
             putText(out, QByteArrayView(col->name));
             putU32(out, static_cast<quint32>(AccessFile::adoTypeFor(col->col_type)));
-            buffers[c] = QByteArray(static_cast<qsizetype>(kBindSize) + 1, '\0');
+            if (buffers[c].isEmpty())
+                buffers[c] = QByteArray(static_cast<qsizetype>(kBindSize) + 1, Qt::Uninitialized);
             mdb_bind_column(table.get(), static_cast<int>(c + 1), buffers[c].data(), &lengths[c]);
         }
         mdb_rewind_table(table.get());
@@ -170,6 +182,8 @@ bool readTables(MdbHandle *mdb, const unsigned char *data, std::size_t pages, st
                 reason = QStringLiteral("table %1 holds more rows than its definition says").arg(name);
                 return false;
             }
+            if (flush && out.size() > kFlushSize)
+                flush(out);
             out.append('R');
             for (unsigned c = 0; c < columns; ++c) {
                 auto *col = static_cast<MdbColumn *>(g_ptr_array_index(table->columns, c));
@@ -216,6 +230,11 @@ bool readTables(MdbHandle *mdb, const unsigned char *data, std::size_t pages, st
 
 namespace AccessFile {
 
+void setValueLimit(std::size_t bytes)
+{
+    kBindSize = std::max<std::size_t>(bytes, 4096);
+}
+
 int adoTypeFor(int mdbColumnType)
 {
     switch (mdbColumnType) {
@@ -236,7 +255,8 @@ int adoTypeFor(int mdbColumnType)
     }
 }
 
-bool readImage(const unsigned char *data, std::size_t size, QByteArray &out, QString &reason)
+bool readImage(const unsigned char *data, std::size_t size, QByteArray &out, QString &reason,
+               const std::function<void(QByteArray &)> &flush)
 {
     out.clear();
     // The header page: "Standard Jet DB" (or ACE) at 4, the version at 0x14, which sets the
@@ -265,7 +285,7 @@ bool readImage(const unsigned char *data, std::size_t size, QByteArray &out, QSt
     }
     mdb_set_bind_size(mdb.get(), kBindSize);
     mdb_set_boolean_fmt_numbers(mdb.get());
-    return readTables(mdb.get(), data, pages, pageSize, out, reason);
+    return readTables(mdb.get(), data, pages, pageSize, out, reason, flush);
 }
 
 DbResult<std::vector<SourceTable>> decode(QByteArrayView form)
@@ -339,25 +359,35 @@ DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds)
         const int devNull = ::open("/dev/null", O_WRONLY);
         if (devNull >= 0)
             ::dup2(devNull, STDERR_FILENO);
+        // Frames up the pipe: 'F' and a piece of the form as it grows, or 'E' and the reason
+        // the file cannot be read; each with its length.
+        auto send = [&](char kind, QByteArrayView bytes) {
+            QByteArray frame(1, kind);
+            putU32(frame, static_cast<quint32>(bytes.size()));
+            frame.append(bytes.data(), bytes.size());
+            const char *p = frame.constData();
+            qsizetype left = frame.size();
+            while (left > 0) {
+                const ssize_t n = ::write(fds[1], p, static_cast<size_t>(left));
+                if (n < 0 && errno == EINTR)
+                    continue;
+                if (n <= 0)
+                    _exit(2);
+                p += n;
+                left -= n;
+            }
+        };
         QByteArray out;
         QString reason;
-        QByteArray answer;
-        if (readImage(reinterpret_cast<const unsigned char *>(image.constData()),
-                      static_cast<std::size_t>(image.size()), out, reason))
-            answer = QByteArray(1, '1') + out;
+        const bool read = readImage(reinterpret_cast<const unsigned char *>(image.constData()),
+                                    static_cast<std::size_t>(image.size()), out, reason, [&](QByteArray &piece) {
+                                        send('F', piece);
+                                        piece.clear();
+                                    });
+        if (read)
+            send('F', out);
         else
-            answer = QByteArray(1, '0') + reason.toUtf8();
-        const char *p = answer.constData();
-        qsizetype left = answer.size();
-        while (left > 0) {
-            const ssize_t n = ::write(fds[1], p, static_cast<size_t>(left));
-            if (n < 0 && errno == EINTR)
-                continue;
-            if (n <= 0)
-                _exit(2);
-            p += n;
-            left -= n;
-        }
+            send('E', reason.toUtf8());
         _exit(0);
     }
 
@@ -396,9 +426,18 @@ DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds)
             QStringLiteral("the Access database is damaged (its reader ended on signal %1)").arg(WTERMSIG(status)));
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || answer.isEmpty())
         return DbError::file(path, QStringLiteral("the Access database could not be read"));
-    if (answer.front() != '1')
-        return DbError::file(path, QString::fromUtf8(answer.mid(1)));
-    auto tables = decode(QByteArrayView(answer).sliced(1));
+    QByteArray form;
+    FormReader frames(answer);
+    char kind = 0;
+    while (frames.byte(kind)) {
+        QString piece;
+        quint32 length = 0;
+        if (kind == 'E' && frames.text(piece))
+            return DbError::file(path, piece);
+        if (kind != 'F' || !frames.u32(length) || !frames.take(length, form))
+            return DbError::file(path, QStringLiteral("the Access reader's answer is malformed"));
+    }
+    auto tables = decode(form);
     if (!tables.ok())
         return DbError::file(path, tables.error().description);
     return tables;

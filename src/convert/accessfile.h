@@ -11,6 +11,7 @@
 #include <QString>
 
 #include <cstddef>
+#include <functional>
 #include <vector>
 
 namespace tabulon {
@@ -21,15 +22,20 @@ namespace AccessFile {
 int adoTypeFor(int mdbColumnType);
 
 // Reads every user table of a whole file image, in this process, into the form the child hands
-// to the program. False with a reason when the image is no Access file or is damaged.
-bool readImage(const unsigned char *data, std::size_t size, QByteArray &out, QString &reason);
+// to the program. False with a reason when the image is no Access file or is damaged. When
+// given, `flush` takes the form's pieces as it grows (and may empty `out`).
+bool readImage(const unsigned char *data, std::size_t size, QByteArray &out, QString &reason,
+               const std::function<void(QByteArray &)> &flush = {});
+// The longest value text taken whole (256 KiB unless set; longer memo texts are cut). The fuzzer
+// lowers it: the sanitizers' allocator makes every larger buffer a slow system call.
+void setValueLimit(std::size_t bytes);
 // Turns that form back into tables; a form that is cut short or malformed is an error.
 DbResult<std::vector<SourceTable>> decode(QByteArrayView form);
 
 // Reads the file at `path` in a child process (readImage there, decode here). An error names
-// the file; a child that crashes, stops answering for `timeoutSeconds`, or reports damage
-// gives one too.
-DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds = 60);
+// the file; a child that crashes, sends nothing for `timeoutSeconds`, or reports damage gives
+// one too.
+DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds = 30);
 
 } // namespace AccessFile
 

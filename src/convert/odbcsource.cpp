@@ -144,7 +144,12 @@ DbResult<std::unique_ptr<ConversionSource>> OdbcSource::open(const QString &data
         auto name = readValue(tables.handle, 3, SQL_C_CHAR);
         if (!name.ok())
             return name.error();
-        source->m_tables << QString::fromUtf8(name->value_or(QByteArray()));
+        // Some drivers ignore the restriction; the type column says what each row is.
+        auto kind = readValue(tables.handle, 4, SQL_C_CHAR);
+        if (!kind.ok())
+            return kind.error();
+        if (kind->value_or(QByteArray()).trimmed().toUpper() == "TABLE")
+            source->m_tables << QString::fromUtf8(name->value_or(QByteArray()));
     }
     return std::unique_ptr<ConversionSource>(std::move(source));
 }

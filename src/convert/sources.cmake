@@ -14,3 +14,14 @@ tabulon_window_library(tabulon_convert
         convert/convertdb.cpp convert/convertdb.h
     DEPS tabulon_convert_logic tabulon_ui)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_convert)
+
+# The Access reader's libFuzzer target (clang only): configure a separate build with
+# CC=clang CXX=clang++ -DTABULON_FUZZ=ON -DTABULON_SANITIZE=ON.
+option(TABULON_FUZZ "Build the libFuzzer targets (needs clang)" OFF)
+if(TABULON_FUZZ)
+    add_executable(fuzz_accessfile convert/fuzz_accessfile.cpp)
+    target_compile_options(fuzz_accessfile PRIVATE -fsanitize=fuzzer)
+    target_link_options(fuzz_accessfile PRIVATE -fsanitize=fuzzer)
+    target_compile_options(tabulon_convert_logic PRIVATE -fsanitize=fuzzer-no-link)
+    target_link_libraries(fuzz_accessfile PRIVATE tabulon_convert_logic tabulon_common_cfg)
+endif()
