@@ -4,6 +4,7 @@
 #include "app/toolcatalog.h"
 #include "data/tabledata.h"
 #include "grid/grid.h"
+#include "gridtexts.h"
 #include "operator.h"
 #include "testdb.h"
 
@@ -27,22 +28,13 @@ namespace {
 
 QStringList column(const Grid &grid, int col, int firstRow = 1)
 {
-    QStringList out;
-    for (int r = firstRow; r < grid.rows(); ++r)
-        out << grid.textMatrix(r, col);
-    return out;
+    return gridColumnTexts(grid.cells(), col, firstRow);
 }
 
+// The data rows, fields only.
 QStringList gridRows(const Grid &grid)
 {
-    QStringList out;
-    for (int r = 1; r < grid.rows(); ++r) {
-        QStringList cells;
-        for (int c = 2; c < grid.cols(); ++c)
-            cells << grid.textMatrix(r, c);
-        out << cells.join(QLatin1Char('|'));
-    }
-    return out;
+    return gridRowTexts(grid.cells(), 1, 2);
 }
 
 void selectRows(Grid &grid, std::initializer_list<int> rows)

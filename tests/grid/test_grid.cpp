@@ -1,6 +1,7 @@
 // The grid through the real view (offscreen): header clicks, the current cell and multi-row
 // selection, in-place editing, column state across changes, and a million rows.
 #include "grid/grid.h"
+#include "gridtexts.h"
 #include "testdb.h"
 
 #include <QApplication>
@@ -24,10 +25,7 @@ const QStringList kTable =
 
 QStringList column(const Grid &grid, int col)
 {
-    QStringList out;
-    for (int r = 1; r < grid.rows(); ++r)
-        out << grid.textMatrix(r, col);
-    return out;
+    return test::gridColumnTexts(grid.cells(), col);
 }
 
 void clickHeader(Grid &grid, int section)

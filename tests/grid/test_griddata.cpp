@@ -1,6 +1,7 @@
 // The grid's cells without a view: row and column changes over the permuted row index, the
 // generic sort, bulk column writes, and recordsets taken over from the real server.
 #include "grid/griddata.h"
+#include "gridtexts.h"
 #include "testdb.h"
 
 #include <QRandomGenerator>
@@ -29,11 +30,7 @@ GridData makeGrid(const QStringList &rows)
 
 QStringList contents(const GridData &g)
 {
-    QStringList out(g.rows());
-    for (int r = 0; r < g.rows(); ++r)
-        for (int c = 0; c < g.cols(); ++c)
-            out[r] += (c > 0 ? QStringLiteral("|") : QString()) + g.text(r, c);
-    return out;
+    return gridRowTexts(g);
 }
 
 } // namespace
