@@ -6,6 +6,7 @@ tabulon_logic_library(tabulon_convert_logic
         convert/databaseconversion.cpp convert/databaseconversion.h
         convert/odbcsource.cpp convert/odbcsource.h
         convert/sourcetable.h
+        convert/tablescript.cpp convert/tablescript.h
         convert/valuetext.cpp convert/valuetext.h
     DEPS tabulon_db
     PRIVATE_DEPS PkgConfig::LIBMDB PkgConfig::ODBC)

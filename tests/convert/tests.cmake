@@ -1,4 +1,5 @@
 tabulon_add_test(test_conversionrules convert/test_conversionrules.cpp LIBS tabulon_convert_logic)
+tabulon_add_test(test_tablescript convert/test_tablescript.cpp LIBS tabulon_convert_logic)
 tabulon_add_test(test_accessfile convert/test_accessfile.cpp LIBS tabulon_convert_logic)
 tabulon_add_test(test_convertdb convert/test_convertdb.cpp LIBS tabulon_convert tabulon_app tabulon_testoperator)
 foreach(test test_accessfile test_convertdb)

@@ -1,0 +1,127 @@
+#include "convert/tablescript.h"
+
+#include "db/databasesession.h"
+
+#include <QFile>
+
+namespace tabulon::TableScript {
+
+namespace {
+
+const QLatin1String kLineEnd("\r\n");
+
+DbError writeFile(const QString &path, const QString &text)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return DbError::file(path, file.errorString());
+    const QByteArray bytes = text.toUtf8();
+    if (file.write(bytes) != bytes.size() || !file.flush())
+        return DbError::file(path, file.errorString());
+    return DbError::none();
+}
+
+} // namespace
+
+QString definitionLine(const QString &database, const QString &table, const std::vector<Column> &columns)
+{
+    QString line =
+        QLatin1String("Create Table if not exists ") + database + QLatin1Char('.') + table + QLatin1String(" (");
+    for (const auto &[name, type] : columns) {
+        const QString written = name.toUpper() == QLatin1String("CHECK") ? QStringLiteral("CHECK1") : name;
+        line += written + QLatin1Char(' ') + type + QLatin1String(", ");
+    }
+    // Without columns this drops " (" instead of the last ", ".
+    line.chop(2);
+    return line + QLatin1String(");") + kLineEnd;
+}
+
+QString scriptText(const QString &database, const QString &tableLines)
+{
+    return QLatin1String("CREATE DATABASE ") + database + QLatin1Char(';') + kLineEnd + QLatin1String("Use ") +
+           database + QLatin1Char(';') + kLineEnd + kLineEnd + tableLines + kLineEnd;
+}
+
+QString baseFolder(const QString &datadir)
+{
+    const qsizetype at = datadir.toUpper().indexOf(QLatin1String("\\DATA"));
+    return at < 0 ? QString() : datadir.left(at + 1);
+}
+
+QString batchText(const QString &base)
+{
+    return base.left(2) + kLineEnd + base + QLatin1String("bin") + kLineEnd + QLatin1String("mysql.exe") + kLineEnd;
+}
+
+DbResult<QString> BuildTableDefinition(DatabaseSession &session, const QString &database, const QString &table)
+{
+    auto columns = session.openQuery(QStringLiteral("Show Columns from ") + table);
+    if (!columns.ok())
+        return columns.error();
+    std::vector<Column> list;
+    if (columns->isOpen() && columns->fieldCount() >= 2) {
+        for (columns->moveFirst(); !columns->eof(); columns->moveNext())
+            list.emplace_back(columns->current(0).value_or(QString()), columns->current(1).value_or(QString()));
+    }
+    columns->close();
+    return definitionLine(database, table, list);
+}
+
+DbResult<QString> BuildTableScript(DatabaseSession &session, const QString &database)
+{
+    auto tables = session.openQuery(QStringLiteral("Show Tables"));
+    if (!tables.ok())
+        return tables.error();
+    QStringList names;
+    if (tables->isOpen() && tables->fieldCount() > 0) {
+        for (tables->moveFirst(); !tables->eof(); tables->moveNext())
+            names << tables->current(0).value_or(QString());
+    }
+    tables->close();
+    QString script;
+    for (const QString &table : names) {
+        auto line = BuildTableDefinition(session, database, table);
+        if (!line.ok())
+            return line.error();
+        script += line.value();
+    }
+    return script;
+}
+
+DbError WriteServerBatch(DatabaseSession &session, const QString &folder)
+{
+    auto variables = session.openQuery(QStringLiteral("Show Variables"));
+    if (!variables.ok())
+        return variables.error();
+    QString base;
+    const int name = variables->fieldIndex(QStringLiteral("variable_name"));
+    const int value = variables->fieldIndex(QStringLiteral("Value"));
+    if (variables->isOpen() && name >= 0 && value >= 0) {
+        for (variables->moveFirst(); !variables->eof(); variables->moveNext()) {
+            if (variables->current(name).value_or(QString()) == QLatin1String("datadir"))
+                base = baseFolder(variables->current(value).value_or(QString()));
+        }
+    }
+    variables->close();
+    return writeFile(folder + QLatin1String("/Cr_Db.bat"), batchText(base));
+}
+
+DbError CreateScriptFile(DatabaseSession &session, const QString &folder, const QString &database)
+{
+    if (database.isEmpty())
+        return DbError::none();
+    // The file is started before the tables are read, so a failure leaves its two statements.
+    const QString path = folder + QLatin1String("/import.sql");
+    const QString head = QLatin1String("CREATE DATABASE ") + database + QLatin1Char(';') + kLineEnd +
+                         QLatin1String("Use ") + database + QLatin1Char(';') + kLineEnd + kLineEnd;
+    if (DbError e = writeFile(path, head))
+        return e;
+    auto lines = BuildTableScript(session, database);
+    if (!lines.ok())
+        return lines.error();
+    if (DbError e = writeFile(path, scriptText(database, lines.value())))
+        return e;
+    return WriteServerBatch(session, folder);
+}
+
+} // namespace tabulon::TableScript

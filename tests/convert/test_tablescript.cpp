@@ -1,0 +1,124 @@
+// The table script and its batch file: the line rules without a server, and the files written
+// from a scratch database, byte for byte.
+#include "convert/tablescript.h"
+#include "testdb.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace tabulon;
+using namespace tabulon::TableScript;
+using namespace tabulon::test;
+
+class TestTableScript final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void definitionLine_data();
+    void definitionLine();
+    void baseFolder_data();
+    void baseFolder();
+    void filesFromTheServer();
+    void failuresComeBack();
+};
+
+namespace {
+QByteArray contents(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
+}
+} // namespace
+
+void TestTableScript::definitionLine_data()
+{
+    QTest::addColumn<QStringList>("columns"); // name, type, name, type...
+    QTest::addColumn<QString>("line");
+    QTest::newRow("two columns") << sl({"id", "int(11)", "label", "varchar(50)"})
+                                 << qs("Create Table if not exists shop.t (id int(11), label varchar(50));\r\n");
+    QTest::newRow("check in any case") << sl({"check", "char(1)", "Check", "int(11)", "CHECKS", "text"})
+                                       << qs("Create Table if not exists shop.t (CHECK1 char(1), CHECK1 int(11), "
+                                             "CHECKS text);\r\n");
+    QTest::newRow("no columns: the opening loses its two characters")
+        << QStringList() << qs("Create Table if not exists shop.t);\r\n");
+}
+
+void TestTableScript::definitionLine()
+{
+    QFETCH(QStringList, columns);
+    QFETCH(QString, line);
+    std::vector<Column> list;
+    for (qsizetype i = 0; i + 1 < columns.size(); i += 2)
+        list.emplace_back(columns[i], columns[i + 1]);
+    QCOMPARE(TableScript::definitionLine(qs("shop"), qs("t"), list), line);
+}
+
+void TestTableScript::baseFolder_data()
+{
+    QTest::addColumn<QString>("datadir");
+    QTest::addColumn<QString>("batch");
+    QTest::newRow("Windows server") << qs("C:\\mysql\\data\\") << qs("C:\r\nC:\\mysql\\bin\r\nmysql.exe\r\n");
+    QTest::newRow("lower case found, case kept")
+        << qs("d:\\Server\\Data\\") << qs("d:\r\nd:\\Server\\bin\r\nmysql.exe\r\n");
+    QTest::newRow("first \\DATA") << qs("E:\\database\\data\\") << qs("E:\r\nE:\\bin\r\nmysql.exe\r\n");
+    QTest::newRow("no \\DATA") << qs("/var/lib/mysql/") << qs("\r\nbin\r\nmysql.exe\r\n");
+}
+
+void TestTableScript::baseFolder()
+{
+    QFETCH(QString, datadir);
+    QFETCH(QString, batch);
+    QCOMPARE(batchText(TableScript::baseFolder(datadir)), batch);
+}
+
+void TestTableScript::filesFromTheServer()
+{
+    ScratchDatabase db(qs("tablescript"));
+    QVERIFY_DB(db.error());
+    QVERIFY_DB(db.run({qs("CREATE TABLE items (id INT, label VARCHAR(50) NOT NULL DEFAULT 'x', PRIMARY KEY (id))"),
+                       qs("CREATE TABLE flags (id INT AUTO_INCREMENT KEY, `check` CHAR(1))")}));
+    DatabaseSession session;
+    QVERIFY_DB(openSession(session, db.name()));
+    QTemporaryDir folder;
+    QVERIFY_DB(CreateScriptFile(session, folder.path(), db.name()));
+    const QByteArray name = db.name().toUtf8();
+    QCOMPARE(contents(folder.filePath(qs("import.sql"))),
+             "CREATE DATABASE " + name + ";\r\nUse " + name + ";\r\n\r\n" + "Create Table if not exists " + name +
+                 ".flags (id int(11), CHECK1 char(1));\r\n" + "Create Table if not exists " + name +
+                 ".items (id int(11), label varchar(50));\r\n\r\n");
+    // The test server keeps its data in a folder without "\DATA".
+    QCOMPARE(contents(folder.filePath(qs("Cr_Db.bat"))), QByteArray("\r\nbin\r\nmysql.exe\r\n"));
+    QCOMPARE(statementsReceived(db.admin(), session.connectionId()),
+             sl({"Show Tables", "Show Columns from flags", "Show Columns from items", "Show Variables"}));
+
+    // A database without tables; an empty name writes nothing.
+    QVERIFY_DB(db.run({qs("DROP TABLE items, flags")}));
+    QVERIFY_DB(CreateScriptFile(session, folder.path(), db.name()));
+    QCOMPARE(contents(folder.filePath(qs("import.sql"))),
+             "CREATE DATABASE " + name + ";\r\nUse " + name + ";\r\n\r\n\r\n");
+    QTemporaryDir untouched;
+    QVERIFY_DB(CreateScriptFile(session, untouched.path(), QString()));
+    QVERIFY(QDir(untouched.path()).isEmpty());
+}
+
+void TestTableScript::failuresComeBack()
+{
+    QTemporaryDir folder;
+    DatabaseSession closed;
+    const DbError lost = CreateScriptFile(closed, folder.path(), qs("shop"));
+    QVERIFY(lost.isError());
+    // The file was started before the tables were read.
+    QCOMPARE(contents(folder.filePath(qs("import.sql"))), QByteArray("CREATE DATABASE shop;\r\nUse shop;\r\n\r\n"));
+    QVERIFY(!QFile::exists(folder.filePath(qs("Cr_Db.bat"))));
+
+    ScratchDatabase db(qs("tablescript_ro"));
+    QVERIFY_DB(db.error());
+    DatabaseSession session;
+    QVERIFY_DB(openSession(session, db.name()));
+    const DbError unwritable = CreateScriptFile(session, folder.filePath(qs("no/such/folder")), db.name());
+    QVERIFY(unwritable.isFileError());
+    QVERIFY(unwritable.description.contains(qs("import.sql")));
+}
+
+QTEST_GUILESS_MAIN(TestTableScript)
+#include "test_tablescript.moc"
