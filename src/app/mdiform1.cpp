@@ -3,6 +3,7 @@
 #include "app/databaseinfo.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "db/textsplit.h"
 #include "ui/dialogs.h"
 
 #include <QCloseEvent>

@@ -1,5 +1,5 @@
 // Start-up helpers: the platform test, starting a local server when the trial connection
-// fails, the profile file it keeps the server's path in, and a small text helper.
+// fails, and the profile file it keeps the server's path in.
 #pragma once
 
 #include <QString>
@@ -7,9 +7,6 @@
 #include <functional>
 
 namespace tabulon {
-
-// The text before (before = true) or after the last `ch`; the whole text when it is absent.
-QString SplitAtLastChar(const QString &text, QChar ch, bool before);
 
 bool IsNtFamily();
 

@@ -9,4 +9,5 @@ tabulon_logic_library(tabulon_db
         db/databasesession.cpp db/databasesession.h
         db/tablenames.cpp db/tablenames.h
         db/memorypolicy.cpp db/memorypolicy.h
+        db/textsplit.cpp db/textsplit.h
     PRIVATE_DEPS PkgConfig::MARIADB)

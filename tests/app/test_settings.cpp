@@ -1,6 +1,7 @@
 // The settings file and the start-up helpers, on files in a temporary folder only.
 #include "app/settings.h"
 #include "app/startup.h"
+#include "db/textsplit.h"
 
 #include <QFile>
 #include <QTemporaryDir>
