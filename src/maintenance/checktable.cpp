@@ -73,7 +73,7 @@ CheckTable::CheckTable(ToolHost &host, QWidget *parent)
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(m_list);
     layout->addWidget(m_resultPage);
-    resize(520, 420);
+    resize(680, 440);
 
     connect(m_check, &QPushButton::clicked, this, &CheckTable::check);
     connect(selectionExit, &QPushButton::clicked, this, &CheckTable::exitAsked);
