@@ -11,6 +11,9 @@ Operator::Operator()
         switch (p.kind) {
         case Dialogs::Prompt::Kind::Question: asked << p.text; return Dialogs::Reply{answer, {}};
         case Dialogs::Prompt::Kind::RuntimeError: runtimeErrors << p.text; break;
+        case Dialogs::Prompt::Kind::Input:
+            told << p.text;
+            return Dialogs::Reply{Dialogs::Answer::Ok, typed.isEmpty() ? QString() : typed.takeFirst()};
         case Dialogs::Prompt::Kind::OpenFile:
             fileFilters << p.defaultText;
             return Dialogs::Reply{chosenFile.isEmpty() ? Dialogs::Answer::Cancel : Dialogs::Answer::Ok, chosenFile};
