@@ -2,6 +2,7 @@
 
 #include "app/mdiform1.h"
 #include "backup/backup.h"
+#include "backup/restore.h"
 #include "convert/convertdb.h"
 #include "data/replacedata.h"
 #include "data/search.h"
@@ -56,6 +57,7 @@ void registerTools(MDIForm1 &main)
     main.registerModalTool(QStringLiteral("mnureptab"),
                            [](MDIForm1 &m) -> QWidget * { return new RepairTable(m, &m); });
     main.registerModalTool(QStringLiteral("mnubackup"), [](MDIForm1 &m) -> QWidget * { return new BackUp(m, &m); });
+    main.registerModalTool(QStringLiteral("mnurestore"), [](MDIForm1 &m) -> QWidget * { return new Restore(m, &m); });
     main.registerChildTool(QStringLiteral("mnuTabDet"), [](MDIForm1 &m) -> QWidget * { return new TableInfo(m); });
     main.registerPopupCommand(QStringLiteral("mnuaf"), [](MDIForm1 &m) {
         if (TableInfo *t = tableInfo(m))

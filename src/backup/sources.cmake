@@ -10,5 +10,6 @@ tabulon_window_library(tabulon_backup
     SOURCES
         backup/folderlists.cpp backup/folderlists.h
         backup/backup.cpp backup/backup.h
+        backup/restore.cpp backup/restore.h
     DEPS tabulon_backup_logic tabulon_ui)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_backup)
