@@ -5,6 +5,7 @@ tabulon_logic_library(tabulon_convert_logic
         convert/conversionsource.cpp convert/conversionsource.h
         convert/databaseconversion.cpp convert/databaseconversion.h
         convert/odbcsource.cpp convert/odbcsource.h
+        convert/scriptrunner.cpp convert/scriptrunner.h
         convert/sourcetable.h
         convert/tablescript.cpp convert/tablescript.h
         convert/valuetext.cpp convert/valuetext.h
@@ -15,6 +16,11 @@ tabulon_window_library(tabulon_convert
         convert/convertdb.cpp convert/convertdb.h
     DEPS tabulon_convert_logic tabulon_ui)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_convert)
+
+# The companion "Execute Text File" starts; built beside the program, installed with it.
+add_executable(import_db convert/importdb_main.cpp)
+target_link_libraries(import_db PRIVATE tabulon_convert_logic tabulon_ui tabulon_app tabulon_common_cfg)
+set_target_properties(import_db PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
 
 # The Access reader's libFuzzer target (clang only): configure a separate build with
 # CC=clang CXX=clang++ -DTABULON_FUZZ=ON -DTABULON_SANITIZE=ON.

@@ -1,7 +1,12 @@
 // The table script and its batch file: the line rules without a server, and the files written
 // from a scratch database, byte for byte.
+#include "convert/scriptrunner.h"
 #include "convert/tablescript.h"
+#include "db/connectionstring.h"
+#include "db/progress.h"
 #include "testdb.h"
+
+#include <QProcess>
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -20,6 +25,9 @@ private Q_SLOTS:
     void baseFolder();
     void filesFromTheServer();
     void failuresComeBack();
+    void splitStatements_data();
+    void splitStatements();
+    void companionRunsTheScript();
 };
 
 namespace {
@@ -118,6 +126,73 @@ void TestTableScript::failuresComeBack()
     const DbError unwritable = CreateScriptFile(session, folder.filePath(qs("no/such/folder")), db.name());
     QVERIFY(unwritable.isFileError());
     QVERIFY(unwritable.description.contains(qs("import.sql")));
+}
+
+void TestTableScript::splitStatements_data()
+{
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<QStringList>("statements");
+    QTest::newRow("lines with CR LF") << qs("CREATE DATABASE a;\r\nUse a;\r\n\r\nCreate Table a.t (x int);\r\n\r\n")
+                                      << sl({"CREATE DATABASE a", "Use a", "Create Table a.t (x int)"});
+    QTest::newRow("semicolons inside quotes") << qs("insert into t values ('a;b', \"c;\\\"d\", `e;f`);select 1")
+                                              << sl({"insert into t values ('a;b', \"c;\\\"d\", `e;f`)", "select 1"});
+    QTest::newRow("nothing") << qs(" ;\r\n; ") << QStringList();
+}
+
+void TestTableScript::splitStatements()
+{
+    QFETCH(QString, script);
+    QFETCH(QStringList, statements);
+    QCOMPARE(ScriptRunner::splitStatements(script), statements);
+}
+
+// The companion as "Execute Text File" starts it: import.sql beside it, the saved settings of
+// the user, --batch so that it prints its summary and ends.
+void TestTableScript::companionRunsTheScript()
+{
+    QTemporaryDir home;
+    const QString program = home.filePath(qs("import_db"));
+    QVERIFY(QFile::copy(qs(TABULON_IMPORT_DB), program));
+    const QString target = qs("tabulon_import_target");
+    ScratchDatabase db(qs("tablescript_import"));
+    QVERIFY_DB(db.error());
+    QVERIFY_DB(db.run({qs("DROP DATABASE IF EXISTS ") + target}));
+    QFile script(home.filePath(qs("import.sql")));
+    QVERIFY(script.open(QIODevice::WriteOnly));
+    const QString sql =
+        qs("CREATE DATABASE %1;\r\nUse %1;\r\n\r\nCreate Table if not exists %1.t (id int(11), CHECK1 char(1));"
+           "\r\nCreate Table if not exists %1.u (id nosuchtype);\r\n\r\n")
+            .arg(target);
+    script.write(sql.toUtf8());
+    script.close();
+
+    // The settings file of a user whose configuration lives in `home`.
+    const ConnectionTarget server = connectionTargetFrom(connectionString(QString()));
+    QDir(home.path()).mkpath(qs("config/Corvane"));
+    QFile ini(home.filePath(qs("config/Corvane/Tabulon.ini")));
+    QVERIFY(ini.open(QIODevice::WriteOnly));
+    ini.write(
+        qs("[Software]\nCorvane\\Tabulon\\Server=%1:%2\nCorvane\\Tabulon\\User=%3\nCorvane\\Tabulon\\Password=%4\n")
+            .arg(server.host)
+            .arg(server.port)
+            .arg(server.user, server.password)
+            .toUtf8());
+    ini.close();
+
+    QProcess run;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(qs("XDG_CONFIG_HOME"), home.filePath(qs("config")));
+    env.insert(qs("QT_QPA_PLATFORM"), qs("offscreen"));
+    run.setProcessEnvironment(env);
+    run.start(program, {qs("--batch")});
+    QVERIFY(run.waitForFinished(60000));
+    const QString out = QString::fromUtf8(run.readAllStandardOutput());
+    QCOMPARE(run.exitCode(), 2);
+    QVERIFY2(out.startsWith(
+                 qs("4 statements run, 1 failed\n\nCreate Table if not exists %1.u (id nosuchtype)\n    ").arg(target)),
+             qPrintable(out + QString::fromUtf8(run.readAllStandardError())));
+    QCOMPARE(db.rows(qs("SHOW TABLES FROM ") + target), sl({"t"}));
+    QVERIFY_DB(db.run({qs("DROP DATABASE ") + target}));
 }
 
 QTEST_GUILESS_MAIN(TestTableScript)

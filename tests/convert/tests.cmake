@@ -5,3 +5,5 @@ tabulon_add_test(test_convertdb convert/test_convertdb.cpp LIBS tabulon_convert 
 foreach(test test_accessfile test_convertdb)
     target_compile_definitions(${test} PRIVATE TABULON_FIXTURES_DIR="${PROJECT_SOURCE_DIR}/tests/fixtures")
 endforeach()
+target_compile_definitions(test_tablescript PRIVATE TABULON_IMPORT_DB="$<TARGET_FILE:import_db>")
+add_dependencies(test_tablescript import_db)
