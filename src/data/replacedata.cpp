@@ -111,8 +111,15 @@ ReplaceData::ReplaceData(ToolHost &host, QWidget *parent)
             m_findButton->setEnabled(!text.trimmed().isEmpty());
     });
     connect(m_findButton, &QPushButton::clicked, this, &ReplaceData::StartFind);
-    connect(m_rep, &QPushButton::clicked, this, [this] { actOnCurrent(Step::Replace); });
-    connect(m_ignore, &QPushButton::clicked, this, [this] { actOnCurrent(Step::Ignore); });
+    // While Replace All runs (a message box of it lets clicks through), single steps wait.
+    connect(m_rep, &QPushButton::clicked, this, [this] {
+        if (!m_busy.isBusy())
+            actOnCurrent(Step::Replace);
+    });
+    connect(m_ignore, &QPushButton::clicked, this, [this] {
+        if (!m_busy.isBusy())
+            actOnCurrent(Step::Ignore);
+    });
     connect(m_repAll, &QPushButton::clicked, this, &ReplaceData::replaceAll);
     connect(m_cancel, &QPushButton::clicked, this, &ReplaceData::cancel);
 

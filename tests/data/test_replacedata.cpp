@@ -33,6 +33,7 @@ private Q_SLOTS:
     void replaceIgnoreAndWrap();
     void replaceAll_data();
     void replaceAll();
+    void clicksDuringReplaceAllWait();
     void noMatchStopAndCancel();
 
 private:
@@ -244,6 +245,25 @@ void TestReplaceData::replaceAll()
     QCOMPARE(m_operator->asked, QStringList());
     QCOMPARE(m_db->rows(qs("SELECT * FROM people")), people);
     QCOMPARE(w->grid()->row(), stoppedAt);
+}
+
+// The message about fuzzy's record lets events through; clicks made meanwhile start nothing.
+void TestReplaceData::clicksDuringReplaceAllWait()
+{
+    ReplaceData *w = openWindow();
+    QVERIFY(w);
+    find("Oslo", "Bergen");
+    QStringList told;
+    Dialogs::setResponder([&](const Dialogs::Prompt &p) {
+        told << p.text;
+        for (const char *name : {"cmdrepall", "cmdrep", "cmdignore"})
+            child<QPushButton>(name)->click();
+        return Dialogs::Reply{};
+    });
+    child<QPushButton>("cmdrepall")->click();
+    QCOMPARE(told.size(), 1);
+    QCOMPARE(m_db->rows(qs("SELECT * FROM people")), sl({"1|Bergen|Rome", "2|amy|Bergen", "3|C2|Lima"}));
+    QCOMPARE(w->grid()->row(), 1);
 }
 
 void TestReplaceData::noMatchStopAndCancel()
