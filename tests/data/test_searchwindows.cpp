@@ -1,0 +1,368 @@
+// The search and find-and-replace windows against the real server, opened through the main
+// window's "&Search" and "&Replace": what they send, the hit rows, captions and frames, stops
+// and closes during a run, the client-code guard, replace / ignore / Replace All, and opening
+// a search hit in the table data window.
+#include "app/mdiform1.h"
+#include "app/toolcatalog.h"
+#include "data/replacedata.h"
+#include "data/search.h"
+#include "data/tabledata.h"
+#include "grid/grid.h"
+#include "operator.h"
+#include "testdb.h"
+
+#include <QComboBox>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+using namespace tabulon;
+using namespace tabulon::test;
+
+class TestSearchWindows final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void searchAllOrOneTable();
+    void selectATableLeavesStop();
+    void interruptedRun_data();
+    void interruptedRun();
+    void searchFailureIsUntrapped();
+    void openHitInTableData();
+
+    void clientCodeGuard_data();
+    void clientCodeGuard();
+    void replaceIgnoreWrapAndCancel();
+    void replaceAll_data();
+    void replaceAll();
+
+private:
+    QWidget *open(const char *command);
+    template <typename T> T *child(const char *name) const { return m_window->findChild<T *>(qs(name)); }
+    void click(const char *button) const { child<QPushButton>(button)->click(); }
+    void type(const char *box, const char *text) const { child<QLineEdit>(box)->setText(qs(text)); }
+    void find(const char *text, const char *replacement, int kind = 1) const;
+    QStringList hits(int firstCol, int lastCol) const;
+    QStringList sent() { return statementsReceived(m_db->admin(), session().connectionId()); }
+    void markLog() { QVERIFY_DB(openSession(session(), m_db->name())); }
+    DatabaseSession &session() { return *m_main->session(); }
+    Grid *grid() const { return m_window->findChild<Grid *>(qs("Edi_Gr")); }
+
+    std::unique_ptr<ScratchDatabase> m_db;
+    QTemporaryDir m_settingsDir;
+    std::unique_ptr<MDIForm1> m_main;
+    QPointer<QWidget> m_window;
+    std::unique_ptr<Operator> m_operator;
+};
+
+void TestSearchWindows::initTestCase()
+{
+    m_db = std::make_unique<ScratchDatabase>(qs("searchwindows"));
+    QVERIFY_DB(m_db->error());
+}
+
+void TestSearchWindows::init()
+{
+    // "SHOW Tables" lists them in this order. fuzzy's record cannot be located for an update
+    // (a float and no key); owner1.n and people.id refuse a text.
+    QVERIFY_DB(m_db->run({
+        qs("DROP TABLE IF EXISTS fuzzy, main_info1, owner1, people"),
+        qs("CREATE TABLE fuzzy (name VARCHAR(20), w FLOAT)"),
+        qs("INSERT INTO fuzzy VALUES ('Oslo', 31.1)"),
+        qs("CREATE TABLE main_info1 (code_no VARCHAR(10), code VARCHAR(10))"),
+        qs("INSERT INTO main_info1 VALUES ('C1','C1'), ('C2','A2')"),
+        qs("CREATE TABLE owner1 (code VARCHAR(10), city VARCHAR(20), n INT)"),
+        qs("INSERT INTO owner1 VALUES ('O1','oslo',2)"),
+        qs("CREATE TABLE people (id INT PRIMARY KEY, name VARCHAR(20), city VARCHAR(20))"),
+        qs("INSERT INTO people VALUES (1,'Oslo','Rome'), (2,'amy','Oslo'), (3,'C2','Lima')"),
+    }));
+    m_operator = std::make_unique<Operator>();
+    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
+    registerTools(*m_main);
+    m_main->resize(1000, 700);
+    m_main->show();
+}
+
+void TestSearchWindows::cleanup()
+{
+    delete m_window;
+    m_main.reset();
+    m_operator.reset();
+}
+
+QWidget *TestSearchWindows::open(const char *command)
+{
+    if (const DbError error = openSession(session(), m_db->name())) {
+        qWarning("%s", qPrintable(error.description));
+        return nullptr;
+    }
+    m_main->enableAllMenus();
+    m_main->menuItem(qs(command))->trigger();
+    m_window = m_main->toolWindow(qs(command));
+    return m_window;
+}
+
+void TestSearchWindows::find(const char *text, const char *replacement, int kind) const
+{
+    type("txtfind", text);
+    type("txtreplace", replacement);
+    child<QComboBox>("cbofield")->setCurrentIndex(kind);
+    click("cmdfind");
+}
+
+QStringList TestSearchWindows::hits(int firstCol, int lastCol) const
+{
+    QStringList out;
+    for (int r = 1; r < grid()->rows(); ++r) {
+        QStringList cells;
+        for (int c = firstCol; c <= lastCol; ++c)
+            cells << grid()->textMatrix(r, c);
+        out << cells.join(QLatin1Char('|'));
+    }
+    return out;
+}
+
+void TestSearchWindows::searchAllOrOneTable()
+{
+    QVERIFY(open("mnusearch"));
+    QCOMPARE(m_window->objectName(), qs("Search"));
+    QVERIFY(!m_main->menuItem(qs("mnusearch"))->isEnabled());
+    QCOMPARE(sent(), sl({"SHOW Tables"}));
+    auto *combo = child<QComboBox>("Combo1");
+    QCOMPARE(combo->currentIndex(), -1);
+    QVERIFY(grid()->isColHidden(2));
+
+    child<QRadioButton>("optall")->click();
+    QVERIFY(!combo->isEnabled());
+    type("txtsdata", "oslo");
+    markLog();
+    click("cmdsearch");
+    QCOMPARE(child<QPushButton>("cmdsearch")->text(), qs("&Search"));
+    QCOMPARE(hits(0, 2), sl({"1|fuzzy|0", "2|owner1|2", "3|people|3"}));
+    QCOMPARE(sent().filter(qs("Repair")).size(), 4);
+    QCOMPARE(child<QLabel>("lblstatus")->text(), qs("people"));
+
+    // One chosen table: only it is searched, and the grid starts afresh.
+    child<QRadioButton>("optseltab")->click();
+    QVERIFY(combo->isEnabled());
+    combo->setCurrentIndex(2);
+    type("txtsdata", "2");
+    markLog();
+    click("cmdsearch");
+    QCOMPARE(hits(0, 2), sl({"1|owner1|2"}));
+    QCOMPARE(sent(),
+             sl({"Repair Table owner1", "SELECT * FROM `owner1` LIMIT 0", "select code from owner1 where code='2'",
+                 "select city from owner1 where city='2'", "select n from owner1 where n=2"}));
+}
+
+void TestSearchWindows::selectATableLeavesStop()
+{
+    QVERIFY(open("mnusearch"));
+    markLog();
+    click("cmdsearch");
+    QCOMPARE(m_operator->told, sl({"Select a Table"}));
+    // From now on every click is a stop request, and no search can start.
+    child<QComboBox>("Combo1")->setCurrentIndex(0);
+    click("cmdsearch");
+    QCOMPARE(child<QPushButton>("cmdsearch")->text(), qs("S&top"));
+    QCOMPARE(m_operator->told.size(), 1);
+    QCOMPARE(sent(), QStringList());
+}
+
+void TestSearchWindows::interruptedRun_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("button");
+    QTest::addColumn<bool>("close");
+    QTest::newRow("search stopped") << "mnusearch"
+                                    << "cmdsearch" << false;
+    QTest::newRow("search closed") << "mnusearch"
+                                   << "cmdsearch" << true;
+    QTest::newRow("scan stopped") << "mnureplace"
+                                  << "cmdfind" << false;
+    QTest::newRow("scan closed") << "mnureplace"
+                                 << "cmdfind" << true;
+}
+
+// What the operator does at the first table's yield is seen before that table is touched; the
+// stop does not outlive its run, and a close waits for the run's end.
+void TestSearchWindows::interruptedRun()
+{
+    QFETCH(QString, command);
+    QFETCH(QString, button);
+    QFETCH(bool, close);
+    QVERIFY(open(qPrintable(command)));
+    auto *start = child<QPushButton>(qPrintable(button));
+    const QString caption = start->text();
+    if (command == qs("mnusearch"))
+        child<QRadioButton>("optall")->click();
+    else
+        type("txtfind", "Oslo");
+    markLog();
+    QTimer::singleShot(0, m_window, [this, start, close] {
+        if (close)
+            m_window->parentWidget()->close();
+        else
+            start->click();
+    });
+    start->click();
+    QCOMPARE(sent(), QStringList());
+    if (close) {
+        QTRY_VERIFY(m_window.isNull());
+        QVERIFY(m_main->menuItem(command)->isEnabled());
+        return;
+    }
+    QCOMPARE(start->text(), caption);
+    start->click();
+    QCOMPARE(sent().filter(qs("SELECT * FROM")).size(), 4);
+}
+
+void TestSearchWindows::searchFailureIsUntrapped()
+{
+    QVERIFY(open("mnusearch"));
+    child<QRadioButton>("optall")->click();
+    type("txtsdata", "O'Brien");
+    click("cmdsearch");
+    QCOMPARE(m_operator->runtimeErrors.size(), 1);
+    QVERIFY(m_operator->runtimeErrors.first().contains(qs("SQL syntax")));
+    QCOMPARE(m_operator->ends.size(), 1);
+}
+
+void TestSearchWindows::openHitInTableData()
+{
+    QVERIFY(open("mnusearch"));
+    child<QRadioButton>("optall")->click();
+    type("txtsdata", "C2");
+    click("cmdsearch");
+    QCOMPARE(hits(1, 1), sl({"main_info1", "people"}));
+    // No hit row is current yet: nothing opens.
+    qobject_cast<Search *>(m_window)->OpenHit();
+    QVERIFY(!m_main->toolWindow(qs("mnuTabData")));
+
+    grid()->setCurrentCell(2, 1);
+    Q_EMIT grid()->doubleClicked(grid()->model()->index(1, 1)); // the view's row 1 is grid row 2
+    QPointer<TableData> data = qobject_cast<TableData *>(m_main->toolWindow(qs("mnuTabData")));
+    QVERIFY(data && data->isVisible());
+    auto *list = data->findChild<QComboBox *>(qs("Combo1"));
+    QCOMPARE(list->currentText(), qs("people"));
+    QVERIFY(!list->isEnabled());
+    QCOMPARE(data->grid()->rows(), 4);
+    delete data;
+}
+
+void TestSearchWindows::clientCodeGuard_data()
+{
+    QTest::addColumn<QString>("replacement");
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QStringList>("guard"); // empty: the scan follows
+    QTest::newRow("existing client code")
+        << "C2" << 0 << sl({"Repair Table main_info1", "select code_no from main_info1 where code_no ='C2'"});
+    QTest::newRow("existing owner code") << "O1" << 0
+                                         << sl({"Repair Table main_info1",
+                                                "select code_no from main_info1 where code_no ='O1'",
+                                                "Repair Table owner1", "select code from owner1 where code = 'O1'"});
+    QTest::newRow("new code") << "N1" << 0 << QStringList();
+    QTest::newRow("other fields unguarded") << "C2" << 1 << QStringList();
+}
+
+void TestSearchWindows::clientCodeGuard()
+{
+    QFETCH(QString, replacement);
+    QFETCH(int, kind);
+    QFETCH(QStringList, guard);
+    QVERIFY(open("mnureplace"));
+    QCOMPARE(child<QComboBox>("cbofield")->currentText(), qs("Others"));
+    QVERIFY(!child<QPushButton>("cmdfind")->isEnabled());
+    markLog();
+    find("C1", qPrintable(replacement), kind);
+    if (!guard.isEmpty()) {
+        QCOMPARE(m_operator->told, sl({"The Code is already exist"}));
+        QCOMPARE(sent(), guard);
+        QVERIFY(!grid()->isVisibleTo(m_window));
+        return;
+    }
+    QCOMPARE(sent().filter(qs("main_info1 where code_no =")).size(), kind == 0 ? 1 : 0);
+    QCOMPARE(hits(0, 4), sl({"main_info1|code_no|C1|1|0", "main_info1|code|C1|1|1"}));
+}
+
+void TestSearchWindows::replaceIgnoreWrapAndCancel()
+{
+    QVERIFY(open("mnureplace"));
+    find("nowhere", "x");
+    QCOMPARE(m_operator->told, sl({"No Matching Record Found"}));
+    QVERIFY(child<QGroupBox>("Frame1")->isVisibleTo(m_window));
+
+    find("oslo", "Bergen");
+    QCOMPARE(hits(0, 4),
+             sl({"fuzzy|name|Oslo|0|0", "owner1|city|oslo|2|1", "people|name|Oslo|3|1", "people|city|Oslo|3|2"}));
+    QVERIFY(!child<QGroupBox>("Frame1")->isVisibleTo(m_window));
+    QVERIFY(child<QGroupBox>("Frame2")->isVisibleTo(m_window));
+    QCOMPARE(QPoint(grid()->row(), grid()->col()), QPoint(1, 2));
+
+    grid()->setCurrentCell(2, 0);
+    markLog();
+    click("cmdrep");
+    QCOMPARE(sent(), sl({"Repair Table owner1", "select * from owner1 where city='oslo'",
+                         "UPDATE `tabulon_t_searchwindows`.`owner1` SET `city`='Bergen' WHERE `code`<=>'O1' AND "
+                         "`city`<=>'oslo' AND `n`<=>'2' LIMIT 1"}));
+    QCOMPARE(grid()->row(), 3);
+    click("cmdignore");
+    click("cmdignore");
+    QCOMPARE(grid()->row(), 1); // wrapped
+    QCOMPARE(m_db->rows(qs("SELECT city FROM owner1 UNION ALL SELECT city FROM people")),
+             sl({"Bergen", "Rome", "Oslo", "Lima"}));
+
+    click("cmdcancel");
+    QVERIFY(child<QGroupBox>("Frame1")->isVisibleTo(m_window));
+    QVERIFY(!child<QGroupBox>("Frame2")->isVisibleTo(m_window));
+    QVERIFY(!grid()->isVisibleTo(m_window));
+    QCOMPARE(m_operator->told.size(), 1);
+}
+
+void TestSearchWindows::replaceAll_data()
+{
+    QTest::addColumn<QString>("findText");
+    QTest::addColumn<QString>("replacement");
+    QTest::addColumn<QStringList>("people");
+    // fuzzy's record cannot be located: told once, and the rest goes on. Clicks made while
+    // that message is up start nothing.
+    QTest::newRow("record not located is passed over")
+        << "Oslo"
+        << "Bergen" << sl({"1|Bergen|Rome", "2|amy|Bergen", "3|C2|Lima"});
+    // owner1.n refuses a text: told once, and people.id after it is not tried.
+    QTest::newRow("failure stops at its hit") << "2"
+                                              << "two" << sl({"1|Oslo|Rome", "2|amy|Oslo", "3|C2|Lima"});
+}
+
+void TestSearchWindows::replaceAll()
+{
+    QFETCH(QString, findText);
+    QFETCH(QString, replacement);
+    QFETCH(QStringList, people);
+    QVERIFY(open("mnureplace"));
+    find(qPrintable(findText), qPrintable(replacement));
+    QCOMPARE(grid()->rows(), 1 + (findText == qs("2") ? 2 : 4));
+    QStringList told;
+    Dialogs::setResponder([&](const Dialogs::Prompt &p) {
+        told << p.text;
+        for (const char *name : {"cmdrepall", "cmdrep", "cmdignore"})
+            click(name);
+        return Dialogs::Reply{};
+    });
+    click("cmdrepall");
+    QCOMPARE(told.size(), 1);
+    QCOMPARE(m_db->rows(qs("SELECT * FROM people")), people);
+    QCOMPARE(grid()->row(), 1);
+}
+
+QTEST_MAIN(TestSearchWindows)
+#include "test_searchwindows.moc"
