@@ -1,6 +1,7 @@
 #include "app/mdiform1.h"
 
 #include "app/databaseinfo.h"
+#include "convert/tablescript.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
 #include "db/textsplit.h"
@@ -262,6 +263,8 @@ void MDIForm1::runCommand(const QString &name)
         return convertCommand();
     if (name == QLatin1String("mnuexet"))
         return executeTextFile();
+    if (name == QLatin1String("mnuctf"))
+        return createTextFile();
     if (name == QLatin1String("mnushowall") || name == QLatin1String("mnushowfind")) {
         menuItem(QStringLiteral("mnushowall"))->setChecked(name == QLatin1String("mnushowall"));
         menuItem(QStringLiteral("mnushowfind"))->setChecked(name == QLatin1String("mnushowfind"));
@@ -320,6 +323,16 @@ void MDIForm1::convertCommand()
 QString MDIForm1::programFolder() const
 {
     return m_env.programFolder.isEmpty() ? QCoreApplication::applicationDirPath() : m_env.programFolder;
+}
+
+void MDIForm1::createTextFile()
+{
+    // Nothing on this path traps an error: a failure is the run-time report.
+    if (const DbError error = TableScript::CreateScriptFile(sessionOrClosed(), programFolder(), Database)) {
+        Dialogs::runtimeError(this, error);
+        return;
+    }
+    Dialogs::message(this, QStringLiteral("Finished"));
 }
 
 void MDIForm1::executeTextFile()

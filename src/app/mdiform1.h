@@ -95,6 +95,7 @@ private:
     void exitCommand();
     void convertCommand();
     void executeTextFile();
+    void createTextFile();
 
     AppEnvironment m_env;
     Settings m_settings;

@@ -292,9 +292,28 @@ void TestMainWindow::conversionFileChoice()
     QTRY_VERIFY(convert->isEnabled());
 }
 
+// "Create Text File" writes the script of the current database's tables into the program's
+// folder and says "Finished"; a failure is the run-time report. "Execute Text File" starts the
+// companion program there, or says it is missing.
 void TestMainWindow::executeTextFile()
 {
+    ScratchDatabase db(qs("textfile"));
+    QVERIFY_DB(db.error());
+    QVERIFY_DB(db.run({qs("CREATE TABLE clients (code_no VARCHAR(10), born DATE)")}));
     auto w = makeWindow(serverAddress());
+    w->Database = db.name();
+    w->menuItem(qs("mnuctf"))->trigger(); // no session yet
+    QCOMPARE(m_operator->runtimeErrors.size(), 1);
+    QCOMPARE(m_operator->told, QStringList());
+    QVERIFY_DB(openSession(*w->session(), db.name()));
+    w->menuItem(qs("mnuctf"))->trigger();
+    QCOMPARE(m_operator->told, sl({"Finished"}));
+    QFile script(m_dir->filePath(qs("import.sql")));
+    QVERIFY(script.open(QIODevice::ReadOnly));
+    QVERIFY(script.readAll().contains("clients"));
+    QVERIFY(QFile::exists(m_dir->filePath(qs("Cr_Db.bat"))));
+    m_operator->told.clear();
+
     QAction *execute = w->menuItem(qs("mnuexet"));
     execute->trigger();
     QCOMPARE(m_operator->told, sl({"EXe not found"}));
