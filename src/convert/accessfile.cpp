@@ -357,8 +357,10 @@ DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds)
         // The child: the library's complaints go nowhere, its answer goes up the pipe.
         ::close(fds[0]);
         const int devNull = ::open("/dev/null", O_WRONLY);
-        if (devNull >= 0)
+        if (devNull >= 0) {
+            ::dup2(devNull, STDOUT_FILENO); // the library dumps pages it dislikes there
             ::dup2(devNull, STDERR_FILENO);
+        }
         // Frames up the pipe: 'F' and a piece of the form as it grows, or 'E' and the reason
         // the file cannot be read; each with its length.
         auto send = [&](char kind, QByteArrayView bytes) {
