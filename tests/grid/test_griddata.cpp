@@ -30,7 +30,7 @@ GridData makeGrid(const QStringList &rows)
 
 QStringList contents(const GridData &g)
 {
-    return gridRowTexts(g);
+    return test::gridRowTexts(g);
 }
 
 } // namespace
