@@ -9,7 +9,9 @@
 # dialog, opens "Table D&ata", saves a screenshot, prints its path and ends the program.
 #
 # Environment: TABULON_DEMO_PORT (13310), TABULON_DEMO_CLIENTS (300), TABULON_BUILD_DIR (build/),
-#              TABULON_DEMO_SCREENSHOT (.demo/screenshot.png), TABULON_DEMO_TIMEOUT (seconds, 60)
+#              TABULON_DEMO_SCREENSHOT (.demo/screenshot.png), TABULON_DEMO_TIMEOUT (seconds, 60),
+#              TABULON_DEMO_TOUR (a folder: without a display, also opens every tool in turn and
+#              saves one screenshot each there, as docs/screenshots/ holds them)
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -193,3 +195,41 @@ xdotool key --clearmodifiers alt+a
 sleep 4
 app_alive || die "Tabulon ended after opening Table D&ata; see $demo/tabulon.log"
 screenshot
+
+# --- the tour: every tool opened in turn, one screenshot each ------------------------------------
+if [ -n "${TABULON_DEMO_TOUR:-}" ]; then
+  tour=$TABULON_DEMO_TOUR
+  mkdir -p "$tour"
+  # name, then the keys that open the tool from the main window's menus
+  tools=(
+    "tabledata:"
+    "tableinfo:alt+e"
+    "createtable:alt+c"
+    "search:alt+s"
+    "replacedata:alt+r"
+    "backup:alt+h b"
+    "restore:alt+h r"
+    "checktable:alt+u Return"
+    "repairtable:alt+u Down Return"
+  )
+  close_tool() {
+    # Escape closes a tool; a tool that asks "Are you sure you want to exit?" gets Yes (Return).
+    xdotool key --clearmodifiers Escape
+    sleep 1
+    if has_windows 2; then xdotool key --clearmodifiers Return; sleep 1; fi
+  }
+  for entry in "${tools[@]}"; do
+    name=${entry%%:*}
+    keys=${entry#*:}
+    if [ -n "$keys" ]; then
+      close_tool
+      xdotool windowfocus --sync "$main" 2>/dev/null || true
+      # shellcheck disable=SC2086
+      xdotool key --clearmodifiers --delay 300 $keys
+      sleep 3
+    fi
+    app_alive || die "Tabulon ended while opening $name; see $demo/tabulon.log"
+    import -window root "$tour/$name.png" || die "taking the screenshot of $name failed"
+    say "screenshot of $name: $tour/$name.png"
+  done
+fi
