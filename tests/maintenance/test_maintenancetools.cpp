@@ -1,6 +1,6 @@
 // The check and repair tools through the main window's menu against a real server whose
 // MyISAM files the tests damage: statements sent, messages shown, the pages, the file copy
-// from another database's folder and the menu item given back on close.
+// from another database's folder, the exit question and the menu item given back on close.
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
 #include "grid/grid.h"
@@ -18,6 +18,7 @@
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 using namespace tabulon;
 using namespace tabulon::test;
@@ -45,14 +46,16 @@ private Q_SLOTS:
     void cleanup();
 
     void checkFindsDamageAndReplaceMendsIt();
-    void exitAsksFirst_data();
-    void exitAsksFirst();
     void repairThenCheckFindsNoError();
+    void closeDuringCheckStopsThenCloses();
 
 private:
-    template <typename Tool> Tool *open(const char *menu);
+    template <typename Tool> Tool *open(const char *menu)
+    {
+        m_main->menuItem(qs(menu))->trigger();
+        return m_operator->modals.size() == 1 ? qobject_cast<Tool *>(m_operator->modals.first()) : nullptr;
+    }
     QStringList sent() { return statementsReceived(m_db->admin(), m_main->session()->connectionId()); }
-    QString indexFile(const QString &database) const { return m_dataFolder + database + qs("/bill.MYI"); }
     DbError damageIndex();
 
     std::unique_ptr<ScratchDatabase> m_db;
@@ -69,10 +72,8 @@ void TestMaintenanceTools::initTestCase()
     QVERIFY_DB(m_db->error());
     m_source = std::make_unique<ScratchDatabase>(qs("maintenance_source"));
     QVERIFY_DB(m_source->error());
-    QVERIFY_DB(m_source->run(kTables));
-    QVERIFY_DB(m_source->run({qs("FLUSH TABLES")}));
+    QVERIFY_DB(m_source->run(kTables + QStringList{qs("FLUSH TABLES")}));
     m_dataFolder = m_db->rows(qs("SELECT @@datadir")).value(0);
-    QVERIFY(QFile::exists(indexFile(m_source->name())));
 }
 
 void TestMaintenanceTools::init()
@@ -95,19 +96,11 @@ void TestMaintenanceTools::cleanup()
     m_operator.reset();
 }
 
-template <typename Tool> Tool *TestMaintenanceTools::open(const char *menu)
-{
-    m_main->menuItem(qs(menu))->trigger();
-    if (m_operator->modals.size() != 1)
-        return nullptr;
-    return qobject_cast<Tool *>(m_operator->modals.first());
-}
-
 DbError TestMaintenanceTools::damageIndex()
 {
     if (DbError e = m_db->run({qs("FLUSH TABLES")}))
         return e;
-    QFile index(indexFile(m_db->name()));
+    QFile index(m_dataFolder + m_db->name() + qs("/bill.MYI"));
     if (!index.open(QIODevice::ReadWrite) || !index.seek(1024) || index.write(QByteArray(2048, '\xff')) != 2048)
         return DbError::file(index.fileName(), index.errorString());
     return {};
@@ -118,31 +111,25 @@ void TestMaintenanceTools::checkFindsDamageAndReplaceMendsIt()
     QVERIFY_DB(damageIndex());
     QPointer<CheckTable> w = open<CheckTable>("mnuchktab");
     QVERIFY(w);
-    QCOMPARE(w->objectName(), qs("CheckTable"));
-    QCOMPARE(w->dataFolder(), m_dataFolder);
-    QVERIFY(!m_main->menuItem(qs("mnuchktab"))->isEnabled());
     TableChecklist *list = w->checklist();
     QCOMPARE(list->tables(), sl({"bill", "sound"}));
-
+    m_operator->answer = Dialogs::Answer::No;
+    click(w, "cmdExit", list->selectionPage());
+    QCOMPARE(m_operator->asked, sl({"Are you sure you want to exit?"}));
+    QVERIFY(w->isVisible() && !m_main->menuItem(qs("mnuchktab"))->isEnabled());
     click(w, "cmdcheck");
     QCOMPARE(m_operator->told, sl({"No table has been selected"}));
-    QVERIFY(list->selectionPage()->isVisible());
 
     list->selectAll();
     click(w, "cmdcheck");
     QCOMPARE(sent(), sl({"SHOW Tables", "Check Table bill Extended", "Check Table sound Extended"}));
     auto *resultPage = w->findChild<QFrame *>(qs("Frame1"));
-    QVERIFY(resultPage->isVisible());
-    QVERIFY(!list->isVisible());
+    QVERIFY(resultPage->isVisible() && !list->isVisible());
     const Grid &g = *w->resultGrid();
-    QVERIFY(g.rows() >= 3);
     QStringList names;
-    for (int r = 1; r < g.rows(); ++r) {
-        QVERIFY(g.textMatrix(r, 0) != qs("OK"));
+    for (int r = 1; r < g.rows(); ++r)
         names << g.textMatrix(r, 1);
-    }
-    QVERIFY2(names.contains(qs("bill.MYI")), qPrintable(names.join(QLatin1Char(','))));
-    QVERIFY(!names.contains(qs("sound")));
+    QVERIFY2(names.contains(qs("bill.MYI")) && !names.contains(qs("sound")), qPrintable(names.join(u',')));
 
     // Back keeps the ticks; the good index comes from the other database's folder.
     click(w, "cmdback", resultPage);
@@ -156,39 +143,12 @@ void TestMaintenanceTools::checkFindsDamageAndReplaceMendsIt()
     QVERIFY(w->isVisible());
     QVERIFY_DB(m_db->run({qs("FLUSH TABLES")}));
     QCOMPARE(m_db->rows(qs("CHECK TABLE bill EXTENDED")).last().section(QLatin1Char('|'), 3), qs("OK"));
-    QCOMPARE(m_db->rows(qs("SELECT name FROM bill WHERE name > 'a' ORDER BY name")), sl({"b", "c"}));
-}
 
-void TestMaintenanceTools::exitAsksFirst_data()
-{
-    QTest::addColumn<QString>("menu");
-    QTest::addColumn<bool>("yes");
-    QTest::newRow("check, no") << qs("mnuchktab") << false;
-    QTest::newRow("check, yes") << qs("mnuchktab") << true;
-    QTest::newRow("repair, no") << qs("mnureptab") << false;
-    QTest::newRow("repair, yes") << qs("mnureptab") << true;
-}
-
-void TestMaintenanceTools::exitAsksFirst()
-{
-    QFETCH(QString, menu);
-    QFETCH(bool, yes);
-    m_operator->answer = yes ? Dialogs::Answer::Yes : Dialogs::Answer::No;
-    m_main->menuItem(menu)->trigger();
-    QCOMPARE(m_operator->modals.size(), 1);
-    QPointer<QDialog> w = m_operator->modals.first();
-    w->show();
-    click(w, "cmdExit", w->findChild<QFrame *>(qs("Frame2")));
-    QCOMPARE(m_operator->asked, sl({"Are you sure you want to exit?"}));
-    if (!yes) {
-        QVERIFY(w->isVisible());
-        QVERIFY(!m_main->menuItem(menu)->isEnabled());
-        // Escape leaves without asking.
-        QTest::keyClick(w, Qt::Key_Escape);
-    }
+    m_operator->answer = Dialogs::Answer::Yes;
+    click(w, "cmdExit", resultPage);
+    QCOMPARE(m_operator->asked.size(), 2);
     QTRY_VERIFY(w.isNull());
-    QVERIFY(m_main->menuItem(menu)->isEnabled());
-    QCOMPARE(m_operator->asked.size(), 1);
+    QVERIFY(m_main->menuItem(qs("mnuchktab"))->isEnabled());
 }
 
 void TestMaintenanceTools::repairThenCheckFindsNoError()
@@ -198,12 +158,23 @@ void TestMaintenanceTools::repairThenCheckFindsNoError()
     QVERIFY_DB(m_db->run({qs("CREATE TABLE gone (a INT)")}));
     QPointer<RepairTable> w = open<RepairTable>("mnureptab");
     QVERIFY(w);
-    QCOMPARE(w->objectName(), qs("RepairTable"));
+    // Exit asks first; Escape leaves without asking.
+    m_operator->answer = Dialogs::Answer::No;
+    click(w, "cmdExit");
+    QVERIFY(w->isVisible());
+    QTest::keyClick(w, Qt::Key_Escape);
+    QTRY_VERIFY(w.isNull());
+    QCOMPARE(m_operator->asked, sl({"Are you sure you want to exit?"}));
+    m_operator->answer = Dialogs::Answer::Yes;
+    m_operator->modals.clear();
+    w = open<RepairTable>("mnureptab");
+    QVERIFY(w);
     QVERIFY_DB(m_db->run({qs("DROP TABLE gone")}));
     w->checklist()->setTicked(qs("gone"), true);
     w->checklist()->setTicked(qs("bill"), true);
     click(w, "cmdrepair");
-    QCOMPARE(sent(), sl({"SHOW Tables", "Repair Table bill Extended", "Repair Table gone Extended"}));
+    // One listing per window opened.
+    QCOMPARE(sent(), sl({"SHOW Tables", "SHOW Tables", "Repair Table bill Extended", "Repair Table gone Extended"}));
     QCOMPARE(m_operator->told, sl({"Database Repaired Sucessfully"}));
     QTRY_VERIFY(w.isNull());
     QVERIFY(m_main->menuItem(qs("mnureptab"))->isEnabled());
@@ -217,7 +188,24 @@ void TestMaintenanceTools::repairThenCheckFindsNoError()
     click(check, "cmdcheck");
     QCOMPARE(m_operator->told, sl({"No Error Found."}));
     QTRY_VERIFY(check.isNull());
-    QVERIFY(m_main->menuItem(qs("mnuchktab"))->isEnabled());
+}
+
+// A close while the loop runs is held until the loop stops, before the next table.
+void TestMaintenanceTools::closeDuringCheckStopsThenCloses()
+{
+    QPointer<CheckTable> w = open<CheckTable>("mnuchktab");
+    QVERIFY(w);
+    w->checklist()->selectAll();
+    bool heldOpen = false;
+    QTimer::singleShot(0, w, [&] {
+        w->close();
+        heldOpen = w && w->isVisible();
+    });
+    click(w, "cmdcheck");
+    QVERIFY(heldOpen);
+    QCOMPARE(sent(), sl({"SHOW Tables"}));
+    QVERIFY(m_operator->told.isEmpty());
+    QTRY_VERIFY(w.isNull());
 }
 
 QTEST_MAIN(TestMaintenanceTools)
