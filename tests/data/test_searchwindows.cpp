@@ -1,10 +1,8 @@
 // The search and find-and-replace windows against the real server, opened through the main
-// window's "&Search" and "&Replace": what they send, the hit rows, captions and frames, stops
-// and closes during a run, the client-code guard, replace / ignore / Replace All, and opening
-// a search hit in the table data window.
+// window's "&Search" and "&Replace": what they send, the hit rows, stops and closes during a
+// run, the client-code guard, replace / ignore / Replace All, and opening a search hit.
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
-#include "data/replacedata.h"
 #include "data/search.h"
 #include "data/tabledata.h"
 #include "grid/grid.h"
@@ -13,7 +11,6 @@
 
 #include <QComboBox>
 #include <QGroupBox>
-#include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
 #include <QPushButton>
@@ -36,8 +33,6 @@ private Q_SLOTS:
     void selectATableLeavesStop();
     void interruptedRun_data();
     void interruptedRun();
-    void searchFailureIsUntrapped();
-    void openHitInTableData();
 
     void clientCodeGuard_data();
     void clientCodeGuard();
@@ -50,8 +45,20 @@ private:
     template <typename T> T *child(const char *name) const { return m_window->findChild<T *>(qs(name)); }
     void click(const char *button) const { child<QPushButton>(button)->click(); }
     void type(const char *box, const char *text) const { child<QLineEdit>(box)->setText(qs(text)); }
-    void find(const char *text, const char *replacement, int kind = 1) const;
-    QStringList hits(int firstCol, int lastCol) const;
+    void search(const char *text) const
+    {
+        child<QRadioButton>("optall")->click();
+        type("txtsdata", text);
+        click("cmdsearch");
+    }
+    void find(const char *text, const char *replacement, int kind = 1) const
+    {
+        type("txtfind", text);
+        type("txtreplace", replacement);
+        child<QComboBox>("cbofield")->setCurrentIndex(kind);
+        click("cmdfind");
+    }
+    QStringList hits() const; // the hit grid's rows
     QStringList sent() { return statementsReceived(m_db->admin(), session().connectionId()); }
     void markLog() { QVERIFY_DB(openSession(session(), m_db->name())); }
     DatabaseSession &session() { return *m_main->session(); }
@@ -111,20 +118,12 @@ QWidget *TestSearchWindows::open(const char *command)
     return m_window;
 }
 
-void TestSearchWindows::find(const char *text, const char *replacement, int kind) const
-{
-    type("txtfind", text);
-    type("txtreplace", replacement);
-    child<QComboBox>("cbofield")->setCurrentIndex(kind);
-    click("cmdfind");
-}
-
-QStringList TestSearchWindows::hits(int firstCol, int lastCol) const
+QStringList TestSearchWindows::hits() const
 {
     QStringList out;
     for (int r = 1; r < grid()->rows(); ++r) {
         QStringList cells;
-        for (int c = firstCol; c <= lastCol; ++c)
+        for (int c = 0; c < grid()->cols(); ++c)
             cells << grid()->textMatrix(r, c);
         out << cells.join(QLatin1Char('|'));
     }
@@ -134,34 +133,41 @@ QStringList TestSearchWindows::hits(int firstCol, int lastCol) const
 void TestSearchWindows::searchAllOrOneTable()
 {
     QVERIFY(open("mnusearch"));
-    QCOMPARE(m_window->objectName(), qs("Search"));
     QVERIFY(!m_main->menuItem(qs("mnusearch"))->isEnabled());
     QCOMPARE(sent(), sl({"SHOW Tables"}));
-    auto *combo = child<QComboBox>("Combo1");
-    QCOMPARE(combo->currentIndex(), -1);
-    QVERIFY(grid()->isColHidden(2));
-
-    child<QRadioButton>("optall")->click();
-    QVERIFY(!combo->isEnabled());
-    type("txtsdata", "oslo");
     markLog();
-    click("cmdsearch");
-    QCOMPARE(child<QPushButton>("cmdsearch")->text(), qs("&Search"));
-    QCOMPARE(hits(0, 2), sl({"1|fuzzy|0", "2|owner1|2", "3|people|3"}));
+    search("oslo");
+    QCOMPARE(hits(), sl({"1|fuzzy|0", "2|owner1|2", "3|people|3"}));
     QCOMPARE(sent().filter(qs("Repair")).size(), 4);
-    QCOMPARE(child<QLabel>("lblstatus")->text(), qs("people"));
+
+    // A hit opens its table in the table data window, which keeps to it.
+    qobject_cast<Search *>(m_window)->OpenHit(); // no hit row current yet: nothing opens
+    QVERIFY(!m_main->toolWindow(qs("mnuTabData")));
+    grid()->setCurrentCell(3, 1);
+    Q_EMIT grid()->doubleClicked(grid()->model()->index(2, 1)); // the view's row 2 is grid row 3
+    QPointer<TableData> data = qobject_cast<TableData *>(m_main->toolWindow(qs("mnuTabData")));
+    QVERIFY(data && data->isVisible());
+    auto *list = data->findChild<QComboBox *>(qs("Combo1"));
+    QCOMPARE(list->currentText(), qs("people"));
+    QVERIFY(!list->isEnabled());
+    delete data;
 
     // One chosen table: only it is searched, and the grid starts afresh.
     child<QRadioButton>("optseltab")->click();
-    QVERIFY(combo->isEnabled());
-    combo->setCurrentIndex(2);
+    child<QComboBox>("Combo1")->setCurrentIndex(2);
     type("txtsdata", "2");
     markLog();
     click("cmdsearch");
-    QCOMPARE(hits(0, 2), sl({"1|owner1|2"}));
+    QCOMPARE(hits(), sl({"1|owner1|2"}));
     QCOMPARE(sent(),
              sl({"Repair Table owner1", "SELECT * FROM `owner1` LIMIT 0", "select code from owner1 where code='2'",
                  "select city from owner1 where city='2'", "select n from owner1 where n=2"}));
+
+    // A failing query is not trapped: reported, and the program ends.
+    search("O'Brien");
+    QCOMPARE(m_operator->runtimeErrors.size(), 1);
+    QVERIFY(m_operator->runtimeErrors.first().contains(qs("SQL syntax")));
+    QCOMPARE(m_operator->ends.size(), 1);
 }
 
 void TestSearchWindows::selectATableLeavesStop()
@@ -226,39 +232,6 @@ void TestSearchWindows::interruptedRun()
     QCOMPARE(sent().filter(qs("SELECT * FROM")).size(), 4);
 }
 
-void TestSearchWindows::searchFailureIsUntrapped()
-{
-    QVERIFY(open("mnusearch"));
-    child<QRadioButton>("optall")->click();
-    type("txtsdata", "O'Brien");
-    click("cmdsearch");
-    QCOMPARE(m_operator->runtimeErrors.size(), 1);
-    QVERIFY(m_operator->runtimeErrors.first().contains(qs("SQL syntax")));
-    QCOMPARE(m_operator->ends.size(), 1);
-}
-
-void TestSearchWindows::openHitInTableData()
-{
-    QVERIFY(open("mnusearch"));
-    child<QRadioButton>("optall")->click();
-    type("txtsdata", "C2");
-    click("cmdsearch");
-    QCOMPARE(hits(1, 1), sl({"main_info1", "people"}));
-    // No hit row is current yet: nothing opens.
-    qobject_cast<Search *>(m_window)->OpenHit();
-    QVERIFY(!m_main->toolWindow(qs("mnuTabData")));
-
-    grid()->setCurrentCell(2, 1);
-    Q_EMIT grid()->doubleClicked(grid()->model()->index(1, 1)); // the view's row 1 is grid row 2
-    QPointer<TableData> data = qobject_cast<TableData *>(m_main->toolWindow(qs("mnuTabData")));
-    QVERIFY(data && data->isVisible());
-    auto *list = data->findChild<QComboBox *>(qs("Combo1"));
-    QCOMPARE(list->currentText(), qs("people"));
-    QVERIFY(!list->isEnabled());
-    QCOMPARE(data->grid()->rows(), 4);
-    delete data;
-}
-
 void TestSearchWindows::clientCodeGuard_data()
 {
     QTest::addColumn<QString>("replacement");
@@ -280,18 +253,15 @@ void TestSearchWindows::clientCodeGuard()
     QFETCH(int, kind);
     QFETCH(QStringList, guard);
     QVERIFY(open("mnureplace"));
-    QCOMPARE(child<QComboBox>("cbofield")->currentText(), qs("Others"));
-    QVERIFY(!child<QPushButton>("cmdfind")->isEnabled());
     markLog();
     find("C1", qPrintable(replacement), kind);
     if (!guard.isEmpty()) {
         QCOMPARE(m_operator->told, sl({"The Code is already exist"}));
         QCOMPARE(sent(), guard);
-        QVERIFY(!grid()->isVisibleTo(m_window));
         return;
     }
     QCOMPARE(sent().filter(qs("main_info1 where code_no =")).size(), kind == 0 ? 1 : 0);
-    QCOMPARE(hits(0, 4), sl({"main_info1|code_no|C1|1|0", "main_info1|code|C1|1|1"}));
+    QCOMPARE(hits(), sl({"main_info1|code_no|C1|1|0", "main_info1|code|C1|1|1"}));
 }
 
 void TestSearchWindows::replaceIgnoreWrapAndCancel()
@@ -299,14 +269,12 @@ void TestSearchWindows::replaceIgnoreWrapAndCancel()
     QVERIFY(open("mnureplace"));
     find("nowhere", "x");
     QCOMPARE(m_operator->told, sl({"No Matching Record Found"}));
-    QVERIFY(child<QGroupBox>("Frame1")->isVisibleTo(m_window));
 
     find("oslo", "Bergen");
-    QCOMPARE(hits(0, 4),
+    QCOMPARE(hits(),
              sl({"fuzzy|name|Oslo|0|0", "owner1|city|oslo|2|1", "people|name|Oslo|3|1", "people|city|Oslo|3|2"}));
-    QVERIFY(!child<QGroupBox>("Frame1")->isVisibleTo(m_window));
     QVERIFY(child<QGroupBox>("Frame2")->isVisibleTo(m_window));
-    QCOMPARE(QPoint(grid()->row(), grid()->col()), QPoint(1, 2));
+    QCOMPARE(grid()->row(), 1);
 
     grid()->setCurrentCell(2, 0);
     markLog();
@@ -323,9 +291,7 @@ void TestSearchWindows::replaceIgnoreWrapAndCancel()
 
     click("cmdcancel");
     QVERIFY(child<QGroupBox>("Frame1")->isVisibleTo(m_window));
-    QVERIFY(!child<QGroupBox>("Frame2")->isVisibleTo(m_window));
     QVERIFY(!grid()->isVisibleTo(m_window));
-    QCOMPARE(m_operator->told.size(), 1);
 }
 
 void TestSearchWindows::replaceAll_data()
@@ -333,8 +299,7 @@ void TestSearchWindows::replaceAll_data()
     QTest::addColumn<QString>("findText");
     QTest::addColumn<QString>("replacement");
     QTest::addColumn<QStringList>("people");
-    // fuzzy's record cannot be located: told once, and the rest goes on. Clicks made while
-    // that message is up start nothing.
+    // fuzzy's record cannot be located: told once, and the rest goes on.
     QTest::newRow("record not located is passed over")
         << "Oslo"
         << "Bergen" << sl({"1|Bergen|Rome", "2|amy|Bergen", "3|C2|Lima"});
@@ -343,6 +308,7 @@ void TestSearchWindows::replaceAll_data()
                                               << "two" << sl({"1|Oslo|Rome", "2|amy|Oslo", "3|C2|Lima"});
 }
 
+// Clicks made while the failure's message is up start nothing.
 void TestSearchWindows::replaceAll()
 {
     QFETCH(QString, findText);
@@ -350,7 +316,6 @@ void TestSearchWindows::replaceAll()
     QFETCH(QStringList, people);
     QVERIFY(open("mnureplace"));
     find(qPrintable(findText), qPrintable(replacement));
-    QCOMPARE(grid()->rows(), 1 + (findText == qs("2") ? 2 : 4));
     QStringList told;
     Dialogs::setResponder([&](const Dialogs::Prompt &p) {
         told << p.text;

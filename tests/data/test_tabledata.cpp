@@ -11,10 +11,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QHeaderView>
-#include <QItemSelectionModel>
-#include <QLabel>
 #include <QLineEdit>
-#include <QMdiSubWindow>
 #include <QMenu>
 #include <QPointer>
 #include <QPushButton>
@@ -37,12 +34,12 @@ QStringList gridRows(const Grid &grid)
     return gridRowTexts(grid.cells(), 1, 2);
 }
 
-void selectRows(Grid &grid, std::initializer_list<int> rows)
+// Types `key` into the current cell, which opens its editor, and returns that editor.
+QLineEdit *openEditor(Grid &grid, Qt::Key key)
 {
-    grid.selectionModel()->clearSelection();
-    for (const int r : rows)
-        grid.selectionModel()->select(grid.model()->index(r - grid.fixedRows(), 2),
-                                      QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    QTest::keyClick(&grid, key);
+    auto *editor = qobject_cast<QLineEdit *>(QApplication::focusWidget());
+    return editor && editor->parentWidget() == grid.viewport() ? editor : nullptr;
 }
 
 } // namespace
@@ -56,33 +53,32 @@ private Q_SLOTS:
 
     void loadListsTablesAndShowsTheFirst();
     void saveTableRewritesInGridOrder();
-    void deleteRecordLeavesOutSelectedRows();
     void popupCommandsAskFirst_data();
     void popupCommandsAskFirst();
     void quoteInTextLosesItsRow();
-    void valuesWrittenByType();
     void sortThenModifyRecord();
     void modifyRecordFailureSortsAgain_data();
     void modifyRecordFailureSortsAgain();
     void findNarrowsAndResets();
-    void emptyDatabaseAndEmptyTable();
     void failuresTrappedAndUntrapped();
     void unknownHeaderIsReported();
     void rightClickShowsTheRecordMenu();
-    void escapeClosesAndResizeKeepsRoomBelow();
-    void popupCommandLoadsAMissingWindow();
-    void sessionIsTakenAtEachUse();
+    void escapeClosesAndPopupReopens();
 
 private:
     TableData *openWindow(const QString &database, const char *table = nullptr);
-    QStringList sent();
-    void markLog();
-    DbError resetTables();
-
+    // The server's query log is shared and large: rather than counting what is logged already,
+    // the session starts over on a new connection whose log is empty.
+    void markLog() { QVERIFY_DB(openSession(session(), m_database)); }
+    QStringList sent() { return statementsReceived(m_db->admin(), session().connectionId()); }
+    void find(const char *text) const
+    {
+        m_window->findChild<QLineEdit *>(qs("Text1"))->setText(qs(text));
+        m_window->findChild<QPushButton *>(qs("cmdfind"))->click();
+    }
     DatabaseSession &session() { return *m_main->session(); }
 
     std::unique_ptr<ScratchDatabase> m_db;
-    std::unique_ptr<ScratchDatabase> m_empty;
     QTemporaryDir m_settingsDir;
     std::unique_ptr<MDIForm1> m_main;
     QPointer<TableData> m_window;
@@ -94,13 +90,11 @@ void TestTableData::initTestCase()
 {
     m_db = std::make_unique<ScratchDatabase>(QStringLiteral("tabledata"));
     QVERIFY_DB(m_db->error());
-    m_empty = std::make_unique<ScratchDatabase>(QStringLiteral("tabledata_empty"));
-    QVERIFY_DB(m_empty->error());
 }
 
-DbError TestTableData::resetTables()
+void TestTableData::init()
 {
-    return m_db->run({
+    QVERIFY_DB(m_db->run({
         qs("DROP TABLE IF EXISTS people, keyed, typed, nothing, vague"),
         qs("CREATE TABLE people (name VARCHAR(20), age INT, city VARCHAR(20))"),
         qs("INSERT INTO people VALUES ('Cleo',31,'Oslo'), ('amy',25,'Rome'), ('Bob',47,'Oslo'), ('dan',25,'Lima'),"
@@ -115,12 +109,7 @@ DbError TestTableData::resetTables()
         qs("CREATE TABLE vague (name VARCHAR(20), age FLOAT, city VARCHAR(20))"),
         qs("INSERT INTO vague VALUES ('Cleo',31.1,'Oslo'), ('amy',25.2,'Rome'), ('Bob',47.3,'Oslo'),"
            "('dan',25.4,'Lima'), ('Eve',52.5,'')"),
-    });
-}
-
-void TestTableData::init()
-{
-    QVERIFY_DB(resetTables());
+    }));
     m_operator = std::make_unique<Operator>();
     m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
     registerTools(*m_main);
@@ -153,54 +142,29 @@ TableData *TestTableData::openWindow(const QString &database, const char *table)
     return m_window;
 }
 
-// The server's query log is shared and large: rather than counting what is logged already,
-// the session starts over on a new connection whose log is empty.
-void TestTableData::markLog()
-{
-    QVERIFY_DB(openSession(session(), m_database));
-}
-
-// Statements sent on the main window's session since it was opened or the last mark.
-QStringList TestTableData::sent()
-{
-    return statementsReceived(m_db->admin(), session().connectionId());
-}
-
 void TestTableData::loadListsTablesAndShowsTheFirst()
 {
     TableData *w = openWindow(m_db->name());
     QVERIFY(w);
-    QCOMPARE(w->objectName(), qs("TableData"));
-    QCOMPARE(w->windowTitle(), qs("Form1"));
-    QCOMPARE(w->findChild<QLabel *>(qs("Label1"))->text(), qs("Select Table Name"));
-    QCOMPARE(w->findChild<QPushButton *>(qs("cmdfind"))->text(), qs("&Find"));
     auto *combo = w->findChild<QComboBox *>(qs("Combo1"));
     QCOMPARE(combo->count(), 5);
-    QCOMPARE(combo->currentText(), qs("keyed"));
     QCOMPARE(sent(), sl({"SHOW Tables", "Flush Tables", "Flush Logs", "SELECT * FROM `keyed`"}));
 
     w->selectTable(combo->findText(qs("typed")));
     const Grid &g = *w->grid();
-    QVERIFY(g.isEditable());
     QCOMPARE(g.cols(), 7);
-    QCOMPARE(g.rows(), 3);
     QCOMPARE(column(g, 2, 0), sl({"n", "1", ""})); // NULL shows empty
-    QCOMPARE(column(g, 4, 0), sl({"stamp", "2007-12-25 10:30:00", ""}));
-    QCOMPARE(column(g, 0), sl({"1", "2"}));
     QCOMPARE(column(g, 1), sl({"1", "2"}));
-    QVERIFY(g.isColHidden(1));
-    QVERIFY(!g.isColHidden(0) && !g.isColHidden(2));
+    QVERIFY(g.isColHidden(1) && !g.isColHidden(0));
 
-    // Picking the entry already shown loads it again, discarding edits; another entry loads once.
+    // Picking the entry already shown loads it again, discarding edits, on the session the
+    // main window holds at the time.
     w->grid()->setTextMatrix(1, 3, qs("edited"));
+    m_main->replaceSession();
     markLog();
     Q_EMIT combo->activated(combo->currentIndex());
     QCOMPARE(sent(), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `typed`"}));
     QCOMPARE(w->grid()->textMatrix(1, 3), qs("12.5"));
-    markLog();
-    combo->setCurrentIndex(combo->findText(qs("people")));
-    Q_EMIT combo->activated(combo->currentIndex());
-    QCOMPARE(sent(), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `people`"}));
 }
 
 void TestTableData::saveTableRewritesInGridOrder()
@@ -213,7 +177,6 @@ void TestTableData::saveTableRewritesInGridOrder()
     QCOMPARE(shown, sl({"Eve|52|", "dan|25|Lima", "Cleo|31|Oslo", "Bob|47|Oslo", "amy|25|Rome"}));
     markLog();
     w->SaveTable();
-    QCOMPARE(m_operator->asked, sl({"This will update the Table"}));
     QCOMPARE(m_operator->told, QStringList());
     QCOMPARE(sent(), sl({"SELECT * FROM `people`", "Delete from people where 1>0",
                          "Insert into people (name,age,city) values ('Eve',52,'')",
@@ -228,36 +191,26 @@ void TestTableData::saveTableRewritesInGridOrder()
     QCOMPARE(column(g, 0), sl({"1", "2", "3", "4", "5"}));
 }
 
-void TestTableData::deleteRecordLeavesOutSelectedRows()
-{
-    TableData *w = openWindow(m_db->name(), "people");
-    QVERIFY(w);
-    Grid &g = *w->grid();
-    g.setTextMatrix(1, 3, qs("32")); // an edit in a row that stays is written too
-    selectRows(g, {2, 4});
-    w->DeleteRecord();
-    QCOMPARE(m_operator->asked, sl({"This will Delete the record from Table"}));
-    QCOMPARE(m_db->rows(qs("SELECT * FROM people")), sl({"Cleo|32|Oslo", "Bob|47|Oslo", "Eve|52|"}));
-    QCOMPARE(gridRows(g), sl({"Cleo|32|Oslo", "Bob|47|Oslo", "Eve|52|"}));
-}
-
 void TestTableData::popupCommandsAskFirst_data()
 {
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("question");
+    QTest::addColumn<QStringList>("afterYes");
     QTest::newRow("Delete Record") << "mnudr"
-                                   << "This will Delete the record from Table";
+                                   << "This will Delete the record from Table" << QStringList();
     QTest::newRow("Modify Record") << "mnumr"
-                                   << "This will Update the current record in Table";
+                                   << "This will Update the current record in Table" << sl({"changed"});
     QTest::newRow("Save Table") << "mnusavetable"
-                                << "This will update the Table";
+                                << "This will update the Table" << sl({"changed"});
 }
 
-// The record menu's commands reach the open window, which asks first; No sends nothing.
+// The record menu's commands reach the open window, which asks first; No sends nothing, Yes
+// writes the current row, or leaves it out.
 void TestTableData::popupCommandsAskFirst()
 {
     QFETCH(QString, command);
     QFETCH(QString, question);
+    QFETCH(QStringList, afterYes);
     TableData *w = openWindow(m_db->name());
     QVERIFY(w);
     w->grid()->setCurrentCell(1, 2);
@@ -267,13 +220,10 @@ void TestTableData::popupCommandsAskFirst()
     m_main->menuItem(command)->trigger();
     QCOMPARE(m_operator->asked, QStringList{question});
     QCOMPARE(sent(), QStringList());
-    QCOMPARE(w->grid()->textMatrix(1, 3), qs("changed"));
 
-    // Yes: the current (and selected) row is written, or left out by Delete Record.
     m_operator->answer = Dialogs::Answer::Yes;
     m_main->menuItem(command)->trigger();
-    const QStringList expected = command == qs("mnudr") ? QStringList() : sl({"changed"});
-    QCOMPARE(m_db->rows(qs("SELECT name FROM keyed WHERE id = 1")), expected);
+    QCOMPARE(m_db->rows(qs("SELECT name FROM keyed WHERE id = 1")), afterYes);
 }
 
 void TestTableData::quoteInTextLosesItsRow()
@@ -285,23 +235,6 @@ void TestTableData::quoteInTextLosesItsRow()
     QCOMPARE(m_operator->told.size(), 1);
     QVERIFY2(m_operator->told.first().contains(qs("SQL syntax")), qPrintable(m_operator->told.first()));
     QCOMPARE(m_db->rows(qs("SELECT name FROM people")), sl({"Cleo", "amy", "dan", "Eve"}));
-    QCOMPARE(w->grid()->rows(), 5);
-}
-
-void TestTableData::valuesWrittenByType()
-{
-    TableData *w = openWindow(m_db->name(), "typed");
-    QVERIFY(w);
-    w->grid()->setTextMatrix(2, 3, qs(" 3.50kg"));
-    markLog();
-    w->SaveTable();
-    QCOMPARE(sent().filter(qs("Insert into")),
-             sl({"Insert into typed (n,d,stamp,day,txt) values (1,12.5,2007,'2007-12-25 00:00:00','x')",
-                 "Insert into typed (n,d,stamp,day,txt) values (0,3.5,0,'2008-01-02 00:00:00','')"}));
-    // A year alone is no datetime: the server refuses the first row and says why.
-    QCOMPARE(m_operator->told.size(), 1);
-    QVERIFY2(m_operator->told.first().contains(qs("stamp")), qPrintable(m_operator->told.first()));
-    QCOMPARE(m_db->rows(qs("SELECT * FROM typed")), sl({"0|3.5|0000-00-00 00:00:00|2008-01-02|"}));
 }
 
 // Header clicks sort, renumber and are remembered; ModifyRecord then writes the current row
@@ -311,7 +244,6 @@ void TestTableData::sortThenModifyRecord()
     TableData *w = openWindow(m_db->name()); // keyed, loaded by key: 1, 2, 3
     QVERIFY(w);
     Grid &g = *w->grid();
-    QCOMPARE(w->sortColumn(), std::nullopt);
     QHeaderView *header = g.horizontalHeader();
     const QPoint name(header->sectionViewportPosition(3) + header->sectionSize(3) / 2, header->height() / 2);
     QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, name);
@@ -319,8 +251,6 @@ void TestTableData::sortThenModifyRecord()
     QCOMPARE(column(g, 3), sl({"c", "b", "a"}));
     QCOMPARE(column(g, 0), sl({"1", "2", "3"}));
     QCOMPARE(column(g, 1), sl({"3", "2", "1"}));
-    QCOMPARE(w->sortColumn(), 3);
-    QCOMPARE(w->sortOrder(), 2);
 
     g.setCurrentCell(1, 3); // c, displayed first, loaded third
     g.setTextMatrix(1, 3, qs("sea"));
@@ -331,11 +261,9 @@ void TestTableData::sortThenModifyRecord()
     QCOMPARE(m_db->rows(qs("SELECT * FROM keyed ORDER BY id")),
              sl({"1|a|2001-01-01", "2|b|2001-02-02", "3|sea|2003-03-03"}));
     const QStringList statements = sent();
-    QCOMPARE(statements.size(), 2);
-    QCOMPARE(statements.at(0), qs("SELECT * FROM `keyed`"));
+    QCOMPARE(statements.size(), 2); // not reloaded
     QVERIFY2(statements.at(1).startsWith(qs("UPDATE ")) && statements.at(1).contains(qs("`id`<=>'3'")),
              qPrintable(statements.at(1)));
-    QCOMPARE(column(g, 3), sl({"sea", "b", "a"})); // not reloaded
 }
 
 void TestTableData::modifyRecordFailureSortsAgain_data()
@@ -360,8 +288,7 @@ void TestTableData::modifyRecordFailureSortsAgain()
     TableData *w = openWindow(m_db->name(), qPrintable(table));
     QVERIFY(w);
     Grid &g = *w->grid();
-    g.sort(4, 1); // city ascending
-    QCOMPARE(column(g, 2), sl({"Eve", "dan", "Cleo", "Bob", "amy"}));
+    g.sort(4, 1); // city ascending: Eve, dan, Cleo, Bob, amy
     g.setCurrentCell(4, 2);
     g.setTextMatrix(4, 2, newName);
     g.setTextMatrix(4, 4, qs("Aachen"));
@@ -372,7 +299,6 @@ void TestTableData::modifyRecordFailureSortsAgain()
     QCOMPARE(m_db->rows(QStringLiteral("SELECT * FROM ") + table), before);
     // Sorted again by the remembered sort, which moves the edited row up; not reloaded.
     QCOMPARE(column(g, 2), QStringList({qs("Eve"), newName, qs("dan"), qs("Cleo"), qs("amy")}));
-    QCOMPARE(column(g, 0), sl({"1", "2", "3", "4", "5"}));
     QCOMPARE(column(g, 1), sl({"5", "3", "4", "1", "2"}));
 }
 
@@ -381,68 +307,26 @@ void TestTableData::findNarrowsAndResets()
     TableData *w = openWindow(m_db->name(), "people");
     QVERIFY(w);
     Grid &g = *w->grid();
-    auto *text = w->findChild<QLineEdit *>(qs("Text1"));
-    auto *find = w->findChild<QPushButton *>(qs("cmdfind"));
     const auto cursor = [w] { return QStringLiteral("%1,%2").arg(w->findRow()).arg(w->findCol()); };
     const auto current = [&g] { return QStringLiteral("%1,%2").arg(g.row()).arg(g.col()); };
-    QVERIFY(!find->isEnabled());
+    auto *text = w->findChild<QLineEdit *>(qs("Text1"));
     text->setText(qs("  "));
-    QVERIFY(!find->isEnabled());
+    QVERIFY(!w->findChild<QPushButton *>(qs("cmdfind"))->isEnabled());
 
-    text->setText(qs("25"));
-    QVERIFY(find->isEnabled());
-    find->click();
+    find("25");
     QCOMPARE(current(), qs("2,3"));
     QCOMPARE(cursor(), qs("2,4"));
-    find->click(); // dan's 25 is in column 3 too, left of the cursor: passed over
+    find("25"); // dan's 25 is in column 3 too, left of the cursor: passed over
     QCOMPARE(m_operator->told, sl({"Finished searching"}));
     QCOMPARE(cursor(), qs("0,2"));
-    find->click();
-    QCOMPARE(current(), qs("2,3"));
+    find("25");
     text->setText(qs(" "));
     QCOMPARE(cursor(), qs("2,4")); // a blank text resets nothing
 
-    text->setText(qs("CITY"));
-    QCOMPARE(cursor(), qs("1,2"));
-    find->click();
-    QCOMPARE(m_operator->told.size(), 2);
-    find->click(); // this pass starts on the header row
-    QCOMPARE(m_operator->told.size(), 2);
-    QCOMPARE(cursor(), qs("0,5"));
-
-    text->setText(qs("oslo"));
-    find->click();
+    find("oslo"); // a new text starts below the header again
     QCOMPARE(current(), qs("1,4"));
     w->LoadTable();
     QCOMPARE(cursor(), qs("1,2"));
-}
-
-void TestTableData::emptyDatabaseAndEmptyTable()
-{
-    TableData *w = openWindow(m_empty->name());
-    QVERIFY(w);
-    QCOMPARE(w->findChild<QComboBox *>(qs("Combo1"))->count(), 0);
-    QCOMPARE(w->grid()->rows(), 1);
-    QCOMPARE(w->grid()->textMatrix(0, 0), QString());
-    QCOMPARE(sent(), sl({"SHOW Tables"}));
-    w->findChild<QLineEdit *>(qs("Text1"))->setText(qs("x"));
-    w->findChild<QPushButton *>(qs("cmdfind"))->click();
-    QCOMPARE(m_operator->told, sl({"No records to search"}));
-    w->parentWidget()->close();
-    QTRY_VERIFY(m_window.isNull());
-
-    m_operator->told.clear();
-    w = openWindow(m_db->name(), "nothing");
-    QVERIFY(w);
-    QCOMPARE(w->grid()->rows(), 1);
-    QCOMPARE(column(*w->grid(), 2, 0), sl({"a"}));
-    w->findChild<QLineEdit *>(qs("Text1"))->setText(qs("a"));
-    w->findChild<QPushButton *>(qs("cmdfind"))->click();
-    QCOMPARE(m_operator->told, sl({"Finished searching"}));
-    markLog();
-    w->SaveTable();
-    QCOMPARE(sent(), sl({"SELECT * FROM `nothing`", "Delete from nothing where 1>0", "Flush Tables", "Flush Logs",
-                         "SELECT * FROM `nothing`"}));
 }
 
 // A table that vanished under the window: the rewrite traps every failure and goes on; a
@@ -452,13 +336,9 @@ void TestTableData::failuresTrappedAndUntrapped()
     TableData *w = openWindow(m_db->name(), "people");
     QVERIFY(w);
     QVERIFY_DB(m_db->run({qs("DROP TABLE people")}));
-    markLog();
     w->SaveTable();
     // The open for the types, the delete, five inserts and the reload each fail and say so.
     QCOMPARE(m_operator->told.size(), 8);
-    for (const QString &told : std::as_const(m_operator->told))
-        QVERIFY2(told.contains(qs("people' doesn't exist")), qPrintable(told));
-    QCOMPARE(sent().mid(7), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `people`"}));
     QCOMPARE(m_operator->runtimeErrors, QStringList());
 
     w->LoadTable();
@@ -484,31 +364,29 @@ void TestTableData::unknownHeaderIsReported()
 }
 
 // A right press shows the record pop-up without touching the operator's marks, so "Delete
-// Record" from it deletes the rows marked, not the row under the pointer. A right press inside
-// an open cell editor ends the edit and shows the pop-up too.
+// Record" from it deletes the rows marked (and writes edits to the rows that stay), not the row
+// under the pointer. A right press inside an open cell editor ends the edit and shows the pop-up.
 void TestTableData::rightClickShowsTheRecordMenu()
 {
     TableData *w = openWindow(m_db->name(), "people");
     QVERIFY(w);
     QVERIFY(QTest::qWaitForWindowExposed(w));
     Grid &g = *w->grid();
+    g.setTextMatrix(1, 3, qs("32"));
     QMenu *menu = m_main->popupMenu(qs("mnupop1"));
     const auto cellAt = [&g](int row) { return g.visualRect(g.model()->index(row - 1, 2)).center(); };
     QTest::mouseClick(g.viewport(), Qt::LeftButton, {}, cellAt(2));
     QTest::mouseClick(g.viewport(), Qt::LeftButton, Qt::ControlModifier, cellAt(4));
-    QVERIFY(!menu->isVisible());
     QTest::mousePress(g.viewport(), Qt::RightButton, {}, cellAt(1));
     QVERIFY(menu->isVisible());
     menu->hide();
-    QCOMPARE(g.row(), 4);
     QCOMPARE(g.selectedRows(), QList<int>({2, 4}));
     m_main->menuItem(qs("mnudr"))->trigger();
-    QCOMPARE(m_db->rows(qs("SELECT name FROM people")), sl({"Cleo", "Bob", "Eve"}));
+    QCOMPARE(m_db->rows(qs("SELECT * FROM people")), sl({"Cleo|32|Oslo", "Bob|47|Oslo", "Eve|52|"}));
 
     g.setCurrentCell(1, 4);
-    QTest::keyClick(&g, Qt::Key_X);
-    auto *editor = qobject_cast<QLineEdit *>(QApplication::focusWidget());
-    QVERIFY(editor && editor->parentWidget() == g.viewport());
+    QLineEdit *editor = openEditor(g, Qt::Key_X);
+    QVERIFY(editor);
     QTest::mousePress(editor, Qt::RightButton, {}, QPoint(3, 3));
     QVERIFY(menu->isVisible());
     menu->hide();
@@ -519,69 +397,31 @@ void TestTableData::rightClickShowsTheRecordMenu()
     QVERIFY(!menu->isVisible());
 }
 
-void TestTableData::escapeClosesAndResizeKeepsRoomBelow()
+void TestTableData::escapeClosesAndPopupReopens()
 {
-    TableData *w = openWindow(m_db->name());
-    QVERIFY(w);
+    QVERIFY(openWindow(m_db->name()));
     QAction *command = m_main->menuItem(qs("mnuTabData"));
     QVERIFY(!command->isEnabled());
-    QVERIFY(w->parentWidget()->isMaximized());
-    const QRect before = w->grid()->geometry();
-    w->parentWidget()->showNormal();
-    w->parentWidget()->resize(800, 500);
-    QCOMPARE(w->grid()->geometry(), QRect(before.topLeft(), QSize(before.width(), w->height() - before.top() - 67)));
-    w->parentWidget()->resize(800, 90);
-    QCOMPARE(w->grid()->height(), 0);
-
-    QTest::keyClick(w->findChild<QLineEdit *>(qs("Text1")), Qt::Key_Escape);
-    QTRY_VERIFY(m_window.isNull());
-    QVERIFY(command->isEnabled());
-    w = openWindow(m_db->name());
-    QVERIFY(w);
-    QTest::keyClick(w->grid(), Qt::Key_Escape);
+    QTest::keyClick(m_window->findChild<QLineEdit *>(qs("Text1")), Qt::Key_Escape);
     QTRY_VERIFY(m_window.isNull());
     QVERIFY(command->isEnabled());
 
     // The window sees the key first, also while a cell editor is open.
-    w = openWindow(m_db->name());
-    QVERIFY(w);
-    QVERIFY(QTest::qWaitForWindowExposed(w));
-    w->grid()->setCurrentCell(1, 2);
-    QTest::keyClick(w->grid(), Qt::Key_Q);
-    auto *editor = qobject_cast<QLineEdit *>(QApplication::focusWidget());
-    QVERIFY(editor && editor->parentWidget() == w->grid()->viewport());
+    QVERIFY(openWindow(m_db->name()));
+    QVERIFY(QTest::qWaitForWindowExposed(m_window));
+    m_window->grid()->setCurrentCell(1, 2);
+    QLineEdit *editor = openEditor(*m_window->grid(), Qt::Key_Q);
+    QVERIFY(editor);
     QTest::keyClick(editor, Qt::Key_Escape);
     QTRY_VERIFY(m_window.isNull());
-    QVERIFY(command->isEnabled());
-}
 
-// Without the window, a pop-up command creates it (loaded, not shown) and runs on it.
-void TestTableData::popupCommandLoadsAMissingWindow()
-{
-    TableData *w = openWindow(m_db->name());
-    QVERIFY(w);
-    w->parentWidget()->close();
-    QTRY_VERIFY(m_window.isNull());
+    // Without the window, a pop-up command creates it (loaded, not shown) and runs on it.
     markLog();
     m_main->menuItem(qs("mnusavetable"))->trigger();
     m_window = qobject_cast<TableData *>(m_main->toolWindow(qs("mnuTabData")));
-    QVERIFY(m_window);
-    QVERIFY(!m_window->isVisible());
+    QVERIFY(m_window && !m_window->isVisible());
     QCOMPARE(sent().mid(0, 6), sl({"SHOW Tables", "Flush Tables", "Flush Logs", "SELECT * FROM `keyed`",
                                    "SELECT * FROM `keyed`", "Delete from keyed where 1>0"}));
-}
-
-void TestTableData::sessionIsTakenAtEachUse()
-{
-    TableData *w = openWindow(m_db->name());
-    QVERIFY(w);
-    const unsigned long first = session().connectionId();
-    m_main->replaceSession();
-    QVERIFY_DB(openSession(session(), m_db->name()));
-    QVERIFY(session().connectionId() != first);
-    markLog();
-    w->LoadTable();
-    QCOMPARE(sent(), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `keyed`"}));
 }
 
 QTEST_MAIN(TestTableData)
