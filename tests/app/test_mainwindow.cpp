@@ -169,14 +169,12 @@ void TestMainWindow::startUp()
     QVERIFY_DB(openSession(observer, QString()));
     clearServerLog(observer);
     w->startUp();
-    // The trial goes to the server's own database, as the stored user.
-    QCOMPARE(connectsReceived(observer).size(), answers ? 1 : 0);
+    // The trial goes to the server's own database, as the stored user. (Other tests may connect
+    // meanwhile, but not to that database.)
+    QStringList trials = connectsReceived(observer).filter(qs(" on mysql "));
+    QCOMPARE(trials.size(), answers ? 1 : 0);
     if (answers)
-        QVERIFY2(connectsReceived(observer).first().startsWith(qs("dbop@")) &&
-                     connectsReceived(observer).first().contains(qs(" on mysql ")),
-                 qPrintable(connectsReceived(observer).first()));
-    // The trial uses an empty password, whatever is stored, and is closed again; only a
-    // trial that fails starts the server.
+        QVERIFY2(trials.first().startsWith(qs("dbop@")), qPrintable(trials.first()));
     QCOMPARE(m_started, answers ? QStringList() : QStringList{m_dir->filePath(qs("mariadbd"))});
     QCOMPARE(w->session()->state(), 0);
     QCOMPARE(m_operator->told, QStringList());
