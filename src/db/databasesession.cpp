@@ -177,6 +177,22 @@ DbResult<Recordset> DatabaseSession::openQuery(const QString &sql)
     return read(sql, QString());
 }
 
+namespace {
+// What the tools need to know of a result column.
+FieldInfo fieldInfoOf(const MYSQL_FIELD &f)
+{
+    FieldInfo info;
+    info.name = QString::fromUtf8(f.name, f.name_length);
+    info.originalName = QString::fromUtf8(f.org_name, f.org_name_length);
+    info.table = QString::fromUtf8(f.org_table, f.org_table_length);
+    info.database = QString::fromUtf8(f.db, f.db_length);
+    info.primaryKey = (f.flags & PRI_KEY_FLAG) != 0;
+    info.isUnsigned = (f.flags & UNSIGNED_FLAG) != 0;
+    info.type = adoTypeFor({static_cast<int>(f.type), info.isUnsigned, f.charsetnr == 63, f.length});
+    return info;
+}
+} // namespace
+
 DbResult<Recordset> DatabaseSession::read(const QString &sql, const QString &table)
 {
     if (DbError error = send(sql))
@@ -198,16 +214,8 @@ DbResult<Recordset> DatabaseSession::read(const QString &sql, const QString &tab
     rs.m_fields.resize(nFields);
     std::vector<bool> isBit(nFields, false);
     for (unsigned i = 0; i < nFields; ++i) {
-        const MYSQL_FIELD &f = fields[i];
-        FieldInfo &info = rs.m_fields[i];
-        info.name = QString::fromUtf8(f.name, f.name_length);
-        info.originalName = QString::fromUtf8(f.org_name, f.org_name_length);
-        info.table = QString::fromUtf8(f.org_table, f.org_table_length);
-        info.database = QString::fromUtf8(f.db, f.db_length);
-        info.primaryKey = (f.flags & PRI_KEY_FLAG) != 0;
-        info.isUnsigned = (f.flags & UNSIGNED_FLAG) != 0;
-        info.type = adoTypeFor({static_cast<int>(f.type), info.isUnsigned, f.charsetnr == 63, f.length});
-        isBit[i] = f.type == MYSQL_TYPE_BIT;
+        rs.m_fields[i] = fieldInfoOf(fields[i]);
+        isBit[i] = fields[i].type == MYSQL_TYPE_BIT;
     }
     rs.m_columns.resize(nFields);
 
@@ -350,16 +358,8 @@ DbError DatabaseSession::streamQuery(const QString &sql, const FieldsSink &onFie
     std::vector<FieldInfo> infos(nFields);
     std::vector<bool> isBit(nFields, false);
     for (unsigned i = 0; i < nFields; ++i) {
-        const MYSQL_FIELD &f = fields[i];
-        FieldInfo &info = infos[i];
-        info.name = QString::fromUtf8(f.name, f.name_length);
-        info.originalName = QString::fromUtf8(f.org_name, f.org_name_length);
-        info.table = QString::fromUtf8(f.org_table, f.org_table_length);
-        info.database = QString::fromUtf8(f.db, f.db_length);
-        info.primaryKey = (f.flags & PRI_KEY_FLAG) != 0;
-        info.isUnsigned = (f.flags & UNSIGNED_FLAG) != 0;
-        info.type = adoTypeFor({static_cast<int>(f.type), info.isUnsigned, f.charsetnr == 63, f.length});
-        isBit[i] = f.type == MYSQL_TYPE_BIT;
+        infos[i] = fieldInfoOf(fields[i]);
+        isBit[i] = fields[i].type == MYSQL_TYPE_BIT;
     }
 
     DbError stopped;
