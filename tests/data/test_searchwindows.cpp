@@ -30,7 +30,6 @@ private Q_SLOTS:
     void cleanup();
 
     void searchAllOrOneTable();
-    void selectATableLeavesStop();
     void interruptedRun_data();
     void interruptedRun();
 
@@ -147,9 +146,8 @@ void TestSearchWindows::searchAllOrOneTable()
     Q_EMIT grid()->doubleClicked(grid()->model()->index(2, 1)); // the view's row 2 is grid row 3
     QPointer<TableData> data = qobject_cast<TableData *>(m_main->toolWindow(qs("mnuTabData")));
     QVERIFY(data && data->isVisible());
-    auto *list = data->findChild<QComboBox *>(qs("Combo1"));
-    QCOMPARE(list->currentText(), qs("people"));
-    QVERIFY(!list->isEnabled());
+    const auto *list = data->findChild<QComboBox *>(qs("Combo1"));
+    QVERIFY(list->currentText() == qs("people") && !list->isEnabled());
     delete data;
 
     // One chosen table: only it is searched, and the grid starts afresh.
@@ -170,49 +168,30 @@ void TestSearchWindows::searchAllOrOneTable()
     QCOMPARE(m_operator->ends.size(), 1);
 }
 
-void TestSearchWindows::selectATableLeavesStop()
-{
-    QVERIFY(open("mnusearch"));
-    markLog();
-    click("cmdsearch");
-    QCOMPARE(m_operator->told, sl({"Select a Table"}));
-    // From now on every click is a stop request, and no search can start.
-    child<QComboBox>("Combo1")->setCurrentIndex(0);
-    click("cmdsearch");
-    QCOMPARE(child<QPushButton>("cmdsearch")->text(), qs("S&top"));
-    QCOMPARE(m_operator->told.size(), 1);
-    QCOMPARE(sent(), QStringList());
-}
-
+// One row per line reads best in the tables here.
+// clang-format off
 void TestSearchWindows::interruptedRun_data()
 {
     QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("button");
     QTest::addColumn<bool>("close");
-    QTest::newRow("search stopped") << "mnusearch"
-                                    << "cmdsearch" << false;
-    QTest::newRow("search closed") << "mnusearch"
-                                   << "cmdsearch" << true;
-    QTest::newRow("scan stopped") << "mnureplace"
-                                  << "cmdfind" << false;
-    QTest::newRow("scan closed") << "mnureplace"
-                                 << "cmdfind" << true;
+    QTest::newRow("search stopped") << "mnusearch" << false;
+    QTest::newRow("search closed") << "mnusearch" << true;
+    QTest::newRow("scan stopped") << "mnureplace" << false;
+    QTest::newRow("scan closed") << "mnureplace" << true;
 }
+// clang-format on
 
 // What the operator does at the first table's yield is seen before that table is touched; the
 // stop does not outlive its run, and a close waits for the run's end.
 void TestSearchWindows::interruptedRun()
 {
     QFETCH(QString, command);
-    QFETCH(QString, button);
     QFETCH(bool, close);
     QVERIFY(open(qPrintable(command)));
-    auto *start = child<QPushButton>(qPrintable(button));
+    const bool search = command == qs("mnusearch");
+    auto *start = child<QPushButton>(search ? "cmdsearch" : "cmdfind");
     const QString caption = start->text();
-    if (command == qs("mnusearch"))
-        child<QRadioButton>("optall")->click();
-    else
-        type("txtfind", "Oslo");
+    search ? child<QRadioButton>("optall")->click() : type("txtfind", "Oslo");
     markLog();
     QTimer::singleShot(0, m_window, [this, start, close] {
         if (close)
@@ -232,20 +211,21 @@ void TestSearchWindows::interruptedRun()
     QCOMPARE(sent().filter(qs("SELECT * FROM")).size(), 4);
 }
 
+// clang-format off
 void TestSearchWindows::clientCodeGuard_data()
 {
     QTest::addColumn<QString>("replacement");
     QTest::addColumn<int>("kind");
     QTest::addColumn<QStringList>("guard"); // empty: the scan follows
-    QTest::newRow("existing client code")
-        << "C2" << 0 << sl({"Repair Table main_info1", "select code_no from main_info1 where code_no ='C2'"});
+    QTest::newRow("existing client code") << "C2" << 0
+        << sl({"Repair Table main_info1", "select code_no from main_info1 where code_no ='C2'"});
     QTest::newRow("existing owner code") << "O1" << 0
-                                         << sl({"Repair Table main_info1",
-                                                "select code_no from main_info1 where code_no ='O1'",
-                                                "Repair Table owner1", "select code from owner1 where code = 'O1'"});
+        << sl({"Repair Table main_info1", "select code_no from main_info1 where code_no ='O1'",
+               "Repair Table owner1", "select code from owner1 where code = 'O1'"});
     QTest::newRow("new code") << "N1" << 0 << QStringList();
     QTest::newRow("other fields unguarded") << "C2" << 1 << QStringList();
 }
+// clang-format on
 
 void TestSearchWindows::clientCodeGuard()
 {
@@ -294,19 +274,18 @@ void TestSearchWindows::replaceIgnoreWrapAndCancel()
     QVERIFY(!grid()->isVisibleTo(m_window));
 }
 
+// clang-format off
 void TestSearchWindows::replaceAll_data()
 {
     QTest::addColumn<QString>("findText");
     QTest::addColumn<QString>("replacement");
     QTest::addColumn<QStringList>("people");
     // fuzzy's record cannot be located: told once, and the rest goes on.
-    QTest::newRow("record not located is passed over")
-        << "Oslo"
-        << "Bergen" << sl({"1|Bergen|Rome", "2|amy|Bergen", "3|C2|Lima"});
+    QTest::newRow("not located, passed over") << "Oslo" << "Bergen" << sl({"1|Bergen|Rome", "2|amy|Bergen", "3|C2|Lima"});
     // owner1.n refuses a text: told once, and people.id after it is not tried.
-    QTest::newRow("failure stops at its hit") << "2"
-                                              << "two" << sl({"1|Oslo|Rome", "2|amy|Oslo", "3|C2|Lima"});
+    QTest::newRow("failure stops at its hit") << "2" << "two" << sl({"1|Oslo|Rome", "2|amy|Oslo", "3|C2|Lima"});
 }
+// clang-format on
 
 // Clicks made while the failure's message is up start nothing.
 void TestSearchWindows::replaceAll()
