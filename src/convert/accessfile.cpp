@@ -1,4 +1,5 @@
 #include "convert/accessfile.h"
+#include "db/typecodes.h"
 
 #include "convert/valuetext.h"
 
@@ -238,20 +239,20 @@ void setValueLimit(std::size_t bytes)
 int adoTypeFor(int mdbColumnType)
 {
     switch (mdbColumnType) {
-    case MDB_BOOL: return 11;
-    case MDB_BYTE: return 17;
-    case MDB_INT: return 2;
-    case MDB_LONGINT: return 3;
-    case MDB_MONEY: return 6;
-    case MDB_FLOAT: return 4;
-    case MDB_DOUBLE: return 5;
-    case MDB_DATETIME: return 7;
-    case MDB_TEXT: return 202;
-    case MDB_BINARY: return 204;
-    case MDB_OLE: return 205;
-    case MDB_REPID: return 72;
-    case MDB_NUMERIC: return 131;
-    default: return 203; // memo, hyperlink and whatever else holds long text
+    case MDB_BOOL: return AdoType::Boolean;
+    case MDB_BYTE: return AdoType::UnsignedTinyInt;
+    case MDB_INT: return AdoType::SmallInt;
+    case MDB_LONGINT: return AdoType::Integer;
+    case MDB_MONEY: return AdoType::Currency;
+    case MDB_FLOAT: return AdoType::Single;
+    case MDB_DOUBLE: return AdoType::Double;
+    case MDB_DATETIME: return AdoType::Date;
+    case MDB_TEXT: return AdoType::VarWChar;
+    case MDB_BINARY: return AdoType::VarBinary;
+    case MDB_OLE: return AdoType::LongVarBinary;
+    case MDB_REPID: return AdoType::Guid;
+    case MDB_NUMERIC: return AdoType::Numeric;
+    default: return AdoType::LongVarWChar; // memo, hyperlink and whatever else holds long text
     }
 }
 

@@ -1,5 +1,7 @@
 #include "convert/conversionrules.h"
 
+#include "db/typecodes.h"
+
 #include <QDate>
 #include <QRegularExpression>
 
@@ -7,20 +9,21 @@ namespace tabulon::Conversion {
 
 QString MapFieldType(int adoType)
 {
+    // 121 to 125 name no type a common source reports; the table keeps them all the same.
     switch (adoType) {
-    case 2: return QStringLiteral("SMALLINT");
-    case 3:
-    case 72: return QStringLiteral("INT");
-    case 4: return QStringLiteral("FLOAT");
-    case 5:
-    case 131: return QStringLiteral("DOUBLE");
-    case 6:
-    case 202: return QStringLiteral("VARCHAR(255)");
-    case 7:
+    case AdoType::SmallInt: return QStringLiteral("SMALLINT");
+    case AdoType::Integer:
+    case AdoType::Guid: return QStringLiteral("INT");
+    case AdoType::Single: return QStringLiteral("FLOAT");
+    case AdoType::Double:
+    case AdoType::Numeric: return QStringLiteral("DOUBLE");
+    case AdoType::Currency:
+    case AdoType::VarWChar: return QStringLiteral("VARCHAR(255)");
+    case AdoType::Date:
     case 122:
     case 124: return QStringLiteral("DATETIME");
-    case 11: return QStringLiteral("TINYINT");
-    case 17: return QStringLiteral("CHAR(255)");
+    case AdoType::Boolean: return QStringLiteral("TINYINT");
+    case AdoType::UnsignedTinyInt: return QStringLiteral("CHAR(255)");
     case 121: return QStringLiteral("DATE");
     case 123:
     case 125: return QStringLiteral("CHAR(50)");

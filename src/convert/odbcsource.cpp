@@ -1,4 +1,5 @@
 #include "convert/odbcsource.h"
+#include "db/typecodes.h"
 
 #include "convert/valuetext.h"
 
@@ -70,33 +71,33 @@ struct OdbcSource::Statement final {
 int OdbcSource::adoTypeFor(int sqlType)
 {
     switch (sqlType) {
-    case SQL_CHAR: return 129;
-    case SQL_VARCHAR: return 200;
-    case SQL_LONGVARCHAR: return 201;
-    case SQL_WCHAR: return 130;
-    case SQL_WVARCHAR: return 202;
-    case SQL_WLONGVARCHAR: return 203;
+    case SQL_CHAR: return AdoType::Char;
+    case SQL_VARCHAR: return AdoType::VarChar;
+    case SQL_LONGVARCHAR: return AdoType::LongVarChar;
+    case SQL_WCHAR: return AdoType::WChar;
+    case SQL_WVARCHAR: return AdoType::VarWChar;
+    case SQL_WLONGVARCHAR: return AdoType::LongVarWChar;
     case SQL_DECIMAL:
-    case SQL_NUMERIC: return 131;
-    case SQL_SMALLINT: return 2;
-    case SQL_INTEGER: return 3;
-    case SQL_REAL: return 4;
+    case SQL_NUMERIC: return AdoType::Numeric;
+    case SQL_SMALLINT: return AdoType::SmallInt;
+    case SQL_INTEGER: return AdoType::Integer;
+    case SQL_REAL: return AdoType::Single;
     case SQL_FLOAT:
-    case SQL_DOUBLE: return 5;
-    case SQL_BIT: return 11;
-    case SQL_TINYINT: return 16;
-    case SQL_BIGINT: return 20;
-    case SQL_BINARY: return 128;
-    case SQL_VARBINARY: return 204;
-    case SQL_LONGVARBINARY: return 205;
+    case SQL_DOUBLE: return AdoType::Double;
+    case SQL_BIT: return AdoType::Boolean;
+    case SQL_TINYINT: return AdoType::TinyInt;
+    case SQL_BIGINT: return AdoType::BigInt;
+    case SQL_BINARY: return AdoType::Binary;
+    case SQL_VARBINARY: return AdoType::VarBinary;
+    case SQL_LONGVARBINARY: return AdoType::LongVarBinary;
     case SQL_DATE:
-    case SQL_TYPE_DATE: return 133;
+    case SQL_TYPE_DATE: return AdoType::DBDate;
     case SQL_TIME:
-    case SQL_TYPE_TIME: return 134;
+    case SQL_TYPE_TIME: return AdoType::DBTime;
     case SQL_TIMESTAMP:
-    case SQL_TYPE_TIMESTAMP: return 135;
-    case SQL_GUID: return 72;
-    default: return 200;
+    case SQL_TYPE_TIMESTAMP: return AdoType::DBTimeStamp;
+    case SQL_GUID: return AdoType::Guid;
+    default: return AdoType::VarChar;
     }
 }
 
