@@ -8,6 +8,7 @@
 
 using namespace tabulon;
 using namespace tabulon::RecordWriter;
+using tabulon::test::qs;
 using tabulon::test::sl;
 
 class TestRecordWriter final : public QObject {
@@ -101,17 +102,6 @@ const std::vector<QStringList> kCells = {
     sl({"4", "4", "abc", "", "", "", "ABC", ""}),
 };
 
-FindHit find(FindCursor &cursor, const QString &text)
-{
-    return findNext(cursor, text, static_cast<int>(kCells.size()), 8,
-                    [](int r, int c) { return kCells[static_cast<size_t>(r)][c]; });
-}
-
-QString at(const FindHit &hit)
-{
-    return hit.found ? QStringLiteral("%1,%2").arg(hit.row).arg(hit.col) : QStringLiteral("none");
-}
-
 } // namespace
 
 // clang-format off
@@ -137,8 +127,9 @@ void TestRecordWriter::findNext()
     QFETCH(QString, text);
     QFETCH(QString, hit);
     FindCursor cursor{startRow, startCol};
-    const FindHit found = find(cursor, text);
-    QCOMPARE(at(found), hit);
+    const FindHit found = tabulon::findNext(cursor, text, static_cast<int>(kCells.size()), 8,
+                                            [](int r, int c) { return kCells[static_cast<size_t>(r)][c]; });
+    QCOMPARE(found.found ? QStringLiteral("%1,%2").arg(found.row).arg(found.col) : qs("none"), hit);
     // After a hit the cursor stands just right of it; after a miss on the first field column.
     QCOMPARE(QPoint(cursor.row, cursor.col), found.found ? QPoint(found.row, found.col + 1) : QPoint(0, 2));
 }
