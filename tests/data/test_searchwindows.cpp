@@ -107,10 +107,8 @@ void TestSearchWindows::cleanup()
 
 QWidget *TestSearchWindows::open(const char *command)
 {
-    if (const DbError error = openSession(session(), m_db->name())) {
-        qWarning("%s", qPrintable(error.description));
+    if (openSession(session(), m_db->name()).isError())
         return nullptr;
-    }
     m_main->enableAllMenus();
     m_main->menuItem(qs(command))->trigger();
     m_window = m_main->toolWindow(qs(command));

@@ -65,10 +65,10 @@ private Q_SLOTS:
     void escapeClosesAndPopupReopens();
 
 private:
-    TableData *openWindow(const QString &database, const char *table = nullptr);
+    TableData *openWindow(const char *table = nullptr);
     // The server's query log is shared and large: rather than counting what is logged already,
     // the session starts over on a new connection whose log is empty.
-    void markLog() { QVERIFY_DB(openSession(session(), m_database)); }
+    void markLog() { QVERIFY_DB(openSession(session(), m_db->name())); }
     QStringList sent() { return statementsReceived(m_db->admin(), session().connectionId()); }
     void find(const char *text) const
     {
@@ -82,7 +82,6 @@ private:
     std::unique_ptr<MDIForm1> m_main;
     QPointer<TableData> m_window;
     std::unique_ptr<Operator> m_operator;
-    QString m_database;
 };
 
 void TestTableData::initTestCase()
@@ -121,15 +120,12 @@ void TestTableData::cleanup()
     m_operator.reset();
 }
 
-// Opens the window through the main window's "Table D&ata" on a session opened on `database`
-// and, when given, selects `table` in it.
-TableData *TestTableData::openWindow(const QString &database, const char *table)
+// Opens the window through the main window's "Table D&ata" on a fresh session and, when given,
+// selects `table` in it.
+TableData *TestTableData::openWindow(const char *table)
 {
-    m_database = database;
-    if (const DbError error = openSession(session(), database)) {
-        qWarning("%s", qPrintable(error.description));
+    if (openSession(session(), m_db->name()).isError())
         return nullptr;
-    }
     m_main->enableAllMenus();
     m_main->menuItem(qs("mnuTabData"))->trigger();
     m_window = qobject_cast<TableData *>(m_main->toolWindow(qs("mnuTabData")));
@@ -140,7 +136,7 @@ TableData *TestTableData::openWindow(const QString &database, const char *table)
 
 void TestTableData::loadListsTablesAndShowsTheFirst()
 {
-    TableData *w = openWindow(m_db->name());
+    TableData *w = openWindow();
     QVERIFY(w);
     auto *combo = w->findChild<QComboBox *>(qs("Combo1"));
     QCOMPARE(combo->count(), 4);
@@ -164,7 +160,7 @@ void TestTableData::loadListsTablesAndShowsTheFirst()
 
 void TestTableData::saveTableRewritesInGridOrder()
 {
-    TableData *w = openWindow(m_db->name(), "people");
+    TableData *w = openWindow("people");
     QVERIFY(w);
     Grid &g = *w->grid();
     g.sort(2, 2); // name, descending
@@ -203,7 +199,7 @@ void TestTableData::popupCommandsAskFirst()
 {
     QFETCH(QString, command);
     QFETCH(QString, question);
-    TableData *w = openWindow(m_db->name());
+    TableData *w = openWindow();
     QVERIFY(w);
     w->grid()->setCurrentCell(1, 2);
     m_operator->answer = Dialogs::Answer::No;
@@ -217,7 +213,7 @@ void TestTableData::popupCommandsAskFirst()
 // into the record it was loaded from, whatever its place on screen.
 void TestTableData::sortThenModifyRecord()
 {
-    TableData *w = openWindow(m_db->name()); // keyed, loaded by key: 1, 2, 3
+    TableData *w = openWindow(); // keyed, loaded by key: 1, 2, 3
     QVERIFY(w);
     Grid &g = *w->grid();
     QHeaderView *header = g.horizontalHeader();
@@ -245,7 +241,7 @@ void TestTableData::sortThenModifyRecord()
 // moves the edited row up; the grid is not reloaded.
 void TestTableData::modifyRecordFailureSortsAgain()
 {
-    TableData *w = openWindow(m_db->name(), "vague");
+    TableData *w = openWindow("vague");
     QVERIFY(w);
     Grid &g = *w->grid();
     g.sort(4, 1); // city ascending: Eve, dan, Cleo, Bob, amy
@@ -262,7 +258,7 @@ void TestTableData::modifyRecordFailureSortsAgain()
 
 void TestTableData::findNarrowsAndResets()
 {
-    TableData *w = openWindow(m_db->name(), "people");
+    TableData *w = openWindow("people");
     QVERIFY(w);
     Grid &g = *w->grid();
     const auto cursor = [w] { return QStringLiteral("%1,%2").arg(w->findRow()).arg(w->findCol()); };
@@ -314,7 +310,7 @@ void TestTableData::saveTableFailures()
     QFETCH(QString, change);
     QFETCH(QStringList, told);
     QFETCH(QStringList, names);
-    TableData *w = openWindow(m_db->name(), "people");
+    TableData *w = openWindow("people");
     QVERIFY(w);
     if (change.contains(u' '))
         QVERIFY_DB(m_db->run({change}));
@@ -332,7 +328,7 @@ void TestTableData::saveTableFailures()
 // A plain load traps nothing: it reports the error and ends the program.
 void TestTableData::untrappedLoadFailureEndsTheProgram()
 {
-    TableData *w = openWindow(m_db->name(), "people");
+    TableData *w = openWindow("people");
     QVERIFY(w);
     QVERIFY_DB(m_db->run({qs("DROP TABLE people")}));
     w->LoadTable();
@@ -348,7 +344,7 @@ void TestTableData::untrappedLoadFailureEndsTheProgram()
 // under the pointer. A right press inside an open cell editor ends the edit and shows the pop-up.
 void TestTableData::rightClickShowsTheRecordMenu()
 {
-    TableData *w = openWindow(m_db->name(), "people");
+    TableData *w = openWindow("people");
     QVERIFY(w);
     QVERIFY(QTest::qWaitForWindowExposed(w));
     Grid &g = *w->grid();
@@ -379,7 +375,7 @@ void TestTableData::rightClickShowsTheRecordMenu()
 
 void TestTableData::escapeClosesAndPopupReopens()
 {
-    QVERIFY(openWindow(m_db->name()));
+    QVERIFY(openWindow());
     QAction *command = m_main->menuItem(qs("mnuTabData"));
     QVERIFY(!command->isEnabled());
     QTest::keyClick(m_window->findChild<QLineEdit *>(qs("Text1")), Qt::Key_Escape);
@@ -387,7 +383,7 @@ void TestTableData::escapeClosesAndPopupReopens()
     QVERIFY(command->isEnabled());
 
     // The window sees the key first, also while a cell editor is open.
-    QVERIFY(openWindow(m_db->name()));
+    QVERIFY(openWindow());
     QVERIFY(QTest::qWaitForWindowExposed(m_window));
     m_window->grid()->setCurrentCell(1, 2);
     QLineEdit *editor = openEditor(*m_window->grid(), Qt::Key_Q);
