@@ -25,7 +25,7 @@ struct FieldInfo final {
     QString originalName; // the column's name in its table
     QString table;        // the column's table, empty for computed columns
     QString database;
-    int type = 0;         // ADO data type code
+    int type = 0; // ADO data type code
     bool primaryKey = false;
     bool isUnsigned = false;
 };

@@ -125,9 +125,9 @@ void TestTableRestore::clientDeletes()
 // One INSERT per row, in the file's column order, each value by its target field's type.
 void TestTableRestore::insertRows()
 {
-    const QString file = tableFile("t", {sl({"note", "id", "qty", "price", "d", "ts"}),
-                                         sl({"first", "1", "3", "2.5", "2007-12-25", ""}),
-                                         sl({"", "2", "", "", "2008-01-31", ""})});
+    const QString file =
+        tableFile("t", {sl({"note", "id", "qty", "price", "d", "ts"}), sl({"first", "1", "3", "2.5", "2007-12-25", ""}),
+                        sl({"", "2", "", "", "2008-01-31", ""})});
     auto types = TableRestore::fieldTypes(m_session, QStringLiteral("t"));
     QVERIFY_DB(types.error());
     clearServerLog(m_db->admin());
