@@ -4,11 +4,11 @@
 // scripts/bench-search.sh, which times the mariadb client over the same tables beside it.
 //
 //   bench_search HOST:PORT DATABASE VALUE
+#include "benchwindow.h"
 #include "data/search.h"
 #include "db/databasesession.h"
 #include "grid/grid.h"
 #include "ui/dialogs.h"
-#include "ui/toolhost.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -27,8 +27,7 @@ namespace {
 
 void fail(const QString &what)
 {
-    std::fprintf(stderr, "bench_search: %s\n", qPrintable(what));
-    std::exit(1);
+    bench::fail("bench_search", what);
 }
 
 double cpuMs()
@@ -38,18 +37,6 @@ double cpuMs()
     const auto ms = [](const timeval &t) { return static_cast<double>(t.tv_sec) * 1000.0 + t.tv_usec / 1000.0; };
     return ms(usage.ru_utime) + ms(usage.ru_stime);
 }
-
-class BenchHost final : public ToolHost {
-public:
-    explicit BenchHost(DatabaseSession &session) : m_session(session) {}
-    DatabaseSession *session() const override { return &m_session; }
-    ConnectionSettings settings() const override { return {}; }
-    QMenu *popupMenu(const QString &) const override { return nullptr; }
-    QString programFolder() const override { return QString(); }
-
-private:
-    DatabaseSession &m_session;
-};
 
 // Statements of one search: per table a repair and the field list, then one query per
 // field that the value can be compared with, up to the first hit.
@@ -70,16 +57,9 @@ int main(int argc, char **argv)
     if (args.size() != 4)
         fail(QStringLiteral("usage: bench_search HOST:PORT DATABASE VALUE"));
 
-    Dialogs::setResponder([](const Dialogs::Prompt &p) {
-        fail(p.text);
-        return Dialogs::Reply{};
-    });
-
     DatabaseSession session;
-    if (const DbError e =
-            session.open(QStringLiteral("server=%1;uid=dbop;pwd=;database=%2;").arg(args.at(1), args.at(2))))
-        fail(e.description);
-    BenchHost host(session);
+    bench::openForWindows("bench_search", session, args.at(1), args.at(2));
+    bench::BenchHost host(session);
 
     auto *window = new Search(host);
     window->findChild<QRadioButton *>(QStringLiteral("optall"))->setChecked(true);

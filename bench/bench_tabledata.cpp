@@ -5,12 +5,12 @@
 //   bench_tabledata HOST:PORT DATABASE
 //
 // The window shows the first table the database lists; the benchmark database holds one.
+#include "benchwindow.h"
 #include "data/tabledata.h"
 #include "db/databasesession.h"
 #include "db/memorypolicy.h"
 #include "grid/grid.h"
 #include "ui/dialogs.h"
-#include "ui/toolhost.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -38,22 +38,8 @@ qint64 statusKb(const char *field)
 
 void fail(const QString &what)
 {
-    std::fprintf(stderr, "bench_tabledata: %s\n", qPrintable(what));
-    std::exit(1);
+    bench::fail("bench_tabledata", what);
 }
-
-// The one window's host: the session and nothing else.
-class BenchHost final : public ToolHost {
-public:
-    explicit BenchHost(DatabaseSession &session) : m_session(session) {}
-    DatabaseSession *session() const override { return &m_session; }
-    ConnectionSettings settings() const override { return {}; }
-    QMenu *popupMenu(const QString &) const override { return nullptr; }
-    QString programFolder() const override { return {}; }
-
-private:
-    DatabaseSession &m_session;
-};
 
 } // namespace
 
@@ -67,21 +53,13 @@ int main(int argc, char **argv)
     if (args.size() != 3)
         fail(QStringLiteral("usage: bench_tabledata HOST:PORT DATABASE"));
 
-    // Nobody is there to answer a box; any message means the load went wrong.
-    Dialogs::setResponder([](const Dialogs::Prompt &p) {
-        fail(p.text);
-        return Dialogs::Reply{};
-    });
-
     DatabaseSession session;
-    if (const DbError e =
-            session.open(QStringLiteral("server=%1;uid=dbop;pwd=;database=%2;").arg(args.at(1), args.at(2))))
-        fail(e.description);
+    bench::openForWindows("bench_tabledata", session, args.at(1), args.at(2));
 
     const qint64 baselineKb = statusKb("VmHWM");
     QElapsedTimer timer;
     timer.start();
-    BenchHost host(session);
+    bench::BenchHost host(session);
     auto *window = new TableData(host);
     const qint64 loadMs = timer.elapsed();
     const qint64 peakKb = statusKb("VmHWM");
