@@ -104,7 +104,6 @@ private:
     QWidget *open(const char *menu);
     // Opens the backup tool on the scratch folder and goes to the table page.
     BackUp *backupAtTablePage();
-    void answerInputs(const QStringList &answers);
     // Backs up the ticked tables (all when empty) of the scratch database, client only with a code.
     void makeArchive(const QStringList &tables, const QString &clientCode = QString());
     // Opens the restore tool on the day's archive and the target database, at the table page.
@@ -145,6 +144,11 @@ void TestBackupTools::init()
 
 void TestBackupTools::cleanup()
 {
+    // Every input box of the client backup and restore is titled "Orvita".
+    for (const Dialogs::Prompt &p : std::as_const(m_operator->prompts)) {
+        if (p.kind == Dialogs::Prompt::Kind::Input)
+            QCOMPARE(p.title, qs("Orvita"));
+    }
     m_main.reset();
     m_operator.reset();
     m_folder.reset();
@@ -164,24 +168,6 @@ BackUp *TestBackupTools::backupAtTablePage()
     w->folderLists()->setFolder(m_folder->path());
     click(w, "cmdok");
     return w;
-}
-
-// Input boxes take the answers in turn; everything else as the operator stand-in answers.
-void TestBackupTools::answerInputs(const QStringList &answers)
-{
-    auto queue = std::make_shared<QStringList>(answers);
-    Operator *op = m_operator.get();
-    Dialogs::setResponder([op, queue](const Dialogs::Prompt &p) {
-        switch (p.kind) {
-        case Dialogs::Prompt::Kind::Question: op->asked << p.text; return Dialogs::Reply{op->answer, {}};
-        case Dialogs::Prompt::Kind::Input:
-            op->told << p.title + qs(": ") + p.text;
-            return Dialogs::Reply{Dialogs::Answer::Ok, queue->isEmpty() ? QString() : queue->takeFirst()};
-        case Dialogs::Prompt::Kind::RuntimeError: op->runtimeErrors << p.text; break;
-        default: op->told << p.text; break;
-        }
-        return Dialogs::Reply{Dialogs::Answer::Ok, {}};
-    });
 }
 
 // The path page wants a path; the table page starts all ticked; every table is read whole
@@ -267,12 +253,12 @@ void TestBackupTools::clientBackup_data()
 void TestBackupTools::clientBackup()
 {
     QFETCH(QString, code);
-    answerInputs({code});
+    m_operator->typed = {code};
     QPointer<BackUp> w = backupAtTablePage();
     QVERIFY(w);
     w->findChild<QCheckBox *>(qs("Check1"))->setChecked(true);
     click(w, "cmdBackup");
-    QCOMPARE(m_operator->told, sl({"Orvita: Please Enter the Code No to take BackUp", "Backup Sucessfully"}));
+    QCOMPARE(m_operator->told, sl({"Please Enter the Code No to take BackUp", "Backup Sucessfully"}));
     QTEST(archiveContents(archive()), "contents");
     const QStringList statements = sent();
     QVERIFY2(statements.contains(qs("Select * from bill where ucase(name) = '%1'").arg(code.toUpper())),
@@ -281,12 +267,12 @@ void TestBackupTools::clientBackup()
     // An unknown code is told and the table page is shown again, with nothing written.
     QTRY_VERIFY(!w);
     QFile::remove(archive());
-    answerInputs({qs("NOBODY")});
+    m_operator->typed = {qs("NOBODY")};
     m_operator->told.clear();
     w = backupAtTablePage();
     w->findChild<QCheckBox *>(qs("Check1"))->setChecked(true);
     click(w, "cmdBackup");
-    QCOMPARE(m_operator->told, sl({"Orvita: Please Enter the Code No to take BackUp", "The Code does not exist"}));
+    QCOMPARE(m_operator->told, sl({"Please Enter the Code No to take BackUp", "The Code does not exist"}));
     QVERIFY(w->checklist()->selectionPage()->isVisible());
     QVERIFY(!QFileInfo::exists(archive()));
 }
@@ -318,7 +304,7 @@ void TestBackupTools::lostConnectionLeavesNoArchive()
 void TestBackupTools::makeArchive(const QStringList &tables, const QString &clientCode)
 {
     if (!clientCode.isEmpty())
-        answerInputs({clientCode});
+        m_operator->typed = {clientCode};
     QPointer<BackUp> w = backupAtTablePage();
     QVERIFY(w);
     if (!tables.isEmpty()) {
@@ -532,15 +518,15 @@ void TestBackupTools::clientRestore()
     };
     const QStringList others = othersOf(restoredAs);
 
-    answerInputs({qs(" c00007 "), restoredAs});
+    m_operator->typed = {qs(" c00007 "), restoredAs};
     m_operator->answer = deleteExisting ? Dialogs::Answer::Yes : Dialogs::Answer::No;
     QPointer<Restore> w = restoreAtTablePage(target.name(), true);
     QVERIFY(w);
     QVERIFY(!w->findChild<QCheckBox *>(qs("chkdel"))->isVisible());
     click(w, "cmdrestore");
-    QStringList told{qs("Orvita: Please Enter the Code No to Restore Data")};
+    QStringList told{qs("Please Enter the Code No to Restore Data")};
     if (!deleteExisting)
-        told << qs("Orvita: Please Enter a new Code No");
+        told << qs("Please Enter a new Code No");
     QCOMPARE(m_operator->told, told << qs("Restored Sucessfully"));
     QCOMPARE(m_operator->asked,
              sl({"The Code already exist in selected database, Do you want to Delete Existing Data"}));
