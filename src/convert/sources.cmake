@@ -4,6 +4,7 @@ tabulon_logic_library(tabulon_convert_logic
         convert/conversionrules.cpp convert/conversionrules.h
         convert/conversionsource.cpp convert/conversionsource.h
         convert/databaseconversion.cpp convert/databaseconversion.h
+        convert/importdata.cpp convert/importdata.h
         convert/odbcsource.cpp convert/odbcsource.h
         convert/scriptrunner.cpp convert/scriptrunner.h
         convert/sourcetable.h
@@ -14,7 +15,8 @@ tabulon_logic_library(tabulon_convert_logic
 tabulon_window_library(tabulon_convert
     SOURCES
         convert/convertdb.cpp convert/convertdb.h
-    DEPS tabulon_convert_logic tabulon_ui)
+        convert/frmimportdata.cpp convert/frmimportdata.h
+    DEPS tabulon_convert_logic tabulon_ui tabulon_grid)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_convert)
 
 # The companion "Execute Text File" starts; built beside the program, installed with it.

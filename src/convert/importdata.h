@@ -1,0 +1,92 @@
+// Importing chosen fields of one source table (an Access file or an ODBC data source) into a
+// new or an existing table of the current database: which source field goes to which column,
+// the statements that create and fill the table, the value literals, and the row copy.
+// Unlike the database conversion, values are escaped on the session, NULL stays NULL and date
+// texts are rewritten into the form the target column takes.
+#pragma once
+
+#include "convert/sourcetable.h"
+#include "db/databasesession.h"
+
+#include <QDateTime>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+#include <vector>
+
+namespace tabulon {
+
+class Progress;
+
+namespace Import {
+
+// A column of the target table, as "SHOW COLUMNS" lists it.
+struct TargetColumn final {
+    QString name;
+    QString type; // e.g. "varchar(255)", "datetime", "int(11)"
+};
+
+// One ticked source field and the column it is written to.
+struct FieldMapping final {
+    int sourceIndex = 0; // position of the field in the source's rows
+    SourceField field;
+    QString column;     // empty: the field matches no column and is skipped
+    QString columnType; // the column's type (for a new table, the type it is created with)
+};
+
+// The sanitised copy of a source name (table or field).
+QString sanitized(const QString &name);
+
+// A new table takes every ticked field under its sanitised name, with the mapped type.
+std::vector<FieldMapping> newTableMapping(const std::vector<SourceField> &fields, const std::vector<int> &ticked);
+// An existing table takes a ticked field in the column whose name equals the field's sanitised
+// name, case aside. A column goes to the first field that matches it; later ones match nothing.
+std::vector<FieldMapping> existingTableMapping(const std::vector<SourceField> &fields, const std::vector<int> &ticked,
+                                               const std::vector<TargetColumn> &columns);
+int matchedCount(const std::vector<FieldMapping> &mapping);
+
+DbResult<std::vector<TargetColumn>> readColumns(DatabaseSession &session, const QString &table);
+DbResult<bool> tableExists(DatabaseSession &session, const QString &table);
+
+// "CREATE TABLE `t` (`c1` TYPE, ...)" for the matched fields.
+QString createStatement(const QString &table, const std::vector<FieldMapping> &mapping);
+
+// A source date text ("M/D/YYYY", "M/D/YYYY h:mm:ss AM", a time alone on the zero day
+// 12/30/1899, or already "YYYY-MM-DD[ hh:mm:ss]"); nothing for other texts.
+std::optional<QDateTime> parseSourceDate(const QString &text);
+// A source value as an SQL literal for a column of `columnType`: NULL, 1/0 for booleans, a date
+// in the form the column takes, anything else escaped between quotes.
+QByteArray valueLiteral(const std::optional<QString> &value, int sourceType, const QString &columnType,
+                        const SessionSql::Escaper &escape);
+// "INSERT INTO `t` (`c1`,...) VALUES (...)" for the matched fields of one source row.
+QByteArray insertStatement(const QString &table, const std::vector<FieldMapping> &mapping, const SourceRow &row,
+                           const SessionSql::Escaper &escape);
+
+// What one import did.
+struct Outcome final {
+    qint64 copied = 0;
+    qint64 refused = 0;
+    QStringList refusals; // the server's texts for the first kKeptRefusals refused rows
+    bool stopped = false;
+    DbError error; // the table could not be created, or the source could not be read
+    static constexpr int kKeptRefusals = 5;
+};
+
+struct Plan final {
+    QString sourceTable;
+    QString targetTable;
+    bool newTable = true;
+    std::vector<FieldMapping> mapping;
+};
+
+// Rows copied between two progress steps (and yields to the window's events).
+constexpr int kRowsPerStep = 50;
+
+// Creates the new table (a table of that name already there fails the run before any row),
+// then copies every source row one insert each. A row the server refuses is counted and the
+// copy goes on; a stop request ends it between steps.
+Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan, Progress &progress);
+
+} // namespace Import
+} // namespace tabulon
