@@ -1,0 +1,341 @@
+#include "convert/frmimportdata.h"
+
+#include "convert/conversionrules.h"
+#include "convert/conversionsource.h"
+#include "grid/grid.h"
+#include "ui/dialogs.h"
+#include "ui/tablelist.h"
+#include "ui/toolhost.h"
+
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QRadioButton>
+
+namespace tabulon {
+
+namespace {
+
+const QString kNoMatch = QStringLiteral("(no match: skipped)");
+
+QString fields(qsizetype count)
+{
+    return QString::number(count) + (count == 1 ? QStringLiteral(" field") : QStringLiteral(" fields"));
+}
+
+QLabel *label(const QString &text, const QString &name, QWidget *buddy, QWidget *parent)
+{
+    auto *l = new QLabel(text, parent);
+    l->setObjectName(name);
+    l->setBuddy(buddy);
+    return l;
+}
+
+} // namespace
+
+frmimportdata::frmimportdata(ToolHost &host, QWidget *parent)
+    : QDialog(parent), m_host(host), m_source(new QLineEdit(this)),
+      m_browse(new QPushButton(QStringLiteral("&Browse..."), this)), m_table(new QComboBox(this)),
+      m_fields(new QListWidget(this)), m_optNew(new QRadioButton(QStringLiteral("&New table"), this)),
+      m_newTable(new QLineEdit(this)), m_optExisting(new QRadioButton(QStringLiteral("&Existing table"), this)),
+      m_target(new QComboBox(this)), m_grid(new Grid(this)), m_import(new QPushButton(QStringLiteral("&Import"), this)),
+      m_exit(new QPushButton(QStringLiteral("E&xit"), this)), m_bar(new QProgressBar(this)), m_status(new QLabel(this)),
+      m_busy(this), m_progress(m_bar, m_status)
+{
+    setObjectName(QStringLiteral("frmimportdata"));
+    setWindowTitle(QStringLiteral("Import Data"));
+    m_source->setObjectName(QStringLiteral("txtsource"));
+    m_browse->setObjectName(QStringLiteral("cmdbrowse"));
+    m_table->setObjectName(QStringLiteral("cbotable"));
+    m_fields->setObjectName(QStringLiteral("lstfields"));
+    m_optNew->setObjectName(QStringLiteral("optnew"));
+    m_newTable->setObjectName(QStringLiteral("txtnewtable"));
+    m_optExisting->setObjectName(QStringLiteral("optexisting"));
+    m_target->setObjectName(QStringLiteral("cbotarget"));
+    m_grid->setObjectName(QStringLiteral("Edi_Gr"));
+    m_import->setObjectName(QStringLiteral("cmdimport"));
+    m_exit->setObjectName(QStringLiteral("cmdexit"));
+    m_bar->setObjectName(QStringLiteral("ProgressBar1"));
+    m_status->setObjectName(QStringLiteral("lblstatus"));
+    auto *stop = new QPushButton(QStringLiteral("St&op"), this);
+    stop->setObjectName(QStringLiteral("cmdstop"));
+    stop->setEnabled(false);
+
+    QLabel *sourceLabel = label(QStringLiteral("Source &file"), QStringLiteral("lblsource"), m_source, this);
+    QLabel *tableLabel = label(QStringLiteral("&Table"), QStringLiteral("lbltable"), m_table, this);
+    QLabel *fieldsLabel = label(QStringLiteral("Fiel&ds to copy"), QStringLiteral("lblfields"), m_fields, this);
+    QLabel *gridLabel = label(QStringLiteral("Fields and target columns"), QStringLiteral("lblmatch"), nullptr, this);
+
+    m_optNew->setChecked(true);
+    m_target->setEnabled(false);
+    m_grid->setFixedCols(0);
+    m_grid->setCols(3);
+    m_grid->setTextMatrix(0, 0, QStringLiteral("Source Field"));
+    m_grid->setTextMatrix(0, 1, QStringLiteral("Type"));
+    m_grid->setTextMatrix(0, 2, QStringLiteral("Target Column"));
+    m_grid->setEditable(false);
+    m_bar->setTextVisible(false);
+
+    sourceLabel->setGeometry(16, 18, 90, 20);
+    m_source->setGeometry(110, 16, 420, 24);
+    m_browse->setGeometry(540, 14, 90, 28);
+    tableLabel->setGeometry(16, 54, 90, 20);
+    m_table->setGeometry(110, 52, 300, 24);
+    fieldsLabel->setGeometry(16, 88, 200, 20);
+    m_fields->setGeometry(16, 110, 300, 180);
+    m_optNew->setGeometry(332, 110, 200, 22);
+    m_newTable->setGeometry(352, 136, 278, 24);
+    m_optExisting->setGeometry(332, 176, 200, 22);
+    m_target->setGeometry(352, 202, 278, 24);
+    gridLabel->setGeometry(16, 300, 300, 20);
+    m_grid->setGeometry(16, 322, 614, 150);
+    m_bar->setGeometry(16, 482, 614, 16);
+    m_status->setGeometry(16, 502, 614, 20);
+    m_import->setGeometry(330, 530, 96, 28);
+    stop->setGeometry(432, 530, 96, 28);
+    m_exit->setGeometry(534, 530, 96, 28);
+    setFixedSize(646, 572);
+
+    m_progress.setBusyState(&m_busy);
+    new KeyPreview(this);
+    connect(m_browse, &QPushButton::clicked, this, &frmimportdata::browse);
+    connect(m_source, &QLineEdit::editingFinished, this, &frmimportdata::openSource);
+    connect(m_table, &QComboBox::currentIndexChanged, this, &frmimportdata::tableChosen);
+    connect(m_fields, &QListWidget::itemChanged, this, &frmimportdata::refreshMapping);
+    connect(m_optNew, &QRadioButton::toggled, this, &frmimportdata::targetChanged);
+    connect(m_target, &QComboBox::currentIndexChanged, this, &frmimportdata::targetChanged);
+    connect(m_import, &QPushButton::clicked, this, [this, stop] {
+        stop->setEnabled(true);
+        import();
+        stop->setEnabled(false);
+    });
+    connect(stop, &QPushButton::clicked, this, [this] { m_busy.requestStop(); });
+    connect(m_exit, &QPushButton::clicked, this, &frmimportdata::exitAsked);
+
+    // Nothing here traps: a list the server refuses stays empty.
+    (void)fillTableList(m_target, m_host.sessionOrClosed(), QStringLiteral("SHOW Tables"));
+    m_target->setCurrentIndex(-1);
+    refreshMapping();
+}
+
+frmimportdata::~frmimportdata() = default;
+
+void frmimportdata::browse()
+{
+    const QString path = Dialogs::openFileName(this, QStringLiteral("Access Database|*.mdb|DSN|*.dsn"));
+    if (path.isEmpty())
+        return;
+    m_source->setText(path);
+    openSource();
+}
+
+void frmimportdata::openSource()
+{
+    const QString path = m_source->text().trimmed();
+    if (path == m_openedPath || m_busy.isBusy())
+        return;
+    m_openedPath = path;
+    m_opened.reset();
+    {
+        const QSignalBlocker block(m_table);
+        m_table->clear();
+    }
+    if (!path.isEmpty()) {
+        auto opened = openConversionSource(path);
+        if (opened.ok()) {
+            m_opened = std::move(opened.value());
+            const QSignalBlocker block(m_table);
+            m_table->addItems(m_opened->tableNames());
+        } else {
+            Dialogs::message(this, QStringLiteral("The source cannot be opened.\n\n") + opened.error().description,
+                             Dialogs::Icon::Critical);
+        }
+    }
+    tableChosen();
+}
+
+void frmimportdata::tableChosen()
+{
+    m_sourceFields.clear();
+    {
+        const QSignalBlocker block(m_fields);
+        m_fields->clear();
+    }
+    const QString table = m_table->currentText();
+    if (m_opened && !table.isEmpty()) {
+        auto read = m_opened->readFields(table);
+        if (read.ok()) {
+            m_sourceFields = std::move(read.value());
+            const QSignalBlocker block(m_fields);
+            for (const SourceField &field : m_sourceFields) {
+                auto *item = new QListWidgetItem(field.name + QStringLiteral("  (") +
+                                                     Conversion::MapFieldType(field.type) + QLatin1Char(')'),
+                                                 m_fields);
+                item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
+                item->setCheckState(Qt::Checked);
+            }
+        } else {
+            Dialogs::message(this, read.error().description, Dialogs::Icon::Critical);
+        }
+        m_newTable->setText(Import::sanitized(table));
+    }
+    refreshMapping();
+}
+
+void frmimportdata::targetChanged()
+{
+    const bool existing = m_optExisting->isChecked();
+    m_newTable->setEnabled(!existing);
+    m_target->setEnabled(existing);
+    m_targetColumns.clear();
+    if (existing && !m_target->currentText().isEmpty()) {
+        // A table that cannot be read matches nothing; the import reads it again and says why.
+        if (auto columns = Import::readColumns(m_host.sessionOrClosed(), m_target->currentText()); columns.ok())
+            m_targetColumns = std::move(columns.value());
+    }
+    refreshMapping();
+}
+
+std::vector<int> frmimportdata::tickedFields() const
+{
+    std::vector<int> ticked;
+    for (int i = 0; i < m_fields->count(); ++i) {
+        if (m_fields->item(i)->checkState() == Qt::Checked)
+            ticked.push_back(i);
+    }
+    return ticked;
+}
+
+void frmimportdata::refreshMapping()
+{
+    const std::vector<int> ticked = tickedFields();
+    m_mapping = m_optExisting->isChecked() ? Import::existingTableMapping(m_sourceFields, ticked, m_targetColumns)
+                                           : Import::newTableMapping(m_sourceFields, ticked);
+    m_grid->setRows(1 + static_cast<int>(m_mapping.size()));
+    int row = 1;
+    for (const Import::FieldMapping &m : m_mapping) {
+        m_grid->setTextMatrix(row, 0, m.field.name);
+        m_grid->setTextMatrix(row, 1, Conversion::MapFieldType(m.field.type));
+        m_grid->setTextMatrix(row, 2, m.column.isEmpty() ? kNoMatch : m.column);
+        ++row;
+    }
+    m_grid->refresh();
+    m_grid->autoSize(0, 2);
+}
+
+void frmimportdata::import()
+{
+    BusyGuard busy(m_busy);
+    if (!busy)
+        return;
+    openSource(); // a path typed without Enter
+    if (!m_opened || m_table->currentText().isEmpty()) {
+        Dialogs::message(this, QStringLiteral("Choose a source file and one of its tables first."),
+                         Dialogs::Icon::Exclamation);
+        return;
+    }
+    if (tickedFields().empty()) {
+        Dialogs::message(this, QStringLiteral("No field has been selected."), Dialogs::Icon::Exclamation);
+        return;
+    }
+    DatabaseSession &session = m_host.sessionOrClosed();
+    Import::Plan plan;
+    plan.sourceTable = m_table->currentText();
+    plan.newTable = m_optNew->isChecked();
+    if (plan.newTable) {
+        plan.targetTable = m_newTable->text().trimmed();
+        if (plan.targetTable.isEmpty()) {
+            Dialogs::message(this, QStringLiteral("Enter the name of the new table."), Dialogs::Icon::Exclamation);
+            return;
+        }
+        const auto exists = Import::tableExists(session, plan.targetTable);
+        if (!exists.ok() || exists.value()) {
+            Dialogs::message(this,
+                             exists.ok() ? QStringLiteral("Table '%1' already exists. Nothing has been imported.\n\n"
+                                                          "Enter another name, or choose it as the existing table.")
+                                               .arg(plan.targetTable)
+                                         : exists.error().description,
+                             Dialogs::Icon::Exclamation);
+            return;
+        }
+    } else {
+        plan.targetTable = m_target->currentText();
+        if (plan.targetTable.isEmpty()) {
+            Dialogs::message(this, QStringLiteral("Choose the table to import into."), Dialogs::Icon::Exclamation);
+            return;
+        }
+        // The columns as they are now, not as they were when the table was chosen.
+        auto columns = Import::readColumns(session, plan.targetTable);
+        if (!columns.ok()) {
+            Dialogs::message(this, columns.error().description, Dialogs::Icon::Critical);
+            return;
+        }
+        m_targetColumns = std::move(columns.value());
+    }
+    refreshMapping();
+    plan.mapping = m_mapping;
+
+    const int matched = Import::matchedCount(plan.mapping);
+    const qsizetype skipped = static_cast<qsizetype>(plan.mapping.size()) - matched;
+    if (matched == 0) {
+        Dialogs::message(this,
+                         QStringLiteral("None of the ticked fields matches a column of table '%1'. "
+                                        "Nothing has been imported.")
+                             .arg(plan.targetTable),
+                         Dialogs::Icon::Exclamation);
+        return;
+    }
+    QString question = QStringLiteral("Import %1 of table '%2' into the %3 table '%4'?")
+                           .arg(fields(matched), plan.sourceTable,
+                                plan.newTable ? QStringLiteral("new") : QStringLiteral("existing"), plan.targetTable);
+    if (skipped > 0)
+        question += QStringLiteral("\n\n%1 ticked match no column and will be skipped.").arg(fields(skipped));
+    if (Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
+        return;
+
+    const Import::Outcome outcome = Import::run(*m_opened, session, plan, m_progress);
+
+    // A table the run created joins the list of existing ones.
+    if (plan.newTable && m_target->findText(plan.targetTable, Qt::MatchFixedString | Qt::MatchCaseSensitive) < 0) {
+        const QSignalBlocker block(m_target);
+        m_target->clear();
+        (void)fillTableList(m_target, session, QStringLiteral("SHOW Tables"));
+        m_target->setCurrentIndex(-1);
+    }
+
+    QString summary;
+    if (outcome.error)
+        summary = QStringLiteral("The import failed.\n\n") + outcome.error.description + QStringLiteral("\n\n");
+    else if (outcome.stopped)
+        summary = QStringLiteral("The import was stopped.\n\n");
+    else
+        summary = QStringLiteral("The import is complete.\n\n");
+    summary += QStringLiteral("Rows copied: %1\nRows refused: %2").arg(outcome.copied).arg(outcome.refused);
+    if (!outcome.refusals.isEmpty()) {
+        summary += QStringLiteral("\n\nFirst refusals:\n") + outcome.refusals.join(QLatin1Char('\n'));
+    }
+    m_status->setText(QStringLiteral("Rows copied: %1, refused: %2").arg(outcome.copied).arg(outcome.refused));
+    const bool clean = !outcome.error && !outcome.stopped && outcome.refused == 0;
+    Dialogs::message(this, summary, clean ? Dialogs::Icon::Information : Dialogs::Icon::Exclamation);
+}
+
+void frmimportdata::exitAsked()
+{
+    if (confirmExit(this))
+        closeToolWindow(this);
+}
+
+void frmimportdata::closeEvent(QCloseEvent *event)
+{
+    if (!m_busy.closeRequested()) {
+        event->ignore();
+        return;
+    }
+    QDialog::closeEvent(event);
+}
+
+} // namespace tabulon
