@@ -7,6 +7,7 @@
 #include "data/replacedata.h"
 #include "data/search.h"
 #include "data/tabledata.h"
+#include "files/renamefolders.h"
 #include "maintenance/checktable.h"
 #include "maintenance/repairtable.h"
 #include "structure/createtable.h"
@@ -18,6 +19,10 @@ namespace {
 TableData *tableData(MDIForm1 &main)
 {
     return qobject_cast<TableData *>(main.ensureToolWindow(QStringLiteral("mnuTabData")));
+}
+RenameFolders *folders(MDIForm1 &main)
+{
+    return qobject_cast<RenameFolders *>(main.ensureToolWindow(QStringLiteral("mnurenfld")));
 }
 TableInfo *tableInfo(MDIForm1 &main)
 {
@@ -71,6 +76,24 @@ void registerTools(MDIForm1 &main)
         if (TableInfo *t = tableInfo(m))
             t->ModifyField();
     });
+    main.registerModalTool(QStringLiteral("mnurenfld"),
+                           [](MDIForm1 &m) -> QWidget * { return new RenameFolders(m, &m); });
+    // The folder window's pop-up; a command before the window was opened loads it unseen.
+    const auto onFolders = [&main](const char *name, void (*routine)(RenameFolders &)) {
+        main.registerPopupCommand(QString::fromLatin1(name), [routine](MDIForm1 &m) {
+            if (RenameFolders *f = folders(m))
+                routine(*f);
+        });
+    };
+    onFolders("mnushowall", [](RenameFolders &f) { f.ShowNodes(true); });
+    onFolders("mnushowfind", [](RenameFolders &f) { f.ShowNodes(false); });
+    onFolders("mnufindstr", [](RenameFolders &f) { f.FindString(); });
+    onFolders("mnureplacestr", [](RenameFolders &f) { f.ReplaceString(); });
+    onFolders("mnuren", [](RenameFolders &f) { f.Rename(); });
+    onFolders("mnurensub", [](RenameFolders &f) { f.RenameItems(QStringLiteral("Folder")); });
+    onFolders("mnurenfiles", [](RenameFolders &f) { f.RenameItems(QStringLiteral("File")); });
+    onFolders("mnurepfiles", [](RenameFolders &f) { f.ReplaceFiles(); });
+    onFolders("mnuDelete", [](RenameFolders &f) { f.Delete(); });
     main.registerChildTool(QStringLiteral("mnuct"), [](MDIForm1 &m) -> QWidget * { return new CreateTable(m); });
 }
 

@@ -85,6 +85,10 @@ Reply dispatch(QWidget *parent, const Prompt &p)
         const QString path = QFileDialog::getOpenFileName(parent, p.title, QString(), qtFileFilter(p.defaultText));
         return {path.isEmpty() ? Answer::Cancel : Answer::Ok, path};
     }
+    if (p.kind == Prompt::Kind::OpenFolder) {
+        const QString path = QFileDialog::getExistingDirectory(parent, p.title, p.defaultText);
+        return {path.isEmpty() ? Answer::Cancel : Answer::Ok, path};
+    }
     if (p.kind == Prompt::Kind::Input) {
         bool ok = false;
         const QString text =
@@ -121,6 +125,12 @@ QString input(QWidget *parent, const QString &prompt, const QString &title, cons
 QString openFileName(QWidget *parent, const QString &filter)
 {
     const Reply r = dispatch(parent, Prompt{Prompt::Kind::OpenFile, {}, {}, Icon::None, Buttons::OkCancel, filter});
+    return r.answer == Answer::Cancel ? QString() : r.text;
+}
+
+QString folderName(QWidget *parent, const QString &title, const QString &start)
+{
+    const Reply r = dispatch(parent, Prompt{Prompt::Kind::OpenFolder, {}, title, Icon::None, Buttons::OkCancel, start});
     return r.answer == Answer::Cancel ? QString() : r.text;
 }
 

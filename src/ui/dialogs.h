@@ -20,18 +20,18 @@ enum class Buttons { Ok, OkCancel, YesNo, YesNoCancel };
 enum class Answer { Ok, Cancel, Yes, No };
 
 struct Prompt final {
-    enum class Kind { Message, Question, Input, RuntimeError, OpenFile };
+    enum class Kind { Message, Question, Input, RuntimeError, OpenFile, OpenFolder };
     Kind kind = Kind::Message;
     QString text;
     QString title; // empty: the program's name, as boxes without a title of their own show
     Icon icon = Icon::None;
     Buttons buttons = Buttons::Ok;
-    QString defaultText; // input boxes; the file filter of open-file dialogs
+    QString defaultText; // input boxes; the file filter of open-file dialogs; the start of folder dialogs
 };
 
 struct Reply final {
     Answer answer = Answer::Ok;
-    QString text; // input boxes: the answer; open-file dialogs: the chosen path ("" when cancelled)
+    QString text; // input boxes: the answer; file and folder dialogs: the chosen path ("" when cancelled)
 };
 
 using Responder = std::function<Reply(const Prompt &)>;
@@ -48,6 +48,8 @@ QString input(QWidget *parent, const QString &prompt, const QString &title = QSt
 // The common open-file dialog. `filter` pairs descriptions and patterns as
 // "Access Database|*.mdb|DSN|*.dsn". Returns the chosen file's full path, "" when cancelled.
 QString openFileName(QWidget *parent, const QString &filter);
+// The folder dialog, opened at `start`. Returns the chosen folder's full path, "" when cancelled.
+QString folderName(QWidget *parent, const QString &title, const QString &start);
 
 // The report of an error nothing traps: "Run-time error '<number>':" and the description;
 // then the program ends. Callers return at once after it.

@@ -17,6 +17,8 @@ Operator::Operator()
         case Dialogs::Prompt::Kind::OpenFile:
             fileFilters << p.defaultText;
             return Dialogs::Reply{chosenFile.isEmpty() ? Dialogs::Answer::Cancel : Dialogs::Answer::Ok, chosenFile};
+        case Dialogs::Prompt::Kind::OpenFolder:
+            return Dialogs::Reply{chosenFolder.isEmpty() ? Dialogs::Answer::Cancel : Dialogs::Answer::Ok, chosenFolder};
         default: told << p.text; break;
         }
         return Dialogs::Reply{Dialogs::Answer::Ok, {}};

@@ -20,6 +20,7 @@ public:
 
     Dialogs::Answer answer = Dialogs::Answer::Yes; // to every question
     QString chosenFile;                            // from every open-file dialog ("" cancels)
+    QString chosenFolder;                          // from every folder dialog ("" cancels)
     QStringList typed;                             // answers to input boxes, first first; then ""
 
     QList<Dialogs::Prompt> prompts; // every box, input and file dialog, whole (icons, buttons, titles)

@@ -1,0 +1,344 @@
+#include "files/folderwork.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QSet>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#ifdef Q_OS_LINUX
+#include <fcntl.h>
+#endif
+
+namespace tabulon::Files {
+
+namespace {
+
+const QString kTaken = QStringLiteral("a file or folder of that name already exists");
+
+// A real folder: links to folders are entries of their own, never gone into.
+bool isRealFolder(const QFileInfo &info)
+{
+    return info.isDir() && !info.isSymLink();
+}
+
+// A folder's entries by name, its real folders first; links go with the files.
+QFileInfoList folderContent(const QString &folder)
+{
+    QFileInfoList content = QDir(folder).entryInfoList(
+        QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System, QDir::Name | QDir::IgnoreCase);
+    std::stable_partition(content.begin(), content.end(), isRealFolder);
+    return content;
+}
+
+// Whether anything, a dangling link included, has this path.
+bool entryExists(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.exists() || info.isSymLink();
+}
+
+int depthOf(const QString &path)
+{
+    return int(path.count(QLatin1Char('/')));
+}
+
+void sortDeepestFirst(QStringList &paths)
+{
+    std::stable_sort(paths.begin(), paths.end(), [](const QString &a, const QString &b) {
+        const int da = depthOf(a);
+        const int db = depthOf(b);
+        return da != db ? da > db : a < b;
+    });
+}
+
+void listInto(Listing &out, const QString &folder, int parent, Progress &progress)
+{
+    if (progress.stopRequested()) {
+        out.stopped = true;
+        return;
+    }
+    progress.step(folder);
+    if (!QDir(folder).isReadable()) {
+        out.unreadable << folder;
+        return;
+    }
+    const QFileInfoList content = folderContent(folder);
+    for (const QFileInfo &info : content) {
+        if (out.stopped)
+            return;
+        out.entries.push_back(
+            Entry{info.absoluteFilePath(), info.fileName(), isRealFolder(info), info.isSymLink(), parent});
+        if (isRealFolder(info))
+            listInto(out, info.absoluteFilePath(), int(out.entries.size()) - 1, progress);
+    }
+}
+
+// Renames without replacing whatever may have taken the new name meanwhile. Returns the reason
+// of a failure, "" on success.
+QString renameWithoutReplacing(const QString &from, const QString &to)
+{
+#ifdef Q_OS_LINUX
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
+    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0)
+        return {};
+    if (errno == EEXIST || errno == ENOTEMPTY)
+        return kTaken;
+    if (errno != EINVAL && errno != ENOSYS)
+        return qt_error_string(errno);
+        // The file system cannot refuse by itself: look first.
+#endif
+    if (entryExists(to))
+        return kTaken;
+    if (std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) != 0)
+        return qt_error_string(errno);
+    return {};
+}
+
+// Removes an entry and, for a folder, its content; read-only files stay.
+void removeEntry(const QFileInfo &info, Outcome &out, Progress &progress)
+{
+    if (progress.stopRequested()) {
+        out.stopped = true;
+        return;
+    }
+    const QString path = info.absoluteFilePath();
+    if (isRealFolder(info)) {
+        const int keptBefore = int(out.skipped.size());
+        for (const QFileInfo &inner : folderContent(path)) {
+            removeEntry(inner, out, progress);
+            if (out.stopped)
+                return;
+        }
+        progress.step(info.fileName());
+        if (int(out.skipped.size()) > keptBefore) {
+            out.skipped.push_back(Skipped{path, QStringLiteral("something inside it was kept")});
+            return;
+        }
+        if (!QDir().rmdir(path)) {
+            out.skipped.push_back(Skipped{path, QStringLiteral("the folder could not be removed")});
+            return;
+        }
+        ++out.changed;
+        return;
+    }
+    progress.step(info.fileName());
+    if (!info.isSymLink() && isReadOnly(path)) {
+        out.skipped.push_back(Skipped{path, QStringLiteral("read-only")});
+        return;
+    }
+    // QFile::remove on a link removes the link, not what it points at.
+    QFile file(path);
+    if (!file.remove()) {
+        out.skipped.push_back(Skipped{path, file.errorString()});
+        return;
+    }
+    ++out.changed;
+}
+
+void countInto(DeleteCount &count, const QFileInfo &info)
+{
+    if (!isRealFolder(info)) {
+        ++count.files;
+        return;
+    }
+    ++count.folders;
+    for (const QFileInfo &inner : folderContent(info.absoluteFilePath()))
+        countInto(count, inner);
+}
+
+} // namespace
+
+Listing listFolder(const QString &root, Progress &progress)
+{
+    Listing out;
+    progress.begin(0);
+    listInto(out, QFileInfo(root).absoluteFilePath(), -1, progress);
+    progress.end();
+    return out;
+}
+
+QStringList itemsBelow(const QString &folder, Kind kind)
+{
+    QStringList out;
+    // Without FollowSymlinks the iterator lists links but does not go into them.
+    QDirIterator it(folder, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        const QFileInfo info = it.fileInfo();
+        if (isRealFolder(info) == (kind == Kind::Folders))
+            out << info.absoluteFilePath();
+    }
+    sortDeepestFirst(out);
+    return out;
+}
+
+bool nameContains(const QString &name, const QString &text, Qt::CaseSensitivity cs)
+{
+    return !text.isEmpty() && name.contains(text, cs);
+}
+
+QString nameProblem(const QString &name)
+{
+    if (name.trimmed().isEmpty())
+        return QStringLiteral("the new name is empty");
+    if (name == QLatin1String(".") || name == QLatin1String(".."))
+        return QStringLiteral("\"%1\" cannot be a name").arg(name);
+    // Kept to names every system of the installation can hold.
+    static const QString forbidden = QStringLiteral("/\\:*?\"<>|");
+    for (const QChar c : name) {
+        if (forbidden.contains(c) || c.unicode() < 0x20)
+            return QStringLiteral("a name cannot hold any of / \\ : * ? \" < > | or control characters");
+    }
+    return {};
+}
+
+QString summaryText(const QString &done, const QString &unit, const Outcome &outcome, int listed)
+{
+    QString text = QStringLiteral("%1 %2 %3%4.")
+                       .arg(done)
+                       .arg(outcome.changed)
+                       .arg(unit, outcome.changed == 1 ? QString() : QStringLiteral("s"));
+    if (outcome.stopped)
+        text += QStringLiteral("\nStopped before the end.");
+    if (outcome.skipped.empty())
+        return text;
+    text += QStringLiteral("\n\nLeft alone: %1").arg(outcome.skipped.size());
+    const int shown = std::min(int(outcome.skipped.size()), listed);
+    for (int i = 0; i < shown; ++i)
+        text += QStringLiteral("\n%1: %2").arg(outcome.skipped[size_t(i)].path, outcome.skipped[size_t(i)].reason);
+    if (int(outcome.skipped.size()) > shown)
+        text += QStringLiteral("\n... and %1 more").arg(int(outcome.skipped.size()) - shown);
+    return text;
+}
+
+RenamePlan planReplaceInNames(const QStringList &paths, const QString &find, const QString &with,
+                              Qt::CaseSensitivity cs)
+{
+    RenamePlan plan;
+    if (find.isEmpty())
+        return plan;
+    QStringList ordered = paths;
+    sortDeepestFirst(ordered);
+    QSet<QString> taken;
+    for (const QString &path : std::as_const(ordered)) {
+        const QFileInfo info(path);
+        const QString name = info.fileName();
+        if (!nameContains(name, find, cs))
+            continue;
+        const QString newName = QString(name).replace(find, with, cs);
+        if (newName == name)
+            continue;
+        if (const QString problem = nameProblem(newName); !problem.isEmpty()) {
+            plan.skipped.push_back(Skipped{path, problem});
+            continue;
+        }
+        const QString target = info.absolutePath() + QLatin1Char('/') + newName;
+        if (entryExists(target)) {
+            plan.skipped.push_back(Skipped{path, kTaken});
+            continue;
+        }
+        if (taken.contains(target)) {
+            plan.skipped.push_back(Skipped{path, QStringLiteral("another entry of the same folder gets that name")});
+            continue;
+        }
+        taken.insert(target);
+        plan.renames.push_back(Rename{info.absoluteFilePath(), target});
+    }
+    return plan;
+}
+
+RenamePlan planRename(const QString &path, const QString &newName)
+{
+    RenamePlan plan;
+    const QFileInfo info(path);
+    if (newName == info.fileName())
+        return plan;
+    if (const QString problem = nameProblem(newName); !problem.isEmpty()) {
+        plan.skipped.push_back(Skipped{path, problem});
+        return plan;
+    }
+    const QString target = info.absolutePath() + QLatin1Char('/') + newName;
+    if (entryExists(target))
+        plan.skipped.push_back(Skipped{path, kTaken});
+    else
+        plan.renames.push_back(Rename{info.absoluteFilePath(), target});
+    return plan;
+}
+
+Outcome applyRenames(const RenamePlan &plan, Progress &progress)
+{
+    Outcome out;
+    out.skipped = plan.skipped;
+    progress.begin(int(plan.renames.size()));
+    for (const Rename &r : plan.renames) {
+        if (progress.stopRequested()) {
+            out.stopped = true;
+            break;
+        }
+        progress.step(QFileInfo(r.from).fileName());
+        if (const QString problem = renameWithoutReplacing(r.from, r.to); !problem.isEmpty())
+            out.skipped.push_back(Skipped{r.from, problem});
+        else
+            ++out.changed;
+    }
+    progress.end();
+    return out;
+}
+
+QStringList outermostPaths(const QStringList &paths)
+{
+    QStringList sorted;
+    for (const QString &p : paths)
+        sorted << QFileInfo(p).absoluteFilePath();
+    sorted.sort();
+    sorted.removeDuplicates();
+    QStringList out;
+    for (const QString &p : std::as_const(sorted)) {
+        // Sorted, a folder comes right before everything inside it.
+        if (!out.isEmpty() && p.startsWith(out.last() + QLatin1Char('/')))
+            continue;
+        out << p;
+    }
+    return out;
+}
+
+DeleteCount countForDelete(const QStringList &paths)
+{
+    DeleteCount count;
+    for (const QString &p : outermostPaths(paths))
+        countInto(count, QFileInfo(p));
+    return count;
+}
+
+Outcome deleteEntries(const QStringList &paths, Progress &progress)
+{
+    Outcome out;
+    const DeleteCount count = countForDelete(paths);
+    progress.begin(count.folders + count.files);
+    for (const QString &p : outermostPaths(paths)) {
+        const QFileInfo info(p);
+        if (!info.exists() && !info.isSymLink()) {
+            out.skipped.push_back(Skipped{p, QStringLiteral("no longer there")});
+            continue;
+        }
+        removeEntry(info, out, progress);
+        if (out.stopped)
+            break;
+    }
+    progress.end();
+    return out;
+}
+
+bool isReadOnly(const QString &path)
+{
+    return !(QFileInfo(path).permissions() & QFile::WriteOwner);
+}
+
+} // namespace tabulon::Files

@@ -1,0 +1,96 @@
+// What the folders and files tool does to the disk, without a window: listing a folder's tree,
+// renaming by a text replaced in names, deleting, and the outcome every change reports.
+//
+// Nothing here follows a link: a link is listed, renamed and deleted as the entry it is, and
+// never descended into, so no change reaches outside the chosen folder. No change overwrites
+// anything: a name that is already taken is reported and left alone.
+#pragma once
+
+#include "db/progress.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <vector>
+
+namespace tabulon::Files {
+
+// One entry below the listed folder.
+struct Entry final {
+    QString path; // absolute
+    QString name;
+    bool folder = false; // a real folder; a link to a folder is not one
+    bool link = false;
+    int parent = -1; // index of the folder entry holding it; -1 for the listed folder's own entries
+};
+
+struct Listing final {
+    std::vector<Entry> entries; // depth first; in each folder its folders, then its files, by name
+    QStringList unreadable;     // folders whose content could not be read
+    bool stopped = false;
+};
+
+// Lists everything below `root` (the root itself is not an entry); one progress step per
+// folder read.
+Listing listFolder(const QString &root, Progress &progress);
+
+enum class Kind { Folders, Files };
+// The paths of every folder, or of every file (links included), below `folder`, deepest first.
+QStringList itemsBelow(const QString &folder, Kind kind);
+
+// Whether the name holds the text; an empty text holds nowhere.
+bool nameContains(const QString &name, const QString &text, Qt::CaseSensitivity cs);
+// What is wrong with a new name for an entry: "" when nothing is.
+QString nameProblem(const QString &name);
+
+// Something a change left alone, and why.
+struct Skipped final {
+    QString path;
+    QString reason;
+};
+
+// What one change did: how many entries (or files) it changed, what it skipped.
+struct Outcome final {
+    int changed = 0;
+    std::vector<Skipped> skipped;
+    bool stopped = false;
+};
+// "Renamed 3 items." and, when something was skipped, each skipped path with its reason (at most
+// `listed` of them, then how many more).
+QString summaryText(const QString &done, const QString &unit, const Outcome &outcome, int listed = 15);
+
+struct Rename final {
+    QString from;
+    QString to;
+};
+struct RenamePlan final {
+    std::vector<Rename> renames; // deepest first, so a folder is renamed after its content
+    std::vector<Skipped> skipped;
+};
+
+// The renames that replacing `find` by `with` in the names of `paths` makes. Names that do not
+// change are left out; a new name that is invalid or already taken (on disk or by an earlier
+// rename of the plan) is skipped with its reason.
+RenamePlan planReplaceInNames(const QStringList &paths, const QString &find, const QString &with,
+                              Qt::CaseSensitivity cs);
+// The plan of one entry given a new name.
+RenamePlan planRename(const QString &path, const QString &newName);
+// Carries the renames out, never replacing an existing entry; one progress step each.
+Outcome applyRenames(const RenamePlan &plan, Progress &progress);
+
+// How much a deletion of `paths` removes, every entry inside the folders counted.
+struct DeleteCount final {
+    int folders = 0;
+    int files = 0;
+};
+// Drops paths that lie inside another path of the list.
+QStringList outermostPaths(const QStringList &paths);
+DeleteCount countForDelete(const QStringList &paths);
+// Deletes the entries, folders with their content. Read-only files are kept (and so the folders
+// holding them); a link goes, never what it points at. `changed` counts the entries removed.
+Outcome deleteEntries(const QStringList &paths, Progress &progress);
+
+// True when the entry's owner may not write it (the read-only attribute, whoever runs this).
+bool isReadOnly(const QString &path);
+
+} // namespace tabulon::Files

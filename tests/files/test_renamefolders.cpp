@@ -1,0 +1,261 @@
+// The folders and files window through the main window's menu and pop-up, on a real temporary
+// installation folder: what each change asks, what it changes on disk, and its summary.
+#include "app/mdiform1.h"
+#include "app/toolcatalog.h"
+#include "files/renamefolders.h"
+#include "operator.h"
+#include "testdb.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QDir>
+#include <QFile>
+#include <QLabel>
+#include <QMenu>
+#include <QPointer>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <QTreeWidget>
+
+using namespace tabulon;
+using namespace tabulon::test;
+
+namespace {
+
+void write(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size());
+}
+
+QByteArray read(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
+}
+
+// The visible names of the tree, indented by depth.
+QStringList visibleNames(QTreeWidget *tree)
+{
+    QStringList out;
+    std::function<void(QTreeWidgetItem *, int)> walk = [&](QTreeWidgetItem *item, int depth) {
+        for (int i = 0; i < item->childCount(); ++i) {
+            QTreeWidgetItem *child = item->child(i);
+            if (child->isHidden())
+                continue;
+            out << QString(depth * 2, QLatin1Char(' ')) + child->text(0);
+            walk(child, depth + 1);
+        }
+    };
+    if (QTreeWidgetItem *root = tree->topLevelItem(0))
+        walk(root, 0);
+    return out;
+}
+
+QTreeWidgetItem *itemNamed(QTreeWidget *tree, const QString &name)
+{
+    const QList<QTreeWidgetItem *> found = tree->findItems(name, Qt::MatchExactly | Qt::MatchRecursive);
+    return found.size() == 1 ? found.first() : nullptr;
+}
+
+} // namespace
+
+class TestRenameFolders final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void opensOnTheProgramFolderAndGivesTheMenuBack();
+    void findMarksAndShowsOnlyTheFound();
+    void renamesAskFirstAndReportCollisions();
+    void replaceInFilesPreviewsCounts();
+    void deleteAsksWithCountsAndKeepsReadOnly();
+
+private:
+    QString path(const char *relative) const { return m_dir.filePath(qs(relative)); }
+    RenameFolders *openTool();
+    void run(const char *menu) { m_main->menuItem(qs(menu))->trigger(); }
+    QTreeWidget *tree() const { return m_tool->findChild<QTreeWidget *>(qs("TreeView1")); }
+    void choose(const char *name)
+    {
+        QTreeWidgetItem *item = itemNamed(tree(), qs(name));
+        QVERIFY2(item, name);
+        tree()->setCurrentItem(item);
+    }
+
+    QTemporaryDir m_dir;
+    QTemporaryDir m_settingsDir;
+    std::unique_ptr<Operator> m_operator;
+    std::unique_ptr<MDIForm1> m_main;
+    QPointer<RenameFolders> m_tool;
+};
+
+void TestRenameFolders::init()
+{
+    QDir(m_dir.path()).removeRecursively();
+    QDir().mkpath(m_dir.path());
+    write(path("Orvita.ini"), "[db]\r\nname=orvita\r\n");
+    write(path("reports/orvita_1.rpt"), "Orvita report");
+    write(path("reports/orvita_2.rpt"), "other");
+    write(path("reports/Orvita_1.RPT.bak"), "old");
+    write(path("bin/orvita.exe"), QByteArray("MZ\0orvita", 9));
+    m_operator = std::make_unique<Operator>();
+    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, m_dir.path()});
+    registerTools(*m_main);
+    m_main->enableAllMenus();
+}
+
+void TestRenameFolders::cleanup()
+{
+    m_main.reset();
+    m_operator.reset();
+}
+
+RenameFolders *TestRenameFolders::openTool()
+{
+    run("mnurenfld");
+    m_tool = m_operator->modals.isEmpty() ? nullptr : qobject_cast<RenameFolders *>(m_operator->modals.last());
+    return m_tool;
+}
+
+void TestRenameFolders::opensOnTheProgramFolderAndGivesTheMenuBack()
+{
+    QVERIFY(openTool());
+    QCOMPARE(m_tool->objectName(), qs("RenameFolders"));
+    QCOMPARE(m_tool->folder(), QDir(m_dir.path()).absolutePath());
+    QVERIFY(!m_main->menuItem(qs("mnurenfld"))->isEnabled());
+    QCOMPARE(visibleNames(tree()), sl({"bin", "  orvita.exe", "reports", "  orvita_1.rpt", "  Orvita_1.RPT.bak",
+                                       "  orvita_2.rpt", "Orvita.ini"}));
+
+    // Another folder, chosen in the folder dialog.
+    m_operator->chosenFolder = path("reports");
+    QTest::mouseClick(m_tool->findChild<QPushButton *>(qs("cmdbrowse")), Qt::LeftButton);
+    QCOMPARE(m_tool->folder(), path("reports"));
+    QCOMPARE(visibleNames(tree()).size(), 3);
+
+    // The tree's right click shows the main window's pop-up.
+    QMenu *popup = m_main->popupMenu(qs("mnupopren"));
+    bool shown = false;
+    QTimer::singleShot(0, popup, [&] {
+        shown = popup->isVisible();
+        popup->close();
+    });
+    Q_EMIT tree()->customContextMenuRequested(QPoint(5, 5));
+    QVERIFY(shown);
+
+    m_operator->answer = Dialogs::Answer::No;
+    QTest::mouseClick(m_tool->findChild<QPushButton *>(qs("cmdexit")), Qt::LeftButton);
+    QCOMPARE(m_operator->asked, sl({"Are you sure you want to exit?"}));
+    QVERIFY(m_tool->isVisible());
+    QTest::keyClick(tree(), Qt::Key_Escape);
+    QTRY_VERIFY(!m_tool);
+    QVERIFY(m_main->menuItem(qs("mnurenfld"))->isEnabled());
+}
+
+void TestRenameFolders::findMarksAndShowsOnlyTheFound()
+{
+    // A pop-up command before the window was opened loads it without showing it.
+    m_operator->typed = sl({"1.rpt"});
+    run("mnufindstr");
+    m_tool = qobject_cast<RenameFolders *>(m_main->ensureToolWindow(qs("mnurenfld")));
+    QVERIFY(m_tool && !m_tool->isVisible());
+    QCOMPARE(m_tool->findChild<QLabel *>(qs("lblstatus"))->text(), qs("2 names found"));
+    QVERIFY(itemNamed(tree(), qs("orvita_1.rpt"))->font(0).bold());
+    QVERIFY(!itemNamed(tree(), qs("orvita_2.rpt"))->font(0).bold());
+
+    run("mnushowfind");
+    QVERIFY(m_main->menuItem(qs("mnushowfind"))->isChecked() && !m_main->menuItem(qs("mnushowall"))->isChecked());
+    QCOMPARE(visibleNames(tree()), sl({"reports", "  orvita_1.rpt", "  Orvita_1.RPT.bak"}));
+    m_tool->findChild<QCheckBox *>(qs("chkcase"))->setChecked(true);
+    m_operator->typed = sl({"RPT"});
+    run("mnufindstr");
+    QCOMPARE(visibleNames(tree()), sl({"reports", "  Orvita_1.RPT.bak"}));
+    m_operator->typed = sl({"nowhere"});
+    run("mnufindstr");
+    QCOMPARE(m_operator->told.last(), qs("No folder or file name holds \"nowhere\"."));
+    QCOMPARE(visibleNames(tree()), QStringList());
+    run("mnushowall");
+    QCOMPARE(visibleNames(tree()).size(), 7);
+}
+
+void TestRenameFolders::renamesAskFirstAndReportCollisions()
+{
+    QVERIFY(openTool());
+    // Every file below the chosen folder; one new name is taken already.
+    choose("reports");
+    write(path("reports/client_2.rpt"), "taken");
+    m_operator->typed = sl({"orvita", "client"});
+    m_operator->answer = Dialogs::Answer::No;
+    run("mnurenfiles");
+    QCOMPARE(m_operator->asked.last(),
+             qs("Rename 2 files?\n\nOrvita_1.RPT.bak  ->  client_1.RPT.bak\norvita_1.rpt  ->  "
+                "client_1.rpt\n\n1 file cannot be renamed and will be left alone."));
+    QVERIFY(QFile::exists(path("reports/orvita_1.rpt")));
+
+    m_operator->typed = sl({"orvita", "client"});
+    m_operator->answer = Dialogs::Answer::Yes;
+    run("mnurenfiles");
+    QCOMPARE(m_operator->told.last(), qs("Renamed 2 files.\n\nLeft alone: 1\n") + path("reports/orvita_2.rpt") +
+                                          qs(": a file or folder of that name already exists"));
+    QCOMPARE(read(path("reports/client_2.rpt")), QByteArray("taken"));
+    QVERIFY(itemNamed(tree(), qs("client_1.rpt")));
+
+    // One item by a typed name: a taken name is refused, a free one taken.
+    choose("Orvita.ini");
+    m_operator->typed = sl({"bin"});
+    run("mnuren");
+    QCOMPARE(m_operator->told.last(), qs("Renamed 0 items.\n\nLeft alone: 1\n") + path("Orvita.ini") +
+                                          qs(": a file or folder of that name already exists"));
+    m_operator->typed = sl({"Tabulon.ini"});
+    run("mnuren");
+    QCOMPARE(m_operator->told.last(), qs("Renamed 1 item."));
+    QCOMPARE(read(path("Tabulon.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
+}
+
+void TestRenameFolders::replaceInFilesPreviewsCounts()
+{
+    QVERIFY(openTool());
+    m_operator->typed = sl({"orvita", "Tabulon"});
+    m_operator->answer = Dialogs::Answer::No;
+    run("mnurepfiles");
+    QCOMPARE(m_operator->asked.last(), qs("Replace 2 occurrences of \"orvita\" with \"Tabulon\" in 2 files?\n\n"
+                                          "reports/orvita_1.rpt (1)\nOrvita.ini (1)\n\n1 file will be left alone."));
+    QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
+
+    m_operator->typed = sl({"orvita", "Tabulon"});
+    m_operator->answer = Dialogs::Answer::Yes;
+    run("mnurepfiles");
+    QCOMPARE(m_operator->told.last(),
+             qs("Changed 2 files.\n\nLeft alone: 1\n") + path("bin/orvita.exe") + qs(": a binary file, left alone"));
+    QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=Tabulon\r\n"));
+    QCOMPARE(read(path("bin/orvita.exe")), QByteArray("MZ\0orvita", 9));
+}
+
+void TestRenameFolders::deleteAsksWithCountsAndKeepsReadOnly()
+{
+    QFile::setPermissions(path("reports/orvita_2.rpt"), QFile::ReadOwner);
+    QVERIFY(openTool());
+    tree()->clearSelection();
+    itemNamed(tree(), qs("reports"))->setSelected(true);
+    itemNamed(tree(), qs("orvita_1.rpt"))->setSelected(true);
+    itemNamed(tree(), qs("bin"))->setSelected(true);
+    m_operator->answer = Dialogs::Answer::No;
+    run("mnuDelete");
+    QCOMPARE(m_operator->prompts.last().icon, Dialogs::Icon::Exclamation);
+    QCOMPARE(m_operator->asked.last(),
+             qs("Delete 2 folders and 4 files?\n\nbin\nreports\n\nFolders go with everything inside them."));
+    QVERIFY(QFile::exists(path("bin/orvita.exe")));
+
+    m_operator->answer = Dialogs::Answer::Yes;
+    run("mnuDelete");
+    QCOMPARE(m_operator->told.last(), qs("Deleted 4 items.\n\nLeft alone: 2\n") + path("reports/orvita_2.rpt") +
+                                          qs(": read-only\n") + path("reports") + qs(": something inside it was kept"));
+    QCOMPARE(visibleNames(tree()), sl({"reports", "  orvita_2.rpt", "Orvita.ini"}));
+}
+
+QTEST_MAIN(TestRenameFolders)
+#include "test_renamefolders.moc"
