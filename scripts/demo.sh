@@ -96,6 +96,17 @@ EOF
 chmod 600 "$ini"
 export XDG_CONFIG_HOME="$config"
 
+# --- an installation folder for "Re&name Folders && Files" to work on ------------------------------
+install="$demo/Orvita"
+if [ ! -d "$install" ]; then
+  say "creating a sample installation folder in $install"
+  mkdir -p "$install/bin" "$install/reports" "$install/templates"
+  printf '[database]\r\nserver=127.0.0.1\r\nname=Orvita\r\n' >"$install/Orvita.ini"
+  printf 'MZ\0\0Orvita client records\0' >"$install/bin/orvita.exe"
+  for n in 1 2 3; do printf 'Orvita client list %s\r\n' "$n" >"$install/reports/orvita_clients_$n.rpt"; done
+  printf 'Dear {owner},\r\nOrvita\r\n' >"$install/templates/orvita_letter.txt"
+fi
+
 if [ "$headless" = no ]; then
   say "starting Tabulon (server 127.0.0.1:$port, database $database, user dbop, empty password)"
   status=0
@@ -211,6 +222,8 @@ if [ -n "${TABULON_DEMO_TOUR:-}" ]; then
     "restore:alt+h r"
     "checktable:alt+u Return"
     "repairtable:alt+u Down Return"
+    "importdata:alt+u i"
+    "renamefolders:alt+n"
   )
   close_tool() {
     # Escape closes a tool; a tool that asks "Are you sure you want to exit?" gets Yes (Return).
@@ -229,6 +242,13 @@ if [ -n "${TABULON_DEMO_TOUR:-}" ]; then
       sleep 3
     fi
     app_alive || die "Tabulon ended while opening $name; see $demo/tabulon.log"
+    if [ "$name" = renamefolders ]; then
+      # The sample installation folder, typed into the folder box.
+      xdotool key --clearmodifiers alt+f ctrl+a
+      xdotool type --delay 20 "$install"
+      xdotool key --clearmodifiers Return
+      sleep 2
+    fi
     import -window root "$tour/$name.png" || die "taking the screenshot of $name failed"
     say "screenshot of $name: $tour/$name.png"
   done
