@@ -122,7 +122,12 @@ frmimportdata::frmimportdata(ToolHost &host, QWidget *parent)
     refreshMapping();
 }
 
-frmimportdata::~frmimportdata() = default;
+frmimportdata::~frmimportdata()
+{
+    // QDialog's destructor hides the window, and the text box's focus-out would then try to
+    // open a source on a half-destroyed window.
+    disconnect(m_source, nullptr, this, nullptr);
+}
 
 void frmimportdata::browse()
 {
@@ -293,7 +298,9 @@ void frmimportdata::import()
                            .arg(fields(matched), plan.sourceTable,
                                 plan.newTable ? QStringLiteral("new") : QStringLiteral("existing"), plan.targetTable);
     if (skipped > 0)
-        question += QStringLiteral("\n\n%1 ticked match no column and will be skipped.").arg(fields(skipped));
+        question += skipped == 1
+                        ? QStringLiteral("\n\n1 ticked field matches no column and will be skipped.")
+                        : QStringLiteral("\n\n%1 ticked fields match no column and will be skipped.").arg(skipped);
     if (Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
         return;
 
