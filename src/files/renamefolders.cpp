@@ -21,6 +21,8 @@
 #include <QVBoxLayout>
 
 #include <functional>
+#include <optional>
+#include <type_traits>
 
 namespace tabulon {
 
@@ -56,6 +58,30 @@ bool showFound(QTreeWidgetItem *item, const QSet<QTreeWidgetItem *> &found)
         any = showFound(item->child(i), found) || any;
     item->setHidden(!any);
     return any;
+}
+
+// Runs `work` with the progress bar and status line, the status reading `verb` and the name of
+// each step; nothing when another run is on.
+template <typename Work>
+auto runBusy(BusyState &busy, QProgressBar *bar, QLabel *status, const QString &verb, Work work)
+    -> std::optional<std::invoke_result_t<Work, Progress &>>
+{
+    BusyGuard guard(busy);
+    if (!guard)
+        return std::nullopt;
+    ProgressView progress(bar, status,
+                          [verb](const QString &name, int, int) -> QString { return verb + QLatin1Char(' ') + name; });
+    progress.setBusyState(&busy);
+    return work(progress);
+}
+
+// Appends the first lines of a preview, and how many more there are.
+void appendPreview(QString &text, const QStringList &lines)
+{
+    for (qsizetype i = 0; i < std::min(lines.size(), qsizetype(kPreviewLines)); ++i)
+        text += QLatin1Char('\n') + lines[i];
+    if (lines.size() > kPreviewLines)
+        text += QStringLiteral("\n... and %1 more").arg(lines.size() - kPreviewLines);
 }
 
 } // namespace
@@ -140,20 +166,16 @@ void RenameFolders::browse()
 
 void RenameFolders::reload()
 {
-    BusyGuard busy(m_busy);
-    if (!busy)
-        return;
     QSet<QString> expanded;
     forEachBelow(m_tree->invisibleRootItem(), [&expanded](QTreeWidgetItem *item) {
         if (item->isExpanded())
             expanded.insert(pathOf(item));
     });
-
-    ProgressView progress(m_bar, m_status, [](const QString &name, int, int) {
-        return QStringLiteral("Reading %1").arg(QDir::toNativeSeparators(name));
-    });
-    progress.setBusyState(&m_busy);
-    const Files::Listing listing = Files::listFolder(m_root, progress);
+    const auto read = runBusy(m_busy, m_bar, m_status, QStringLiteral("Reading"),
+                              [this](Progress &progress) { return Files::listFolder(m_root, progress); });
+    if (!read)
+        return;
+    const Files::Listing &listing = *read;
 
     m_tree->setUpdatesEnabled(false);
     m_tree->clear();
@@ -320,30 +342,22 @@ void RenameFolders::carryOut(const Files::RenamePlan &plan, const QString &find,
                 this, Files::summaryText(QStringLiteral("Renamed"), unit, Files::Outcome{0, plan.skipped, false}));
         return;
     }
-    const int n = int(plan.renames.size());
-    QString preview = QStringLiteral("Rename %1?\n").arg(plural(n, unit));
-    for (int i = 0; i < std::min(n, kPreviewLines); ++i) {
-        const Files::Rename &r = plan.renames[size_t(i)];
-        preview += QStringLiteral("\n%1  ->  %2").arg(QFileInfo(r.from).fileName(), QFileInfo(r.to).fileName());
-    }
-    if (n > kPreviewLines)
-        preview += QStringLiteral("\n... and %1 more").arg(n - kPreviewLines);
+    QString preview = QStringLiteral("Rename %1?\n").arg(plural(int(plan.renames.size()), unit));
+    QStringList lines;
+    for (const Files::Rename &r : plan.renames)
+        lines << QStringLiteral("%1  ->  %2").arg(QFileInfo(r.from).fileName(), QFileInfo(r.to).fileName());
+    appendPreview(preview, lines);
     if (!plan.skipped.empty())
         preview += QStringLiteral("\n\n%1 cannot be renamed and will be left alone.")
                        .arg(plural(int(plan.skipped.size()), unit));
     if (Dialogs::ask(this, preview, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
         return;
-    Files::Outcome outcome;
-    {
-        BusyGuard busy(m_busy);
-        if (!busy)
-            return;
-        ProgressView progress(m_bar, m_status);
-        progress.setBusyState(&m_busy);
-        outcome = Files::applyRenames(plan, progress);
-    }
+    const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Renaming"),
+                                 [&plan](Progress &progress) { return Files::applyRenames(plan, progress); });
+    if (!outcome)
+        return;
     reload();
-    Dialogs::message(this, Files::summaryText(QStringLiteral("Renamed"), unit, outcome));
+    Dialogs::message(this, Files::summaryText(QStringLiteral("Renamed"), unit, *outcome));
 }
 
 void RenameFolders::ReplaceString()
@@ -421,18 +435,12 @@ void RenameFolders::ReplaceFiles()
         return;
     const QString target = pathOf(item);
     const Qt::CaseSensitivity cs = caseSensitivity();
-    Files::ContentPlan plan;
-    {
-        BusyGuard busy(m_busy);
-        if (!busy)
-            return;
-        ProgressView progress(m_bar, m_status,
-                              [](const QString &name, int, int) { return QStringLiteral("Reading %1").arg(name); });
-        progress.setBusyState(&m_busy);
-        plan = Files::planReplaceInFiles(target, find, with, cs, progress);
-    }
-    if (plan.stopped)
+    const auto planned = runBusy(m_busy, m_bar, m_status, QStringLiteral("Reading"), [&](Progress &progress) {
+        return Files::planReplaceInFiles(target, find, with, cs, progress);
+    });
+    if (!planned || planned->stopped)
         return;
+    const Files::ContentPlan &plan = *planned;
     const Files::Outcome unchanged{0, plan.skipped, false};
     if (plan.files.empty()) {
         QString text = QStringLiteral("No text file holds \"%1\".").arg(find);
@@ -446,27 +454,20 @@ void RenameFolders::ReplaceFiles()
     QString preview =
         QStringLiteral("Replace %1 of \"%2\" with \"%3\" in %4?\n")
             .arg(plural(plan.occurrences, QStringLiteral("occurrence")), find, with, plural(n, QStringLiteral("file")));
-    for (int i = 0; i < std::min(n, kPreviewLines); ++i) {
-        const Files::FileChange &f = plan.files[size_t(i)];
-        preview += QStringLiteral("\n%1 (%2)").arg(QDir(target).relativeFilePath(f.path)).arg(f.occurrences);
-    }
-    if (n > kPreviewLines)
-        preview += QStringLiteral("\n... and %1 more").arg(n - kPreviewLines);
+    QStringList lines;
+    for (const Files::FileChange &f : plan.files)
+        lines << QStringLiteral("%1 (%2)").arg(QDir(target).relativeFilePath(f.path)).arg(f.occurrences);
+    appendPreview(preview, lines);
     if (!plan.skipped.empty())
         preview +=
             QStringLiteral("\n\n%1 will be left alone.").arg(plural(int(plan.skipped.size()), QStringLiteral("file")));
     if (Dialogs::ask(this, preview, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
         return;
-    Files::Outcome outcome;
-    {
-        BusyGuard busy(m_busy);
-        if (!busy)
-            return;
-        ProgressView progress(m_bar, m_status);
-        progress.setBusyState(&m_busy);
-        outcome = Files::applyReplaceInFiles(plan, find, with, cs, progress);
-    }
-    Dialogs::message(this, Files::summaryText(QStringLiteral("Changed"), QStringLiteral("file"), outcome));
+    const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Changing"), [&](Progress &progress) {
+        return Files::applyReplaceInFiles(plan, find, with, cs, progress);
+    });
+    if (outcome)
+        Dialogs::message(this, Files::summaryText(QStringLiteral("Changed"), QStringLiteral("file"), *outcome));
 }
 
 void RenameFolders::Delete()
@@ -482,26 +483,20 @@ void RenameFolders::Delete()
     QString question =
         QStringLiteral("Delete %1 and %2?\n")
             .arg(plural(count.folders, QStringLiteral("folder")), plural(count.files, QStringLiteral("file")));
-    for (int i = 0; i < std::min(int(paths.size()), kPreviewLines); ++i)
-        question += QLatin1Char('\n') + QDir(m_root).relativeFilePath(paths[i]);
-    if (paths.size() > kPreviewLines)
-        question += QStringLiteral("\n... and %1 more").arg(paths.size() - kPreviewLines);
+    QStringList lines;
+    for (const QString &path : paths)
+        lines << QDir(m_root).relativeFilePath(path);
+    appendPreview(question, lines);
     if (count.folders > 0)
         question += QStringLiteral("\n\nFolders go with everything inside them.");
     if (Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Exclamation) != Dialogs::Answer::Yes)
         return;
-    Files::Outcome outcome;
-    {
-        BusyGuard busy(m_busy);
-        if (!busy)
-            return;
-        ProgressView progress(m_bar, m_status,
-                              [](const QString &name, int, int) { return QStringLiteral("Deleting %1").arg(name); });
-        progress.setBusyState(&m_busy);
-        outcome = Files::deleteEntries(paths, progress);
-    }
+    const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Deleting"),
+                                 [&paths](Progress &progress) { return Files::deleteEntries(paths, progress); });
+    if (!outcome)
+        return;
     reload();
-    Dialogs::message(this, Files::summaryText(QStringLiteral("Deleted"), QStringLiteral("item"), outcome));
+    Dialogs::message(this, Files::summaryText(QStringLiteral("Deleted"), QStringLiteral("item"), *outcome));
 }
 
 void RenameFolders::exitAsked()
