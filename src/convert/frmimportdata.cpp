@@ -304,7 +304,16 @@ void frmimportdata::import()
     if (Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
         return;
 
+    // The choices stay as they are while the copy yields to events.
+    const QList<QWidget *> inputs = {m_source,   m_browse,      m_table,  m_fields, m_optNew,
+                                     m_newTable, m_optExisting, m_target, m_import};
+    for (QWidget *input : inputs)
+        input->setEnabled(false);
     const Import::Outcome outcome = Import::run(*m_opened, session, plan, m_progress);
+    for (QWidget *input : inputs)
+        input->setEnabled(true);
+    m_newTable->setEnabled(plan.newTable);
+    m_target->setEnabled(!plan.newTable);
 
     // A table the run created joins the list of existing ones.
     if (plan.newTable && m_target->findText(plan.targetTable, Qt::MatchFixedString | Qt::MatchCaseSensitive) < 0) {

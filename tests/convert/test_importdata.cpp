@@ -1,28 +1,38 @@
-// The import's value literals and field matching, and the row copy against the real server
-// from a source held in memory: escaping, NULLs, dates, refused rows, a table that is already
-// there, and a stop request.
+// Importing data: the value literals and the field matching, the row copy from a source held in
+// memory, and the Import Data window on the sample Access file, all against the real server.
+#include "app/mdiform1.h"
+#include "convert/frmimportdata.h"
 #include "convert/importdata.h"
-#include "db/progress.h"
 #include "db/typecodes.h"
+#include "grid/grid.h"
+#include "gridtexts.h"
+#include "operator.h"
 #include "testdb.h"
 
+#include <QComboBox>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 using namespace tabulon;
 using namespace tabulon::test;
 
 namespace {
 
-// One table, held whole.
 class MemorySource final : public ConversionSource {
 public:
     SourceTable table;
     QStringList tableNames() const override { return {table.name}; }
     DbResult<std::vector<SourceField>> readFields(const QString &) override { return table.fields; }
-    DbError readRows(const QString &name, const RowSink &sink) override
+    DbError readRows(const QString &, const RowSink &sink) override
     {
-        if (name != table.name)
-            return unknownSourceTable(name);
         for (const SourceRow &row : table.rows) {
             if (DbError e = sink(row))
                 return e;
@@ -31,29 +41,9 @@ public:
     }
 };
 
-// Asks to stop once `stopAfter` steps have begun.
-class CountingProgress final : public Progress {
-public:
-    int stopAfter = -1;
-    int steps = 0;
-    int total = -1;
-    void begin(int t) override { total = t; }
-    void step(const QString &) override { ++steps; }
-    void end() override {}
-    bool stopRequested() const override { return stopAfter >= 0 && steps >= stopAfter; }
-};
-
 std::optional<QString> v(const char *text)
 {
     return text ? std::optional<QString>(qs(text)) : std::nullopt;
-}
-
-std::vector<int> all(const SourceTable &t)
-{
-    std::vector<int> ticked(t.fields.size());
-    for (size_t i = 0; i < ticked.size(); ++i)
-        ticked[i] = static_cast<int>(i);
-    return ticked;
 }
 
 } // namespace
@@ -63,53 +53,82 @@ class TestImportData final : public QObject {
 private Q_SLOTS:
     void initTestCase();
     void init();
+    void cleanup();
 
     void valueLiteral_data();
     void valueLiteral();
-    void existingTableMatching();
-    void copiesIntoANewTable();
-    void copiesIntoAnExistingTable();
-    void tableAlreadyThereIsLeftAlone();
-    void stopsBetweenSteps();
+    void copiesRowsIntoANewTable();
+
+    void windowControlsAndExit();
+    void importsIntoANewTable();
+    void importsIntoAnExistingTable();
+    void closeDuringTheCopyStopsIt();
+    void writesNothing_data();
+    void writesNothing();
 
 private:
-    Import::Plan plan(const QString &target, bool newTable, const std::vector<Import::TargetColumn> &columns = {});
+    template <typename T> T *child(const char *name) { return m_window->findChild<T *>(qs(name)); }
+    void openWindow();
+    // Chooses `file` through the browse button, then `table`.
+    void choose(const QString &file, const QString &table);
+    void tick(const QStringList &fields);
+    QStringList grid() { return gridRowTexts(child<Grid>("Edi_Gr")->cells()); }
+    QStringList sent() { return statementsReceived(m_db->admin(), m_main->session()->connectionId()); }
 
     std::unique_ptr<ScratchDatabase> m_db;
-    DatabaseSession m_session;
-    MemorySource m_source;
+    QTemporaryDir m_dir;
+    std::unique_ptr<MDIForm1> m_main;
+    std::unique_ptr<Operator> m_operator;
+    QPointer<frmimportdata> m_window;
 };
 
 void TestImportData::initTestCase()
 {
     m_db = std::make_unique<ScratchDatabase>(QStringLiteral("importdata"));
     QVERIFY_DB(m_db->error());
-    QVERIFY_DB(openSession(m_session, m_db->name()));
-    SourceTable &t = m_source.table;
-    t.name = qs("Client List");
-    t.fields = {{qs("Client ID"), AdoType::Integer},
-                {qs("Name"), AdoType::VarWChar},
-                {qs("Date"), AdoType::Date},
-                {qs("Active"), AdoType::Boolean},
-                {qs("Desc"), AdoType::LongVarWChar}};
-    t.rows = {{v("1"), v("O'Brien"), v("11/16/1994"), v("True"), v("C:\\temp\\x")},
-              {v("2"), v(nullptr), v("2/29/2000 2:05:09 PM"), v("False"), v(nullptr)},
-              {v("x3"), v("refused"), v(nullptr), v("True"), v("")},
-              {v("4"), v("Ünal \"Q\""), v("12:30:00 AM"), v(nullptr), v("line\nbreak")}};
+    QVERIFY(QFile::copy(qs(TABULON_FIXTURES_DIR "/access/nwind.mdb"), m_dir.filePath(qs("nwind.mdb"))));
+    QFile damaged(m_dir.filePath(qs("damaged.mdb")));
+    QVERIFY(damaged.open(QIODevice::WriteOnly));
+    damaged.write(QByteArray("plain text, not a database\n").repeated(300));
 }
 
 void TestImportData::init()
 {
-    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS Client_List, target")}));
+    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS imported, clients, existing"),
+                          qs("CREATE TABLE existing (kept INT)"), qs("INSERT INTO existing VALUES (7)")}));
+    m_operator = std::make_unique<Operator>();
+    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_dir.filePath(qs("settings.ini")), {}, {}});
+    QVERIFY_DB(openSession(*m_main->session(), m_db->name()));
 }
 
-Import::Plan TestImportData::plan(const QString &target, bool newTable,
-                                  const std::vector<Import::TargetColumn> &columns)
+void TestImportData::cleanup()
 {
-    const std::vector<int> ticked = all(m_source.table);
-    return {m_source.table.name, target, newTable,
-            newTable ? Import::newTableMapping(m_source.table.fields, ticked)
-                     : Import::existingTableMapping(m_source.table.fields, ticked, columns)};
+    m_main.reset();
+    m_operator.reset();
+}
+
+void TestImportData::openWindow()
+{
+    m_window = new frmimportdata(*m_main, m_main.get());
+    m_window->show();
+}
+
+void TestImportData::choose(const QString &file, const QString &table)
+{
+    openWindow();
+    m_operator->chosenFile = m_dir.filePath(file);
+    child<QPushButton>("cmdbrowse")->click();
+    QCOMPARE(child<QLineEdit>("txtsource")->text(), m_dir.filePath(file));
+    child<QComboBox>("cbotable")->setCurrentIndex(child<QComboBox>("cbotable")->findText(table));
+}
+
+void TestImportData::tick(const QStringList &fields)
+{
+    auto *list = child<QListWidget>("lstfields");
+    for (int i = 0; i < list->count(); ++i) {
+        const QString name = list->item(i)->text().section(qs("  ("), 0, 0);
+        list->item(i)->setCheckState(fields.contains(name) ? Qt::Checked : Qt::Unchecked);
+    }
 }
 
 // One row per line reads best here.
@@ -120,26 +139,17 @@ void TestImportData::valueLiteral_data()
     QTest::addColumn<int>("type");
     QTest::addColumn<QString>("column");
     QTest::addColumn<QByteArray>("literal");
-    QTest::newRow("NULL") << v(nullptr) << AdoType::VarWChar << qs("varchar(255)") << QByteArray("NULL");
     QTest::newRow("NULL date") << v(nullptr) << AdoType::Date << qs("datetime") << QByteArray("NULL");
-    QTest::newRow("empty text stays text") << v("") << AdoType::VarWChar << qs("varchar(255)") << QByteArray("''");
     QTest::newRow("apostrophe, backslash") << v("O'B\\n") << AdoType::VarWChar << qs("text") << QByteArray(R"('O\'B\\n')");
     QTest::newRow("true") << v("True") << AdoType::Boolean << qs("tinyint(4)") << QByteArray("1");
-    QTest::newRow("false into text") << v("False") << AdoType::Boolean << qs("varchar(5)") << QByteArray("0");
-    QTest::newRow("date into datetime") << v("11/16/1994") << AdoType::Date << qs("datetime") << QByteArray("'1994-11-16 00:00:00'");
     QTest::newRow("PM into timestamp") << v("2/29/2000 2:05:09 PM") << AdoType::Date << qs("timestamp") << QByteArray("'2000-02-29 14:05:09'");
     QTest::newRow("12 AM is midnight") << v("1/2/2003 12:15:00 AM") << AdoType::DBTimeStamp << qs("datetime") << QByteArray("'2003-01-02 00:15:00'");
     QTest::newRow("into date: time dropped") << v("1/2/2003 3:00:00 PM") << AdoType::Date << qs("date") << QByteArray("'2003-01-02'");
     QTest::newRow("time alone into time") << v("10:30:00 PM") << AdoType::Date << qs("time") << QByteArray("'22:30:00'");
-    QTest::newRow("time alone into datetime") << v("10:30:00 AM") << AdoType::DBTime << qs("datetime") << QByteArray("'1899-12-30 10:30:00'");
-    QTest::newRow("into year") << v("7/4/1976") << AdoType::Date << qs("year(4)") << QByteArray("'1976'");
-    QTest::newRow("into text: date alone") << v("7/4/1976") << AdoType::Date << qs("longtext") << QByteArray("'1976-07-04'");
-    QTest::newRow("into text with time") << v("7/4/1976 9:05:00 AM") << AdoType::DBTimeStamp << qs("longtext") << QByteArray("'1976-07-04 09:05:00'");
     QTest::newRow("text source into date column") << v("7/4/1976") << AdoType::VarChar << qs("date") << QByteArray("'1976-07-04'");
     QTest::newRow("text source into text column") << v("7/4/1976") << AdoType::VarChar << qs("varchar(20)") << QByteArray("'7/4/1976'");
     QTest::newRow("no calendar date") << v("2/30/2000") << AdoType::Date << qs("datetime") << QByteArray("'2/30/2000'");
     QTest::newRow("13 PM") << v("1/1/2000 13:00:00 PM") << AdoType::Date << qs("datetime") << QByteArray("'1/1/2000 13:00:00 PM'");
-    QTest::newRow("no date at all") << v("soon") << AdoType::Date << qs("datetime") << QByteArray("'soon'");
 }
 // clang-format on
 
@@ -152,84 +162,152 @@ void TestImportData::valueLiteral()
     QCOMPARE(Import::valueLiteral(value, type, column, SessionSql::escapeDefault), literal);
 }
 
-void TestImportData::existingTableMatching()
+void TestImportData::copiesRowsIntoANewTable()
 {
-    const std::vector<SourceField> fields = {{qs("Order ID"), 3}, {qs("Desc"), 202},  {qs("Description"), 202},
-                                             {qs("Date"), 7},     {qs("Extra"), 202}, {qs("desc"), 202}};
-    const std::vector<Import::TargetColumn> columns = {
-        {qs("order_id"), qs("int(11)")}, {qs("DESCRIPTION"), qs("text")}, {qs("Date_C"), qs("date")}};
-    // Field 1 is left unticked; a column goes to the first field that matches it.
-    const auto mapping = Import::existingTableMapping(fields, {0, 2, 3, 4, 5}, columns);
-    QStringList got;
-    for (const Import::FieldMapping &m : mapping)
-        got << QStringLiteral("%1:%2>%3 %4").arg(m.sourceIndex).arg(m.field.name, m.column, m.columnType);
-    QCOMPARE(got, sl({"0:Order ID>order_id int(11)", "2:Description>DESCRIPTION text", "3:Date>Date_C date",
-                      "4:Extra> ", "5:desc> "}));
-    QCOMPARE(Import::matchedCount(mapping), 3);
-}
-
-void TestImportData::copiesIntoANewTable()
-{
+    MemorySource source;
+    source.table = {qs("Client List"),
+                    {{qs("Client ID"), AdoType::Integer},
+                     {qs("Name"), AdoType::VarWChar},
+                     {qs("Date"), AdoType::Date},
+                     {qs("Active"), AdoType::Boolean}},
+                    {{v("1"), v("O'Brien \\ \"Q\""), v("11/16/1994"), v("True")},
+                     {v("x2"), v("refused"), v(nullptr), v("True")},
+                     {v("3"), v(nullptr), v("12:30:00 AM"), v(nullptr)}}};
+    const Import::Plan plan{source.table.name, qs("imported"), true,
+                            Import::newTableMapping(source.table.fields, {0, 1, 2, 3})};
     NoProgress progress;
-    const Import::Outcome outcome = Import::run(m_source, m_session, plan(qs("Client_List"), true), progress);
+    const Import::Outcome outcome = Import::run(source, *m_main->session(), plan, progress);
     QVERIFY_DB(outcome.error);
-    QCOMPARE(outcome.copied, 3);
-    QCOMPARE(outcome.refused, 1);
-    QCOMPARE(outcome.refusals,
-             QStringList({qs("Incorrect integer value: 'x3' for column `%1`.`Client_List`.`Client_ID` at row 1")
-                              .arg(m_db->name())}));
+    QCOMPARE(outcome.copied, 2);
+    QCOMPARE(
+        outcome.refusals,
+        QStringList(
+            {qs("Incorrect integer value: 'x2' for column `%1`.`imported`.`Client_ID` at row 1").arg(m_db->name())}));
     QCOMPARE(m_db->rows(qs("SELECT GROUP_CONCAT(column_name, ' ', column_type ORDER BY ordinal_position) FROM "
-                           "information_schema.columns WHERE table_schema=DATABASE() AND table_name='Client_List'")),
-             sl({"Client_ID int(11),Name varchar(255),Date_c datetime,Active tinyint(4),Description longtext"}));
-    QCOMPARE(m_db->rows(qs("SELECT * FROM Client_List ORDER BY Client_ID")),
-             sl({"1|O'Brien|1994-11-16 00:00:00|1|C:\\temp\\x", "2|\\N|2000-02-29 14:05:09|0|\\N",
-                 "4|Ünal \"Q\"|1899-12-30 00:30:00|\\N|line\nbreak"}));
+                           "information_schema.columns WHERE table_schema=DATABASE() AND table_name='imported'")),
+             sl({"Client_ID int(11),Name varchar(255),Date_c datetime,Active tinyint(4)"}));
+    QCOMPARE(m_db->rows(qs("SELECT * FROM imported")),
+             sl({"1|O'Brien \\ \"Q\"|1994-11-16 00:00:00|1", "3|\\N|1899-12-30 00:30:00|\\N"}));
 }
 
-void TestImportData::copiesIntoAnExistingTable()
+void TestImportData::windowControlsAndExit()
 {
-    QVERIFY_DB(m_db->run({qs("CREATE TABLE target (name VARCHAR(20), DATE_C DATE, description TEXT, other INT)")}));
-    auto columns = Import::readColumns(m_session, qs("target"));
-    QVERIFY_DB(columns.error());
-    NoProgress progress;
-    const Import::Outcome outcome = Import::run(m_source, m_session, plan(qs("target"), false, *columns), progress);
-    QVERIFY_DB(outcome.error);
-    QCOMPARE(outcome.copied, 4);
-    QCOMPARE(outcome.refused, 0);
-    QCOMPARE(m_db->rows(qs("SELECT * FROM target ORDER BY name")),
-             sl({"\\N|2000-02-29|\\N|\\N", "O'Brien|1994-11-16|C:\\temp\\x|\\N", "refused|\\N||\\N",
-                 "Ünal \"Q\"|1899-12-30|line\nbreak|\\N"}));
+    openWindow();
+    QCOMPARE(m_window->windowTitle(), qs("Import Data"));
+    QCOMPARE(m_window->minimumSize(), m_window->maximumSize());
+    QVERIFY(!child<QComboBox>("cbotarget")->isEnabled());
+    m_operator->answer = Dialogs::Answer::No;
+    child<QPushButton>("cmdexit")->click();
+    QCOMPARE(m_operator->asked, sl({"Are you sure you want to exit?"}));
+    QVERIFY(m_window->isVisible());
+    m_operator->answer = Dialogs::Answer::Yes;
+    child<QPushButton>("cmdexit")->click();
+    QVERIFY(!m_window->isVisible());
+
+    openWindow();
+    QTest::keyClick(child<QLineEdit>("txtsource"), Qt::Key_Escape);
+    QVERIFY(!m_window->isVisible());
+    QCOMPARE(m_operator->asked.size(), 2); // Escape closes without asking
 }
 
-void TestImportData::tableAlreadyThereIsLeftAlone()
+void TestImportData::importsIntoANewTable()
 {
-    QVERIFY_DB(m_db->run({qs("CREATE TABLE Client_List (kept INT)"), qs("INSERT INTO Client_List VALUES (7)")}));
-    QVERIFY(Import::tableExists(m_session, qs("Client_List")).value());
-    QVERIFY(!Import::tableExists(m_session, qs("client_list")).value());
-    NoProgress progress;
-    const Import::Outcome outcome = Import::run(m_source, m_session, plan(qs("Client_List"), true), progress);
-    QCOMPARE(outcome.error.description, qs("Table 'Client_List' already exists"));
-    QCOMPARE(outcome.copied + outcome.refused, 0);
-    QCOMPARE(m_db->rows(qs("SELECT * FROM Client_List")), sl({"7"}));
+    choose(qs("nwind.mdb"), qs("Order Details"));
+    QCOMPARE(m_operator->fileFilters, sl({"Access Database|*.mdb|DSN|*.dsn"}));
+    QCOMPARE(child<QLineEdit>("txtnewtable")->text(), qs("Order_Details"));
+    child<QComboBox>("cbotable")->setCurrentIndex(child<QComboBox>("cbotable")->findText(qs("Orders")));
+    tick(sl({"OrderID", "CustomerID", "OrderDate", "Freight"}));
+    QCOMPARE(grid(), sl({"Source Field|Type|Target Column", "OrderID|INT|OrderID", "CustomerID|VARCHAR(255)|CustomerID",
+                         "OrderDate|DATETIME|OrderDate", "Freight|VARCHAR(255)|Freight"}));
+    child<QLineEdit>("txtnewtable")->setText(qs("imported"));
+    child<QPushButton>("cmdimport")->click();
+
+    QCOMPARE(m_operator->asked, sl({"Import 4 fields of table 'Orders' into the new table 'imported'?"}));
+    QCOMPARE(m_operator->told, sl({"The import is complete.\n\nRows copied: 830\nRows refused: 0"}));
+    QCOMPARE(child<QProgressBar>("ProgressBar1")->value(), child<QProgressBar>("ProgressBar1")->maximum());
+    QVERIFY(sent().contains(
+        qs("INSERT INTO `imported` (`OrderID`,`CustomerID`,`OrderDate`,`Freight`) VALUES ('10330','LILAS',"
+           "'1994-11-16 00:00:00','12.75')")));
+    QCOMPARE(m_db->rows(qs("SELECT COUNT(*), MIN(OrderDate), MAX(OrderDate) FROM imported")),
+             sl({"830|1994-08-04 00:00:00|1996-06-05 00:00:00"}));
+    QVERIFY(child<QComboBox>("cbotarget")->findText(qs("imported")) >= 0); // now an existing table
 }
 
-void TestImportData::stopsBetweenSteps()
+void TestImportData::importsIntoAnExistingTable()
 {
-    MemorySource big;
-    big.table.name = qs("big");
-    big.table.fields = {{qs("n"), AdoType::Integer}};
-    for (int i = 0; i < 2 * Import::kRowsPerStep + 7; ++i)
-        big.table.rows.push_back({QString::number(i)});
-    CountingProgress progress;
-    progress.stopAfter = 2;
-    const Import::Plan stopped{qs("big"), qs("target"), true, Import::newTableMapping(big.table.fields, {0})};
-    const Import::Outcome outcome = Import::run(big, m_session, stopped, progress);
-    QVERIFY_DB(outcome.error);
-    QVERIFY(outcome.stopped);
-    QCOMPARE(progress.total, 3);
-    QCOMPARE(outcome.copied, Import::kRowsPerStep);
-    QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM target")), sl({"50"}));
+    QVERIFY_DB(m_db->run({qs("CREATE TABLE clients (customerid VARCHAR(5), CompanyName VARCHAR(40), Region "
+                             "VARCHAR(15), Country VARCHAR(15) CHECK (Country <> 'Germany'))")}));
+    choose(qs("nwind.mdb"), qs("Customers"));
+    tick(sl({"CustomerID", "CompanyName", "ContactName", "Region", "Country"}));
+    child<QRadioButton>("optexisting")->setChecked(true);
+    child<QComboBox>("cbotarget")->setCurrentIndex(child<QComboBox>("cbotarget")->findText(qs("clients")));
+    QCOMPARE(grid(), sl({"Source Field|Type|Target Column", "CustomerID|VARCHAR(255)|customerid",
+                         "CompanyName|VARCHAR(255)|CompanyName", "ContactName|VARCHAR(255)|(no match: skipped)",
+                         "Region|VARCHAR(255)|Region", "Country|VARCHAR(255)|Country"}));
+    child<QPushButton>("cmdimport")->click();
+
+    QCOMPARE(m_operator->asked, sl({"Import 4 fields of table 'Customers' into the existing table 'clients'?\n\n"
+                                    "1 ticked field matches no column and will be skipped."}));
+    const QString refusal = qs("CONSTRAINT `clients.Country` failed for `%1`.`clients`").arg(m_db->name());
+    QCOMPARE(m_operator->told, QStringList({qs("The import is complete.\n\nRows copied: 80\nRows refused: 11\n\n"
+                                               "First refusals:\n") +
+                                            QStringList(5, refusal).join(QLatin1Char('\n'))}));
+    QCOMPARE(m_db->rows(qs("SELECT * FROM clients WHERE customerid IN ('BONAP', 'ALFKI', 'OLDWO')")),
+             sl({"BONAP|Bon app'|\\N|France", "OLDWO|Old World Delicatessen|AK|USA"}));
 }
 
-QTEST_GUILESS_MAIN(TestImportData)
+void TestImportData::closeDuringTheCopyStopsIt()
+{
+    choose(qs("nwind.mdb"), qs("Orders"));
+    child<QLineEdit>("txtnewtable")->setText(qs("imported"));
+    bool inputsLocked = false;
+    QTimer::singleShot(0, m_window, [this, &inputsLocked] { // at the copy's first yield to events
+        inputsLocked = !child<QPushButton>("cmdbrowse")->isEnabled() && !child<QListWidget>("lstfields")->isEnabled();
+        m_window->close();
+    });
+    child<QPushButton>("cmdimport")->click();
+    QVERIFY(inputsLocked);
+    QCOMPARE(m_operator->told, sl({"The import was stopped.\n\nRows copied: 0\nRows refused: 0"}));
+    QVERIFY(!m_window->isVisible()); // closed once the copy had stopped
+}
+
+void TestImportData::writesNothing_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QStringList>("ticked");
+    QTest::addColumn<bool>("existing");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("no field ticked") << qs("nwind.mdb") << QStringList() << false << qs("No field has been selected.");
+    QTest::newRow("new table already there")
+        << qs("nwind.mdb") << sl({"ShipperID"}) << false
+        << qs("Table 'existing' already exists. Nothing has been imported.\n\nEnter another name, or choose it as the "
+              "existing table.");
+    QTest::newRow("no ticked field matches")
+        << qs("nwind.mdb") << sl({"ShipperID", "Phone"}) << true
+        << qs("None of the ticked fields matches a column of table 'existing'. Nothing has been imported.");
+    QTest::newRow("damaged source") << qs("damaged.mdb") << QStringList() << false
+                                    << qs("Choose a source file and one of its tables first.");
+}
+
+void TestImportData::writesNothing()
+{
+    QFETCH(QString, file);
+    QFETCH(QStringList, ticked);
+    QFETCH(bool, existing);
+    QFETCH(QString, message);
+    choose(file, qs("Shippers"));
+    tick(ticked);
+    child<QLineEdit>("txtnewtable")->setText(qs("existing"));
+    child<QRadioButton>("optexisting")->setChecked(existing);
+    child<QComboBox>("cbotarget")->setCurrentIndex(0);
+    child<QPushButton>("cmdimport")->click();
+    QCOMPARE(m_operator->told.last(), message);
+    if (file == qs("damaged.mdb")) // the reader's error, shown when the file was chosen
+        QVERIFY(m_operator->told.first().startsWith(qs("The source cannot be opened.\n\n")));
+    QVERIFY(m_operator->asked.isEmpty());
+    QCOMPARE(sent().filter(QRegularExpression(qs("^(CREATE|INSERT)"))), QStringList());
+    QCOMPARE(m_db->rows(qs("SELECT * FROM existing")), sl({"7"}));
+}
+
+QTEST_MAIN(TestImportData)
 #include "test_importdata.moc"

@@ -2,11 +2,10 @@ tabulon_add_test(test_conversionrules convert/test_conversionrules.cpp LIBS tabu
 tabulon_add_test(test_tablescript convert/test_tablescript.cpp LIBS tabulon_convert_logic)
 tabulon_add_test(test_accessfile convert/test_accessfile.cpp LIBS tabulon_convert_logic)
 tabulon_add_test(test_convertdb convert/test_convertdb.cpp LIBS tabulon_convert tabulon_app tabulon_testoperator)
-tabulon_add_test(test_frmimportdata convert/test_frmimportdata.cpp
+tabulon_add_test(test_importdata convert/test_importdata.cpp
     LIBS tabulon_convert tabulon_app tabulon_testoperator tabulon_testgrid)
-foreach(test test_accessfile test_convertdb test_frmimportdata)
+foreach(test test_accessfile test_convertdb test_importdata)
     target_compile_definitions(${test} PRIVATE TABULON_FIXTURES_DIR="${PROJECT_SOURCE_DIR}/tests/fixtures")
 endforeach()
 target_compile_definitions(test_tablescript PRIVATE TABULON_IMPORT_DB="$<TARGET_FILE:import_db>")
 add_dependencies(test_tablescript import_db)
-tabulon_add_test(test_importdata convert/test_importdata.cpp LIBS tabulon_convert_logic)
