@@ -4,6 +4,7 @@
 #include "backup/backup.h"
 #include "backup/restore.h"
 #include "convert/convertdb.h"
+#include "convert/frmimportdata.h"
 #include "data/replacedata.h"
 #include "data/search.h"
 #include "data/tabledata.h"
@@ -59,6 +60,8 @@ void registerTools(MDIForm1 &main)
     });
     main.registerModalTool(QStringLiteral("mnuconvertdb"),
                            [](MDIForm1 &m) -> QWidget * { return new ConvertDb(m, &m); });
+    main.registerModalTool(QStringLiteral("mnuimpdata"),
+                           [](MDIForm1 &m) -> QWidget * { return new frmimportdata(m, &m); });
     main.registerModalTool(QStringLiteral("mnureptab"),
                            [](MDIForm1 &m) -> QWidget * { return new RepairTable(m, &m); });
     main.registerModalTool(QStringLiteral("mnubackup"), [](MDIForm1 &m) -> QWidget * { return new BackUp(m, &m); });

@@ -1,6 +1,7 @@
 // Importing data: the value literals and the field matching, the row copy from a source held in
 // memory, and the Import Data window on the sample Access file, all against the real server.
 #include "app/mdiform1.h"
+#include "app/toolcatalog.h"
 #include "convert/frmimportdata.h"
 #include "convert/importdata.h"
 #include "db/typecodes.h"
@@ -9,6 +10,7 @@
 #include "operator.h"
 #include "testdb.h"
 
+#include <QAction>
 #include <QComboBox>
 #include <QFile>
 #include <QLabel>
@@ -99,6 +101,8 @@ void TestImportData::init()
     m_operator = std::make_unique<Operator>();
     m_main = std::make_unique<MDIForm1>(AppEnvironment{m_dir.filePath(qs("settings.ini")), {}, {}});
     QVERIFY_DB(openSession(*m_main->session(), m_db->name()));
+    registerTools(*m_main);
+    m_main->enableAllMenus();
 }
 
 void TestImportData::cleanup()
@@ -109,8 +113,11 @@ void TestImportData::cleanup()
 
 void TestImportData::openWindow()
 {
-    m_window = new frmimportdata(*m_main, m_main.get());
-    m_window->show();
+    // Through the main window's menu, as the operator opens it.
+    m_main->menuItem(qs("mnuimpdata"))->trigger();
+    QVERIFY(!m_operator->modals.isEmpty());
+    m_window = qobject_cast<frmimportdata *>(m_operator->modals.last());
+    QVERIFY(m_window && !m_main->menuItem(qs("mnuimpdata"))->isEnabled());
 }
 
 void TestImportData::choose(const QString &file, const QString &table)
@@ -202,11 +209,12 @@ void TestImportData::windowControlsAndExit()
     QVERIFY(m_window->isVisible());
     m_operator->answer = Dialogs::Answer::Yes;
     child<QPushButton>("cmdexit")->click();
-    QVERIFY(!m_window->isVisible());
+    QTRY_VERIFY(!m_window);
+    QVERIFY(m_main->menuItem(qs("mnuimpdata"))->isEnabled());
 
     openWindow();
     QTest::keyClick(child<QLineEdit>("txtsource"), Qt::Key_Escape);
-    QVERIFY(!m_window->isVisible());
+    QTRY_VERIFY(!m_window);
     QCOMPARE(m_operator->asked.size(), 2); // Escape closes without asking
 }
 
@@ -268,7 +276,7 @@ void TestImportData::closeDuringTheCopyStopsIt()
     child<QPushButton>("cmdimport")->click();
     QVERIFY(inputsLocked);
     QCOMPARE(m_operator->told, sl({"The import was stopped.\n\nRows copied: 0\nRows refused: 0"}));
-    QVERIFY(!m_window->isVisible()); // closed once the copy had stopped
+    QTRY_VERIFY(!m_window); // closed once the copy had stopped
 }
 
 void TestImportData::writesNothing_data()
