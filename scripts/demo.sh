@@ -242,6 +242,13 @@ if [ -n "${TABULON_DEMO_TOUR:-}" ]; then
       sleep 3
     fi
     app_alive || die "Tabulon ended while opening $name; see $demo/tabulon.log"
+    if [ "$name" = importdata ]; then
+      # The Access sample of the tests as the source.
+      xdotool key --clearmodifiers alt+f
+      xdotool type --delay 20 "$root/tests/fixtures/access/nwind.mdb"
+      xdotool key --clearmodifiers Return
+      sleep 3
+    fi
     if [ "$name" = renamefolders ]; then
       # The sample installation folder, typed into the folder box.
       xdotool key --clearmodifiers alt+f ctrl+a

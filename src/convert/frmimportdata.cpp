@@ -99,6 +99,9 @@ frmimportdata::frmimportdata(ToolHost &host, QWidget *parent)
     stop->setGeometry(432, 530, 96, 28);
     m_exit->setGeometry(534, 530, 96, 28);
     setFixedSize(646, 572);
+    // Enter in a text box finishes the entry; it must not press a button as well.
+    for (QPushButton *button : {m_browse, m_import, stop, m_exit})
+        button->setAutoDefault(false);
 
     m_progress.setBusyState(&m_busy);
     new KeyPreview(this);

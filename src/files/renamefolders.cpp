@@ -109,6 +109,9 @@ RenameFolders::RenameFolders(ToolHost &host, QWidget *parent)
     m_status->setObjectName(QStringLiteral("lblstatus"));
     auto *exitButton = new QPushButton(QStringLiteral("E&xit"), this);
     exitButton->setObjectName(QStringLiteral("cmdexit"));
+    // Enter in the folder box opens the typed folder; it must not press a button as well.
+    browseButton->setAutoDefault(false);
+    exitButton->setAutoDefault(false);
 
     auto *folderLabel = new QLabel(QStringLiteral("&Folder:"), this);
     folderLabel->setBuddy(m_folder);

@@ -203,6 +203,11 @@ void TestImportData::windowControlsAndExit()
     QCOMPARE(m_window->windowTitle(), qs("Import Data"));
     QCOMPARE(m_window->minimumSize(), m_window->maximumSize());
     QVERIFY(!child<QComboBox>("cbotarget")->isEnabled());
+    // A typed source opens on Enter, and Enter presses no button.
+    child<QLineEdit>("txtsource")->setText(m_dir.filePath(qs("nwind.mdb")));
+    QTest::keyClick(child<QLineEdit>("txtsource"), Qt::Key_Return);
+    QVERIFY(child<QComboBox>("cbotable")->count() > 0);
+    QVERIFY(m_operator->prompts.isEmpty());
     m_operator->answer = Dialogs::Answer::No;
     child<QPushButton>("cmdexit")->click();
     QCOMPARE(m_operator->asked, sl({"Are you sure you want to exit?"}));

@@ -11,6 +11,7 @@
 #include <QDir>
 #include <QFile>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QPointer>
 #include <QPushButton>
@@ -130,6 +131,14 @@ void TestRenameFolders::opensOnTheProgramFolderAndGivesTheMenuBack()
     QVERIFY(!m_main->menuItem(qs("mnurenfld"))->isEnabled());
     QCOMPARE(visibleNames(tree()), sl({"bin", "  orvita.exe", "reports", "  orvita_1.rpt", "  Orvita_1.RPT.bak",
                                        "  orvita_2.rpt", "Orvita.ini"}));
+
+    // A typed folder opens on Enter, and Enter presses no button.
+    auto *box = m_tool->findChild<QLineEdit *>(qs("txtfolder"));
+    box->setText(path("bin"));
+    QTest::keyClick(box, Qt::Key_Return);
+    QCOMPARE(m_tool->folder(), path("bin"));
+    QCOMPARE(visibleNames(tree()), sl({"orvita.exe"}));
+    QVERIFY(m_operator->prompts.isEmpty());
 
     // Another folder, chosen in the folder dialog.
     m_operator->chosenFolder = path("reports");
