@@ -237,10 +237,12 @@ void frmimportdata::refreshMapping()
 
 void frmimportdata::import()
 {
+    if (m_busy.isBusy())
+        return;
+    openSource(); // a path typed without Enter (an access key presses Import with the focus kept)
     BusyGuard busy(m_busy);
     if (!busy)
         return;
-    openSource(); // a path typed without Enter
     if (!m_opened || m_table->currentText().isEmpty()) {
         Dialogs::message(this, QStringLiteral("Choose a source file and one of its tables first."),
                          Dialogs::Icon::Exclamation);

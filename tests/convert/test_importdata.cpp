@@ -208,6 +208,13 @@ void TestImportData::windowControlsAndExit()
     QTest::keyClick(child<QLineEdit>("txtsource"), Qt::Key_Return);
     QVERIFY(child<QComboBox>("cbotable")->count() > 0);
     QVERIFY(m_operator->prompts.isEmpty());
+    // Typed and imported at once, the focus still in the box: the import reads the typed source,
+    // not the one opened before.
+    child<QLineEdit>("txtsource")->setText(m_dir.filePath(qs("damaged.mdb")));
+    child<QPushButton>("cmdimport")->click();
+    QVERIFY(m_operator->asked.isEmpty());
+    QVERIFY(m_operator->told.value(0).startsWith(qs("The source cannot be opened.")));
+    QCOMPARE(child<QComboBox>("cbotable")->count(), 0);
     m_operator->answer = Dialogs::Answer::No;
     child<QPushButton>("cmdexit")->click();
     QCOMPARE(m_operator->asked, sl({"Are you sure you want to exit?"}));
