@@ -1,0 +1,52 @@
+// Table files and raw files for the backup tests: written from rows, read back as texts.
+#pragma once
+
+#include "grid/gridfile.h"
+
+#include <QFile>
+#include <QStringList>
+
+namespace tabulon::test {
+
+// Writes `rows` (row 0 the field names) as the table file `path`; false when it cannot.
+inline bool writeGridFile(const QString &path, const QList<QStringList> &rows)
+{
+    GridFileWriter out;
+    if (out.open(path, 1, 0, rows.isEmpty() ? 0 : int(rows.first().size())))
+        return false;
+    for (const QStringList &row : rows)
+        out.writeRow(row);
+    return !out.commit();
+}
+
+// Every row of a table file as "a|b" lines; a file that cannot be read ends in "error: …".
+inline QStringList gridFileRows(const QString &path)
+{
+    GridFileReader in;
+    if (DbError error = in.open(path))
+        return {QStringLiteral("error: ") + error.description};
+    QStringList rows;
+    while (in.next()) {
+        QStringList cells;
+        for (const QByteArray &cell : in.row())
+            cells << QString::fromUtf8(cell);
+        rows << cells.join(QLatin1Char('|'));
+    }
+    if (in.error())
+        rows << QStringLiteral("error: ") + in.error().description;
+    return rows;
+}
+
+inline QByteArray readBytes(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+inline bool writeBytes(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}
+
+} // namespace tabulon::test
