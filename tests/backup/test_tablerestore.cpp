@@ -82,11 +82,12 @@ void TestTableRestore::clientDeletes_data()
 {
     QTest::addColumn<QString>("table");
     QTest::addColumn<QStringList>("deletes");
-    QTest::newRow("bill") << "BILL" << sl({"Delete from BILL where ucase(name) = 'C9'"});
-    QTest::newRow("table4") << "table4" << sl({"Delete from table4 where ucase(name) = 'C9'"});
-    QTest::newRow("main_info1") << "main_info1"
-                                << sl({"Delete from main_info1 where ucase(code) = 'C9'",
-                                       "Delete from main_info1 where ucase(code_no) = 'C9'"});
+    // clang-format off
+    QTest::newRow("bill")       << "BILL"       << sl({"Delete from BILL where ucase(name) = 'C9'"});
+    QTest::newRow("table4")     << "table4"     << sl({"Delete from table4 where ucase(name) = 'C9'"});
+    QTest::newRow("main_info1") << "main_info1" << sl({"Delete from main_info1 where ucase(code) = 'C9'",
+                                                       "Delete from main_info1 where ucase(code_no) = 'C9'"});
+    // clang-format on
 }
 
 void TestTableRestore::clientDeletes()
