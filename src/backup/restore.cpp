@@ -296,7 +296,8 @@ QString Restore::chooseClientCode()
                              Dialogs::Buttons::YesNoCancel, Dialogs::Icon::None, kOrvita)) {
         case Dialogs::Answer::Yes: return code;
         case Dialogs::Answer::No:
-            code = Dialogs::input(this, QStringLiteral("Please Enter a new Code No"), kOrvita).trimmed();
+            // Codes are kept in capitals, and looked up so.
+            code = Dialogs::input(this, QStringLiteral("Please Enter a new Code No"), kOrvita).trimmed().toUpper();
             break;
         default: return {};
         }

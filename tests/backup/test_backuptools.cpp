@@ -432,11 +432,15 @@ void TestBackupTools::demoRoundTrip()
 void TestBackupTools::clientRestore_data()
 {
     QTest::addColumn<bool>("deleteExisting");
+    QTest::addColumn<QString>("typedAs");
     QTest::addColumn<QString>("restoredAs");
     QTest::addColumn<QStringList>("told");
     const char *first = "Please Enter the Code No to Restore Data", *last = "Restored Sucessfully";
-    QTest::newRow("Yes: the same code, old rows replaced") << true << "C00007" << sl({first, last});
-    QTest::newRow("No: under a new code") << false << "C00050" << sl({first, "Please Enter a new Code No", last});
+    QTest::newRow("Yes: the same code, old rows replaced") << true << ""
+                                                           << "C00007" << sl({first, last});
+    QTest::newRow("No: under a new code, as codes are kept")
+        << false << " c00050"
+        << "C00050" << sl({first, "Please Enter a new Code No", last});
 }
 
 // A client's archive goes back under the chosen code: its old rows go first, the code columns take
@@ -444,6 +448,7 @@ void TestBackupTools::clientRestore_data()
 void TestBackupTools::clientRestore()
 {
     QFETCH(bool, deleteExisting);
+    QFETCH(QString, typedAs);
     QFETCH(QString, restoredAs);
     // A differing code: main_info1 is written, owner1 is selected by a code_no it lacks, and visits
     // has no rows of that code.
@@ -465,7 +470,7 @@ void TestBackupTools::clientRestore()
     };
     const QStringList others = othersOf(restoredAs);
 
-    m_operator->typed = {qs(" c00007 "), restoredAs};
+    m_operator->typed = {qs(" c00007 "), typedAs};
     m_operator->answer = deleteExisting ? Dialogs::Answer::Yes : Dialogs::Answer::No;
     QPointer<Restore> w = restoreAtTablePage(target.name(), true);
     QVERIFY(w);
