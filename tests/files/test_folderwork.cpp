@@ -3,6 +3,8 @@
 // link, and text replacement that keeps every file's encoding and leaves binaries alone.
 #include "files/filetext.h"
 #include "files/folderwork.h"
+#include "filetree.h"
+#include "testdb.h"
 
 #include <QDir>
 #include <QFile>
@@ -11,26 +13,9 @@
 
 using namespace tabulon;
 using namespace tabulon::Files;
+using namespace tabulon::test;
 
 namespace {
-
-QString qs(const char *s)
-{
-    return QString::fromUtf8(s);
-}
-
-void write(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    QVERIFY2(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size(), qPrintable(path));
-}
-
-QByteArray read(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
 
 void makeReadOnly(const QString &path)
 {

@@ -3,6 +3,7 @@
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
 #include "files/renamefolders.h"
+#include "filetree.h"
 #include "operator.h"
 #include "testdb.h"
 
@@ -24,19 +25,6 @@ using namespace tabulon;
 using namespace tabulon::test;
 
 namespace {
-
-void write(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size());
-}
-
-QByteArray read(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
 
 // The visible names of the tree, indented by depth.
 QStringList visibleNames(QTreeWidget *tree)
