@@ -1,9 +1,12 @@
-// Connection strings as the program writes them, and as operators may type the server.
+// Connection strings as the program writes them, and as operators may type the
+// server.
 #include "db/connectionstring.h"
+#include "testdb.h"
 
 #include <QTest>
 
 using namespace tabulon;
+using namespace tabulon::test;
 
 class TestConnectionString final : public QObject {
     Q_OBJECT
@@ -15,30 +18,19 @@ private Q_SLOTS:
 void TestConnectionString::targets_data()
 {
     QTest::addColumn<QString>("connection");
-    QTest::addColumn<QString>("host");
-    QTest::addColumn<uint>("port");
-    QTest::addColumn<QString>("user");
-    QTest::addColumn<QString>("password");
-    QTest::addColumn<QString>("database");
-
-    QTest::newRow("as written")
-        << QStringLiteral("PROVIDER=MSDASQL;driver={MySQL};server=127.0.0.1:13306;uid=dbop;pwd=;database=Orvita;")
-        << QStringLiteral("127.0.0.1") << 13306u << QStringLiteral("dbop") << QString() << QStringLiteral("Orvita");
-    QTest::newRow("braces") << QStringLiteral("SERVER=h;UID=u;PWD={a;b=}}c};DATABASE=x") << QStringLiteral("h") << 0u
-                            << QStringLiteral("u") << QStringLiteral("a;b=}c") << QStringLiteral("x");
-    QTest::newRow("bad port") << QStringLiteral(" server = h:abc ;uid=a") << QStringLiteral(" h:abc ") << 0u
-                              << QStringLiteral("a") << QString() << QString();
+    QTest::addColumn<QStringList>("target"); // host, port, user, password, database
+    QTest::newRow("as written") << qs("PROVIDER=MSDASQL;driver={MySQL};server=127.0.0.1:13306;uid=dbop;"
+                                      "pwd=;database=Orvita;")
+                                << sl({"127.0.0.1", "13306", "dbop", "", "Orvita"});
+    QTest::newRow("braces") << qs("SERVER=h;UID=u;PWD={a;b=}}c};DATABASE=x") << sl({"h", "0", "u", "a;b=}c", "x"});
+    QTest::newRow("bad port") << qs(" server = h:abc ;uid=a") << sl({" h:abc ", "0", "a", "", ""});
 }
 
 void TestConnectionString::targets()
 {
     QFETCH(QString, connection);
     const ConnectionTarget t = connectionTargetFrom(connection);
-    QTEST(t.host, "host");
-    QTEST(t.port, "port");
-    QTEST(t.user, "user");
-    QTEST(t.password, "password");
-    QTEST(t.database, "database");
+    QTEST((QStringList{t.host, QString::number(t.port), t.user, t.password, t.database}), "target");
 }
 
 QTEST_APPLESS_MAIN(TestConnectionString)
