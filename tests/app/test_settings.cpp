@@ -2,61 +2,62 @@
 #include "app/settings.h"
 #include "app/startup.h"
 #include "db/textsplit.h"
+#include "testdb.h"
 
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
 using namespace tabulon;
+using namespace tabulon::test;
+
+namespace {
+
+bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
+
+} // namespace
 
 class TestSettings final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void readsStoredEmptyMissingAndForeignValues();
-    void writtenFileIsOwnerOnly();
+    void readAndWriteSettings();
     void splitAtLastChar_data();
     void splitAtLastChar();
-    void profileKeepsOtherSections();
-    void serverStartWritesCandidateAndStartsIt();
+    void profileAndServerStart();
 };
 
-void TestSettings::readsStoredEmptyMissingAndForeignValues()
+void TestSettings::readAndWriteSettings()
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("Tabulon.ini"));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write("[Software]\nCorvane\\Tabulon\\Server=\nCorvane\\Tabulon\\User=a, b\n"
-            "Corvane\\Tabulon\\Database=@Variant(\\0\\0\\0\\x2\\0\\0\\0\\x5)\n"
-            "Corvane\\Tabulon\\Password=pw\\0tail\n");
-    f.close();
+    const QString path = dir.filePath(qs("Tabulon.ini"));
+    QVERIFY(writeFile(path, "[Software]\nCorvane\\Tabulon\\Server=\nCorvane\\Tabulon\\User=a, b\n"
+                            "Corvane\\Tabulon\\Database=@Variant(\\0\\0\\0\\x2\\0\\0\\0\\x5)\n"
+                            "Corvane\\Tabulon\\Password=pw\\0tail\n"));
     Settings s(path);
-    const auto read = [&](const QString &name) {
-        return s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, name, QStringLiteral("DEFAULT"));
+    const auto read = [&s](const QString &name) {
+        return s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, name, qs("DEFAULT"));
     };
-    QCOMPARE(read(Settings::kServer), QString());            // stored empty: not the default
-    QCOMPARE(read(Settings::kUser), QStringLiteral("a, b")); // typed by hand with a comma: as typed
-    QCOMPARE(read(Settings::kDatabase), QStringLiteral("DEFAULT"));
-    QCOMPARE(read(Settings::kPassword), QStringLiteral("pw")); // cut at the NUL
-    QCOMPARE(read(QStringLiteral("Missing")), QStringLiteral("DEFAULT"));
-}
+    QCOMPARE(read(Settings::kServer), QString()); // stored empty: not the default
+    QCOMPARE(read(Settings::kUser), qs("a, b"));  // typed by hand with a comma: as typed
+    QCOMPARE(read(Settings::kDatabase), qs("DEFAULT"));
+    QCOMPARE(read(Settings::kPassword), qs("pw")); // cut at the NUL
+    QCOMPARE(read(qs("Missing")), qs("DEFAULT"));
 
-void TestSettings::writtenFileIsOwnerOnly()
-{
-    QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("sub/Tabulon.ini"));
-    Settings s(path);
-    s.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword,
-                          QStringLiteral("s3cret, with comma"));
-    s.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, QString());
-    // Owner read and write, nothing for the group or others.
+    // Written into a new folder, owner read and write, nothing for the group or others.
+    const QString written = dir.filePath(qs("sub/Tabulon.ini"));
+    Settings w(written);
+    w.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, qs("s3cret, with comma"));
+    w.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, QString());
     const auto mode =
-        QFile::permissions(path) & ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser);
+        QFile::permissions(written) & ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser);
     QCOMPARE(mode, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    QCOMPARE(s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, QString()),
-             QStringLiteral("s3cret, with comma"));
-    QCOMPARE(s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, QStringLiteral("x")),
-             QString());
+    QCOMPARE(w.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, QString()),
+             qs("s3cret, with comma"));
+    QCOMPARE(w.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, qs("x")), QString());
 }
 
 void TestSettings::splitAtLastChar_data()
@@ -77,49 +78,38 @@ void TestSettings::splitAtLastChar()
     QTEST(SplitAtLastChar(text, QLatin1Char('\\'), before), "expected");
 }
 
-void TestSettings::profileKeepsOtherSections()
+// Writing a key keeps the other keys and sections; the server start writes its candidate there
+// and starts it, also when the profile cannot be written, and a failed start stays silent.
+void TestSettings::profileAndServerStart()
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("my.ini"));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write("[mysqld]\nbasedir=C:/mysql\n[WinMySqlAdmin]\nServer=old\nQueryInterval=10\n");
-    f.close();
-    QVERIFY(writeProfileString(path, QStringLiteral("WinMySqlAdmin"), QStringLiteral("Server"), QStringLiteral("new")));
-    QVERIFY(writeProfileString(path, QStringLiteral("other"), QStringLiteral("k"), QStringLiteral("v")));
-    QCOMPARE(readProfileString(path, QStringLiteral("WinMySqlAdmin"), QStringLiteral("Server"), {}),
-             QStringLiteral("new"));
-    QCOMPARE(readProfileString(path, QStringLiteral("winmysqladmin"), QStringLiteral("QueryInterval"), {}),
-             QStringLiteral("10"));
-    QCOMPARE(readProfileString(path, QStringLiteral("mysqld"), QStringLiteral("basedir"), {}),
-             QStringLiteral("C:/mysql"));
-    QCOMPARE(readProfileString(path, QStringLiteral("other"), QStringLiteral("k"), {}), QStringLiteral("v"));
-    QCOMPARE(readProfileString(dir.filePath(QStringLiteral("none.ini")), QStringLiteral("a"), QStringLiteral("b"),
-                               QStringLiteral("dflt")),
-             QStringLiteral("dflt"));
-}
+    const QString path = dir.filePath(qs("my.ini"));
+    QVERIFY(writeFile(path, "[mysqld]\nbasedir=C:/mysql\n[WinMySqlAdmin]\nServer=old\nQueryInterval=10\n"));
+    QVERIFY(writeProfileString(path, qs("WinMySqlAdmin"), qs("Server"), qs("new")));
+    QVERIFY(writeProfileString(path, qs("other"), qs("k"), qs("v")));
+    const auto read = [&path](const char *section, const char *key) {
+        return readProfileString(path, qs(section), qs(key), qs("dflt"));
+    };
+    QCOMPARE(read("WinMySqlAdmin", "Server"), qs("new"));
+    QCOMPARE(read("winmysqladmin", "QueryInterval"), qs("10"));
+    QCOMPARE(read("mysqld", "basedir"), qs("C:/mysql"));
+    QCOMPARE(read("other", "k"), qs("v"));
+    QCOMPARE(readProfileString(dir.filePath(qs("none.ini")), qs("a"), qs("b"), qs("dflt")), qs("dflt"));
 
-void TestSettings::serverStartWritesCandidateAndStartsIt()
-{
-    QTemporaryDir dir;
     ServerStartEnvironment env;
-    env.profilePath = dir.filePath(QStringLiteral("my.ini"));
-    env.candidate = dir.filePath(QStringLiteral("server"));
+    env.profilePath = dir.filePath(qs("start.ini"));
+    env.candidate = dir.filePath(qs("server"));
     QStringList started;
-    env.launch = [&](const QString &program) {
+    env.launch = [&started](const QString &program) {
         started << program;
-        return false; // a failed start stays silent
+        return false;
     };
     StartMySqlServer(env);
     QCOMPARE(started, QStringList{env.candidate});
-    QCOMPARE(readProfileString(env.profilePath, QStringLiteral("WinMySqlAdmin"), QStringLiteral("Server"), {}),
-             env.candidate);
-
-    // An unwritable profile still starts the candidate.
-    env.profilePath = dir.filePath(QStringLiteral("missing/dir/my.ini"));
-    started.clear();
+    QCOMPARE(readProfileString(env.profilePath, qs("WinMySqlAdmin"), qs("Server"), {}), env.candidate);
+    env.profilePath = dir.filePath(qs("missing/dir/my.ini"));
     StartMySqlServer(env);
-    QCOMPARE(started, QStringList{env.candidate});
+    QCOMPARE(started, QStringList(2, env.candidate));
 }
 
 QTEST_GUILESS_MAIN(TestSettings)
