@@ -55,8 +55,7 @@ private Q_SLOTS:
     void startUp();
     void goodAndBadSetup();
     void otherWindowsRuleAndExit();
-    void conversionFileChoice();
-    void executeTextFile();
+    void databaseUtilities();
     void loginGate();
 
 private:
@@ -100,43 +99,26 @@ void TestMainWindow::menuTreeAtCreation()
 {
     auto w = makeWindow(serverAddress());
     // Every item in order: its name, its menu ("" on the bar), caption and state at creation.
-    const QStringList tree = sl({"mnusetdb||Set &Database|on",
-                                 "mnuTabDet||Table D&etail|off",
-                                 "mnuTabData||Table D&ata|off",
-                                 "mnuct||&Create Table|off",
-                                 "mnusearch||&Search|off",
-                                 "mnureplace||&Replace|off",
-                                 "mnusch||S&heduler|off",
-                                 "mnubackup|mnusch|&BackUp|on",
-                                 "mnurestore|mnusch|&Restore|on",
-                                 "mnurenfld||Re&name Folders && Files|off",
-                                 "mnudbutil||Database &Utilities|off",
-                                 "mnuchktab|mnudbutil|&Check Tables|off",
-                                 "mnureptab|mnudbutil|&Repair Tables|off",
-                                 "mnuconvertdb|mnudbutil|&Convert Database|off",
-                                 "mnuimpdata|mnudbutil|&Import Data|off",
-                                 "mnuctf|mnudbutil|Create &Text File|on",
-                                 "mnuexet|mnudbutil|Execute Text &File|on",
-                                 "mnuExit||E&xit|on",
-                                 "mnupop|||on",
-                                 "mnuaf|mnupop|Add Field|on",
-                                 "mnudf|mnupop|Delete Field|on",
-                                 "mnumf|mnupop|Modify Field|on",
-                                 "mnupop1|||on",
-                                 "mnudr|mnupop1|Delete Record|on",
-                                 "mnumr|mnupop1|Modify Record|on",
-                                 "mnusavetable|mnupop1|Save Table|on",
-                                 "mnupopren|||on",
-                                 "mnushow|mnupopren|Show|on",
-                                 "mnushowall|mnushow|All|on",
-                                 "mnushowfind|mnushow|Found Dirs & Files|on",
-                                 "mnufindstr|mnupopren|Find String|on",
-                                 "mnureplacestr|mnupopren|Replace String|on",
-                                 "mnuren|mnupopren|Rename|on",
-                                 "mnurensub|mnupopren|Rename Subfolders|on",
-                                 "mnurenfiles|mnupopren|Rename Files|on",
-                                 "mnurepfiles|mnupopren|Replace in Files|on",
-                                 "mnuDelete|mnupopren|&Delete|on"});
+    // clang-format off
+    const QStringList tree = sl({
+        "mnusetdb||Set &Database|on", "mnuTabDet||Table D&etail|off", "mnuTabData||Table D&ata|off",
+        "mnuct||&Create Table|off", "mnusearch||&Search|off", "mnureplace||&Replace|off",
+        "mnusch||S&heduler|off", "mnubackup|mnusch|&BackUp|on", "mnurestore|mnusch|&Restore|on",
+        "mnurenfld||Re&name Folders && Files|off",
+        "mnudbutil||Database &Utilities|off", "mnuchktab|mnudbutil|&Check Tables|off",
+        "mnureptab|mnudbutil|&Repair Tables|off", "mnuconvertdb|mnudbutil|&Convert Database|off",
+        "mnuimpdata|mnudbutil|&Import Data|off", "mnuctf|mnudbutil|Create &Text File|on",
+        "mnuexet|mnudbutil|Execute Text &File|on",
+        "mnuExit||E&xit|on",
+        "mnupop|||on", "mnuaf|mnupop|Add Field|on", "mnudf|mnupop|Delete Field|on", "mnumf|mnupop|Modify Field|on",
+        "mnupop1|||on", "mnudr|mnupop1|Delete Record|on", "mnumr|mnupop1|Modify Record|on",
+        "mnusavetable|mnupop1|Save Table|on",
+        "mnupopren|||on", "mnushow|mnupopren|Show|on", "mnushowall|mnushow|All|on",
+        "mnushowfind|mnushow|Found Dirs & Files|on", "mnufindstr|mnupopren|Find String|on",
+        "mnureplacestr|mnupopren|Replace String|on", "mnuren|mnupopren|Rename|on",
+        "mnurensub|mnupopren|Rename Subfolders|on", "mnurenfiles|mnupopren|Rename Files|on",
+        "mnurepfiles|mnupopren|Replace in Files|on", "mnuDelete|mnupopren|&Delete|on"});
+    // clang-format on
     QStringList actual;
     for (QAction *a : w->menuItems()) {
         QString parent;
@@ -205,12 +187,10 @@ void TestMainWindow::goodAndBadSetup()
     QCOMPARE(w->session()->state(), 1);
     QCOMPARE(w->Database, db.name());
     verifyEnabled(*w, true);
-    {
-        QSettings ini(iniPath(), QSettings::IniFormat);
-        QCOMPARE(ini.value(qs("Software/Corvane/Tabulon/Database")).toString(), db.name());
-        QCOMPARE(ini.value(qs("Software/Corvane/Tabulon/Server")).toString(), serverAddress());
-        QCOMPARE(ini.value(qs("Software/Corvane/Tabulon/Password")).toString(), QString());
-    }
+    const QSettings ini(iniPath(), QSettings::IniFormat);
+    QCOMPARE(ini.value(qs("Software/Corvane/Tabulon/Database")).toString(), db.name());
+    QCOMPARE(ini.value(qs("Software/Corvane/Tabulon/Server")).toString(), serverAddress());
+    QCOMPARE(ini.value(qs("Software/Corvane/Tabulon/Password")).toString(), QString());
 
     // A failure after the success: only the three commands stay usable.
     w->menuItem(qs("mnusetdb"))->trigger();
@@ -260,40 +240,10 @@ void TestMainWindow::otherWindowsRuleAndExit()
     QCOMPARE(m_operator->ends, QList<int>{0});
 }
 
-void TestMainWindow::conversionFileChoice()
-{
-    auto w = makeWindow(serverAddress());
-    w->enableAllMenus();
-    // A stand-in for the conversion window: a modal tool with the source box it is handed.
-    w->registerModalTool(qs("mnuconvertdb"), [](MDIForm1 &m) -> QWidget * {
-        auto *d = new QDialog(&m);
-        (new QLineEdit(d))->setObjectName(qs("Text1"));
-        return d;
-    });
-    QAction *convert = w->menuItem(qs("mnuconvertdb"));
-    convert->trigger(); // cancelled: nothing opens
-    QCOMPARE(m_operator->fileFilters, sl({"Access Database|*.mdb|DSN|*.dsn"}));
-    QVERIFY(m_operator->modals.isEmpty());
-    QVERIFY(convert->isEnabled());
-
-    const QString before = QDir::currentPath();
-    QVERIFY(QDir(m_dir->path()).mkpath(qs("src")));
-    m_operator->chosenFile = m_dir->filePath(qs("src/Old Clients.mdb"));
-    convert->trigger();
-    const QString current = QDir::currentPath();
-    QDir::setCurrent(before);
-    QCOMPARE(m_operator->modals.size(), 1);
-    QCOMPARE(edit(m_operator->modals.first(), "Text1")->text(), qs("Old Clients.mdb"));
-    QCOMPARE(QFileInfo(current).canonicalFilePath(), QFileInfo(m_dir->filePath(qs("src"))).canonicalFilePath());
-    QVERIFY(!convert->isEnabled());
-    m_operator->modals.first()->close();
-    QTRY_VERIFY(convert->isEnabled());
-}
-
 // "Create Text File" writes the script of the current database's tables into the program's
 // folder and says "Finished"; a failure is the run-time report. "Execute Text File" starts the
 // companion program there, or says it is missing.
-void TestMainWindow::executeTextFile()
+void TestMainWindow::databaseUtilities()
 {
     ScratchDatabase db(qs("textfile"));
     QVERIFY_DB(db.error());
@@ -326,6 +276,33 @@ void TestMainWindow::executeTextFile()
     execute->trigger();
     QTRY_VERIFY(QFile::exists(marker));
     QCOMPARE(m_operator->told.size(), 1);
+
+    // "Convert Database" asks for the source file, goes to its folder and hands its name over.
+    w->enableAllMenus();
+    // A stand-in for the conversion window: a modal tool with the source box it is handed.
+    w->registerModalTool(qs("mnuconvertdb"), [](MDIForm1 &m) -> QWidget * {
+        auto *d = new QDialog(&m);
+        (new QLineEdit(d))->setObjectName(qs("Text1"));
+        return d;
+    });
+    QAction *convert = w->menuItem(qs("mnuconvertdb"));
+    convert->trigger(); // cancelled: nothing opens
+    QCOMPARE(m_operator->fileFilters, sl({"Access Database|*.mdb|DSN|*.dsn"}));
+    QVERIFY(m_operator->modals.isEmpty());
+    QVERIFY(convert->isEnabled());
+
+    const QString before = QDir::currentPath();
+    QVERIFY(QDir(m_dir->path()).mkpath(qs("src")));
+    m_operator->chosenFile = m_dir->filePath(qs("src/Old Clients.mdb"));
+    convert->trigger();
+    const QString current = QDir::currentPath();
+    QDir::setCurrent(before);
+    QCOMPARE(m_operator->modals.size(), 1);
+    QCOMPARE(edit(m_operator->modals.first(), "Text1")->text(), qs("Old Clients.mdb"));
+    QCOMPARE(QFileInfo(current).canonicalFilePath(), QFileInfo(m_dir->filePath(qs("src"))).canonicalFilePath());
+    QVERIFY(!convert->isEnabled());
+    m_operator->modals.first()->close();
+    QTRY_VERIFY(convert->isEnabled());
 }
 
 void TestMainWindow::loginGate()
