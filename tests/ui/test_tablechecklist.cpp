@@ -13,49 +13,36 @@
 using namespace tabulon;
 using namespace tabulon::test;
 
-namespace {
-
-void clickOption(TableChecklist &list, const char *name)
-{
-    auto *option = list.findChild<QRadioButton *>(qs(name));
-    QTest::mouseClick(option, Qt::LeftButton, {}, option->rect().center());
-}
-
-} // namespace
-
 class TestTableChecklist final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void optionsTickAndUntick();
-    void runWalksTickedInOrderWithStatus();
+    void optionsThenRunTickedInOrder();
 };
 
-void TestTableChecklist::optionsTickAndUntick()
-{
-    QWidget window;
-    auto *list = new TableChecklist(qs("Checking Table "), sl({"t1", "t2", "t3"}), &window);
-    window.show();
-    auto *lst = list->findChild<QListWidget *>(qs("lsttables"));
-    lst->setCurrentRow(2);
-    clickOption(*list, "optall");
-    QCOMPARE(list->tickedTables(), sl({"t1", "t2", "t3"}));
-    QCOMPARE(lst->currentRow(), 0);
-
-    // A click on the option already set ticks everything again.
-    list->setTicked(qs("t2"), false);
-    clickOption(*list, "optall");
-    QCOMPARE(list->tickedCount(), 3);
-
-    clickOption(*list, "optdeselall");
-    lst->item(1)->setCheckState(Qt::Checked);
-    QCOMPARE(list->tickedTables(), sl({"t2"}));
-}
-
-void TestTableChecklist::runWalksTickedInOrderWithStatus()
+void TestTableChecklist::optionsThenRunTickedInOrder()
 {
     QWidget window;
     auto *list = new TableChecklist(qs("Checking Table "), sl({"t1", "t2", "t3", "bill"}), &window);
     window.show();
+    const auto clickOption = [list](const char *name) {
+        auto *option = list->findChild<QRadioButton *>(qs(name));
+        QTest::mouseClick(option, Qt::LeftButton, {}, option->rect().center());
+    };
+    auto *lst = list->findChild<QListWidget *>(qs("lsttables"));
+    lst->setCurrentRow(2);
+    clickOption("optall");
+    QCOMPARE(list->tickedTables(), sl({"t1", "t2", "t3", "bill"}));
+    QCOMPARE(lst->currentRow(), 0);
+    // A click on the option already set ticks everything again.
+    list->setTicked(qs("t2"), false);
+    clickOption("optall");
+    QCOMPARE(list->tickedCount(), 4);
+    clickOption("optdeselall");
+    lst->item(1)->setCheckState(Qt::Checked);
+    QCOMPARE(list->tickedTables(), sl({"t2"}));
+
+    // The run walks the ticked tables in list order with the status line, on the progress page.
+    list->setTicked(qs("t2"), false);
     for (const char *table : {"t1", "t3", "bill"})
         list->setTicked(qs(table), true);
     auto *status = list->findChild<QLabel *>(qs("lblcopying"));
