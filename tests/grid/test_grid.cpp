@@ -15,7 +15,7 @@
 #include <tuple>
 
 using namespace tabulon;
-using tabulon::test::sl;
+using namespace tabulon::test;
 
 namespace {
 
@@ -87,7 +87,7 @@ void TestGrid::sortByHeaderClicks()
     QCOMPARE(column(g, 2), sl({"Apple", "banana", "cherry", "date", "fig", "pear"}));
     QCOMPARE(column(g, 1), sl({"2", "4", "5", "6", "3", "1"}));
     QCOMPARE(column(g, 0), sl({"1", "2", "3", "4", "5", "6"}));
-    QCOMPARE(g.textMatrix(g.row(), 2), QStringLiteral("fig"));
+    QCOMPARE(g.textMatrix(g.row(), 2), qs("fig"));
 
     for (const int section : {2, 2, 3})
         clickHeader(g, section);
@@ -146,10 +146,10 @@ void TestGrid::selectAndEdit()
         auto *editor = qobject_cast<QLineEdit *>(QApplication::focusWidget());
         QCOMPARE(editor != nullptr, changes);
         if (editor) {
-            QTest::keyClicks(editor, QStringLiteral("2, \"text\""));
+            QTest::keyClicks(editor, qs("2, \"text\""));
             QTest::keyClick(editor, Qt::Key_Return);
         }
-        QTRY_COMPARE(g.textMatrix(4, col), changes ? QStringLiteral("42, \"text\"") : before);
+        QTRY_COMPARE(g.textMatrix(4, col), changes ? qs("42, \"text\"") : before);
     }
     QCOMPARE(QList<QVariantList>(edited), (QList<QVariantList>{{4, 2}, {4, 1}}));
 
@@ -162,7 +162,7 @@ void TestGrid::selectAndEdit()
     QVERIFY(editor);
     presses.clear();
     QTest::mousePress(editor, Qt::RightButton, {}, QPoint(2, 2));
-    QTRY_COMPARE(g.textMatrix(4, 3), QStringLiteral("7"));
+    QTRY_COMPARE(g.textMatrix(4, 3), qs("7"));
     QTRY_VERIFY(!g.viewport()->findChild<QLineEdit *>(QString(), Qt::FindDirectChildrenOnly));
     QCOMPARE(presses, (QList<QPair<int, int>>{{Qt::RightButton, 4}}));
     QVERIFY(!qobject_cast<QMenu *>(QApplication::activePopupWidget()));
@@ -174,9 +174,9 @@ void TestGrid::columnStateAndLoading()
 {
     Grid &g = *m_grid;
     QTemporaryDir dir;
-    QVERIFY_DB(g.saveGrid(dir.filePath(QStringLiteral("good.grid"))));
+    QVERIFY_DB(g.saveGrid(dir.filePath(qs("good.grid"))));
     g.setColHidden(1, true);
-    g.setTextMatrix(2, 2, QStringLiteral("a considerably longer name than the others"));
+    g.setTextMatrix(2, 2, qs("a considerably longer name than the others"));
     g.setTextMatrix(3, 3, QString(2000, QLatin1Char('w')));
     g.autoSize(0, g.cols() - 1);
     const int textWidth = g.fontMetrics().horizontalAdvance(g.textMatrix(2, 2));
@@ -186,7 +186,7 @@ void TestGrid::columnStateAndLoading()
     g.setCurrentCell(3, 2);
     g.cells().setRows(40); // a count change resets the view
     g.refresh();
-    QVERIFY(g.loadGrid(dir.filePath(QStringLiteral("missing.grid"))).isFileError());
+    QVERIFY(g.loadGrid(dir.filePath(qs("missing.grid"))).isFileError());
     QCOMPARE(g.model()->rowCount(), 39);
     QCOMPARE(QPair(g.row(), g.col()), QPair(3, 2));
     QVERIFY(g.isColHidden(1));
@@ -196,9 +196,9 @@ void TestGrid::columnStateAndLoading()
     g.moveColumn(3, 0);
     QCOMPARE(g.columnWidth(0), Grid::kMaxAutoWidth);
     QVERIFY(g.isColHidden(2));
-    QCOMPARE(g.model()->headerData(0, Qt::Horizontal).toString(), QStringLiteral("qty"));
+    QCOMPARE(g.model()->headerData(0, Qt::Horizontal).toString(), qs("qty"));
 
-    QVERIFY_DB(g.loadGrid(dir.filePath(QStringLiteral("good.grid"))));
+    QVERIFY_DB(g.loadGrid(dir.filePath(qs("good.grid"))));
     QCOMPARE(column(g, 2), sl({"pear", "Apple", "fig", "banana", "cherry", "date"}));
     QVERIFY(!g.isColHidden(2));
     QVERIFY(g.columnWidth(0) < Grid::kMaxAutoWidth);
@@ -207,7 +207,7 @@ void TestGrid::columnStateAndLoading()
     g.setColHidden(1, true);
     g.setFixedRows(0);
     QVERIFY(!g.horizontalHeader()->isVisible());
-    QCOMPARE(g.model()->index(0, 3).data().toString(), QStringLiteral("qty"));
+    QCOMPARE(g.model()->index(0, 3).data().toString(), qs("qty"));
     g.clear();
     QCOMPARE(g.model()->rowCount(), 0);
     QVERIFY(!g.isColHidden(1));

@@ -11,7 +11,7 @@
 #include <tuple>
 
 using namespace tabulon;
-using tabulon::test::sl;
+using namespace tabulon::test;
 
 namespace {
 
@@ -26,11 +26,6 @@ GridData makeGrid(const QStringList &rows)
         for (int c = 0; c < g.cols(); ++c)
             g.setText(r, c, rows[r].section(QLatin1Char('|'), c, c));
     return g;
-}
-
-QStringList contents(const GridData &g)
-{
-    return test::gridRowTexts(g);
 }
 
 } // namespace
@@ -51,23 +46,23 @@ void TestGridData::rowOperations()
     // The cells of dropped rows must not come back in rows added later.
     g.removeRow(4);
     g.insertRow(4);
-    QCOMPARE(contents(g), sl({"h", "a", "b", "c", ""}));
+    QCOMPARE(gridRowTexts(g), sl({"h", "a", "b", "c", ""}));
     g.setRows(2);
     g.setRows(4);
-    g.setText(3, 0, QStringLiteral("c"));
+    g.setText(3, 0, qs("c"));
     g.insertRow(0);
     g.insertRow(2);
     g.removeRow(3);
-    QCOMPARE(contents(g), sl({"", "h", "", "", "c"}));
+    QCOMPARE(gridRowTexts(g), sl({"", "h", "", "", "c"}));
 
     // After a sort the row index is no longer the identity.
-    g.setText(2, 0, QStringLiteral("b"));
+    g.setText(2, 0, qs("b"));
     g.sort(0, 2);
-    QCOMPARE(contents(g), sl({"", "h", "c", "b", ""}));
+    QCOMPARE(gridRowTexts(g), sl({"", "h", "c", "b", ""}));
     g.setRows(3);
     g.setRows(5);
-    g.setText(4, 0, QStringLiteral("y"));
-    QCOMPARE(contents(g), sl({"", "h", "c", "", "y"}));
+    g.setText(4, 0, qs("y"));
+    QCOMPARE(gridRowTexts(g), sl({"", "h", "c", "", "y"}));
 }
 
 void TestGridData::columnOperations()
@@ -75,24 +70,24 @@ void TestGridData::columnOperations()
     GridData g = makeGrid(sl({"A|B|C|D", "a1|b1|c1|d1", "a2|b2|c2|d2"}));
     g.sort(0, 2); // the rows travel in the row index, the columns must not care
     g.moveColumn(3, 1);
-    QCOMPARE(contents(g), sl({"A|D|B|C", "a2|d2|b2|c2", "a1|d1|b1|c1"}));
+    QCOMPARE(gridRowTexts(g), sl({"A|D|B|C", "a2|d2|b2|c2", "a1|d1|b1|c1"}));
     g.moveColumn(0, 3);
     const QStringList moved = sl({"D|B|C|A", "d2|b2|c2|a2", "d1|b1|c1|a1"});
-    QCOMPARE(contents(g), moved);
+    QCOMPARE(gridRowTexts(g), moved);
 
     // Out of range is ignored.
     g.moveColumn(0, 4);
     g.insertRow(4);
-    g.setText(1, 4, QStringLiteral("x"));
-    g.setColumnTexts(4, 0, 2, [](int) { return QStringLiteral("x"); });
-    QCOMPARE(contents(g), moved);
+    g.setText(1, 4, qs("x"));
+    g.setColumnTexts(4, 0, 2, [](int) { return qs("x"); });
+    QCOMPARE(gridRowTexts(g), moved);
 
     // Clearing a sorted grid leaves an empty header row that later rows start after.
     g.setFixedCols(1);
     g.clear();
     g.insertRow(1);
-    g.setText(1, 1, QStringLiteral("w"));
-    QCOMPARE(contents(g), sl({"|||", "|w||"}));
+    g.setText(1, 1, qs("w"));
+    QCOMPARE(gridRowTexts(g), sl({"|||", "|w||"}));
 }
 
 // Each value comes with its original position, so stability and rows keeping their cells show.
@@ -114,18 +109,18 @@ void TestGridData::sort()
         {3, sl({"b", "a"}), {0, 1}},
     };
     for (const auto &[order, values, sorted] : cases) {
-        QStringList rows{QStringLiteral("h|at")}, expected = rows;
+        QStringList rows{qs("h|at")}, expected = rows;
         for (int i = 0; i < values.size(); ++i) {
             rows << values[i] + QLatin1Char('|') + QString::number(i);
             expected << values[sorted[i]] + QLatin1Char('|') + QString::number(sorted[i]);
         }
         GridData g = makeGrid(rows);
         g.sort(0, order);
-        QCOMPARE(contents(g), expected);
+        QCOMPARE(gridRowTexts(g), expected);
         // Without a fixed row the first row sorts with the others: "at" goes after the numbers.
         g.setFixedRows(0);
         g.sort(1, 1);
-        QCOMPARE(contents(g).last(), QStringLiteral("h|at"));
+        QCOMPARE(gridRowTexts(g).last(), qs("h|at"));
     }
 }
 
@@ -135,19 +130,19 @@ void TestGridData::sort()
 void TestGridData::randomEditsMatchReference()
 {
     QRandomGenerator rng(20240611);
-    GridData g = makeGrid(QStringList(6000, QStringLiteral("||")));
+    GridData g = makeGrid(QStringList(6000, qs("||")));
     QList<QStringList> ref(6000, QStringList(3));
     for (int step = 0; step < 12000; ++step) {
         const int op = rng.bounded(100), c = rng.bounded(3), rows = static_cast<int>(ref.size());
         if (op < 68) {
             const int r = rng.bounded(rows);
-            ref[r][c] = rng.bounded(5) == 0 ? QString() : QString::number(rng.bounded(100000)) + QStringLiteral("ä");
+            ref[r][c] = rng.bounded(5) == 0 ? QString() : QString::number(rng.bounded(100000)) + qs("ä");
             g.setText(r, c, ref[r][c]);
         } else if (op < 70) {
             // A few rows are written as edits, many rebuild the column; ranges may run past the end.
             const int first = rng.bounded(rows);
             const int last = first + (rng.bounded(2) ? rng.bounded(20) : rng.bounded(rows));
-            const auto text = [step](int r) { return QStringLiteral("%1/%2").arg(step).arg(r); };
+            const auto text = [step](int r) { return qs("%1/%2").arg(step).arg(r); };
             g.setColumnTexts(c, first, last, text);
             for (int r = first; r <= std::min(last, rows - 1); ++r)
                 ref[r][c] = text(r);
@@ -170,7 +165,7 @@ void TestGridData::randomEditsMatchReference()
     QStringList expected;
     for (const QStringList &row : ref)
         expected << row.join(QLatin1Char('|'));
-    QCOMPARE(contents(g), expected);
+    QCOMPARE(gridRowTexts(g), expected);
 }
 
 // Field names make the header row, NULLs empty cells, and the fixed column stays empty.
@@ -178,21 +173,21 @@ void TestGridData::recordset()
 {
     DatabaseSession session;
     QVERIFY_DB(test::openSession(session, QString()));
-    auto rs = session.openQuery(QStringLiteral("SELECT 1 n, NULL nul, 'a,b\"c' t UNION ALL SELECT 2, 'two', 'Grüße'"));
+    auto rs = session.openQuery(qs("SELECT 1 n, NULL nul, 'a,b\"c' t UNION ALL SELECT 2, 'two', 'Grüße'"));
     QVERIFY2(rs.ok(), qPrintable(rs.error().description));
     GridData copied = makeGrid(sl({"old", "x"}));
     copied.setFixedCols(1);
     copied.loadRecordset(*rs);
-    QCOMPARE(contents(copied), sl({"|n|nul|t", "|1||a,b\"c", "|2|two|Grüße"}));
+    QCOMPARE(gridRowTexts(copied), sl({"|n|nul|t", "|1||a,b\"c", "|2|two|Grüße"}));
 
     // Taken over with nothing fixed, the storage accepts new rows and sorting like any other.
     GridData taken = makeGrid(sl({"old"}));
     taken.setFixedRows(0);
     taken.adoptRecordset(std::move(*rs));
     taken.addRow();
-    taken.setText(2, 0, QStringLiteral("3"));
+    taken.setText(2, 0, qs("3"));
     taken.sort(0, 2);
-    QCOMPARE(contents(taken), sl({"3||", "2|two|Grüße", "1||a,b\"c"}));
+    QCOMPARE(gridRowTexts(taken), sl({"3||", "2|two|Grüße", "1||a,b\"c"}));
 }
 
 QTEST_GUILESS_MAIN(TestGridData)

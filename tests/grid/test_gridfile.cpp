@@ -24,8 +24,7 @@ namespace {
 // The counts, the fixed parts and every cell row by row, for comparing whole grids.
 QStringList contents(const GridData &g)
 {
-    return QStringList{
-               QStringLiteral("%1 %2 %3 %4").arg(g.rows()).arg(g.cols()).arg(g.fixedRows()).arg(g.fixedCols())} +
+    return QStringList{qs("%1 %2 %3 %4").arg(g.rows()).arg(g.cols()).arg(g.fixedRows()).arg(g.fixedCols())} +
            gridRowTexts(g);
 }
 
@@ -77,7 +76,7 @@ void TestGridFile::roundTrip()
         GridData saved = filled(rows, cols, fixedRows, fixedCols);
         saved.sort(cols - 1, 2);
         saved.removeRow(1);
-        saved.setText(saved.rows() - 1, 0, QStringLiteral("edited"));
+        saved.setText(saved.rows() - 1, 0, qs("edited"));
         GridData loaded;
         QVERIFY_DB(filled(rows + 30, cols + 2, 1, 1).saveToFile(path("round.grid")));
         QVERIFY_DB(saved.saveToFile(path("round.grid")));
@@ -96,7 +95,7 @@ void TestGridFile::streaming()
         QVERIFY_DB(out.open(file, 1, 0, 3));
         QVERIFY_DB(out.writeRow(sl({"id", "name", "note"})));
         for (int r = 1; r <= 50000; ++r)
-            QVERIFY_DB(out.writeRow(QStringList{QString::number(r), QStringLiteral("n,'\"\n%1").arg(r)}));
+            QVERIFY_DB(out.writeRow(QStringList{QString::number(r), qs("n,'\"\n%1").arg(r)}));
         QVERIFY_DB(out.writeRow(sl({"a", "b", "c", "dropped"})));
         QVERIFY(!QFile::exists(file));
         QCOMPARE(out.rows(), 50002);
@@ -124,7 +123,7 @@ void TestGridFile::streaming()
         QVERIFY_DB(abandoned.open(path("abandoned.grid"), 1, 1, 1));
         QVERIFY_DB(abandoned.writeRow(sl({"x"})));
     }
-    QCOMPARE(QDir(m_dir.path()).entryList({QStringLiteral("*abandoned*")}, QDir::Files | QDir::Hidden), QStringList());
+    QCOMPARE(QDir(m_dir.path()).entryList({qs("*abandoned*")}, QDir::Files | QDir::Hidden), QStringList());
 }
 
 // Backups written today must stay readable, so the layout is pinned byte for byte.
@@ -134,8 +133,8 @@ void TestGridFile::byteLayout()
     g.setFixedCols(0);
     g.setCols(2);
     g.setRows(2);
-    g.setText(0, 0, QStringLiteral("ab"));
-    g.setText(1, 0, QStringLiteral("ü"));
+    g.setText(0, 0, qs("ab"));
+    g.setText(1, 0, qs("ü"));
     g.setText(0, 1, QString(130, QLatin1Char('z')));
     QVERIFY_DB(g.saveToFile(path("layout.grid")));
 
@@ -183,7 +182,7 @@ void TestGridFile::rejected()
         QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size() &&
                 file.flush());
         const DbError error = g.loadFromFile(path("bad.grid"));
-        const QString text = QStringLiteral("%1: %2").arg(QString::fromUtf8(name), error.description);
+        const QString text = qs("%1: %2").arg(QString::fromUtf8(name), error.description);
         QVERIFY2(error.isFileError() && error.description.contains(QLatin1String("bad.grid")), qPrintable(text));
         QVERIFY2(error.description.contains(QString::fromUtf8(errorPart), Qt::CaseInsensitive), qPrintable(text));
         QVERIFY2(GridFileReader::verify(path("bad.grid")).isError(), name);
