@@ -1,13 +1,11 @@
 // The search and find-and-replace windows against the real server, opened through the main
 // window's "&Search" and "&Replace": what they send, the hit rows, stops and closes during a
 // run, the client-code guard, replace / ignore / Replace All, and opening a search hit.
-#include "app/mdiform1.h"
-#include "app/toolcatalog.h"
 #include "data/search.h"
 #include "data/tabledata.h"
 #include "grid/grid.h"
-#include "operator.h"
-#include "testdb.h"
+#include "gridtexts.h"
+#include "toolfixture.h"
 
 #include <QComboBox>
 #include <QGroupBox>
@@ -15,24 +13,25 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QRadioButton>
-#include <QTemporaryDir>
-#include <QTest>
 #include <QTimer>
 
 using namespace tabulon;
 using namespace tabulon::test;
 
-class TestSearchWindows final : public QObject {
+class TestSearchWindows final : public QObject, ToolFixture {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
+    void initTestCase() { createDatabase("searchwindows"); }
     void init();
-    void cleanup();
+    void cleanup()
+    {
+        delete m_window;
+        closeMain();
+    }
 
     void searchAllOrOneTable();
     void interruptedRun_data();
     void interruptedRun();
-
     void clientCodeGuard_data();
     void clientCodeGuard();
     void replaceIgnoreWrapAndCancel();
@@ -40,7 +39,7 @@ private Q_SLOTS:
     void replaceAll();
 
 private:
-    QWidget *open(const char *command);
+    QWidget *open(const char *command) { return m_window = openTool(command); }
     template <typename T> T *child(const char *name) const { return m_window->findChild<T *>(qs(name)); }
     void click(const char *button) const { child<QPushButton>(button)->click(); }
     void type(const char *box, const char *text) const { child<QLineEdit>(box)->setText(qs(text)); }
@@ -57,24 +56,11 @@ private:
         child<QComboBox>("cbofield")->setCurrentIndex(kind);
         click("cmdfind");
     }
-    QStringList hits() const; // the hit grid's rows
-    QStringList sent() { return statementsReceived(m_db->admin(), session().connectionId()); }
-    void markLog() { QVERIFY_DB(openSession(session(), m_db->name())); }
-    DatabaseSession &session() { return *m_main->session(); }
     Grid *grid() const { return m_window->findChild<Grid *>(qs("Edi_Gr")); }
+    QStringList hits() const { return gridRowTexts(grid()->cells(), 1); }
 
-    std::unique_ptr<ScratchDatabase> m_db;
-    QTemporaryDir m_settingsDir;
-    std::unique_ptr<MDIForm1> m_main;
     QPointer<QWidget> m_window;
-    std::unique_ptr<Operator> m_operator;
 };
-
-void TestSearchWindows::initTestCase()
-{
-    m_db = std::make_unique<ScratchDatabase>(qs("searchwindows"));
-    QVERIFY_DB(m_db->error());
-}
 
 void TestSearchWindows::init()
 {
@@ -91,40 +77,7 @@ void TestSearchWindows::init()
         qs("CREATE TABLE people (id INT PRIMARY KEY, name VARCHAR(20), city VARCHAR(20))"),
         qs("INSERT INTO people VALUES (1,'Oslo','Rome'), (2,'amy','Oslo'), (3,'C2','Lima')"),
     }));
-    m_operator = std::make_unique<Operator>();
-    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
-    registerTools(*m_main);
-    m_main->resize(1000, 700);
-    m_main->show();
-}
-
-void TestSearchWindows::cleanup()
-{
-    delete m_window;
-    m_main.reset();
-    m_operator.reset();
-}
-
-QWidget *TestSearchWindows::open(const char *command)
-{
-    if (openSession(session(), m_db->name()).isError())
-        return nullptr;
-    m_main->enableAllMenus();
-    m_main->menuItem(qs(command))->trigger();
-    m_window = m_main->toolWindow(qs(command));
-    return m_window;
-}
-
-QStringList TestSearchWindows::hits() const
-{
-    QStringList out;
-    for (int r = 1; r < grid()->rows(); ++r) {
-        QStringList cells;
-        for (int c = 0; c < grid()->cols(); ++c)
-            cells << grid()->textMatrix(r, c);
-        out << cells.join(QLatin1Char('|'));
-    }
-    return out;
+    openMain();
 }
 
 void TestSearchWindows::searchAllOrOneTable()

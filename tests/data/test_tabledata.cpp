@@ -1,12 +1,9 @@
 // The table data window against the real server: what it sends, in order and word for word,
 // what the table holds afterwards, and how the grid, the find box and the questions behave.
-#include "app/mdiform1.h"
-#include "app/toolcatalog.h"
 #include "data/tabledata.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
-#include "operator.h"
-#include "testdb.h"
+#include "toolfixture.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -15,8 +12,6 @@
 #include <QMenu>
 #include <QPointer>
 #include <QPushButton>
-#include <QTemporaryDir>
-#include <QTest>
 
 using namespace tabulon;
 using namespace tabulon::test;
@@ -26,12 +21,6 @@ namespace {
 QStringList column(const Grid &grid, int col, int firstRow = 1)
 {
     return gridColumnTexts(grid.cells(), col, firstRow);
-}
-
-// The data rows, fields only.
-QStringList gridRows(const Grid &grid)
-{
-    return gridRowTexts(grid.cells(), 1, 2);
 }
 
 // Types `key` into the current cell, which opens its editor, and returns that editor.
@@ -44,12 +33,17 @@ QLineEdit *openEditor(Grid &grid, Qt::Key key)
 
 } // namespace
 
-class TestTableData final : public QObject {
+class TestTableData final : public QObject, ToolFixture {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
+    void initTestCase() { createDatabase("tabledata"); }
     void init();
-    void cleanup();
+    void cleanup()
+    {
+        // The tool goes first, while the main window that re-enables its command is still whole.
+        delete m_window;
+        closeMain();
+    }
 
     void loadListsTablesAndShowsTheFirst();
     void saveTableRewritesInGridOrder();
@@ -57,38 +51,21 @@ private Q_SLOTS:
     void popupCommandsAskFirst();
     void saveTableFailures_data();
     void saveTableFailures();
-    void sortThenModifyRecord();
-    void modifyRecordFailureSortsAgain();
+    void modifyRecordKeepsTheSort();
     void findNarrowsAndResets();
-    void untrappedLoadFailureEndsTheProgram();
     void rightClickShowsTheRecordMenu();
     void escapeClosesAndPopupReopens();
 
 private:
     TableData *openWindow(const char *table = nullptr);
-    // The server's query log is shared and large: rather than counting what is logged already,
-    // the session starts over on a new connection whose log is empty.
-    void markLog() { QVERIFY_DB(openSession(session(), m_db->name())); }
-    QStringList sent() { return statementsReceived(m_db->admin(), session().connectionId()); }
     void find(const char *text) const
     {
         m_window->findChild<QLineEdit *>(qs("Text1"))->setText(qs(text));
         m_window->findChild<QPushButton *>(qs("cmdfind"))->click();
     }
-    DatabaseSession &session() { return *m_main->session(); }
 
-    std::unique_ptr<ScratchDatabase> m_db;
-    QTemporaryDir m_settingsDir;
-    std::unique_ptr<MDIForm1> m_main;
     QPointer<TableData> m_window;
-    std::unique_ptr<Operator> m_operator;
 };
-
-void TestTableData::initTestCase()
-{
-    m_db = std::make_unique<ScratchDatabase>(QStringLiteral("tabledata"));
-    QVERIFY_DB(m_db->error());
-}
 
 void TestTableData::init()
 {
@@ -105,30 +82,14 @@ void TestTableData::init()
         qs("INSERT INTO vague VALUES ('Cleo',31.1,'Oslo'), ('amy',25.2,'Rome'), ('Bob',47.3,'Oslo'),"
            "('dan',25.4,'Lima'), ('Eve',52.5,'')"),
     }));
-    m_operator = std::make_unique<Operator>();
-    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
-    registerTools(*m_main);
-    m_main->resize(1000, 700);
-    m_main->show();
-}
-
-void TestTableData::cleanup()
-{
-    // The tool goes first, while the main window that re-enables its command is still whole.
-    delete m_window;
-    m_main.reset();
-    m_operator.reset();
+    openMain();
 }
 
 // Opens the window through the main window's "Table D&ata" on a fresh session and, when given,
 // selects `table` in it.
 TableData *TestTableData::openWindow(const char *table)
 {
-    if (openSession(session(), m_db->name()).isError())
-        return nullptr;
-    m_main->enableAllMenus();
-    m_main->menuItem(qs("mnuTabData"))->trigger();
-    m_window = qobject_cast<TableData *>(m_main->toolWindow(qs("mnuTabData")));
+    m_window = qobject_cast<TableData *>(openTool("mnuTabData"));
     if (m_window && table)
         m_window->selectTable(m_window->findChild<QComboBox *>(qs("Combo1"))->findText(qs(table)));
     return m_window;
@@ -156,6 +117,15 @@ void TestTableData::loadListsTablesAndShowsTheFirst()
     Q_EMIT combo->activated(combo->currentIndex());
     QCOMPARE(sent(), sl({"Flush Tables", "Flush Logs", "SELECT * FROM `people`"}));
     QCOMPARE(w->grid()->textMatrix(1, 3), qs("31"));
+
+    // A plain load traps nothing: it reports the error and ends the program.
+    QVERIFY_DB(m_db->run({qs("DROP TABLE people")}));
+    w->LoadTable();
+    QCOMPARE(m_operator->runtimeErrors.size(), 1);
+    QVERIFY2(m_operator->runtimeErrors.first().startsWith(qs("Run-time error '-2147467259 (80004005)':")) &&
+                 m_operator->runtimeErrors.first().contains(qs("people' doesn't exist")),
+             qPrintable(m_operator->runtimeErrors.first()));
+    QCOMPARE(m_operator->ends, QList<int>{1});
 }
 
 void TestTableData::saveTableRewritesInGridOrder()
@@ -164,7 +134,7 @@ void TestTableData::saveTableRewritesInGridOrder()
     QVERIFY(w);
     Grid &g = *w->grid();
     g.sort(2, 2); // name, descending
-    const QStringList shown = gridRows(g);
+    const QStringList shown = gridRowTexts(g.cells(), 1, 2);
     QCOMPARE(shown, sl({"Eve|52|", "dan|25|Lima", "Cleo|31|Oslo", "Bob|47|Oslo", "amy|25|Rome"}));
     markLog();
     w->SaveTable();
@@ -178,7 +148,7 @@ void TestTableData::saveTableRewritesInGridOrder()
                          "SELECT * FROM `people`"}));
     QCOMPARE(m_db->rows(qs("SELECT * FROM people")), shown);
     // Reloaded, sorted again the operator's way and numbered from the top.
-    QCOMPARE(gridRows(g), shown);
+    QCOMPARE(gridRowTexts(g.cells(), 1, 2), shown);
     QCOMPARE(column(g, 0), sl({"1", "2", "3", "4", "5"}));
 }
 
@@ -209,37 +179,11 @@ void TestTableData::popupCommandsAskFirst()
     QCOMPARE(sent(), QStringList());
 }
 
-// Header clicks sort, renumber and are remembered; ModifyRecord then writes the current row
-// into the record it was loaded from, whatever its place on screen.
-void TestTableData::sortThenModifyRecord()
-{
-    TableData *w = openWindow(); // keyed, loaded by key: 1, 2, 3
-    QVERIFY(w);
-    Grid &g = *w->grid();
-    QHeaderView *header = g.horizontalHeader();
-    const QPoint name(header->sectionViewportPosition(3) + header->sectionSize(3) / 2, header->height() / 2);
-    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, name);
-    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, name); // again: descending
-    QCOMPARE(column(g, 3), sl({"c", "b", "a"}));
-    QCOMPARE(column(g, 1), sl({"3", "2", "1"}));
-
-    g.setCurrentCell(1, 3); // c, displayed first, loaded third
-    g.setTextMatrix(1, 3, qs("sea"));
-    g.setTextMatrix(1, 4, qs("2003-03-03"));
-    markLog();
-    w->ModifyRecord();
-    QCOMPARE(m_operator->told, QStringList());
-    QCOMPARE(m_db->rows(qs("SELECT * FROM keyed ORDER BY id")),
-             sl({"1|a|2001-01-01", "2|b|2001-02-02", "3|sea|2003-03-03"}));
-    const QStringList statements = sent();
-    QCOMPARE(statements.size(), 2); // not reloaded
-    QVERIFY2(statements.at(1).startsWith(qs("UPDATE ")) && statements.at(1).contains(qs("`id`<=>'3'")),
-             qPrintable(statements.at(1)));
-}
-
 // A failed ModifyRecord says why, changes nothing and sorts again by the remembered sort, which
-// moves the edited row up; the grid is not reloaded.
-void TestTableData::modifyRecordFailureSortsAgain()
+// moves the edited row up; the grid is not reloaded. Header clicks sort, renumber and are
+// remembered; ModifyRecord then writes the current row into the record it was loaded from,
+// whatever its place on screen.
+void TestTableData::modifyRecordKeepsTheSort()
 {
     TableData *w = openWindow("vague");
     QVERIFY(w);
@@ -254,6 +198,27 @@ void TestTableData::modifyRecordFailureSortsAgain()
     QCOMPARE(m_db->rows(qs("SELECT name FROM vague WHERE city='Aachen'")), QStringList());
     QCOMPARE(column(g, 2), sl({"Eve", "Rob", "dan", "Cleo", "amy"}));
     QCOMPARE(column(g, 1), sl({"5", "3", "4", "1", "2"}));
+
+    m_operator->told.clear();
+    w->selectTable(w->findChild<QComboBox *>(qs("Combo1"))->findText(qs("keyed"))); // loaded by key: 1, 2, 3
+    QHeaderView *header = g.horizontalHeader();
+    const QPoint name(header->sectionViewportPosition(3) + header->sectionSize(3) / 2, header->height() / 2);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, name);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, name); // again: descending
+    QCOMPARE(column(g, 3), sl({"c", "b", "a"}));
+    QCOMPARE(column(g, 1), sl({"3", "2", "1"}));
+    g.setCurrentCell(1, 3); // c, displayed first, loaded third
+    g.setTextMatrix(1, 3, qs("sea"));
+    g.setTextMatrix(1, 4, qs("2003-03-03"));
+    markLog();
+    w->ModifyRecord();
+    QCOMPARE(m_operator->told, QStringList());
+    QCOMPARE(m_db->rows(qs("SELECT * FROM keyed ORDER BY id")),
+             sl({"1|a|2001-01-01", "2|b|2001-02-02", "3|sea|2003-03-03"}));
+    const QStringList statements = sent();
+    QCOMPARE(statements.size(), 2); // not reloaded
+    QVERIFY2(statements.at(1).startsWith(qs("UPDATE ")) && statements.at(1).contains(qs("`id`<=>'3'")),
+             qPrintable(statements.at(1)));
 }
 
 void TestTableData::findNarrowsAndResets()
@@ -323,20 +288,6 @@ void TestTableData::saveTableFailures()
     if (!names.isEmpty())
         QCOMPARE(m_db->rows(qs("SELECT name FROM people")), names);
     QCOMPARE(m_operator->runtimeErrors, QStringList());
-}
-
-// A plain load traps nothing: it reports the error and ends the program.
-void TestTableData::untrappedLoadFailureEndsTheProgram()
-{
-    TableData *w = openWindow("people");
-    QVERIFY(w);
-    QVERIFY_DB(m_db->run({qs("DROP TABLE people")}));
-    w->LoadTable();
-    QCOMPARE(m_operator->runtimeErrors.size(), 1);
-    QVERIFY2(m_operator->runtimeErrors.first().startsWith(qs("Run-time error '-2147467259 (80004005)':")) &&
-                 m_operator->runtimeErrors.first().contains(qs("people' doesn't exist")),
-             qPrintable(m_operator->runtimeErrors.first()));
-    QCOMPARE(m_operator->ends, QList<int>{1});
 }
 
 // A right press shows the record pop-up without touching the operator's marks, so "Delete

@@ -1,13 +1,10 @@
 // The check and repair tools through the main window's menu against a real server whose
 // MyISAM files the tests damage: statements sent, messages shown, the pages, the file copy
 // from another database's folder, the exit question and the menu item given back on close.
-#include "app/mdiform1.h"
-#include "app/toolcatalog.h"
+#include "../data/toolfixture.h"
 #include "grid/grid.h"
 #include "maintenance/checktable.h"
 #include "maintenance/repairtable.h"
-#include "operator.h"
-#include "testdb.h"
 #include "ui/tablechecklist.h"
 
 #include <QAction>
@@ -16,8 +13,6 @@
 #include <QLineEdit>
 #include <QPointer>
 #include <QPushButton>
-#include <QTemporaryDir>
-#include <QTest>
 #include <QTimer>
 
 using namespace tabulon;
@@ -38,12 +33,12 @@ void click(QWidget *window, const char *name, QWidget *inside = nullptr)
 
 } // namespace
 
-class TestMaintenanceTools final : public QObject {
+class TestMaintenanceTools final : public QObject, ToolFixture {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
     void init();
-    void cleanup();
+    void cleanup() { closeMain(); } // the tools are children of the main window and go with it
 
     void checkFindsDamageAndReplaceMendsIt();
     void repairThenCheckFindsNoError();
@@ -55,21 +50,15 @@ private:
         m_main->menuItem(qs(menu))->trigger();
         return m_operator->modals.size() == 1 ? qobject_cast<Tool *>(m_operator->modals.first()) : nullptr;
     }
-    QStringList sent() { return statementsReceived(m_db->admin(), m_main->session()->connectionId()); }
     DbError damageIndex();
 
-    std::unique_ptr<ScratchDatabase> m_db;
     std::unique_ptr<ScratchDatabase> m_source;
     QString m_dataFolder;
-    QTemporaryDir m_settingsDir;
-    std::unique_ptr<MDIForm1> m_main;
-    std::unique_ptr<Operator> m_operator;
 };
 
 void TestMaintenanceTools::initTestCase()
 {
-    m_db = std::make_unique<ScratchDatabase>(qs("maintenance"));
-    QVERIFY_DB(m_db->error());
+    createDatabase("maintenance");
     m_source = std::make_unique<ScratchDatabase>(qs("maintenance_source"));
     QVERIFY_DB(m_source->error());
     QVERIFY_DB(m_source->run(kTables + QStringList{qs("FLUSH TABLES")}));
@@ -78,22 +67,12 @@ void TestMaintenanceTools::initTestCase()
 
 void TestMaintenanceTools::init()
 {
-    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS bill, sound")}));
-    QVERIFY_DB(m_db->run(kTables));
-    m_operator = std::make_unique<Operator>();
-    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
+    QVERIFY_DB(m_db->run(QStringList{qs("DROP TABLE IF EXISTS bill, sound")} + kTables));
+    openMain();
     m_main->settingsStore().WriteRegistryString(Hive::LocalMachine, Settings::kKey, qs("DataFolder"), m_dataFolder);
     m_main->Database = m_db->name();
-    registerTools(*m_main);
-    QVERIFY_DB(openSession(*m_main->session(), m_db->name()));
+    markLog(); // the session the tools open on
     m_main->enableAllMenus();
-}
-
-void TestMaintenanceTools::cleanup()
-{
-    // The tools are children of the main window and go with it.
-    m_main.reset();
-    m_operator.reset();
 }
 
 DbError TestMaintenanceTools::damageIndex()

@@ -1,13 +1,11 @@
 // Table detail and create table through the main window's menus against a real server: the
 // statements sent, the narrowing of the table list, the field commands of the pop-up menu,
 // the keys and rows of the create grid, and what a save says.
-#include "app/mdiform1.h"
-#include "app/toolcatalog.h"
+#include "../data/toolfixture.h"
 #include "grid/grid.h"
-#include "operator.h"
+#include "gridtexts.h"
 #include "structure/createtable.h"
 #include "structure/tableinfo.h"
-#include "testdb.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -16,8 +14,6 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QRadioButton>
-#include <QTemporaryDir>
-#include <QTest>
 
 using namespace tabulon;
 using namespace tabulon::test;
@@ -31,14 +27,7 @@ const QStringList kListAll{qs("Repair Table bill"),        qs("show columns from
 
 QStringList gridRows(const Grid &g)
 {
-    QStringList out;
-    for (int r = 1; r < g.rows(); ++r) {
-        QStringList cells;
-        for (int c = 0; c < g.cols(); ++c)
-            cells << g.textMatrix(r, c);
-        out << cells.join(QLatin1Char('|'));
-    }
-    return out;
+    return gridRowTexts(g.cells(), 1);
 }
 
 QStringList items(const QComboBox *combo)
@@ -56,12 +45,12 @@ template <typename W> W *child(QWidget *w, const char *name)
 
 } // namespace
 
-class TestStructureTools final : public QObject {
+class TestStructureTools final : public QObject, ToolFixture {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
+    void initTestCase() { createDatabase("structure"); }
     void init();
-    void cleanup();
+    void cleanup() { closeMain(); }
 
     void detailListsAndNarrows();
     void fieldCommands_data();
@@ -76,8 +65,6 @@ private:
         m_main->menuItem(qs(menu))->trigger();
         return qobject_cast<Tool *>(m_main->toolWindow(qs(menu)));
     }
-    QStringList sent() { return statementsReceived(m_db->admin(), m_main->session()->connectionId()); }
-    void markLog() { QVERIFY_DB(openSession(*m_main->session(), m_db->name())); }
     QComboBox *combo(QWidget *w) { return child<QComboBox>(w, "Combo1"); }
     QStringList prompts() const
     {
@@ -86,18 +73,7 @@ private:
             out << p.text;
         return out;
     }
-
-    std::unique_ptr<ScratchDatabase> m_db;
-    QTemporaryDir m_settingsDir;
-    std::unique_ptr<MDIForm1> m_main;
-    std::unique_ptr<Operator> m_operator;
 };
-
-void TestStructureTools::initTestCase()
-{
-    m_db = std::make_unique<ScratchDatabase>(qs("structure"));
-    QVERIFY_DB(m_db->error());
-}
 
 void TestStructureTools::init()
 {
@@ -107,19 +83,9 @@ void TestStructureTools::init()
         qs("CREATE TABLE owner1 (code VARCHAR(10), code_no INT)"),
         qs("CREATE TABLE staff (id INT, nick VARCHAR(8))"),
     }));
-    m_operator = std::make_unique<Operator>();
-    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
-    registerTools(*m_main);
-    m_main->resize(1000, 700);
-    m_main->show();
-    QVERIFY_DB(openSession(*m_main->session(), m_db->name()));
+    openMain();
+    markLog(); // the session the tools open on
     m_main->enableAllMenus();
-}
-
-void TestStructureTools::cleanup()
-{
-    m_main.reset();
-    m_operator.reset();
 }
 
 void TestStructureTools::detailListsAndNarrows()
@@ -327,7 +293,7 @@ void TestStructureTools::saveTable()
         QVERIFY_DB(m_db->run({qs("DROP USER IF EXISTS '%1'@'127.0.0.1'").arg(user),
                               qs("CREATE USER '%1'@'127.0.0.1' IDENTIFIED BY ''").arg(user),
                               qs("GRANT SELECT ON `%1`.* TO '%2'@'127.0.0.1'").arg(m_db->name(), user)}));
-        QVERIFY_DB(m_main->session()->open(connectionString(m_db->name()), user));
+        QVERIFY_DB(session().open(connectionString(m_db->name()), user));
     }
     CreateTable *w = open<CreateTable>("mnuct");
     QVERIFY(w);
