@@ -36,21 +36,21 @@ private Q_SLOTS:
     void replaceFiles();
 };
 
+// One row per line reads best here.
+// clang-format off
 void TestTableCheck::namedFile_data()
 {
     QTest::addColumn<QString>("table");
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("file in quotes") << qs("bill")
-                                    << qs("Index for table './orvita/bill.MYI' is corrupt; try to repair it")
-                                    << qs("bill.MYI");
-    QTest::newRow("other case in message")
-        << qs("BILL") << qs("Can't find file: './x/bill.MYI' (errno: 2)") << qs("bill.MYI");
-    QTest::newRow("name not in message") << qs("bill") << qs("Corrupt") << qs("bill");
-    QTest::newRow("no quote after name") << qs("bill") << qs("Table bill is marked as crashed") << qs("bill");
-    QTest::newRow("quote only before name") << qs("bill") << qs("'x' bill") << qs("bill");
-    QTest::newRow("first occurrence wins") << qs("bill") << qs("bill_old and 'bill.MYD'") << qs("bill_old and ");
+    QTest::newRow("file in quotes") << "bill" << "Index for table './orvita/bill.MYI' is corrupt; try to repair it" << "bill.MYI";
+    QTest::newRow("other case in message") << "BILL" << "Can't find file: './x/bill.MYI' (errno: 2)" << "bill.MYI";
+    QTest::newRow("name not in message") << "bill" << "Corrupt" << "bill";
+    QTest::newRow("no quote after name") << "bill" << "Table bill is marked as crashed" << "bill";
+    QTest::newRow("quote only before name") << "bill" << "'x' bill" << "bill";
+    QTest::newRow("first occurrence wins") << "bill" << "bill_old and 'bill.MYD'" << "bill_old and ";
 }
+// clang-format on
 
 void TestTableCheck::namedFile()
 {
