@@ -3,6 +3,7 @@
 // from another database's folder, the exit question and the menu item given back on close.
 #include "../data/toolfixture.h"
 #include "grid/grid.h"
+#include "gridtexts.h"
 #include "maintenance/checktable.h"
 #include "maintenance/repairtable.h"
 #include "ui/tablechecklist.h"
@@ -104,10 +105,7 @@ void TestMaintenanceTools::checkFindsDamageAndReplaceMendsIt()
     QCOMPARE(sent(), sl({"SHOW Tables", "Check Table bill Extended", "Check Table sound Extended"}));
     auto *resultPage = w->findChild<QFrame *>(qs("Frame1"));
     QVERIFY(resultPage->isVisible() && !list->isVisible());
-    const Grid &g = *w->resultGrid();
-    QStringList names;
-    for (int r = 1; r < g.rows(); ++r)
-        names << g.textMatrix(r, 1);
+    const QStringList names = gridColumnTexts(w->resultGrid()->cells(), 1);
     QVERIFY2(names.contains(qs("bill.MYI")) && !names.contains(qs("sound")), qPrintable(names.join(u',')));
 
     // Back keeps the ticks; the good index comes from the other database's folder.

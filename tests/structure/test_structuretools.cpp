@@ -25,11 +25,6 @@ namespace {
 const QStringList kListAll{qs("Repair Table bill"),        qs("show columns from bill"), qs("Repair Table owner1"),
                            qs("show columns from owner1"), qs("Repair Table staff"),     qs("show columns from staff")};
 
-QStringList gridRows(const Grid &g)
-{
-    return gridRowTexts(g.cells(), 1);
-}
-
 QStringList items(const QComboBox *combo)
 {
     QStringList out;
@@ -95,7 +90,7 @@ void TestStructureTools::detailListsAndNarrows()
     QVERIFY(!m_main->menuItem(qs("mnuTabDet"))->isEnabled());
     QCOMPARE(items(combo(w)), sl({"bill", "owner1", "staff"}));
     QCOMPARE(sent(), sl({"SHOW Tables", "Repair Table bill", "show columns from bill"}));
-    QCOMPARE(gridRows(*w->grid()), sl({"1 - bill|code|varchar(10)", "2 - bill|name|varchar(20)"}));
+    QCOMPARE(gridRowTexts(w->grid()->cells(), 1), sl({"1 - bill|code|varchar(10)", "2 - bill|name|varchar(20)"}));
 
     markLog();
     combo(w)->setCurrentIndex(2);
@@ -110,7 +105,7 @@ void TestStructureTools::detailListsAndNarrows()
     markLog();
     QTest::mouseClick(child<QPushButton>(w, "cmdshow"), Qt::LeftButton);
     QCOMPARE(sent(), kListAll);
-    QCOMPARE(gridRows(*w->grid()), sl({"1 - bill|code|varchar(10)", "2 - owner1|code|varchar(10)"}));
+    QCOMPARE(gridRowTexts(w->grid()->cells(), 1), sl({"1 - bill|code|varchar(10)", "2 - owner1|code|varchar(10)"}));
     QCOMPARE(items(combo(w)), sl({"staff"}));
 
     // With no table selected Show asks for one.
@@ -145,25 +140,22 @@ void TestStructureTools::detailListsAndNarrows()
     QVERIFY(m_main->menuItem(qs("mnuTabDet"))->isEnabled());
 }
 
+// clang-format off
 void TestStructureTools::fieldCommands_data()
 {
     QTest::addColumn<QString>("command");
     QTest::addColumn<QStringList>("typed");
     QTest::addColumn<QStringList>("prompts");
     QTest::addColumn<QString>("statement");
-    const QStringList modify{qs("Enter the Field Name you want to change with"), qs("Enter the DataType for the Field"),
-                             qs("This will Modify the field from Table")};
-    QTest::newRow("add") << qs("mnuaf") << sl({"paid", "int"})
-                         << sl({"Enter the Field Name you want to create", "Enter the DataType for the Field",
-                                "This will Add the field from Table"})
-                         << qs("ALTER table owner1 Add paid int");
-    QTest::newRow("modify") << qs("mnumf") << sl({"total", "bigint"}) << modify
-                            << qs("ALTER table owner1 change nick total bigint");
-    QTest::newRow("modify, empty answers")
-        << qs("mnumf") << QStringList() << modify << qs("ALTER table owner1 change nick nick varchar(8)");
-    QTest::newRow("delete") << qs("mnudf") << QStringList() << sl({"This will Delete the field from Table"})
-                            << qs("ALTER table owner1 Drop column nick");
+    const QString type = qs("Enter the DataType for the Field");
+    const QStringList modify{qs("Enter the Field Name you want to change with"), type, qs("This will Modify the field from Table")};
+    const QStringList add{qs("Enter the Field Name you want to create"), type, qs("This will Add the field from Table")};
+    QTest::newRow("add") << "mnuaf" << sl({"paid", "int"}) << add << "ALTER table owner1 Add paid int";
+    QTest::newRow("modify") << "mnumf" << sl({"total", "bigint"}) << modify << "ALTER table owner1 change nick total bigint";
+    QTest::newRow("modify, empty answers") << "mnumf" << QStringList() << modify << "ALTER table owner1 change nick nick varchar(8)";
+    QTest::newRow("delete") << "mnudf" << QStringList() << sl({"This will Delete the field from Table"}) << "ALTER table owner1 Drop column nick";
 }
+// clang-format on
 
 // In "All Tables" the grid row may belong to another table: the edit acts on Combo1's table
 // with the row's name and type. The commands come from the main window's pop-up menu.
@@ -231,7 +223,7 @@ void TestStructureTools::createGridKeysAndRows()
     typeInto("name", Qt::Key_Tab);
     typeInto("varchar(40)", Qt::Key_Return);
     QCOMPARE(g.row(), 3);
-    QCOMPARE(gridRows(g), sl({"code|int", "name|varchar(40)", "|"}));
+    QCOMPARE(gridRowTexts(g.cells(), 1), sl({"code|int", "name|varchar(40)", "|"}));
     g.setCurrentCell(1, 1);
     g.edit(g.currentIndex());
     typeInto("", Qt::Key_Enter);
@@ -247,46 +239,42 @@ void TestStructureTools::createGridKeysAndRows()
     w->rowMenu()->hide();
     w->rowMenu()->findChild<QAction *>(qs("mnuInsertRow"))->trigger();
     QTest::keyClick(&g, Qt::Key_Insert);
-    QCOMPARE(gridRows(g), sl({"code|int", "name|varchar(40)", "name|", "name|", "name|"}));
+    QCOMPARE(gridRowTexts(g.cells(), 1), sl({"code|int", "name|varchar(40)", "name|", "name|", "name|"}));
     w->rowMenu()->findChild<QAction *>(qs("mnuDeleteRow"))->trigger();
     g.setCurrentCell(2, 0);
     QTest::keyClick(&g, Qt::Key_Delete);
-    QCOMPARE(gridRows(g), sl({"code|int", "name|", "name|"}));
+    QCOMPARE(gridRowTexts(g.cells(), 1), sl({"code|int", "name|", "name|"}));
 }
 
+// One row per line reads best here.
+// clang-format off
 void TestStructureTools::saveTable_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QStringList>("fields"); // name|type per row
-    QTest::addColumn<QString>("setup");
-    QTest::addColumn<bool>("yes");
+    QTest::addColumn<QString>("setup"); // "exists": a table Clients already, answered Yes, or No if named
     QTest::addColumn<QStringList>("prompts");
     QTest::addColumn<QStringList>("statements");
     const QStringList ask{qs("Please Give the Table Name")};
     const QStringList askAgain = ask + sl({"This Table is already exist, Do You still want to create Table"});
     const QString create = qs("Create Table Clients (code int,name varchar(40))");
     const QStringList two{qs("code|int"), qs("name|varchar(40)")};
-    QTest::newRow("new table") << qs("  Clients ") << two << QString() << true << ask << QStringList{create};
-    QTest::newRow("exists, yes") << qs("  Clients ") << two << qs("exists") << true << askAgain
-                                 << QStringList{create, qs("Drop Table   Clients"), create};
-    QTest::newRow("exists, no") << qs("Clients") << two << qs("exists") << false << askAgain << QStringList{create};
-    QTest::newRow("no name") << qs("   ") << two << QString() << true << ask << QStringList();
-    QTest::newRow("syntax error passed over") << qs("Clients") << sl({"code|int", "|"}) << QString() << true << ask
-                                              << sl({"Create Table Clients (code int, )"});
-    QTest::newRow("not allowed") << qs("Clients") << two << qs("read-only") << true << ask + sl({"Can't create Table"})
-                                 << QStringList{create};
+    QTest::newRow("new table") << "  Clients " << two << "" << ask << QStringList{create};
+    QTest::newRow("exists, yes") << "  Clients " << two << "exists" << askAgain << QStringList{create, qs("Drop Table   Clients"), create};
+    QTest::newRow("exists, no") << "Clients" << two << "exists, No" << askAgain << QStringList{create};
+    QTest::newRow("no name") << "   " << two << "" << ask << QStringList();
+    QTest::newRow("syntax error passed over") << "Clients" << sl({"code|int", "|"}) << "" << ask << sl({"Create Table Clients (code int, )"});
+    QTest::newRow("not allowed") << "Clients" << two << "read-only" << ask + sl({"Can't create Table"}) << QStringList{create};
 }
+// clang-format on
 
 void TestStructureTools::saveTable()
 {
     QFETCH(QString, name);
     QFETCH(QStringList, fields);
     QFETCH(QString, setup);
-    QFETCH(bool, yes);
-    QFETCH(QStringList, prompts);
-    QFETCH(QStringList, statements);
     const QString user = qs("tabulon_t_readonly");
-    if (setup == qs("exists"))
+    if (setup.startsWith(qs("exists")))
         QVERIFY_DB(m_db->run({qs("CREATE TABLE Clients (old INT)")}));
     markLog();
     if (setup == qs("read-only")) {
@@ -299,15 +287,14 @@ void TestStructureTools::saveTable()
     QVERIFY(w);
     Grid &g = *w->grid();
     g.setRows(static_cast<int>(fields.size()) + 1);
-    for (int r = 1; r < g.rows(); ++r) {
-        g.setTextMatrix(r, 0, fields[r - 1].section(QLatin1Char('|'), 0, 0));
-        g.setTextMatrix(r, 1, fields[r - 1].section(QLatin1Char('|'), 1));
-    }
+    for (int r = 1; r < g.rows(); ++r)
+        for (int c : {0, 1})
+            g.setTextMatrix(r, c, fields[r - 1].section(u'|', c, c));
     m_operator->typed = QStringList{name};
-    m_operator->answer = yes ? Dialogs::Answer::Yes : Dialogs::Answer::No;
+    m_operator->answer = setup.endsWith(qs("No")) ? Dialogs::Answer::No : Dialogs::Answer::Yes;
     child<QPushButton>(w, "cmdsavetable")->click();
-    QCOMPARE(this->prompts(), prompts);
-    QCOMPARE(sent(), statements);
+    QTEST(prompts(), "prompts");
+    QTEST(sent(), "statements");
     if (setup == qs("read-only"))
         QVERIFY_DB(m_db->run({qs("DROP USER '%1'@'127.0.0.1'").arg(user)}));
 }
