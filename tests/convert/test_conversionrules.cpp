@@ -10,180 +10,124 @@ using namespace tabulon::Conversion;
 using tabulon::test::qs;
 using tabulon::test::sl;
 
+namespace {
+
+// The name SanitizeName returns, which must also be the name it left in place.
+QString sanitized(const char *name)
+{
+    QString inPlace = qs(name);
+    const QString returned = SanitizeName(inPlace);
+    return returned == inPlace ? returned : qs("returned %1, left %2").arg(returned, inPlace);
+}
+
+// The column types of all `codes`, each type once.
+QString types(std::initializer_list<int> codes)
+{
+    QStringList out;
+    for (const int code : codes)
+        out << MapFieldType(code);
+    out.removeDuplicates();
+    return out.join(u',');
+}
+
+QString copied(const char *text, int type)
+{
+    return copyValue(text ? std::optional<QString>(qs(text)) : std::nullopt, type);
+}
+
+QString proposal(const char *source)
+{
+    return proposedDatabaseName(qs(source)).value_or(qs("<none>")) +
+           (isDataSourceFile(qs(source)) ? qs(", data source") : QString());
+}
+
+} // namespace
+
 class TestConversionRules final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void sanitizeName_data();
-    void sanitizeName();
-    void mapFieldType_data();
-    void mapFieldType();
-    void copyValue_data();
-    void copyValue();
-    void statements();
-    void proposedName_data();
-    void proposedName();
-    void valueTexts_data();
-    void valueTexts();
+    void rules_data();
+    void rules();
 };
 
-// One row per line reads best here.
+// One row per line reads best here. The types and values the sample file holds (small
+// integers, singles, booleans, apostrophes, US dates, money) and its insert statements are
+// checked where the conversion window writes them to the server, in test_convertdb.
 // clang-format off
-void TestConversionRules::sanitizeName_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("sanitised");
-    QTest::newRow("whole-name words, any case") << "limit" << "AmtLimit";
-    QTest::newRow("LIMIT") << "LIMIT" << "AmtLimit";
-    QTest::newRow("Desc") << "Desc" << "Description";
-    QTest::newRow("Values") << "Values" << "Cont_Vals";
-    QTest::newRow("only whole names") << "limit x" << "limit_x";
-    QTest::newRow("blanks and parentheses") << "Unit Price (USD)" << "Unit_Price__USD_";
-    QTest::newRow("blank in a table name") << "Order Details" << "Order_Details";
-    QTest::newRow("dash") << "e-mail" << "e_mail";
-    QTest::newRow("reserved word") << "Date" << "Date_c";
-    QTest::newRow("reserved, upper case") << "SELECT" << "SELECT_c";
-    QTest::newRow("reserved test after dashes") << "Set-" << "Set_";
-    QTest::newRow("closing parenthesis after the test") << "date)" << "date_";
-    QTest::newRow("not null never matches") << "not null" << "not_null";
-    QTest::newRow("other characters pass") << "a.b/c#d'e" << "a.b/c#d'e";
-    QTest::newRow("accented letters pass") << "Umsätze" << "Umsätze";
-    QTest::newRow("sanitised again: no change") << "Description" << "Description";
-    QTest::newRow("empty") << "" << "";
-}
-// clang-format on
-
-void TestConversionRules::sanitizeName()
-{
-    QFETCH(QString, name);
-    QFETCH(QString, sanitised);
-    QString inPlace = name;
-    QCOMPARE(SanitizeName(inPlace), sanitised);
-    QCOMPARE(inPlace, sanitised);
-}
-
-void TestConversionRules::mapFieldType_data()
-{
-    QTest::addColumn<QList<int>>("codes");
-    QTest::addColumn<QString>("type");
-    QTest::newRow("small integer") << QList<int>{2} << qs("SMALLINT");
-    QTest::newRow("integer, guid") << QList<int>{3, 72} << qs("INT");
-    QTest::newRow("single") << QList<int>{4} << qs("FLOAT");
-    QTest::newRow("double, decimal") << QList<int>{5, 131} << qs("DOUBLE");
-    QTest::newRow("currency, text") << QList<int>{6, 202} << qs("VARCHAR(255)");
-    QTest::newRow("dates") << QList<int>{7, 122, 124} << qs("DATETIME");
-    QTest::newRow("boolean") << QList<int>{11} << qs("TINYINT");
-    QTest::newRow("byte") << QList<int>{17} << qs("CHAR(255)");
-    QTest::newRow("121") << QList<int>{121} << qs("DATE");
-    QTest::newRow("123, 125") << QList<int>{123, 125} << qs("CHAR(50)");
-    QTest::newRow("memo, binary, stamps, unknown")
-        << QList<int>{203, 204, 205, 133, 135, 129, 200, 16, 20, 0, -1, 32767} << qs("LONGTEXT");
-}
-
-void TestConversionRules::mapFieldType()
-{
-    QFETCH(QList<int>, codes);
-    QFETCH(QString, type);
-    for (const int code : codes)
-        QVERIFY2(MapFieldType(code) == type, qPrintable(QString::number(code)));
-}
-
-// clang-format off
-void TestConversionRules::copyValue_data()
-{
-    QTest::addColumn<bool>("isNull");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("type");
-    QTest::addColumn<QString>("written");
-    QTest::newRow("null") << true << "" << 202 << "";
-    QTest::newRow("null boolean: no rule") << true << "" << 11 << "";
-    QTest::newRow("empty date: no rule") << false << "" << 7 << "";
-    QTest::newRow("apostrophe replaced") << false << "O'Brien" << 202 << "O_Brien";
-    QTest::newRow("backslash kept") << false << "a\\b" << 202 << "a\\b";
-    QTest::newRow("True") << false << "True" << 11 << "1";
-    QTest::newRow("False") << false << "False" << 11 << "0";
-    QTest::newRow("0") << false << "0" << 11 << "0";
-    QTest::newRow("true in lower case") << false << "true" << 11 << "0";
-    QTest::newRow("US date") << false << "3/7/2005" << 7 << "07-03-2005";
-    QTest::newRow("date with time") << false << "11/16/1994 10:30:00 AM" << 7 << "16-11-1994";
-    QTest::newRow("day that is no month") << false << "25/12/2005" << 7 << "25-12-2005";
-    QTest::newRow("two-digit year") << false << "1/2/29" << 7 << "02-01-2029";
-    QTest::newRow("time alone") << false << "10:30:00 AM" << 7 << "30-12-1899";
-    QTest::newRow("no date") << false << "13/25/2005" << 7 << "13-25-2005";
-    QTest::newRow("text date") << false << "soon" << 7 << "soon";
-    QTest::newRow("slashes in a text kept") << false << "3/7/2005" << 202 << "3/7/2005";
-    QTest::newRow("currency as written") << false << "12.75" << 6 << "12.75";
-}
-// clang-format on
-
-void TestConversionRules::copyValue()
-{
-    QFETCH(bool, isNull);
-    QFETCH(QString, text);
-    QFETCH(int, type);
-    QFETCH(QString, written);
-    QCOMPARE(Conversion::copyValue(isNull ? std::nullopt : std::optional<QString>(text), type), written);
-}
-
-void TestConversionRules::statements()
-{
-    QStringList names = sl({"ID", "Desc", "Price"});
-    for (QString &n : names)
-        SanitizeName(n);
-    QCOMPARE(createTableStatement(qs("shop"), qs("Order_Items"), names, {3, 202, 6}, false),
-             qs("Create Table shop.Order_Items (ID INT, Description VARCHAR(255), Price VARCHAR(255));"));
-    QCOMPARE(createTableStatement(qs("shop"), qs("t"), sl({"A_B", "A_B"}), {3, 202}, true),
-             qs("Create Table shop.t (A_B1 INT, A_B1 VARCHAR(255));"));
-    QCOMPARE(createTableStatement(QString(), qs("t"), sl({"a"}), {7}, false), qs("Create Table .t (a DATETIME);"));
-    QCOMPARE(insertStatement(qs("shop"), qs("Order_Items"), sl({"1", "Blue pen", "2.5"})),
-             qs("Insert into shop.Order_Items values ('1','Blue pen','2.5')"));
-    QCOMPARE(insertStatement(qs("shop"), qs("t"), sl({"", "x"})), qs("Insert into shop.t values ('','x')"));
-}
-
-void TestConversionRules::proposedName_data()
-{
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QString>("proposed"); // "-" for no proposal
-    QTest::newRow("file") << qs("clients.mdb") << qs("clients");
-    QTest::newRow("data source file") << qs("Sales.DSN") << qs("Sales");
-    QTest::newRow("last component of a path") << qs("C:\\data\\old.mdb") << qs("old");
-    QTest::newRow("four characters") << qs(".mdb") << QString();
-    QTest::newRow("shorter than four") << qs("a.b") << qs("-");
-    QTest::newRow("empty") << QString() << qs("-");
-}
-
-void TestConversionRules::proposedName()
-{
-    QFETCH(QString, source);
-    QFETCH(QString, proposed);
-    const auto name = proposedDatabaseName(source);
-    if (proposed == QLatin1String("-"))
-        QVERIFY(!name);
-    else
-        QCOMPARE(name.value_or(qs("-")), proposed);
-    QCOMPARE(isDataSourceFile(source), source.endsWith(qs(".dsn"), Qt::CaseInsensitive));
-}
-
-void TestConversionRules::valueTexts_data()
+void TestConversionRules::rules_data()
 {
     QTest::addColumn<QString>("actual");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("midnight: date only") << ValueText::oleDate(34654.0) << qs("11/16/1994");
-    QTest::newRow("with time, PM") << ValueText::oleDate(38418.0 + 0.75) << qs("3/7/2005 6:00:00 PM");
-    QTest::newRow("noon") << ValueText::oleDate(38418.5) << qs("3/7/2005 12:00:00 PM");
-    QTest::newRow("time alone") << ValueText::oleDate(0.4375) << qs("10:30:00 AM");
-    QTest::newRow("before the zero day") << ValueText::oleDate(-1.25) << qs("12/29/1899 6:00:00 AM");
-    QTest::newRow("no calendar date") << ValueText::oleDate(1e300) << ValueText::number(1e300);
-    QTest::newRow("single, shortest") << ValueText::number(0.15f) << qs("0.15");
-    QTest::newRow("double, shortest") << ValueText::number(0.1) << qs("0.1");
-    QTest::newRow("whole number") << ValueText::number(-3.0) << qs("-3");
-    QTest::newRow("money without zeros") << ValueText::trimFraction(qs("14.0000")) << qs("14");
-    QTest::newRow("money fraction") << ValueText::trimFraction(qs("12.7500")) << qs("12.75");
-    QTest::newRow("zero money") << ValueText::trimFraction(qs("0.0000")) << qs("0");
+    QTest::newRow("name: whole-name words, any case") << sanitized("limit") << qs("AmtLimit");
+    QTest::newRow("name: LIMIT") << sanitized("LIMIT") << qs("AmtLimit");
+    QTest::newRow("name: Desc") << sanitized("Desc") << qs("Description");
+    QTest::newRow("name: Values") << sanitized("Values") << qs("Cont_Vals");
+    QTest::newRow("name: only whole names") << sanitized("limit x") << qs("limit_x");
+    QTest::newRow("name: blanks and parentheses") << sanitized("Unit Price (USD)") << qs("Unit_Price__USD_");
+    QTest::newRow("name: dash") << sanitized("e-mail") << qs("e_mail");
+    QTest::newRow("name: reserved word") << sanitized("Date") << qs("Date_c");
+    QTest::newRow("name: reserved, upper case") << sanitized("SELECT") << qs("SELECT_c");
+    QTest::newRow("name: reserved test after dashes") << sanitized("Set-") << qs("Set_");
+    QTest::newRow("name: closing parenthesis after the test") << sanitized("date)") << qs("date_");
+    QTest::newRow("name: not null never matches") << sanitized("not null") << qs("not_null");
+    QTest::newRow("name: other characters pass") << sanitized("a.b/c#d'e") << qs("a.b/c#d'e");
+    QTest::newRow("name: accented letters pass") << sanitized("Umsätze") << qs("Umsätze");
+    QTest::newRow("name: sanitised again, no change") << sanitized("Description") << qs("Description");
+    QTest::newRow("name: empty") << sanitized("") << QString();
+
+    QTest::newRow("type: integer, guid") << types({3, 72}) << qs("INT");
+    QTest::newRow("type: double, decimal") << types({5, 131}) << qs("DOUBLE");
+    QTest::newRow("type: currency, text") << types({6, 202}) << qs("VARCHAR(255)");
+    QTest::newRow("type: dates") << types({7, 122, 124}) << qs("DATETIME");
+    QTest::newRow("type: byte") << types({17}) << qs("CHAR(255)");
+    QTest::newRow("type: 121") << types({121}) << qs("DATE");
+    QTest::newRow("type: 123, 125") << types({123, 125}) << qs("CHAR(50)");
+    QTest::newRow("type: memo, binary, stamps, unknown") << types({203, 204, 205, 133, 135, 129, 200, 16, 20, 0, -1, 32767}) << qs("LONGTEXT");
+
+    QTest::newRow("value: null") << copied(nullptr, 202) << QString();
+    QTest::newRow("value: null boolean, no rule") << copied(nullptr, 11) << QString();
+    QTest::newRow("value: empty date, no rule") << copied("", 7) << QString();
+    QTest::newRow("value: backslash kept") << copied("a\\b", 202) << qs("a\\b");
+    QTest::newRow("value: 0") << copied("0", 11) << qs("0");
+    QTest::newRow("value: true in lower case") << copied("true", 11) << qs("0");
+    QTest::newRow("value: date with time") << copied("11/16/1994 10:30:00 AM", 7) << qs("16-11-1994");
+    QTest::newRow("value: day that is no month") << copied("25/12/2005", 7) << qs("25-12-2005");
+    QTest::newRow("value: two-digit year") << copied("1/2/29", 7) << qs("02-01-2029");
+    QTest::newRow("value: time alone") << copied("10:30:00 AM", 7) << qs("30-12-1899");
+    QTest::newRow("value: no date") << copied("13/25/2005", 7) << qs("13-25-2005");
+    QTest::newRow("value: text date") << copied("soon", 7) << qs("soon");
+    QTest::newRow("value: slashes in a text kept") << copied("3/7/2005", 202) << qs("3/7/2005");
+
+    QTest::newRow("create: names as given") << createTableStatement(qs("shop"), qs("Order_Items"), sl({"ID", "Description", "Price"}), {3, 202, 6}, false) << qs("Create Table shop.Order_Items (ID INT, Description VARCHAR(255), Price VARCHAR(255));");
+    QTest::newRow("create: the retry appends 1") << createTableStatement(qs("shop"), qs("t"), sl({"A_B", "A_B"}), {3, 202}, true) << qs("Create Table shop.t (A_B1 INT, A_B1 VARCHAR(255));");
+    QTest::newRow("create: no database") << createTableStatement(QString(), qs("t"), sl({"a"}), {7}, false) << qs("Create Table .t (a DATETIME);");
+    QTest::newRow("insert: empty value") << insertStatement(qs("shop"), qs("t"), sl({"", "x"})) << qs("Insert into shop.t values ('','x')");
+
+    QTest::newRow("proposal: file") << proposal("clients.mdb") << qs("clients");
+    QTest::newRow("proposal: data source file") << proposal("Sales.DSN") << qs("Sales, data source");
+    QTest::newRow("proposal: last component of a path") << proposal("C:\\data\\old.mdb") << qs("old");
+    QTest::newRow("proposal: four characters") << proposal(".mdb") << QString();
+    QTest::newRow("proposal: shorter than four") << proposal("a.b") << qs("<none>");
+    QTest::newRow("proposal: empty") << proposal("") << qs("<none>");
+
+    QTest::newRow("date: midnight, date only") << ValueText::oleDate(34654.0) << qs("11/16/1994");
+    QTest::newRow("date: with time, PM") << ValueText::oleDate(38418.0 + 0.75) << qs("3/7/2005 6:00:00 PM");
+    QTest::newRow("date: noon") << ValueText::oleDate(38418.5) << qs("3/7/2005 12:00:00 PM");
+    QTest::newRow("date: time alone") << ValueText::oleDate(0.4375) << qs("10:30:00 AM");
+    QTest::newRow("date: before the zero day") << ValueText::oleDate(-1.25) << qs("12/29/1899 6:00:00 AM");
+    QTest::newRow("date: no calendar date") << ValueText::oleDate(1e300) << ValueText::number(1e300);
+    QTest::newRow("number: single, shortest") << ValueText::number(0.15f) << qs("0.15");
+    QTest::newRow("number: double, shortest") << ValueText::number(0.1) << qs("0.1");
+    QTest::newRow("number: whole") << ValueText::number(-3.0) << qs("-3");
+    QTest::newRow("money: without zeros") << ValueText::trimFraction(qs("14.0000")) << qs("14");
+    QTest::newRow("money: fraction") << ValueText::trimFraction(qs("12.7500")) << qs("12.75");
+    QTest::newRow("money: zero") << ValueText::trimFraction(qs("0.0000")) << qs("0");
     QTest::newRow("booleans") << ValueText::boolean(true) + ValueText::boolean(false) << qs("TrueFalse");
     QTest::newRow("bytes as UTF-16, odd byte padded") << ValueText::bytes(QByteArrayView("A\0B\0C", 5)) << qs("ABC");
 }
+// clang-format on
 
-void TestConversionRules::valueTexts()
+void TestConversionRules::rules()
 {
     QFETCH(QString, actual);
     QFETCH(QString, expected);
