@@ -16,67 +16,69 @@ using namespace tabulon;
 using namespace tabulon::TableScript;
 using namespace tabulon::test;
 
-class TestTableScript final : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void definitionLine_data();
-    void definitionLine();
-    void baseFolder_data();
-    void baseFolder();
-    void filesFromTheServer();
-    void failuresComeBack();
-    void splitStatements_data();
-    void splitStatements();
-    void companionRunsTheScript();
-};
-
 namespace {
+
 QByteArray contents(const QString &path)
 {
     QFile f(path);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
 }
-} // namespace
 
-void TestTableScript::definitionLine_data()
+bool writeFile(const QString &path, const QString &text)
 {
-    QTest::addColumn<QStringList>("columns"); // name, type, name, type...
-    QTest::addColumn<QString>("line");
-    QTest::newRow("two columns") << sl({"id", "int(11)", "label", "varchar(50)"})
-                                 << qs("Create Table if not exists shop.t (id int(11), label varchar(50));\r\n");
-    QTest::newRow("check in any case") << sl({"check", "char(1)", "Check", "int(11)", "CHECKS", "text"})
-                                       << qs("Create Table if not exists shop.t (CHECK1 char(1), CHECK1 int(11), "
-                                             "CHECKS text);\r\n");
-    QTest::newRow("no columns: the opening loses its two characters")
-        << QStringList() << qs("Create Table if not exists shop.t);\r\n");
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(text.toUtf8()) >= 0;
 }
 
-void TestTableScript::definitionLine()
+// The definition line of table shop.t with `columns` given as name, type, name, type...
+QStringList definition(const QStringList &columns)
 {
-    QFETCH(QStringList, columns);
-    QFETCH(QString, line);
     std::vector<Column> list;
     for (qsizetype i = 0; i + 1 < columns.size(); i += 2)
         list.emplace_back(columns[i], columns[i + 1]);
-    QCOMPARE(TableScript::definitionLine(qs("shop"), qs("t"), list), line);
+    return {definitionLine(qs("shop"), qs("t"), list)};
 }
 
-void TestTableScript::baseFolder_data()
+QStringList batch(const char *datadir)
 {
-    QTest::addColumn<QString>("datadir");
-    QTest::addColumn<QString>("batch");
-    QTest::newRow("Windows server") << qs("C:\\mysql\\data\\") << qs("C:\r\nC:\\mysql\\bin\r\nmysql.exe\r\n");
-    QTest::newRow("lower case found, case kept")
-        << qs("d:\\Server\\Data\\") << qs("d:\r\nd:\\Server\\bin\r\nmysql.exe\r\n");
-    QTest::newRow("first \\DATA") << qs("E:\\database\\data\\") << qs("E:\r\nE:\\bin\r\nmysql.exe\r\n");
-    QTest::newRow("no \\DATA") << qs("/var/lib/mysql/") << qs("\r\nbin\r\nmysql.exe\r\n");
+    return {batchText(baseFolder(qs(datadir)))};
 }
 
-void TestTableScript::baseFolder()
+} // namespace
+
+class TestTableScript final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void lineRules_data();
+    void lineRules();
+    void filesFromTheServer();
+    void companionRunsTheScript();
+};
+
+// One row per line reads best here.
+// clang-format off
+void TestTableScript::lineRules_data()
 {
-    QFETCH(QString, datadir);
-    QFETCH(QString, batch);
-    QCOMPARE(batchText(TableScript::baseFolder(datadir)), batch);
+    QTest::addColumn<QStringList>("actual");
+    QTest::addColumn<QStringList>("expected");
+    QTest::newRow("line: two columns") << definition(sl({"id", "int(11)", "label", "varchar(50)"})) << sl({"Create Table if not exists shop.t (id int(11), label varchar(50));\r\n"});
+    QTest::newRow("line: check in any case") << definition(sl({"check", "char(1)", "Check", "int(11)", "CHECKS", "text"})) << sl({"Create Table if not exists shop.t (CHECK1 char(1), CHECK1 int(11), CHECKS text);\r\n"});
+    QTest::newRow("line: no columns, the opening loses its two characters") << definition({}) << sl({"Create Table if not exists shop.t);\r\n"});
+    QTest::newRow("batch: Windows server") << batch("C:\\mysql\\data\\") << sl({"C:\r\nC:\\mysql\\bin\r\nmysql.exe\r\n"});
+    QTest::newRow("batch: lower case found, case kept") << batch("d:\\Server\\Data\\") << sl({"d:\r\nd:\\Server\\bin\r\nmysql.exe\r\n"});
+    QTest::newRow("batch: first \\DATA") << batch("E:\\database\\data\\") << sl({"E:\r\nE:\\bin\r\nmysql.exe\r\n"});
+    QTest::newRow("batch: no \\DATA") << batch("/var/lib/mysql/") << sl({"\r\nbin\r\nmysql.exe\r\n"});
+    QTest::newRow("split: lines with CR LF") << ScriptRunner::splitStatements(qs("CREATE DATABASE a;\r\nUse a;\r\n\r\nCreate Table a.t (x int);\r\n\r\n")) << sl({"CREATE DATABASE a", "Use a", "Create Table a.t (x int)"});
+    QTest::newRow("split: semicolons inside quotes") << ScriptRunner::splitStatements(qs("insert into t values ('a;b', \"c;\\\"d\", `e;f`);select 1")) << sl({"insert into t values ('a;b', \"c;\\\"d\", `e;f`)", "select 1"});
+    QTest::newRow("split: nothing") << ScriptRunner::splitStatements(qs(" ;\r\n; ")) << QStringList();
+}
+// clang-format on
+
+void TestTableScript::lineRules()
+{
+    QFETCH(QStringList, actual);
+    QFETCH(QStringList, expected);
+    QCOMPARE(actual, expected);
 }
 
 void TestTableScript::filesFromTheServer()
@@ -107,43 +109,16 @@ void TestTableScript::filesFromTheServer()
     QTemporaryDir untouched;
     QVERIFY_DB(CreateScriptFile(session, untouched.path(), QString()));
     QVERIFY(QDir(untouched.path()).isEmpty());
-}
 
-void TestTableScript::failuresComeBack()
-{
-    QTemporaryDir folder;
-    DatabaseSession closed;
-    const DbError lost = CreateScriptFile(closed, folder.path(), qs("shop"));
-    QVERIFY(lost.isError());
-    // The file was started before the tables were read.
-    QCOMPARE(contents(folder.filePath(qs("import.sql"))), QByteArray("CREATE DATABASE shop;\r\nUse shop;\r\n\r\n"));
-    QVERIFY(!QFile::exists(folder.filePath(qs("Cr_Db.bat"))));
-
-    ScratchDatabase db(qs("tablescript_ro"));
-    QVERIFY_DB(db.error());
-    DatabaseSession session;
-    QVERIFY_DB(openSession(session, db.name()));
+    // Failures come back: a folder that cannot be written to, and a lost connection after the
+    // file was started (before the tables were read).
     const DbError unwritable = CreateScriptFile(session, folder.filePath(qs("no/such/folder")), db.name());
     QVERIFY(unwritable.isFileError());
     QVERIFY(unwritable.description.contains(qs("import.sql")));
-}
-
-void TestTableScript::splitStatements_data()
-{
-    QTest::addColumn<QString>("script");
-    QTest::addColumn<QStringList>("statements");
-    QTest::newRow("lines with CR LF") << qs("CREATE DATABASE a;\r\nUse a;\r\n\r\nCreate Table a.t (x int);\r\n\r\n")
-                                      << sl({"CREATE DATABASE a", "Use a", "Create Table a.t (x int)"});
-    QTest::newRow("semicolons inside quotes") << qs("insert into t values ('a;b', \"c;\\\"d\", `e;f`);select 1")
-                                              << sl({"insert into t values ('a;b', \"c;\\\"d\", `e;f`)", "select 1"});
-    QTest::newRow("nothing") << qs(" ;\r\n; ") << QStringList();
-}
-
-void TestTableScript::splitStatements()
-{
-    QFETCH(QString, script);
-    QFETCH(QStringList, statements);
-    QCOMPARE(ScriptRunner::splitStatements(script), statements);
+    DatabaseSession closed;
+    QVERIFY(CreateScriptFile(closed, untouched.path(), qs("shop")).isError());
+    QCOMPARE(contents(untouched.filePath(qs("import.sql"))), QByteArray("CREATE DATABASE shop;\r\nUse shop;\r\n\r\n"));
+    QVERIFY(!QFile::exists(untouched.filePath(qs("Cr_Db.bat"))));
 }
 
 // The companion as "Execute Text File" starts it: import.sql beside it, the saved settings of
@@ -157,27 +132,20 @@ void TestTableScript::companionRunsTheScript()
     ScratchDatabase db(qs("tablescript_import"));
     QVERIFY_DB(db.error());
     QVERIFY_DB(db.run({qs("DROP DATABASE IF EXISTS ") + target}));
-    QFile script(home.filePath(qs("import.sql")));
-    QVERIFY(script.open(QIODevice::WriteOnly));
-    const QString sql =
+    QVERIFY(writeFile(
+        home.filePath(qs("import.sql")),
         qs("CREATE DATABASE %1;\r\nUse %1;\r\n\r\nCreate Table if not exists %1.t (id int(11), CHECK1 char(1));"
            "\r\nCreate Table if not exists %1.u (id nosuchtype);\r\n\r\n")
-            .arg(target);
-    script.write(sql.toUtf8());
-    script.close();
-
+            .arg(target)));
     // The settings file of a user whose configuration lives in `home`.
     const ConnectionTarget server = connectionTargetFrom(connectionString(QString()));
     QDir(home.path()).mkpath(qs("config/Corvane"));
-    QFile ini(home.filePath(qs("config/Corvane/Tabulon.ini")));
-    QVERIFY(ini.open(QIODevice::WriteOnly));
-    ini.write(
+    QVERIFY(writeFile(
+        home.filePath(qs("config/Corvane/Tabulon.ini")),
         qs("[Software]\nCorvane\\Tabulon\\Server=%1:%2\nCorvane\\Tabulon\\User=%3\nCorvane\\Tabulon\\Password=%4\n")
             .arg(server.host)
             .arg(server.port)
-            .arg(server.user, server.password)
-            .toUtf8());
-    ini.close();
+            .arg(server.user, server.password)));
 
     QProcess run;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
