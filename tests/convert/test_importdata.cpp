@@ -213,7 +213,8 @@ void TestImportData::windowControlsAndExit()
     child<QLineEdit>("txtsource")->setText(m_dir.filePath(qs("damaged.mdb")));
     child<QPushButton>("cmdimport")->click();
     QVERIFY(m_operator->asked.isEmpty());
-    QVERIFY(m_operator->told.value(0).startsWith(qs("The source cannot be opened.")));
+    // The reader's error follows the message.
+    QVERIFY(m_operator->told.value(0).startsWith(qs("The source cannot be opened.\n\n")));
     QCOMPARE(child<QComboBox>("cbotable")->count(), 0);
     m_operator->answer = Dialogs::Answer::No;
     child<QPushButton>("cmdexit")->click();
@@ -322,8 +323,6 @@ void TestImportData::writesNothing()
     child<QComboBox>("cbotarget")->setCurrentIndex(0);
     child<QPushButton>("cmdimport")->click();
     QCOMPARE(m_operator->told.last(), message);
-    if (file == qs("damaged.mdb")) // the reader's error, shown when the file was chosen
-        QVERIFY(m_operator->told.first().startsWith(qs("The source cannot be opened.\n\n")));
     QVERIFY(m_operator->asked.isEmpty());
     QCOMPARE(sent().filter(QRegularExpression(qs("^(CREATE|INSERT)"))), QStringList());
     QCOMPARE(m_db->rows(qs("SELECT * FROM existing")), sl({"7"}));
