@@ -1,7 +1,7 @@
 // Table detail and create table through the main window's menus against a real server: the
 // statements sent, the narrowing of the table list, the field commands of the pop-up menu,
 // the keys and rows of the create grid, and what a save says.
-#include "../data/toolfixture.h"
+#include "toolfixture.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
 #include "structure/createtable.h"
