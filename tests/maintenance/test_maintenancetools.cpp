@@ -1,11 +1,11 @@
 // The check and repair tools through the main window's menu against a real server whose
 // MyISAM files the tests damage: statements sent, messages shown, the pages, the file copy
 // from another database's folder, the exit question and the menu item given back on close.
-#include "toolfixture.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
 #include "maintenance/checktable.h"
 #include "maintenance/repairtable.h"
+#include "toolfixture.h"
 #include "ui/tablechecklist.h"
 
 #include <QAction>

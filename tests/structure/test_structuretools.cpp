@@ -1,11 +1,11 @@
 // Table detail and create table through the main window's menus against a real server: the
 // statements sent, the narrowing of the table list, the field commands of the pop-up menu,
 // the keys and rows of the create grid, and what a save says.
-#include "toolfixture.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
 #include "structure/createtable.h"
 #include "structure/tableinfo.h"
+#include "toolfixture.h"
 
 #include <QAction>
 #include <QComboBox>
