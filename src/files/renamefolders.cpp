@@ -301,13 +301,12 @@ QString RenameFolders::folderOf(QTreeWidgetItem *item) const
     return info.isDir() && !info.isSymLink() ? info.absoluteFilePath() : info.absolutePath();
 }
 
-bool RenameFolders::askReplacement(QString &find, QString &with)
+std::optional<RenameFolders::Replacement> RenameFolders::askReplacement()
 {
-    find = Dialogs::input(this, QStringLiteral("Find what:"), QString(), m_found);
+    const QString find = Dialogs::input(this, QStringLiteral("Find what:"), QString(), m_found);
     if (find.isEmpty())
-        return false;
-    with = Dialogs::input(this, QStringLiteral("Replace \"%1\" with:").arg(find));
-    return true;
+        return std::nullopt;
+    return Replacement{find, Dialogs::input(this, QStringLiteral("Replace \"%1\" with:").arg(find))};
 }
 
 void RenameFolders::ShowNodes(bool all)
@@ -372,10 +371,10 @@ void RenameFolders::ReplaceString()
         Dialogs::message(this, QStringLiteral("Choose the folders or files to rename first."));
         return;
     }
-    QString find;
-    QString with;
-    if (!askReplacement(find, with))
+    const auto replacement = askReplacement();
+    if (!replacement)
         return;
+    const auto &[find, with] = *replacement;
     carryOut(Files::planReplaceInNames(paths, find, with, caseSensitivity()), find, QStringLiteral("item"));
 }
 
@@ -393,17 +392,13 @@ void RenameFolders::Rename()
         return;
     // The typed name is the preview of this change.
     const Files::RenamePlan plan = Files::planRename(pathOf(item), name);
-    Files::Outcome outcome{0, plan.skipped, false};
-    if (!plan.renames.empty()) {
-        BusyGuard busy(m_busy);
-        if (!busy)
-            return;
-        NoProgress quiet;
-        outcome = Files::applyRenames(plan, quiet);
-    }
-    if (outcome.changed > 0)
+    const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Renaming"),
+                                 [&plan](Progress &progress) { return Files::applyRenames(plan, progress); });
+    if (!outcome)
+        return;
+    if (outcome->changed > 0)
         reload();
-    Dialogs::message(this, Files::summaryText(QStringLiteral("Renamed"), QStringLiteral("item"), outcome));
+    Dialogs::message(this, Files::summaryText(QStringLiteral("Renamed"), QStringLiteral("item"), *outcome));
 }
 
 void RenameFolders::RenameItems(const QString &kind)
@@ -416,10 +411,10 @@ void RenameFolders::RenameItems(const QString &kind)
     QTreeWidgetItem *item = currentOrRoot();
     if (!item)
         return;
-    QString find;
-    QString with;
-    if (!askReplacement(find, with))
+    const auto replacement = askReplacement();
+    if (!replacement)
         return;
+    const auto &[find, with] = *replacement;
     const QStringList paths = Files::itemsBelow(folderOf(item), folders ? Files::Kind::Folders : Files::Kind::Files);
     carryOut(Files::planReplaceInNames(paths, find, with, caseSensitivity()), find,
              folders ? QStringLiteral("folder") : QStringLiteral("file"));
@@ -432,10 +427,10 @@ void RenameFolders::ReplaceFiles()
     QTreeWidgetItem *item = currentOrRoot();
     if (!item)
         return;
-    QString find;
-    QString with;
-    if (!askReplacement(find, with))
+    const auto replacement = askReplacement();
+    if (!replacement)
         return;
+    const auto &[find, with] = *replacement;
     const QString target = pathOf(item);
     const Qt::CaseSensitivity cs = caseSensitivity();
     const auto planned = runBusy(m_busy, m_bar, m_status, QStringLiteral("Reading"), [&](Progress &progress) {

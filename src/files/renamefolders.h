@@ -11,6 +11,8 @@
 #include <QSet>
 #include <QString>
 
+#include <optional>
+
 class QCheckBox;
 class QLabel;
 class QLineEdit;
@@ -59,8 +61,12 @@ private:
     QStringList chosenPaths() const;
     // The folder the item stands for: itself, or the folder holding a file.
     QString folderOf(QTreeWidgetItem *item) const;
-    // Asks for the text to find and the one to put instead; false when the first is not given.
-    bool askReplacement(QString &find, QString &with);
+    struct Replacement final {
+        QString find;
+        QString with;
+    };
+    // Asks for the text to find and the one to put instead; nothing when the first is not given.
+    std::optional<Replacement> askReplacement();
     // Previews the renames, asks, carries them out and reports; `unit` names what is renamed.
     void carryOut(const Files::RenamePlan &plan, const QString &find, const QString &unit);
 
