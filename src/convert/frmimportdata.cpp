@@ -9,6 +9,7 @@
 
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -153,7 +154,8 @@ void frmimportdata::openSource()
         m_table->clear();
     }
     if (!path.isEmpty()) {
-        auto opened = openConversionSource(path);
+        // A data source file names its source by its own name, wherever the file lies.
+        auto opened = openConversionSource(Conversion::isDataSourceFile(path) ? QFileInfo(path).fileName() : path);
         if (opened.ok()) {
             m_opened = std::move(opened.value());
             const QSignalBlocker block(m_table);

@@ -63,6 +63,7 @@ private Q_SLOTS:
 
     void windowControlsAndExit();
     void importsIntoANewTable();
+    void importsFromADataSource();
     void importsIntoAnExistingTable();
     void closeDuringTheCopyStopsIt();
     void writesNothing_data();
@@ -89,6 +90,16 @@ void TestImportData::initTestCase()
     m_db = std::make_unique<ScratchDatabase>(QStringLiteral("importdata"));
     QVERIFY_DB(m_db->error());
     QVERIFY(QFile::copy(qs(TABULON_FIXTURES_DIR "/access/nwind.mdb"), m_dir.filePath(qs("nwind.mdb"))));
+    // A data source for the tests: mdbtools' ODBC driver on the sample file.
+    const auto put = [this](const char *name, const QByteArray &text) {
+        QFile file(m_dir.filePath(qs(name)));
+        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
+    };
+    QVERIFY(put("odbcinst.ini", "[MDBTools]\nDriver=libmdbodbc.so\n"));
+    QVERIFY(put("odbc.ini", "[nwindsource]\nDriver=MDBTools\nDatabase=" + m_dir.filePath(qs("nwind.mdb")).toUtf8()));
+    QVERIFY(put("nwindsource.dsn", {})); // its content is never read
+    qputenv("ODBCSYSINI", m_dir.path().toUtf8());
+    qputenv("ODBCINI", m_dir.filePath(qs("odbc.ini")).toUtf8());
     QFile damaged(m_dir.filePath(qs("damaged.mdb")));
     QVERIFY(damaged.open(QIODevice::WriteOnly));
     damaged.write(QByteArray("plain text, not a database\n").repeated(300));
@@ -252,6 +263,18 @@ void TestImportData::importsIntoANewTable()
     QCOMPARE(m_db->rows(qs("SELECT COUNT(*), MIN(OrderDate), MAX(OrderDate) FROM imported")),
              sl({"830|1994-08-04 00:00:00|1996-06-05 00:00:00"}));
     QVERIFY(child<QComboBox>("cbotarget")->findText(qs("imported")) >= 0); // now an existing table
+}
+
+// A data source file chosen anywhere names its source by the file's own name.
+void TestImportData::importsFromADataSource()
+{
+    choose(qs("nwindsource.dsn"), qs("Shippers"));
+    child<QLineEdit>("txtnewtable")->setText(qs("imported"));
+    child<QPushButton>("cmdimport")->click();
+    QCOMPARE(m_operator->told, sl({"The import is complete.\n\nRows copied: 3\nRows refused: 0"}));
+    QCOMPARE(m_db->rows(qs("SELECT * FROM imported ORDER BY 1")),
+             sl({"1|Speedy Express|(503) 555-9831", "2|United Package|(503) 555-3199",
+                 "3|Federal Shipping|(503) 555-9931"}));
 }
 
 void TestImportData::importsIntoAnExistingTable()
