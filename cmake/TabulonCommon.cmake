@@ -21,6 +21,13 @@ if(TABULON_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
+# libFuzzer targets (clang only): every library is built with the fuzzer's coverage
+# instrumentation, and tests/fuzz adds one program per target. scripts/fuzz.sh sets this up.
+option(TABULON_FUZZ "Build the libFuzzer targets (needs clang)" OFF)
+if(TABULON_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # tabulon_logic_library(<name> SOURCES <files>... [DEPS <targets>...] [PRIVATE_DEPS <targets>...])
 # Rules, statement builders, file forms: Qt Core and the session only, never a widget.
 function(tabulon_logic_library name)

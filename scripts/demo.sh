@@ -11,7 +11,9 @@
 # Environment: TABULON_DEMO_PORT (13310), TABULON_DEMO_CLIENTS (300), TABULON_BUILD_DIR (build/),
 #              TABULON_DEMO_SCREENSHOT (.demo/screenshot.png), TABULON_DEMO_TIMEOUT (seconds, 60),
 #              TABULON_DEMO_TOUR (a folder: without a display, also opens every tool in turn and
-#              saves one screenshot each there, as docs/screenshots/ holds them)
+#              saves one screenshot each there, as docs/screenshots/ holds them),
+#              TABULON_DEMO_PROGRAM and TABULON_DEMO_DEMODB (commands that run an installed
+#              tabulon and tabulon-demodb instead of building them; scripts/package.sh uses them)
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -21,8 +23,9 @@ dbdir="$demo/mariadb"
 config="$demo/config"
 port=${TABULON_DEMO_PORT:-13310}
 clients=${TABULON_DEMO_CLIENTS:-300}
-shot=${TABULON_DEMO_SCREENSHOT:-$demo/screenshot.png}
+shot=$(realpath -m "${TABULON_DEMO_SCREENSHOT:-$demo/screenshot.png}")
 timeout=${TABULON_DEMO_TIMEOUT:-60}
+tour=${TABULON_DEMO_TOUR:+$(realpath -m "$TABULON_DEMO_TOUR")}
 database=Orvita
 mariadb_script="$root/scripts/private-mariadb.sh"
 
@@ -37,11 +40,19 @@ if [ "$headless" = yes ]; then exec </dev/null; fi
 say "checking packages"
 bash "$root/scripts/install-deps.sh" || die "installing the packages failed; run this as root or with sudo"
 
-say "building in $build"
-cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DTABULON_WERROR=ON >/dev/null
-cmake --build "$build" --target tabulon tabulon-demodb -j"$(nproc)"
-program="$build/src/tabulon"
-[ -x "$program" ] || die "the build made no $program"
+if [ -n "${TABULON_DEMO_PROGRAM:-}" ]; then
+  # An installed program, run as given (the words of the command split on spaces).
+  read -r -a program <<<"$TABULON_DEMO_PROGRAM"
+  read -r -a demodb <<<"${TABULON_DEMO_DEMODB:-tabulon-demodb}"
+  say "running the installed program: ${program[*]}"
+else
+  say "building in $build"
+  cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DTABULON_WERROR=ON >/dev/null
+  cmake --build "$build" --target tabulon tabulon-demodb -j"$(nproc)"
+  program=("$build/src/tabulon")
+  demodb=("$build/src/tabulon-demodb")
+  [ -x "${program[0]}" ] || die "the build made no ${program[0]}"
+fi
 
 # --- the server ---------------------------------------------------------------------------------
 mkdir -p "$dbdir"
@@ -75,7 +86,7 @@ else
 fi
 
 say "creating the $database demo database unless it exists"
-TABULON_DEMODB_PASSWORD= "$build/src/tabulon-demodb" --server "127.0.0.1:$port" --user dbop --database "$database" \
+TABULON_DEMODB_PASSWORD= "${demodb[@]}" --server "127.0.0.1:$port" --user dbop --database "$database" \
   --clients "$clients" --quiet || die "creating the demo database failed"
 
 # --- the program's settings ---------------------------------------------------------------------
@@ -107,10 +118,14 @@ if [ ! -d "$install" ]; then
   printf 'Dear {owner},\r\nOrvita\r\n' >"$install/templates/orvita_letter.txt"
 fi
 
+# The program starts in the demo's folder, so its folder lists (the backup's, the folder tool's)
+# open on the demo's own folders.
+cd "$demo"
+
 if [ "$headless" = no ]; then
   say "starting Tabulon (server 127.0.0.1:$port, database $database, user dbop, empty password)"
   status=0
-  "$program" || status=$?
+  "${program[@]}" || status=$?
   exit "$status"
 fi
 
@@ -140,7 +155,7 @@ xdotool getmouselocation >/dev/null 2>&1 || die "Xvfb did not open display :$dis
 unset WAYLAND_DISPLAY
 
 say "starting Tabulon on :$display (log in $demo/tabulon.log)"
-QT_QPA_PLATFORM=xcb "$program" >"$demo/tabulon.log" 2>&1 &
+QT_QPA_PLATFORM=xcb "${program[@]}" >"$demo/tabulon.log" 2>&1 &
 app_pid=$!
 pids=("$app_pid" "${pids[@]}")
 
@@ -208,8 +223,7 @@ app_alive || die "Tabulon ended after opening Table D&ata; see $demo/tabulon.log
 screenshot
 
 # --- the tour: every tool opened in turn, one screenshot each ------------------------------------
-if [ -n "${TABULON_DEMO_TOUR:-}" ]; then
-  tour=$TABULON_DEMO_TOUR
+if [ -n "$tour" ]; then
   mkdir -p "$tour"
   # name, then the keys that open the tool from the main window's menus
   tools=(

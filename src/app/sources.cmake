@@ -15,3 +15,8 @@ target_link_libraries(tabulon_app PUBLIC tabulon_ui tabulon_db ${TABULON_TOOL_LI
 
 add_executable(tabulon app/main.cpp)
 target_link_libraries(tabulon PRIVATE tabulon_app tabulon_common_cfg)
+target_compile_definitions(tabulon PRIVATE TABULON_VERSION="${PROJECT_VERSION}")
+# The window icon, for a run from the build folder where no icon theme knows it.
+qt_add_resources(tabulon tabulon_icon PREFIX /icons
+    BASE ${PROJECT_SOURCE_DIR}/data/icons/hicolor/256x256/apps
+    FILES ${PROJECT_SOURCE_DIR}/data/icons/hicolor/256x256/apps/tabulon.png)
