@@ -1,6 +1,7 @@
 #include "db/databasesession.h"
 
 #include "db/connectionstring.h"
+#include "db/statementhook.h"
 #include "db/typecodes.h"
 
 #include <mysql.h>
@@ -143,6 +144,7 @@ DbError DatabaseSession::send(const QString &sql)
         return notOpen();
     MYSQL *m = m_connection->mysql;
     const QByteArray bytes = sql.toUtf8();
+    StatementHook::before(bytes);
     if (mysql_real_query(m, bytes.constData(), static_cast<unsigned long>(bytes.size())) != 0)
         return lastError();
     return {};
@@ -323,6 +325,7 @@ DbError DatabaseSession::updateRecord(Recordset &rs)
         target.changes.emplace_back(field, value);
 
     const QByteArray sql = SessionSql::buildUpdate(target, [m](QByteArrayView v) { return escapeOn(m, v); });
+    StatementHook::before(sql);
     if (mysql_real_query(m, sql.constData(), static_cast<unsigned long>(sql.size())) != 0)
         return errorOf(m);
     if (mysql_affected_rows(m) == 0)

@@ -10,4 +10,5 @@ tabulon_logic_library(tabulon_db
         db/tablenames.cpp db/tablenames.h
         db/memorypolicy.cpp db/memorypolicy.h
         db/textsplit.cpp db/textsplit.h
+        db/statementhook.cpp db/statementhook.h
     PRIVATE_DEPS PkgConfig::MARIADB)
