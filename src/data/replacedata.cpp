@@ -31,7 +31,8 @@ constexpr int kFieldCol = 1;
 constexpr int kValueCol = 2;
 constexpr int kTablePosCol = 3;
 constexpr int kFieldPosCol = 4;
-constexpr int kHitCols = 5;
+constexpr int kHitCol = 5; // the hit's place in m_hits; grid rows move when sorted
+constexpr int kHitCols = 6;
 
 constexpr int kGridTop = 150;
 constexpr int kBottomMargin = 67; // 1000 twips kept free below the grid
@@ -101,6 +102,7 @@ ReplaceData::ReplaceData(ToolHost &host, QWidget *parent)
     m_grid->setCols(kHitCols);
     m_grid->setColHidden(kTablePosCol, true);
     m_grid->setColHidden(kFieldPosCol, true);
+    m_grid->setColHidden(kHitCol, true);
 
     m_field->addItems({QStringLiteral("Code, Code_no, Codeno"), QStringLiteral("Others")});
     m_field->setCurrentIndex(kOthersEntry);
@@ -140,13 +142,16 @@ void ReplaceData::StartFind()
         Dialogs::message(this, QStringLiteral("Please select a field name"));
         return;
     }
+    lockTexts();
     if (kind == kClientCodeEntry) {
-        const DbResult<bool> exists = TableSearch::clientCodeExists(m_host.sessionOrClosed(), m_replace->text());
+        const DbResult<bool> exists = TableSearch::clientCodeExists(m_host.sessionOrClosed(), m_replaceText);
         if (!exists.ok()) {
+            unlockTexts();
             Dialogs::runtimeError(this, exists.error());
             return;
         }
         if (exists.value()) {
+            unlockTexts();
             Dialogs::message(this, QStringLiteral("The Code is already exist"));
             return;
         }
@@ -159,8 +164,10 @@ void ReplaceData::ScanTables()
     BusyGuard busy(m_busy);
     if (!busy)
         return;
+    lockTexts();
     m_findButton->setText(kStopCaption);
     m_findButton->setEnabled(true);
+    m_hits.clear();
     m_grid->setRows(1);
     m_grid->refresh();
     m_grid->show();
@@ -169,11 +176,12 @@ void ReplaceData::ScanTables()
     tables.reserve(m_tables->count());
     for (int i = 0; i < m_tables->count(); ++i)
         tables << m_tables->itemText(i);
-    const DbError error = TableSearch::scanTables(m_host.sessionOrClosed(), tables, m_find->text(), *m_progress,
+    const DbError error = TableSearch::scanTables(m_host.sessionOrClosed(), tables, m_findText, *m_progress,
                                                   [this](const TableSearch::FieldHits &hits) { addHits(hits); });
     m_findButton->setText(kFindCaption);
     m_findButton->setEnabled(!m_find->text().trimmed().isEmpty());
     if (error) {
+        unlockTexts();
         Dialogs::runtimeError(this, error);
         return;
     }
@@ -182,45 +190,95 @@ void ReplaceData::ScanTables()
         m_replaceFrame->show();
         m_grid->setCurrentCell(1, kValueCol);
     } else {
+        unlockTexts();
         Dialogs::message(this, QStringLiteral("No Matching Record Found"));
     }
 }
 
+void ReplaceData::lockTexts()
+{
+    if (m_textsLocked)
+        return;
+    m_findText = m_find->text();
+    m_replaceText = m_replace->text();
+    m_find->setReadOnly(true);
+    m_replace->setReadOnly(true);
+    m_textsLocked = true;
+}
+
+void ReplaceData::unlockTexts()
+{
+    m_find->setReadOnly(false);
+    m_replace->setReadOnly(false);
+    m_textsLocked = false;
+}
+
 void ReplaceData::addHits(const TableSearch::FieldHits &hits)
 {
-    const Recordset &rows = *hits.rows;
     const int first = m_grid->rows();
-    const int last = first + static_cast<int>(rows.recordCount()) - 1;
+    const int last = first + static_cast<int>(hits.hits.size()) - 1;
+    const int firstHit = static_cast<int>(m_hits.size());
+    m_hits.insert(m_hits.end(), hits.hits.begin(), hits.hits.end());
     GridData &cells = m_grid->cells();
     cells.setRows(last + 1);
     const QString tablePos = QString::number(hits.tablePosition);
     const QString fieldPos = QString::number(hits.fieldPosition);
     cells.setColumnTexts(kTableCol, first, last, [&hits](int) { return hits.table; });
     cells.setColumnTexts(kFieldCol, first, last, [&hits](int) { return hits.field; });
-    cells.setColumnTexts(kValueCol, first, last, [&rows, first](int row) { return rows.text(row - first, 0); });
+    cells.setColumnTexts(kValueCol, first, last,
+                         [&hits, first](int row) { return hits.hits[static_cast<size_t>(row - first)].foundValue; });
     cells.setColumnTexts(kTablePosCol, first, last, [&tablePos](int) { return tablePos; });
     cells.setColumnTexts(kFieldPosCol, first, last, [&fieldPos](int) { return fieldPos; });
+    cells.setColumnTexts(kHitCol, first, last,
+                         [firstHit, first](int row) { return QString::number(firstHit + row - first); });
     m_grid->refresh();
     m_grid->autoSize(0, kValueCol);
 }
 
+TableSearch::Hit *ReplaceData::hitOfRow(int row)
+{
+    bool ok = false;
+    const int index = m_grid->textMatrix(row, kHitCol).toInt(&ok);
+    if (!ok || index < 0 || index >= static_cast<int>(m_hits.size()))
+        return nullptr;
+    return &m_hits[static_cast<size_t>(index)];
+}
+
 bool ReplaceData::ReplaceHit(int row)
 {
-    TableSearch::Hit hit;
-    hit.table = m_grid->textMatrix(row, kTableCol);
-    hit.field = m_grid->textMatrix(row, kFieldCol);
-    hit.foundValue = m_grid->textMatrix(row, kValueCol);
-    bool ok = false;
-    hit.fieldPosition = m_grid->textMatrix(row, kFieldPosCol).toInt(&ok);
-    if (!ok)
-        hit.fieldPosition = -1;
-    const auto outcome = TableSearch::replaceHit(m_host.sessionOrClosed(), hit, m_find->text(), m_replace->text());
-    if (outcome.ok())
-        return true;
-    const DbError error = outcome.error();
-    Dialogs::message(this, error.description);
-    // A record that can no longer be located was left as it was: the other hits can go on.
-    return error.number == AdoError::RowNotFound;
+    return replaceRow(row, true) != Done::Failed;
+}
+
+ReplaceData::Done ReplaceData::replaceRow(int row, bool tellUnchanged)
+{
+    TableSearch::Hit *hit = hitOfRow(row);
+    if (!hit)
+        return Done::Unchanged;
+    const auto outcome = TableSearch::replaceHit(m_host.sessionOrClosed(), *hit, m_findText, m_replaceText);
+    if (!outcome.ok()) {
+        const DbError error = outcome.error();
+        Dialogs::message(this, error.description);
+        // A record that can no longer be located was left as it was: the other hits can go on.
+        return error.number == AdoError::RowNotFound ? Done::Told : Done::Failed;
+    }
+    switch (outcome->outcome) {
+    case TableSearch::ReplaceOutcome::Replaced:
+        TableSearch::followReplacement(m_hits, *hit, outcome->written);
+        return Done::Replaced;
+    case TableSearch::ReplaceOutcome::RowChanged:
+        if (!tellUnchanged)
+            return Done::Unchanged;
+        Dialogs::message(this, QStringLiteral("The row of this hit no longer holds %1 in %2 of %3; it was not changed.")
+                                   .arg(hit->foundValue, hit->field, hit->table));
+        return Done::Told;
+    case TableSearch::ReplaceOutcome::NotFindText:
+        if (!tellUnchanged)
+            return Done::Unchanged;
+        Dialogs::message(this, QStringLiteral("%1 in %2 of %3 is not the text looked for (%4); it was not changed.")
+                                   .arg(hit->foundValue, hit->field, hit->table, m_findText));
+        return Done::Told;
+    }
+    return Done::Unchanged;
 }
 
 bool ReplaceData::actOnCurrent(Step step)
@@ -241,15 +299,29 @@ void ReplaceData::replaceAll()
     BusyGuard busy(m_busy);
     if (!busy)
         return;
-    for (int row = 1; row < m_grid->rows(); ++row) {
+    // Hits left unchanged are told about once, at the end, not one message each.
+    int unchanged = 0;
+    const int rows = m_grid->rows();
+    for (int row = 1; row < rows; ++row) {
         m_grid->setCurrentCell(row, kValueCol);
-        if (!actOnCurrent(Step::Replace))
+        const Done done = replaceRow(row, false);
+        if (done == Done::Failed)
             return;
+        if (done == Done::Unchanged)
+            ++unchanged;
+        m_grid->setCurrentCell(row + 1 < rows ? row + 1 : 1, kValueCol);
     }
+    if (unchanged > 0)
+        Dialogs::message(this, QStringLiteral("%1 of the %2 hits were not changed: their rows no longer hold the value "
+                                              "found, or it is not the text looked for (%3).")
+                                   .arg(unchanged)
+                                   .arg(rows - 1)
+                                   .arg(m_findText));
 }
 
 void ReplaceData::cancel()
 {
+    unlockTexts();
     m_replaceFrame->hide();
     m_grid->hide();
     m_findFrame->show();

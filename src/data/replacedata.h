@@ -8,6 +8,7 @@
 #include <QWidget>
 
 #include <memory>
+#include <vector>
 
 class QComboBox;
 class QGroupBox;
@@ -24,7 +25,8 @@ class ToolHost;
 
 namespace TableSearch {
 struct FieldHits;
-}
+struct Hit;
+} // namespace TableSearch
 
 class ReplaceData final : public QWidget {
     Q_OBJECT
@@ -37,8 +39,9 @@ public:
     // the scan; while a scan runs, a stop request.
     void StartFind();
     void ScanTables();
-    // Replaces the hit of the given grid row; false when the replacement failed in a way the
-    // operator must look at (the message has been shown).
+    // Replaces the hit of the given grid row in that hit's own row, and tells the operator
+    // when it was left unchanged; false when the replacement failed in a way the operator
+    // must look at (the message has been shown).
     bool ReplaceHit(int row);
 
     Grid *grid() const { return m_grid; }
@@ -49,11 +52,21 @@ protected:
 
 private:
     enum class Step { Replace, Ignore };
+    // Unchanged: not changed and not yet told; Told: not changed, and the operator was told.
+    enum class Done { Replaced, Unchanged, Told, Failed };
     // cmdrep / cmdignore on the current row; false when a replacement failed.
     bool actOnCurrent(Step step);
+    // One replacement; an unchanged hit is told about only when `tellUnchanged`.
+    Done replaceRow(int row, bool tellUnchanged);
     void replaceAll();
     void cancel();
     void addHits(const TableSearch::FieldHits &hits);
+    // The find and replace texts are read once, when a find starts, and stay as read (the
+    // boxes read-only) until the hits are given up, so that the client-code guard, the scan
+    // and every replacement work with the same texts.
+    void lockTexts();
+    void unlockTexts();
+    TableSearch::Hit *hitOfRow(int row);
 
     ToolHost &m_host;
     QGroupBox *m_findFrame;
@@ -75,6 +88,10 @@ private:
     QLabel *m_status;
     BusyState m_busy;
     std::unique_ptr<ProgressView> m_progress;
+    std::vector<TableSearch::Hit> m_hits; // grid rows name theirs in a hidden column
+    bool m_textsLocked = false;
+    QString m_findText;
+    QString m_replaceText;
 };
 
 } // namespace tabulon

@@ -4,6 +4,8 @@
 #include "db/databasesession.h"
 #include "db/progress.h"
 
+#include <algorithm>
+
 namespace tabulon::TableSearch {
 
 namespace {
@@ -123,6 +125,63 @@ DbResult<bool> clientCodeExists(DatabaseSession &session, const QString &code)
     return false;
 }
 
+QString identityQuery(const QString &table, const std::vector<FieldInfo> &fields, int field, const QString &value)
+{
+    const bool keyed = std::any_of(fields.begin(), fields.end(), [](const FieldInfo &f) { return f.primaryKey; });
+    QStringList columns;
+    for (int f = 0; f < static_cast<int>(fields.size()); ++f) {
+        if (!keyed || f == field || fields[static_cast<size_t>(f)].primaryKey)
+            columns << DatabaseSession::quoteIdentifier(fields[static_cast<size_t>(f)].name);
+    }
+    return QStringLiteral("SELECT ") + columns.join(QLatin1Char(',')) + QStringLiteral(" FROM ") +
+           DatabaseSession::quoteIdentifier(table) + QStringLiteral(" WHERE ") +
+           DatabaseSession::quoteIdentifier(fields[static_cast<size_t>(field)].name) + QLatin1Char('=') + value;
+}
+
+bool RowIdentity::matches(const Recordset &records, qsizetype row) const
+{
+    if (fields.isEmpty() || static_cast<size_t>(fields.size()) != values.size())
+        return false;
+    for (qsizetype i = 0; i < fields.size(); ++i) {
+        const int f = records.fieldIndex(fields.at(i));
+        if (f < 0 || records.value(row, f) != values[static_cast<size_t>(i)])
+            return false;
+    }
+    return true;
+}
+
+namespace {
+
+// The hits of one field from its identity query: the key fields (or all fields) of each row
+// and the field's own value.
+std::vector<Hit> hitsOf(const Recordset &rows, const QString &table, const QString &field, int fieldPosition)
+{
+    std::vector<Hit> hits;
+    const int valueField = rows.fieldIndex(field);
+    if (!rows.isOpen() || valueField < 0)
+        return hits;
+    bool keyed = false;
+    for (int f = 0; f < rows.fieldCount(); ++f)
+        keyed = keyed || rows.field(f).primaryKey;
+    std::vector<int> identity;
+    for (int f = 0; f < rows.fieldCount(); ++f) {
+        if (!keyed || rows.field(f).primaryKey)
+            identity.push_back(f);
+    }
+    hits.reserve(static_cast<size_t>(rows.recordCount()));
+    for (qsizetype r = 0; r < rows.recordCount(); ++r) {
+        Hit hit{table, field, rows.text(r, valueField), fieldPosition, {}};
+        for (const int f : identity) {
+            hit.row.fields << rows.field(f).name;
+            hit.row.values.push_back(rows.value(r, f));
+        }
+        hits.push_back(std::move(hit));
+    }
+    return hits;
+}
+
+} // namespace
+
 DbError scanTables(DatabaseSession &session, const QStringList &tables, const QString &findText, Progress &progress,
                    const std::function<void(const FieldHits &)> &onHits)
 {
@@ -138,6 +197,9 @@ DbError scanTables(DatabaseSession &session, const QStringList &tables, const QS
         auto fields = tableFields(session, table);
         if (!fields.ok())
             return fields.error();
+        std::vector<FieldInfo> infos;
+        for (int f = 0; f < fields->fieldCount(); ++f)
+            infos.push_back(fields->field(f));
         for (int f = 0; f < fields->fieldCount(); ++f) {
             const FieldInfo &field = fields->field(f);
             const std::optional<QString> value = comparisonValue(field.type, findText);
@@ -145,11 +207,19 @@ DbError scanTables(DatabaseSession &session, const QStringList &tables, const QS
                 continue;
             if (DbError error = session.execute(repair))
                 return error;
-            auto rows = session.openQuery(fieldQuery(table, field.name, *value));
+            const DbResult<bool> found = returnsRows(session, fieldQuery(table, field.name, *value));
+            if (!found.ok())
+                return found.error();
+            if (!found.value())
+                continue;
+            // The field's query tells only the values; its rows are read again with what
+            // identifies them, so that a replacement changes the very row the operator saw.
+            auto rows = session.openQuery(identityQuery(table, infos, f, *value));
             if (!rows.ok())
                 return rows.error();
-            if (hasRows(rows))
-                onHits({table, t, field.name, f, &*rows});
+            FieldHits hits{table, t, field.name, f, hitsOf(*rows, table, field.name, f)};
+            if (!hits.hits.empty())
+                onHits(hits);
         }
     }
     progress.end();
@@ -170,8 +240,8 @@ QString replacementValue(int adoType, const QString &replaceText)
     return replaceText;
 }
 
-DbResult<ReplaceOutcome> replaceHit(DatabaseSession &session, const Hit &hit, const QString &findText,
-                                    const QString &replaceText)
+DbResult<ReplaceResult> replaceHit(DatabaseSession &session, const Hit &hit, const QString &findText,
+                                   const QString &replaceText)
 {
     if (DbError error = session.execute(repairStatement(hit.table)))
         return error;
@@ -180,7 +250,7 @@ DbResult<ReplaceOutcome> replaceHit(DatabaseSession &session, const Hit &hit, co
         return rows.error();
     Recordset &records = *rows;
     if (!hasRows(rows))
-        return ReplaceOutcome::NothingToReplace;
+        return ReplaceResult{};
 
     // The scan's field position, unless the table has changed shape since: then the name.
     int field = hit.fieldPosition;
@@ -188,21 +258,20 @@ DbResult<ReplaceOutcome> replaceHit(DatabaseSession &session, const Hit &hit, co
         records.field(field).name.compare(hit.field, Qt::CaseInsensitive) != 0)
         field = records.fieldIndex(hit.field);
     if (field < 0)
-        return ReplaceOutcome::NothingToReplace;
+        return ReplaceResult{};
 
-    // The first row that still holds what was found. Rows holding the same value are taken one
-    // per replacement: a replaced row no longer matches, so the next hit takes the next row.
-    const QString wanted = findText.toUpper();
+    // The hit's own row, and only while its field still holds what the scan found there.
     qsizetype row = -1;
     for (qsizetype r = 0; r < records.recordCount() && row < 0; ++r) {
-        if (records.isNull(r, field))
-            continue;
-        const QString text = records.text(r, field);
-        if (text.toUpper() == wanted || text == hit.foundValue)
+        if (hit.row.matches(records, r) && !records.isNull(r, field) && records.text(r, field) == hit.foundValue)
             row = r;
     }
     if (row < 0)
-        return ReplaceOutcome::NothingToReplace;
+        return ReplaceResult{};
+    // The server compares by its own rules (0 = 'N/A' holds for a number); the value is the
+    // find text only when the texts agree.
+    if (records.text(row, field).toUpper() != findText.toUpper())
+        return ReplaceResult{ReplaceOutcome::NotFindText, {}};
 
     const FieldInfo &changed = records.field(field);
     SessionSql::UpdateTarget target;
@@ -212,7 +281,8 @@ DbResult<ReplaceOutcome> replaceHit(DatabaseSession &session, const Hit &hit, co
         target.fields.push_back(records.field(f));
         target.original.push_back(records.value(row, f));
     }
-    target.changes.emplace_back(field, replacementValue(changed.type, replaceText));
+    const QString written = replacementValue(changed.type, replaceText);
+    target.changes.emplace_back(field, written);
     const QByteArray update =
         SessionSql::buildUpdate(target, [&session](QByteArrayView value) { return session.escape(value); });
     if (DbError error = session.execute(QString::fromUtf8(update)))
@@ -222,7 +292,24 @@ DbResult<ReplaceOutcome> replaceHit(DatabaseSession &session, const Hit &hit, co
                        QStringLiteral("The record holding %1 in %2 of %3 could not be located; it was not changed.")
                            .arg(hit.foundValue, hit.field, hit.table),
                        0};
-    return ReplaceOutcome::Replaced;
+    return ReplaceResult{ReplaceOutcome::Replaced, written};
+}
+
+void followReplacement(std::vector<Hit> &hits, const Hit &replaced, const QString &written)
+{
+    qsizetype changed = -1;
+    for (qsizetype i = 0; i < replaced.row.fields.size() && changed < 0; ++i) {
+        if (replaced.row.fields.at(i).compare(replaced.field, Qt::CaseInsensitive) == 0)
+            changed = i;
+    }
+    if (changed < 0)
+        return; // the identity does not hold the field: it stays the row's
+    const RowIdentity before = replaced.row;
+    for (Hit &hit : hits) {
+        if (hit.row == before && hit.table == replaced.table &&
+            hit.field.compare(replaced.field, Qt::CaseInsensitive) != 0)
+            hit.row.values[static_cast<size_t>(changed)] = written;
+    }
 }
 
 } // namespace tabulon::TableSearch

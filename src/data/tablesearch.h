@@ -52,18 +52,41 @@ QString ownerCodeQuery(const QString &code);
 // table is repaired before it is asked.
 DbResult<bool> clientCodeExists(DatabaseSession &session, const QString &code);
 
-// The rows of one field's query that hold the find text.
+// Which row of its table a hit was read from: the row's primary key, or in a table without
+// one every value of the row, as the scan read them.
+struct RowIdentity final {
+    QStringList fields;
+    std::vector<std::optional<QString>> values;
+
+    bool operator==(const RowIdentity &) const = default;
+    // Whether row `row` of `records` (which must hold every identity field) is this row.
+    bool matches(const Recordset &records, qsizetype row) const;
+};
+
+struct Hit final {
+    QString table;
+    QString field;
+    QString foundValue;
+    int fieldPosition = -1;
+    RowIdentity row;
+};
+
+// The rows of one field that hold the find text, one hit each.
 struct FieldHits final {
     QString table;
     int tablePosition = 0;
     QString field;
-    int fieldPosition = 0;           // in the table, from 0
-    const Recordset *rows = nullptr; // one field: the value found, NULL included
+    int fieldPosition = 0; // in the table, from 0
+    std::vector<Hit> hits;
 };
 
+// The statement that reads the rows of a field's hits with what identifies each row: the
+// primary key's fields and the field, or without a key every field. `value` as for fieldQuery.
+QString identityQuery(const QString &table, const std::vector<FieldInfo> &fields, int field, const QString &value);
+
 // Every field of every table: "Repair Table" before the table and again before each field's
-// query, one query per comparable field, every returned row a hit. Stops at the first
-// failing statement and returns it.
+// query, one query per comparable field; a field whose query returns rows has them read again
+// with their identities, every row a hit. Stops at the first failing statement and returns it.
 DbError scanTables(DatabaseSession &session, const QStringList &tables, const QString &findText, Progress &progress,
                    const std::function<void(const FieldHits &)> &onHits);
 
@@ -73,27 +96,31 @@ QString replaceQuery(const QString &table, const QString &field, const QString &
 // when it is one, otherwise the text as typed.
 QString replacementValue(int adoType, const QString &replaceText);
 
-struct Hit final {
-    QString table;
-    QString field;
-    QString foundValue;
-    int fieldPosition = -1;
-};
-
 enum class ReplaceOutcome {
     Replaced,
-    // No row holds the value any more (replaced already, or changed by someone else): nothing
-    // was written.
-    NothingToReplace,
+    // The hit's row is gone, or its field no longer holds the value found: nothing was written.
+    RowChanged,
+    // The field's text is not the find text (upper case against upper case); the server only
+    // took them as equal when comparing, as it does 0 with 'N/A'. Nothing was written.
+    NotFindText,
 };
 
-// Replaces the value of one hit in one record: the first row of the replace query whose
-// field, in upper case, equals the find text in upper case (or holds exactly the value the
-// scan found). The record is written through the session's keyed update, located by its
-// primary key or else by every value it was read with, at most one row; a record that can no
-// longer be located gives AdoError::RowNotFound and changes nothing.
-DbResult<ReplaceOutcome> replaceHit(DatabaseSession &session, const Hit &hit, const QString &findText,
-                                    const QString &replaceText);
+struct ReplaceResult final {
+    ReplaceOutcome outcome = ReplaceOutcome::RowChanged;
+    QString written; // the field's new value, when replaced
+};
+
+// Replaces the value of one hit in exactly its own row: the row of the replace query whose
+// identity is the hit's, and only when its field still holds the value found and that value
+// is the find text in upper case. The record is written through the session's keyed update,
+// located by its primary key or else by every value it was read with, at most one row; a
+// record that can no longer be located gives AdoError::RowNotFound and changes nothing.
+DbResult<ReplaceResult> replaceHit(DatabaseSession &session, const Hit &hit, const QString &findText,
+                                   const QString &replaceText);
+
+// After `replaced` was written with `written`: the hits of the same row (other fields of it)
+// take the row's new identity, so that they still find it. The replaced hit keeps its own.
+void followReplacement(std::vector<Hit> &hits, const Hit &replaced, const QString &written);
 
 } // namespace TableSearch
 

@@ -262,6 +262,12 @@ void Grid::setCurrentCell(int row, int col)
     scrollTo(index);
 }
 
+int Grid::rowAtGlobal(const QPoint &globalPos) const
+{
+    const QModelIndex index = indexAt(viewport()->mapFromGlobal(globalPos));
+    return index.isValid() ? m_model->gridRow(index) : -1;
+}
+
 QList<int> Grid::selectedRows() const
 {
     std::vector<int> modelRows;

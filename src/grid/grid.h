@@ -71,6 +71,8 @@ public:
     // Makes a data cell current, selects its row and scrolls to it. A header row has no cell
     // in the view: the current cell is dropped and the view scrolls to the column instead.
     void setCurrentCell(int row, int col);
+    // The grid row of the data cell under a point in global coordinates; -1 when there is none.
+    int rowAtGlobal(const QPoint &globalPos) const;
     // Grid rows that have any selected cell, ascending.
     QList<int> selectedRows() const;
 

@@ -17,7 +17,15 @@
 #include <QSignalBlocker>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace tabulon {
+
+namespace {
+
+constexpr int kNameCol = 1; // the column's name; 2 holds its type
+
+} // namespace
 
 TableInfo::TableInfo(ToolHost &host, QWidget *parent)
     : QWidget(parent), m_host(host), m_combo(new QComboBox(this)),
@@ -155,6 +163,9 @@ void TableInfo::listTables(int from, int to)
     }
     m_grid->refresh();
     m_hasRows = m_grid->rows() >= 2;
+    // The field commands act on the current row: a listing always leaves one when it can.
+    if (m_hasRows)
+        m_grid->setCurrentCell(1, kNameCol);
     m_grid->autoSize(0, 2);
     m_show->setEnabled(true);
 }
@@ -163,6 +174,10 @@ void TableInfo::onGridMouseDown(Qt::MouseButton button, const QPoint &globalPos)
 {
     if (button != Qt::RightButton || m_grid->rows() <= 1)
         return;
+    // The pop-up's commands act on the row under the pointer, not on one picked earlier.
+    const int row = m_grid->rowAtGlobal(globalPos);
+    if (row >= 1)
+        m_grid->setCurrentCell(row, std::max(m_grid->col(), kNameCol));
     if (QMenu *menu = m_host.popupMenu(QStringLiteral("mnupop")))
         menu->popup(globalPos);
 }
@@ -173,8 +188,22 @@ QString TableInfo::currentCell(int col) const
     return row >= 1 ? m_grid->textMatrix(row, col) : QString();
 }
 
+bool TableInfo::canEditFields()
+{
+    // Without a column row there is no name to act on, or to fall back on: nothing is sent.
+    if (m_grid->row() < 1 || currentCell(kNameCol).isEmpty())
+        return false;
+    if (m_combo->currentIndex() < 0) {
+        Dialogs::message(this, QStringLiteral("Please select a Table"));
+        return false;
+    }
+    return true;
+}
+
 void TableInfo::AddField()
 {
+    if (!canEditFields())
+        return;
     const QString name = Dialogs::input(this, QStringLiteral("Enter the Field Name you want to create"));
     const QString type = Dialogs::input(this, QStringLiteral("Enter the DataType for the Field"));
     if (Dialogs::ask(this, QStringLiteral("This will Add the field from Table")) != Dialogs::Answer::Yes)
@@ -191,6 +220,8 @@ void TableInfo::AddField()
 
 void TableInfo::ModifyField()
 {
+    if (!canEditFields())
+        return;
     const QString name = Dialogs::input(this, QStringLiteral("Enter the Field Name you want to change with"));
     const QString type = Dialogs::input(this, QStringLiteral("Enter the DataType for the Field"));
     if (Dialogs::ask(this, QStringLiteral("This will Modify the field from Table")) != Dialogs::Answer::Yes)
@@ -208,6 +239,8 @@ void TableInfo::ModifyField()
 
 void TableInfo::DeleteField()
 {
+    if (!canEditFields())
+        return;
     if (Dialogs::ask(this, QStringLiteral("This will Delete the field from Table")) != Dialogs::Answer::Yes)
         return;
     const int row = m_grid->row();
@@ -219,6 +252,9 @@ void TableInfo::DeleteField()
     if (row >= 1) {
         m_grid->removeRow(row);
         m_grid->refresh();
+        // The row that took its place (or the one above, after the last) is current.
+        if (m_grid->rows() > 1)
+            m_grid->setCurrentCell(std::min(row, m_grid->rows() - 1), kNameCol);
     }
 }
 

@@ -27,7 +27,8 @@ public:
     ~TableInfo() override;
 
     // Each asks first, acts on the table selected in Combo1 (whatever table the grid row is
-    // from) and takes the current grid row's name and type for answers left empty.
+    // from) and takes the current grid row's name and type for answers left empty. Without a
+    // current column row they do nothing; without a table chosen they ask for one.
     void AddField();
     void DeleteField();
     void ModifyField();
@@ -44,6 +45,8 @@ private:
     void onOption();
     void onGridMouseDown(Qt::MouseButton button, const QPoint &globalPos);
     QString currentCell(int col) const;
+    // Whether a field command may go on: a current column row and a table chosen in Combo1.
+    bool canEditFields();
 
     ToolHost &m_host;
     QComboBox *m_combo;

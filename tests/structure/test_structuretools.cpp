@@ -50,6 +50,7 @@ private Q_SLOTS:
     void detailListsAndNarrows();
     void fieldCommands_data();
     void fieldCommands();
+    void fieldCommandsNeedARowAndATable();
     void createGridKeysAndRows();
     void saveTable_data();
     void saveTable();
@@ -91,6 +92,7 @@ void TestStructureTools::detailListsAndNarrows()
     QCOMPARE(items(combo(w)), sl({"bill", "owner1", "staff"}));
     QCOMPARE(sent(), sl({"SHOW Tables", "Repair Table bill", "show columns from bill"}));
     QCOMPARE(gridRowTexts(w->grid()->cells(), 1), sl({"1 - bill|code|varchar(10)", "2 - bill|name|varchar(20)"}));
+    QCOMPARE(w->grid()->row(), 1);
 
     markLog();
     combo(w)->setCurrentIndex(2);
@@ -174,9 +176,11 @@ void TestStructureTools::fieldCommands()
     Grid &g = *w->grid();
     const int rows = g.rows();
     QCOMPARE(g.textMatrix(rows - 1, 1), qs("nick")); // staff.nick, the last row
+    // The right click alone makes the row under the pointer current.
+    QCOMPARE(g.row(), 1);
     const QPoint cell = g.visualRect(g.model()->index(rows - 2, 1)).center();
-    QTest::mouseClick(g.viewport(), Qt::LeftButton, {}, cell);
     QTest::mousePress(g.viewport(), Qt::RightButton, {}, cell);
+    QCOMPARE(g.row(), rows - 1);
     QVERIFY(m_main->popupMenu(qs("mnupop"))->isVisible());
     m_main->popupMenu(qs("mnupop"))->hide();
 
@@ -196,6 +200,41 @@ void TestStructureTools::fieldCommands()
     } else { // listed again as Show would: every table in "All Tables"
         QCOMPARE(sent(), QStringList{statement} + kListAll);
     }
+}
+
+// No statement goes out without a column name or a table: without a current row the commands do
+// nothing, and a listing that took the chosen table out of the list has them ask for one.
+void TestStructureTools::fieldCommandsNeedARowAndATable()
+{
+    TableInfo *w = open<TableInfo>("mnuTabDet");
+    QVERIFY(w && QTest::qWaitForWindowExposed(w));
+    Grid &g = *w->grid();
+    // A right click below the rows keeps the current row.
+    QTest::mousePress(g.viewport(), Qt::RightButton, {}, QPoint(20, g.viewport()->height() - 5));
+    QVERIFY(m_main->popupMenu(qs("mnupop"))->isVisible());
+    m_main->popupMenu(qs("mnupop"))->hide();
+    QCOMPARE(g.row(), 1);
+
+    const char *commands[] = {"mnuaf", "mnumf", "mnudf"};
+    m_operator->answer = Dialogs::Answer::Yes;
+    g.setCurrentCell(0, 1);
+    QCOMPARE(g.row(), -1);
+    markLog();
+    for (const char *command : commands)
+        m_main->menuItem(qs(command))->trigger();
+    QCOMPARE(sent(), QStringList());
+    QCOMPARE(prompts(), QStringList());
+
+    child<QLineEdit>(w, "txtflname")->setText(qs("code"));
+    child<QPushButton>(w, "cmdshow")->click();
+    QCOMPARE(combo(w)->currentIndex(), -1);
+    QCOMPARE(g.row(), 1);
+    markLog();
+    for (const char *command : commands)
+        m_main->menuItem(qs(command))->trigger();
+    QCOMPARE(sent(), QStringList());
+    QCOMPARE(prompts(), QStringList(3, qs("Please select a Table")));
+    QCOMPARE(m_operator->ends, QList<int>());
 }
 
 void TestStructureTools::createGridKeysAndRows()
