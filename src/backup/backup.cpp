@@ -33,11 +33,17 @@ QPushButton *button(QWidget *parent, const char *name, const char *caption)
     return b;
 }
 
+const QString kTableVerb = QStringLiteral("Copying Table ");
+const QString kClientVerb = QStringLiteral("BackingUp Data from Table ");
+
+// The server's error for a column the table lacks: a client select that does not apply.
+constexpr int kUnknownColumn = 1054;
+
 } // namespace
 
 BackUp::BackUp(ToolHost &host, QWidget *parent)
-    : QDialog(parent), m_host(host), m_pathPage(new QFrame(this)),
-      m_list(new TableChecklist(QStringLiteral("Copying Table "), {}, this)), m_keys(new KeyPreview(this))
+    : QDialog(parent), m_host(host), m_pathPage(new QFrame(this)), m_list(new TableChecklist(kTableVerb, {}, this)),
+      m_keys(new KeyPreview(this))
 {
     setObjectName(QStringLiteral("BackUp"));
     setWindowTitle(QStringLiteral("BackUp"));
@@ -87,7 +93,12 @@ BackUp::BackUp(ToolHost &host, QWidget *parent)
     (void)m_list->fillTables(m_host.sessionOrClosed());
 }
 
-BackUp::~BackUp() = default;
+BackUp::~BackUp()
+{
+    // The working folder of a backup the operator left before it ran; only an empty one goes.
+    if (!m_set.workingFolder.isEmpty())
+        QDir().rmdir(m_set.workingFolder);
+}
 
 void BackUp::nextPressed()
 {
@@ -108,18 +119,16 @@ void BackUp::nextPressed()
 bool BackUp::prepare()
 {
     m_set = TableBackup::BackupSet::forPath(m_path->text(), QDate::currentDate());
-    const QString archive = m_set.archivePath();
-    if (QFileInfo::exists(archive)) {
+    m_replace = false;
+    if (QFileInfo::exists(m_set.archivePath())) {
         if (Dialogs::ask(this, QStringLiteral("The backup is already taken, are you want to delete it")) !=
             Dialogs::Answer::Yes) {
             closeToolWindow(this);
             return false;
         }
-        if (!QFile::remove(archive)) {
-            QFile file(archive);
-            Dialogs::message(this, DbError::file(QDir::toNativeSeparators(archive), file.errorString()).description);
-            return false;
-        }
+        // The earlier archive stays until the new one is whole and takes its place: an exit or a
+        // failure before then leaves the operator the backup they had.
+        m_replace = true;
     }
     if (!QFileInfo(m_set.workingFolder).isDir() && !QDir().mkpath(m_set.workingFolder)) {
         Dialogs::message(this, DbError::file(QDir::toNativeSeparators(m_set.workingFolder),
@@ -139,28 +148,40 @@ void BackUp::backPressed()
 void BackUp::backupPressed()
 {
     m_written.clear();
+    m_missing.clear();
     m_fatal = {};
+    m_list->setVerb(m_clientOnly->isChecked() ? kClientVerb : kTableVerb);
     if (m_clientOnly->isChecked())
         runClientBackup();
     else
         runTableBackup();
 }
 
+bool BackUp::leftOut(const QString &table)
+{
+    if (BackupArchive::isTableName(table))
+        return false;
+    m_missing << table + QStringLiteral(": its name is not one a restore can take (letters, digits, _ and $)");
+    return true;
+}
+
 void BackUp::runTableBackup()
 {
     DatabaseSession &session = m_host.sessionOrClosed();
     const auto run = m_list->run([this, &session](const QString &table) {
-        if (m_fatal || !BackupArchive::isPlainTableName(table))
+        if (m_fatal || leftOut(table))
             return;
         const QString path = QDir(m_set.workingFolder).filePath(table);
         DbError refused;
-        DbError error = TableBackup::writeTableFile(session, TableBackup::tableSelect(table), path, &refused);
-        // A table the server will not open still gets its (empty) table file.
-        if (!error && refused)
-            error = TableBackup::writeEmptyTableFile(path);
-        if (error) {
+        if (DbError error = TableBackup::writeTableFile(session, TableBackup::tableSelect(table), path, &refused)) {
             m_fatal = error;
             m_list->busy().requestStop();
+            return;
+        }
+        // An empty table file would restore as an empty table; a table that could not be read
+        // has no file, and the closing message names it.
+        if (refused) {
+            m_missing << table + QStringLiteral(": ") + refused.description;
             return;
         }
         m_written << table;
@@ -191,10 +212,11 @@ void BackUp::runClientBackup()
     }
     const QString other = client->other;
     const auto run = m_list->run([this, &session, &code, &other](const QString &table) {
-        if (m_fatal || !BackupArchive::isPlainTableName(table))
+        if (m_fatal || leftOut(table))
             return;
         const QString path = QDir(m_set.workingFolder).filePath(table);
         bool written = false;
+        DbError unreadable;
         for (const QString &select : TableBackup::clientSelects(table, code, other)) {
             DbError refused;
             if (DbError error = TableBackup::writeTableFile(session, select, path, &refused)) {
@@ -203,9 +225,15 @@ void BackUp::runClientBackup()
                 return;
             }
             written = written || !refused;
+            // A table without the select's column has no rows of the client; any other refusal
+            // means the table could not be read.
+            if (refused && refused.serverCode != kUnknownColumn && !unreadable)
+                unreadable = refused;
         }
         if (written)
             m_written << table;
+        else if (unreadable)
+            m_missing << table + QStringLiteral(": ") + unreadable.description;
     });
     if (run == TableChecklist::Run::Finished || run == TableChecklist::Run::Stopped)
         complete(run == TableChecklist::Run::Finished);
@@ -224,12 +252,17 @@ void BackUp::complete(bool finished)
         closeToolWindow(this);
         return;
     }
-    if (DbError error = TableBackup::finish(m_set, m_written)) {
+    if (DbError error = TableBackup::finish(
+            m_set, m_written, m_replace ? BackupArchive::Existing::Replace : BackupArchive::Existing::Keep)) {
         Dialogs::message(this, QStringLiteral("The backup was not made: ") + error.description);
         closeToolWindow(this);
         return;
     }
-    Dialogs::message(this, QStringLiteral("Backup Sucessfully"));
+    if (m_missing.isEmpty())
+        Dialogs::message(this, QStringLiteral("Backup Sucessfully"));
+    else
+        Dialogs::message(this, QStringLiteral("Backup Sucessfully, without these tables:\n") +
+                                   m_missing.join(QLatin1Char('\n')));
     closeToolWindow(this);
 }
 

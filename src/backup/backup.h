@@ -40,6 +40,8 @@ private:
     void backupPressed();
     void runTableBackup();
     void runClientBackup();
+    // Leaves out a table whose name the archive cannot hold; true when it did.
+    bool leftOut(const QString &table);
     // After the loop: the archive, or the error that ended it, then the window closes.
     void complete(bool finished);
     void exitAsked();
@@ -54,7 +56,9 @@ private:
     bool m_tablePageShown = false;
 
     TableBackup::BackupSet m_set;
-    QStringList m_written; // table files of this run
+    bool m_replace = false; // the operator agreed to replace the day's earlier archive
+    QStringList m_written;  // table files of this run
+    QStringList m_missing;  // "table: why" for every ticked table the archive lacks
     DbError m_fatal;
 };
 

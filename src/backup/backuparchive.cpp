@@ -7,13 +7,18 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSet>
 #include <QStorageInfo>
 #include <QTemporaryDir>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <zip.h>
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
 
 namespace tabulon::BackupArchive {
@@ -63,6 +68,20 @@ qint64 unpackBudget(const QString &folder, const Limits &limits)
     return std::min(limits.maxUnpackedBytes, std::max<qint64>(storage.bytesAvailable() - kReserve, 0));
 }
 
+// Flushes a file, or a folder's entries, from the system's caches to the disk.
+DbError syncToDisk(const QString &path)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return DbError::file(native(path), QString::fromLocal8Bit(std::strerror(errno)));
+    const int synced = ::fsync(fd);
+    const int error = errno;
+    ::close(fd);
+    if (synced != 0)
+        return DbError::file(native(path), QString::fromLocal8Bit(std::strerror(error)));
+    return {};
+}
+
 } // namespace
 
 QString datedName(const QDate &date)
@@ -75,21 +94,25 @@ QString datedName(const QDate &date)
         .arg(date.year() % 100, 2, 10, QLatin1Char('0'));
 }
 
-bool isPlainTableName(const QString &name)
+bool isTableName(const QString &name)
 {
-    if (name.isEmpty() || name.size() > 64 || name == QLatin1String(".") || name.contains(QLatin1String("..")))
+    if (name.isEmpty() || name.size() > 64)
         return false;
     for (const QChar c : name) {
-        if (c == QLatin1Char('/') || c == QLatin1Char('\\') || c == QLatin1Char(':') || c.unicode() < 0x20 ||
-            c.unicode() == 0x7F || c == QChar::ReplacementCharacter)
+        const bool ascii = c.unicode() < 0x80;
+        if (ascii ? !(c.isLetterOrNumber() || c == QLatin1Char('_') || c == QLatin1Char('$')) : !c.isLetter())
             return false;
     }
-    return true;
+    // Names the parser takes for numbers: all digits, a digit run then an exponent (1e5, 12e3abc),
+    // a whole hexadecimal or binary literal (0x1f, 0b01; 0x1fg is a name again).
+    static const QRegularExpression number(QStringLiteral("^(?:[0-9]+|[0-9]+[eE][0-9].*|0x[0-9a-fA-F]+|0b[01]+)$"),
+                                           QRegularExpression::DotMatchesEverythingOption);
+    return !number.match(name).hasMatch();
 }
 
-DbError pack(const QString &folder, const QStringList &fileNames, const QString &archivePath)
+DbError pack(const QString &folder, const QStringList &fileNames, const QString &archivePath, Existing existing)
 {
-    if (QFileInfo::exists(archivePath))
+    if (existing == Existing::Keep && QFileInfo::exists(archivePath))
         return DbError::file(native(archivePath), tr("An archive of this name already exists."));
     const QString partial = archivePath + QStringLiteral(".partial");
     QFile::remove(partial); // left by an earlier run that was killed
@@ -135,12 +158,25 @@ DbError pack(const QString &folder, const QStringList &fileNames, const QString 
         if (!empty.open(QIODevice::WriteOnly) || empty.write(endOfDirectory) != endOfDirectory.size() || !empty.flush())
             return DbError::file(native(partial), empty.errorString());
     }
-    QFile done(partial);
-    if (!done.rename(archivePath)) {
-        const DbError error = DbError::file(native(archivePath), done.errorString());
+    if (DbError error = syncToDisk(partial)) {
         QFile::remove(partial);
         return error;
     }
+    // With Replace, rename() puts the new archive in the earlier one's place in one step; with
+    // Keep, QFile's rename fails rather than replace an archive that appeared meanwhile.
+    QFile done(partial);
+    const bool moved = existing == Existing::Replace ? ::rename(QFile::encodeName(partial).constData(),
+                                                                QFile::encodeName(archivePath).constData()) == 0
+                                                     : done.rename(archivePath);
+    if (!moved) {
+        const DbError error = DbError::file(native(archivePath), existing == Existing::Replace
+                                                                     ? QString::fromLocal8Bit(std::strerror(errno))
+                                                                     : done.errorString());
+        QFile::remove(partial);
+        return error;
+    }
+    // The new name itself lasts only once the folder is on disk too.
+    (void)syncToDisk(QFileInfo(archivePath).absolutePath());
     return {};
 }
 
@@ -173,8 +209,8 @@ DbError extract(const QString &archivePath, const QString &targetFolder, QString
         const QByteArray rawName = st.name ? QByteArray(st.name) : QByteArray();
         const QString name = QString::fromUtf8(rawName);
         const QString shown = name.isEmpty() ? QStringLiteral("(no name)") : name;
-        if (!isPlainTableName(name) || name.toUtf8() != rawName)
-            return refuse(tr("The entry \"%1\" is not a plain table name.").arg(shown));
+        if (!isTableName(name) || name.toUtf8() != rawName)
+            return refuse(tr("The entry \"%1\" is not a table name.").arg(shown));
         if (seen.contains(name.toLower()))
             return refuse(tr("The entry \"%1\" appears more than once.").arg(shown));
         seen.insert(name.toLower());

@@ -15,14 +15,22 @@ namespace tabulon::BackupArchive {
 // "dd-mmm-yy" with English month abbreviations whatever the locale: 15-Nov-26.
 QString datedName(const QDate &date);
 
-// True for a name that can only ever be a file directly inside a folder: not empty, no path
-// separators, no drive colon, no "..", no control characters, at most 64 characters.
-bool isPlainTableName(const QString &name);
+// True for a name that the restore's unquoted statements ("Delete from " + name + " where ...")
+// read as exactly one table name, which also makes it a plain file name: at most 64 letters
+// (beyond ASCII too), digits, "_" and "$", and not a number to the server's parser (only digits,
+// 1e5, 0x1f, 0b01). Anything else could turn a statement into another one ("t #" comments out
+// its where clause), so such names are neither written into nor read from an archive.
+bool isTableName(const QString &name);
 
-// Zips the named files of `folder` into `archivePath`, each at the archive's root. The archive is written as
-// `archivePath` + ".partial" and renamed at the end; an archive already at `archivePath` is never replaced (an error
-// names it).
-DbError pack(const QString &folder, const QStringList &fileNames, const QString &archivePath);
+enum class Existing { Keep, Replace };
+
+// Zips the named files of `folder` into `archivePath`, each at the archive's root. The archive is
+// written as `archivePath` + ".partial", flushed to disk and only then renamed to its name, so an
+// archive at `archivePath` is either the earlier one or the new one whole. With Existing::Keep an
+// archive already there is never replaced (an error names it); with Existing::Replace it stays
+// until the new one takes its place.
+DbError pack(const QString &folder, const QStringList &fileNames, const QString &archivePath,
+             Existing existing = Existing::Keep);
 
 struct Limits final {
     qint64 maxUnpackedBytes = qint64(64) * 1024 * 1024 * 1024;

@@ -31,6 +31,9 @@ namespace {
 
 const QString kOrvita = QStringLiteral("Orvita");
 
+// The server's error for a table that does not exist.
+constexpr int kNoSuchTable = 1146;
+
 QPushButton *button(QWidget *parent, const char *name, const char *caption)
 {
     auto *b = new QPushButton(QString::fromUtf8(caption), parent);
@@ -56,7 +59,8 @@ Restore::Restore(ToolHost &host, QWidget *parent)
     m_path = new QLineEdit(m_filePage);
     m_path->setObjectName(QStringLiteral("txtpath"));
     auto *fileNext = button(m_filePage, "cmdok", "&Next >>");
-    m_exit = button(m_filePage, "cmdexit", "&E&xit");
+    // Below the pages: the way out of every page but the progress page.
+    m_exit = button(this, "cmdexit", "&E&xit");
     auto *fileLayout = new QGridLayout(m_filePage);
     fileLayout->addWidget(label1, 0, 0, 1, 2);
     fileLayout->addWidget(m_lists->drives(), 1, 0, 1, 2);
@@ -64,7 +68,6 @@ Restore::Restore(ToolHost &host, QWidget *parent)
     fileLayout->addWidget(m_lists->files(), 2, 1);
     fileLayout->addWidget(m_path, 3, 0, 1, 2);
     fileLayout->addWidget(fileNext, 4, 0);
-    fileLayout->addWidget(m_exit, 4, 1);
 
     m_databasePage->setObjectName(QStringLiteral("Frame2"));
     m_databasePage->setFrameShape(QFrame::StyledPanel);
@@ -107,6 +110,7 @@ Restore::Restore(ToolHost &host, QWidget *parent)
     layout->addWidget(m_filePage);
     layout->addWidget(m_databasePage);
     layout->addWidget(m_list);
+    layout->addWidget(m_exit, 0, Qt::AlignRight);
     resize(520, 460);
 
     connect(m_lists, &FolderLists::folderChanged, this,
@@ -219,6 +223,10 @@ void Restore::restorePressed()
         m_list->run({}); // says that no table has been selected
         return;
     }
+    m_ended = m_stopped = false;
+    m_stopReason.clear();
+    m_failures = 0;
+    m_firstFailure = {};
     m_exit->hide();
     if (m_clientOnly->isChecked())
         runClientRestore();
@@ -226,49 +234,88 @@ void Restore::restorePressed()
         runTableRestore();
 }
 
-bool Restore::tableExists(const QString &table, bool *stop)
+bool Restore::failed(const DbError &error, bool counted)
 {
-    if (!m_target->execute(TableRestore::existenceTest(table)))
+    if (counted) {
+        if (m_failures++ == 0)
+            m_firstFailure = error;
         return true;
-    if (Dialogs::ask(this, QStringLiteral("This table is not exist in Database, Continue ?")) != Dialogs::Answer::Yes) {
-        *stop = true;
-        m_list->busy().requestStop();
     }
+    m_ended = true;
+    m_list->busy().requestStop();
+    Dialogs::runtimeError(this, error); // and the program ends
     return false;
+}
+
+void Restore::stop(const QString &reason)
+{
+    m_stopped = true;
+    m_stopReason = reason;
+    m_list->busy().requestStop();
+}
+
+void Restore::restoreTable(const QString &table, const TableRestore::ClientCode *client)
+{
+    const bool counted = client != nullptr;
+    if (DbError error = m_target->execute(TableRestore::existenceTest(table))) {
+        if (error.serverCode != kNoSuchTable) {
+            (void)failed(error, counted);
+            return;
+        }
+        if (Dialogs::ask(this, QStringLiteral("This table is not exist in Database, Continue ?")) !=
+            Dialogs::Answer::Yes)
+            stop(QString());
+        return;
+    }
+    // Everything that can be known before the table changes is checked here: a file that does
+    // not fit would otherwise fail after the old rows are gone.
+    const QString file = QDir(m_extracted).filePath(table);
+    const auto fit = TableRestore::checkFit(*m_target, table, file);
+    if (!fit) {
+        (void)failed(fit.error(), counted);
+        return;
+    }
+    if (!fit->misfit.isEmpty()) {
+        stop(QStringLiteral("The restore stopped at the table %1, which was left as it was: %2")
+                 .arg(table, fit->misfit));
+        return;
+    }
+    const QStringList deletes = client ? TableRestore::clientDeletes(table, client->code, fit->types)
+                                : m_deleteAll->isChecked() ? QStringList{TableRestore::deleteAllStatement(table)}
+                                                           : QStringList();
+    for (const QString &sql : deletes) {
+        if (DbError error = m_target->execute(sql); error && !failed(error, counted))
+            return;
+    }
+    if (DbError error = TableRestore::insertRows(*m_target, table, file, fit->types, client,
+                                                 [this, counted](const DbError &e) { return failed(e, counted); });
+        error && !m_ended)
+        (void)failed(error, counted); // the file itself, read whole before, fails to read again
 }
 
 void Restore::runTableRestore()
 {
-    bool stopped = false;
-    const auto untrapped = [this](const DbError &error) {
-        m_ended = true;
-        m_list->busy().requestStop();
-        Dialogs::runtimeError(this, error); // and the program ends
-    };
-    const auto run = m_list->run([&](const QString &table) {
-        if (m_ended || stopped || !tableExists(table, &stopped))
-            return;
-        if (m_deleteAll->isChecked()) {
-            if (DbError error = m_target->execute(TableRestore::deleteAllStatement(table))) {
-                untrapped(error);
-                return;
-            }
-        }
-        auto types = TableRestore::fieldTypes(*m_target, table);
-        if (!types) {
-            untrapped(types.error());
-            return;
-        }
-        const QString file = QDir(m_extracted).filePath(table);
-        if (DbError error = TableRestore::insertRows(*m_target, table, file, *types, nullptr,
-                                                     [](const DbError &) { return false; }))
-            untrapped(error);
+    const auto run = m_list->run([this](const QString &table) {
+        if (!m_ended && !m_stopped)
+            restoreTable(table, nullptr);
     });
+    finishRun(run);
+}
+
+void Restore::finishRun(TableChecklist::Run run)
+{
     if (m_ended || run == TableChecklist::Run::AlreadyRunning || run == TableChecklist::Run::NoneTicked)
         return;
-    if (run == TableChecklist::Run::Stopped && !stopped)
+    if (run == TableChecklist::Run::Stopped && !m_stopped)
         return; // the window is closing
-    Dialogs::message(this, QStringLiteral("Restored Sucessfully"));
+    if (!m_stopReason.isEmpty())
+        Dialogs::message(this, m_stopReason);
+    else if (m_failures > 0)
+        Dialogs::message(this, QStringLiteral("The restore is done, but %1 of its statements failed. The first: %2")
+                                   .arg(m_failures)
+                                   .arg(m_firstFailure.description));
+    else
+        Dialogs::message(this, QStringLiteral("Restored Sucessfully"));
     closeToolWindow(this);
 }
 
@@ -296,8 +343,8 @@ QString Restore::chooseClientCode()
                              Dialogs::Buttons::YesNoCancel, Dialogs::Icon::None, kOrvita)) {
         case Dialogs::Answer::Yes: return code;
         case Dialogs::Answer::No:
-            // Codes are kept in capitals, and looked up so.
-            code = Dialogs::input(this, QStringLiteral("Please Enter a new Code No"), kOrvita).trimmed().toUpper();
+            // Taken as typed: the operator chooses the new code's spelling.
+            code = Dialogs::input(this, QStringLiteral("Please Enter a new Code No"), kOrvita).trimmed();
             break;
         default: return {};
         }
@@ -312,26 +359,13 @@ void Restore::runClientRestore()
         return;
     }
     const TableRestore::ClientCode client{code};
-    bool stopped = false;
-    const auto run = m_list->run([&](const QString &table) {
-        if (stopped || !tableExists(table, &stopped))
-            return;
-        // From here on every failure is skipped: a delete on a column the table lacks, a row
-        // the server refuses, a table whose types cannot be read.
-        for (const QString &sql : TableRestore::clientDeletes(table, client.code))
-            (void)m_target->execute(sql);
-        auto types = TableRestore::fieldTypes(*m_target, table);
-        if (!types)
-            return;
-        (void)TableRestore::insertRows(*m_target, table, QDir(m_extracted).filePath(table), *types, &client,
-                                       [](const DbError &) { return true; });
+    const auto run = m_list->run([this, &client](const QString &table) {
+        // From here on failed statements are counted and skipped: a row the server refuses, a
+        // table whose fields cannot be read.
+        if (!m_stopped)
+            restoreTable(table, &client);
     });
-    if (run == TableChecklist::Run::AlreadyRunning || run == TableChecklist::Run::NoneTicked)
-        return;
-    if (run == TableChecklist::Run::Stopped && !stopped)
-        return;
-    Dialogs::message(this, QStringLiteral("Restored Sucessfully"));
-    closeToolWindow(this);
+    finishRun(run);
 }
 
 void Restore::exitAsked()

@@ -3,7 +3,9 @@
 // connection of its own, table by table or for one client's rows.
 #pragma once
 
+#include "backup/tablerestore.h"
 #include "db/dberror.h"
+#include "ui/tablechecklist.h"
 
 #include <QDialog>
 #include <QStringList>
@@ -22,7 +24,6 @@ namespace tabulon {
 class DatabaseSession;
 class FolderLists;
 class KeyPreview;
-class TableChecklist;
 class ToolHost;
 
 class Restore final : public QDialog {
@@ -55,8 +56,16 @@ private:
     // The code the client's rows are restored under, after the look-up in the target and the
     // operator's answers; empty when the operator went back to the table page.
     QString chooseClientCode();
-    // The existence test and its question; false to skip the table. `*stop` ends the loop.
-    bool tableExists(const QString &table, bool *stop);
+    // One table of either restore (`client` set: the client's rows under its code): the
+    // existence test, the table file checked against the table, the deletes, the inserts.
+    void restoreTable(const QString &table, const TableRestore::ClientCode *client);
+    // A failed statement: the table restore's run-time report that ends the program; the client
+    // restore counts it and goes on. True to go on.
+    bool failed(const DbError &error, bool counted);
+    // Ends the loop at the table in hand; the reason is told when the loop is over.
+    void stop(const QString &reason);
+    // After the loop: the closing message, and the window closes.
+    void finishRun(TableChecklist::Run run);
     void showTablePage();
     void exitAsked();
 
@@ -78,7 +87,13 @@ private:
     QString m_extracted;          // the extraction folder
     QStringList m_extractedNames; // files this tool put there
     bool m_createdFolder = false;
-    bool m_ended = false; // an untrapped error ended the program
+
+    // The run in hand.
+    bool m_ended = false;   // an untrapped error ended the program
+    bool m_stopped = false; // the loop ends at the table in hand
+    QString m_stopReason;   // told after the loop ("" after No to the missing table's question)
+    int m_failures = 0;     // the client restore's failed statements
+    DbError m_firstFailure;
 };
 
 } // namespace tabulon

@@ -84,16 +84,6 @@ DbError writeTableFile(DatabaseSession &session, const QString &select, const QS
     return out.commit();
 }
 
-DbError writeEmptyTableFile(const QString &path)
-{
-    GridFileWriter out;
-    if (DbError error = out.open(path, 1, 0, 0))
-        return error;
-    if (DbError error = out.writeRow(std::span<const QByteArrayView>()))
-        return error;
-    return out.commit();
-}
-
 QString tableSelect(const QString &table)
 {
     return QStringLiteral("SELECT * FROM ") + DatabaseSession::quoteIdentifier(table);
@@ -145,9 +135,9 @@ QStringList clientSelects(const QString &table, const QString &code, const QStri
     return {select("code", code), select("code_no", code)};
 }
 
-DbError finish(const BackupSet &set, const QStringList &tableFiles)
+DbError finish(const BackupSet &set, const QStringList &tableFiles, BackupArchive::Existing existing)
 {
-    const DbError error = BackupArchive::pack(set.workingFolder, tableFiles, set.archivePath());
+    const DbError error = BackupArchive::pack(set.workingFolder, tableFiles, set.archivePath(), existing);
     QDir folder(set.workingFolder);
     for (const QString &name : tableFiles)
         folder.remove(name);

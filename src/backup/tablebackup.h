@@ -3,6 +3,7 @@
 // field names, NULL as an empty cell) with one row in memory at a time.
 #pragma once
 
+#include "backup/backuparchive.h"
 #include "db/dberror.h"
 
 #include <QDate>
@@ -38,8 +39,6 @@ bool isFatal(const DbError &error);
 // error. Errors that end the whole backup (isFatal) are returned.
 DbError writeTableFile(DatabaseSession &session, const QString &select, const QString &path,
                        DbError *refused = nullptr);
-// A table file of the one empty header row of a table that could not be read.
-DbError writeEmptyTableFile(const QString &path);
 
 // The statement that opens a whole table, as the session's table open sends it.
 QString tableSelect(const QString &table);
@@ -61,7 +60,8 @@ QStringList clientSelects(const QString &table, const QString &code, const QStri
 
 // Packs the table files written (by name) into the archive, then removes them and the working
 // folder when it is left empty. The files are removed even when packing fails.
-DbError finish(const BackupSet &set, const QStringList &tableFiles);
+DbError finish(const BackupSet &set, const QStringList &tableFiles,
+               BackupArchive::Existing existing = BackupArchive::Existing::Keep);
 
 } // namespace TableBackup
 } // namespace tabulon

@@ -5,6 +5,8 @@
 #include "db/databasesession.h"
 #include "grid/gridfile.h"
 
+#include <QSet>
+
 namespace tabulon::TableRestore {
 
 namespace {
@@ -59,15 +61,58 @@ DbResult<QHash<QString, int>> fieldTypes(DatabaseSession &target, const QString 
     return types;
 }
 
-QStringList clientDeletes(const QString &table, const QString &code)
+DbResult<TableFit> checkFit(DatabaseSession &target, const QString &table, const QString &tableFile)
+{
+    auto types = fieldTypes(target, table);
+    if (!types)
+        return types.error();
+    TableFit fit{*types, {}};
+    GridFileReader in;
+    DbError error = in.open(tableFile);
+    if (!error && !in.next())
+        error = in.error().isError() ? in.error() : DbError::generic(QStringLiteral("The file has no header row."));
+    if (error) {
+        fit.misfit = QStringLiteral("its file cannot be read: ") + error.description;
+        return fit;
+    }
+    const std::vector<QByteArray> header = in.row();
+    if (header.size() != size_t(fit.types.size())) {
+        fit.misfit = QStringLiteral("its file has %1 columns, the table has %2 fields.")
+                         .arg(header.size())
+                         .arg(fit.types.size());
+        return fit;
+    }
+    QSet<QString> seen;
+    for (const QByteArray &cell : header) {
+        const QString name = QString::fromUtf8(cell);
+        if (!fit.types.contains(name.toUpper())) {
+            fit.misfit = QStringLiteral("its file has the field \"%1\", which the table does not have.").arg(name);
+            break;
+        }
+        if (seen.contains(name.toUpper())) {
+            fit.misfit = QStringLiteral("its file has the field \"%1\" twice.").arg(name);
+            break;
+        }
+        seen.insert(name.toUpper());
+    }
+    return fit;
+}
+
+QStringList clientDeletes(const QString &table, const QString &code, const QHash<QString, int> &types)
 {
     const QString head = QStringLiteral("Delete from ") + table + QStringLiteral(" where ucase(");
-    const auto remove = [&head, &code](const char *column) -> QString {
-        return head + QLatin1String(column) + QStringLiteral(") = ") + quoted(code);
+    QStringList deletes;
+    const auto remove = [&](const char *column) {
+        if (types.contains(QString::fromLatin1(column).toUpper()))
+            deletes << head + QLatin1String(column) + QStringLiteral(") = ") + quoted(code);
     };
-    if (namesClient(table))
-        return {remove("name")};
-    return {remove("code"), remove("code_no")};
+    if (namesClient(table)) {
+        remove("name");
+    } else {
+        remove("code");
+        remove("code_no");
+    }
+    return deletes;
 }
 
 bool isSafeClientCode(const QString &code)

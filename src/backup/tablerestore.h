@@ -35,6 +35,16 @@ QString existenceTest(const QString &table);
 // read into memory).
 DbResult<QHash<QString, int>> fieldTypes(DatabaseSession &target, const QString &table);
 
+// The table file set against the target table before the first statement that changes it: the
+// file must hold exactly the table's fields, each once, for its rows to go in whole. `misfit`
+// says why one does not (a file that cannot be read included); server errors while learning
+// the table's fields come back as the error.
+struct TableFit final {
+    QHash<QString, int> types;
+    QString misfit; // empty when the file fits
+};
+DbResult<TableFit> checkFit(DatabaseSession &target, const QString &table, const QString &tableFile);
+
 // The client restore's code: what goes into NAME (in BILL and TABLE4), CODE_NO and CODE.
 struct ClientCode final {
     QString code;
@@ -42,8 +52,9 @@ struct ClientCode final {
 
 // The client's old rows in one table, removed before its rows are inserted: by the code the
 // rows are restored under, in exactly the columns that code is written into, so only rows of
-// that code are touched.
-QStringList clientDeletes(const QString &table, const QString &code);
+// that code are touched. Only columns the table has (`types`, by upper-case name) are used,
+// so a delete that fails is a real failure.
+QStringList clientDeletes(const QString &table, const QString &code, const QHash<QString, int> &types);
 // Whether the code may be written into statements: a quote or backslash in it could turn a
 // delete into one that matches other clients' rows.
 bool isSafeClientCode(const QString &code);

@@ -57,9 +57,8 @@ TableChecklist::TableChecklist(const QString &verb, const QStringList &tables, Q
     pages->addWidget(m_progressPage);
     m_progressPage->hide();
 
-    const QString verbText = m_verb;
     m_progress.setFormat(
-        [verbText](const QString &name, int index, int total) { return statusText(verbText, name, index, total); });
+        [this](const QString &name, int index, int total) { return statusText(m_verb, name, index, total); });
     m_progress.setBusyState(&m_busy);
 
     // Clicking an option that is already set runs its rule again, as the first click did.

@@ -84,6 +84,8 @@ public:
 
     BusyState &busy() { return m_busy; }
     const QString &verb() const { return m_verb; }
+    // For a tool whose runs differ in their verb (the backup of whole tables or of one client).
+    void setVerb(const QString &verb) { m_verb = verb; }
     // verb + name + "(" + index + " of " + total + ")", index counting from 1.
     static QString statusText(const QString &verb, const QString &name, int index, int total);
 

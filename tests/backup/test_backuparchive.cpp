@@ -70,8 +70,8 @@ private Q_SLOTS:
     void initTestCase();
     void datedName_data();
     void datedName();
-    void plainNames_data();
-    void plainNames();
+    void tableNames_data();
+    void tableNames();
     void packAndExtract();
     void hostile_data();
     void hostile();
@@ -116,32 +116,50 @@ void TestBackupArchive::datedName()
     QTEST(name, "name");
 }
 
-void TestBackupArchive::plainNames_data()
+// A name passes only when the restore's unquoted statements read it as one table name.
+void TestBackupArchive::tableNames_data()
 {
     QTest::addColumn<QString>("name");
-    QTest::addColumn<bool>("plain");
-    QTest::newRow("table") << "main_info1" << true;
-    QTest::newRow("spaces and letters") << "Grüße 2024" << true;
-    QTest::newRow("single dot inside") << "a.b" << true;
-    QTest::newRow("empty") << "" << false;
-    QTest::newRow("dot") << "." << false;
-    QTest::newRow("parent") << ".." << false;
-    QTest::newRow("parent inside") << "a..b" << false;
-    QTest::newRow("backslash alone") << "a\\b" << false;
-    QTest::newRow("drive") << "C:x" << false;
-    QTest::newRow("newline") << "a\nb" << false;
-    QTest::newRow("too long") << QString(65, QLatin1Char('t')) << false;
+    QTest::addColumn<bool>("passes");
+    // clang-format off
+    QTest::newRow("table")                      << "main_info1"                 << true;
+    QTest::newRow("dollar and digit first")     << "$x2"                        << true;
+    QTest::newRow("letters beyond ASCII")       << "Grüße_2024"                 << true;
+    QTest::newRow("digits then letters")        << "12ab"                       << true;
+    QTest::newRow("hex digits then a letter")   << "0x1fg"                      << true;
+    QTest::newRow("capital X is no hex")        << "0X1f"                       << true;
+    QTest::newRow("binary with a 2")            << "0b012"                      << true;
+    QTest::newRow("longest")                    << QString(64, QLatin1Char('t')) << true;
+    QTest::newRow("comment")                    << "main_info1 #"               << false;
+    QTest::newRow("dash comment")               << "t--"                        << false;
+    QTest::newRow("statement end")              << "t;"                         << false;
+    QTest::newRow("quote")                      << "t'"                         << false;
+    QTest::newRow("backquote")                  << "`t`"                        << false;
+    QTest::newRow("bracket")                    << "t(1)"                       << false;
+    QTest::newRow("dot")                        << "db.t"                       << false;
+    QTest::newRow("parent")                     << ".."                         << false;
+    QTest::newRow("separator")                  << "a/b"                        << false;
+    QTest::newRow("newline")                    << "a\nb"                       << false;
+    QTest::newRow("letter beyond the BMP")      << QString::fromUtf8("t\U0001D400") << false;
+    QTest::newRow("digits only")                << "123"                        << false;
+    QTest::newRow("exponent")                   << "1e5"                        << false;
+    QTest::newRow("exponent then letters")      << "12E3abc"                    << false;
+    QTest::newRow("hex literal")                << "0x1f"                       << false;
+    QTest::newRow("binary literal")             << "0b01"                       << false;
+    QTest::newRow("empty")                      << ""                           << false;
+    QTest::newRow("too long")                   << QString(65, QLatin1Char('t')) << false;
+    // clang-format on
 }
 
-void TestBackupArchive::plainNames()
+void TestBackupArchive::tableNames()
 {
     QFETCH(QString, name);
-    QTEST(BackupArchive::isPlainTableName(name), "plain");
+    QTEST(BackupArchive::isTableName(name), "passes");
 }
 
 // Packed table files come out byte for byte under their names; the archive never shows at its
-// path unfinished, an existing one is never replaced, and a path that cannot be written is
-// named in the error.
+// path unfinished, an existing one is replaced only when asked and only by a whole one, and a
+// path that cannot be written is named in the error.
 void TestBackupArchive::packAndExtract()
 {
     QTemporaryDir root;
@@ -166,6 +184,15 @@ void TestBackupArchive::packAndExtract()
     QCOMPARE(tables, sl({"bill", "Main_Info1"}));
     QCOMPARE(readBytes(target + qs("/bill")), m_good);
     QCOMPARE(readBytes(target + qs("/Main_Info1")), m_other);
+    // Replacing: the earlier archive stays whole if the new one fails, and gives way to it once done.
+    const QByteArray earlier = readBytes(archive);
+    QVERIFY(BackupArchive::pack(work, sl({"gone"}), archive, BackupArchive::Existing::Replace).isFileError());
+    QCOMPARE(readBytes(archive), earlier);
+    QVERIFY_DB(BackupArchive::pack(work, sl({"Main_Info1"}), archive, BackupArchive::Existing::Replace));
+    QStringList replaced;
+    QVERIFY_DB(BackupArchive::extract(archive, root.filePath(qs("replaced")), &replaced));
+    QCOMPARE(replaced, sl({"Main_Info1"}));
+    QVERIFY(QDir(root.filePath(qs("replaced"))).removeRecursively());
 
     // An empty selection still gives an archive that opens.
     QVERIFY_DB(BackupArchive::pack(work, {}, root.filePath(qs("empty.zip"))));
@@ -180,12 +207,13 @@ void TestBackupArchive::hostile_data()
     QTest::addColumn<QString>("reason");
     const QByteArray g = m_good;
     const QByteArray truncated = g.left(g.size() - 3);
-    QTest::newRow("path traversal") << QList<Entry>{{"bill", g}, {"../evil", g}} << 0 << "plain table name";
-    QTest::newRow("nested path") << QList<Entry>{{"sub/bill", g}} << 0 << "plain table name";
-    QTest::newRow("absolute path") << QList<Entry>{{"/tmp/evil", g}} << 0 << "plain table name";
-    QTest::newRow("backslash traversal") << QList<Entry>{{"..\\evil", g}} << 0 << "plain table name";
-    QTest::newRow("drive path") << QList<Entry>{{"C:\\evil", g}} << 0 << "plain table name";
-    QTest::newRow("folder entry") << QList<Entry>{{"bill", g}, {"dir/", {}}} << 0 << "plain table name";
+    QTest::newRow("path traversal") << QList<Entry>{{"bill", g}, {"../evil", g}} << 0 << "not a table name";
+    QTest::newRow("nested path") << QList<Entry>{{"sub/bill", g}} << 0 << "not a table name";
+    QTest::newRow("absolute path") << QList<Entry>{{"/tmp/evil", g}} << 0 << "not a table name";
+    QTest::newRow("backslash traversal") << QList<Entry>{{"..\\evil", g}} << 0 << "not a table name";
+    QTest::newRow("drive path") << QList<Entry>{{"C:\\evil", g}} << 0 << "not a table name";
+    QTest::newRow("comment in a name") << QList<Entry>{{"bill", g}, {"main_info1 #", g}} << 0 << "not a table name";
+    QTest::newRow("folder entry") << QList<Entry>{{"bill", g}, {"dir/", {}}} << 0 << "not a table name";
     QTest::newRow("symbolic link") << QList<Entry>{{"bill", "/etc/passwd", S_IFLNK | 0777}} << 0 << "link";
     QTest::newRow("exact duplicate") << QList<Entry>{{"aaaa", g}, {"bbbb", m_other}} << 3 << "exists";
     QTest::newRow("duplicate by case") << QList<Entry>{{"bill", g}, {"BILL", m_other}} << 0 << "more than once";

@@ -19,10 +19,12 @@
 #include <QDir>
 #include <QFrame>
 #include <QKeyEvent>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPointer>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -80,10 +82,12 @@ private Q_SLOTS:
     void backupWritesTheDaysArchive();
     void clientBackup();
     void lostConnectionLeavesNoArchive();
+    void backupNamesWhatItLeftOut();
     void restore();
     void demoRoundTrip();
     void clientRestore_data();
     void clientRestore();
+    void restoreChecksBeforeChanging();
 
 private:
     QWidget *open(const char *menu);
@@ -162,7 +166,8 @@ BackUp *TestBackupTools::backupAtTablePage()
 
 // The path page wants a path; the table page starts all ticked; every table is read whole and lands
 // in the day's archive, and nothing else is left in the folder. A second backup on the same day
-// asks first: No keeps the first archive and closes, Yes replaces it.
+// asks first: No keeps the first archive and closes; Yes replaces it, but only with a finished
+// backup.
 void TestBackupTools::backupWritesTheDaysArchive()
 {
     QPointer<BackUp> w = qobject_cast<BackUp *>(open("mnubackup"));
@@ -203,15 +208,24 @@ void TestBackupTools::backupWritesTheDaysArchive()
     QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
     QCOMPARE(readBytes(archive()), first);
 
+    // Yes keeps the earlier archive until a new one takes its place: leaving first changes nothing.
     m_operator->answer = Dialogs::Answer::Yes;
     w = backupAtTablePage();
     QCOMPARE(m_operator->asked.size(), 2);
-    QVERIFY(!QFileInfo::exists(archive()));
+    QCOMPARE(readBytes(archive()), first);
+    click(w, "cmdExit");
+    QTRY_VERIFY(!w);
+    QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
+    QCOMPARE(readBytes(archive()), first);
+
+    w = backupAtTablePage();
+    QCOMPARE(m_operator->asked.size(), 4);
     w->checklist()->deselectAll();
     w->checklist()->setTicked(qs("staff"), true);
     click(w, "cmdBackup");
     QCOMPARE(m_operator->told, sl({"Please select a path", "Backup Sucessfully", "Backup Sucessfully"}));
     QCOMPARE(archiveContents(archive()), sl({"staff: sname / Eve"}));
+    QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
 }
 
 // Only the client's rows, each table by its own select; tables without a code column (staff) get no
@@ -235,11 +249,12 @@ void TestBackupTools::clientBackup()
     QVERIFY(!QFileInfo::exists(archive()));
 }
 
-// A connection lost in the middle gives an error naming the cause, and no archive or working files
-// at all.
+// A connection lost in the middle gives an error naming the cause, and no new archive or working
+// files at all: the day's earlier archive, which the operator agreed to replace, stays.
 void TestBackupTools::lostConnectionLeavesNoArchive()
 {
     QVERIFY_DB(m_db->run({qs("CREATE TABLE zbig SELECT seq, REPEAT('x', 50) AS pad FROM seq_1_to_1000000")}));
+    QVERIFY(writeBytes(archive(), "the earlier backup"));
     QPointer<BackUp> w = backupAtTablePage();
     QVERIFY(w);
     const unsigned long id = m_main->session()->connectionId();
@@ -256,7 +271,41 @@ void TestBackupTools::lostConnectionLeavesNoArchive()
     QVERIFY2(m_operator->told.first().startsWith(qs("The backup was not made: ")),
              qPrintable(m_operator->told.first()));
     QTRY_VERIFY(!w);
-    QCOMPARE(folderListing(), QStringList());
+    QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
+    QCOMPARE(readBytes(archive()), QByteArray("the earlier backup"));
+}
+
+// A table that cannot be read (a view over a dropped table) gets no table file, which a restore
+// would take for an empty table, and neither does a table whose name a restore cannot take; the
+// closing message names both, with the server's reason, and the other tables are backed up.
+void TestBackupTools::backupNamesWhatItLeftOut()
+{
+    QVERIFY_DB(m_db->run({qs("CREATE TABLE gone (code VARCHAR(10))"), qs("CREATE VIEW broken AS SELECT code FROM gone"),
+                          qs("DROP TABLE gone"), qs("CREATE TABLE `odd name` (code VARCHAR(10))")}));
+    const auto dropThem = qScopeGuard([this] {
+        (void)m_db->run({qs("DROP VIEW broken"), qs("DROP TABLE `odd name`")});
+    });
+    const QString left = qs("Backup Sucessfully, without these tables:\n"
+                            "broken: View '%1.broken' references invalid table(s) or column(s) or function(s) or "
+                            "definer/invoker of view lack rights to use them\n"
+                            "odd name: its name is not one a restore can take (letters, digits, _ and $)")
+                             .arg(m_db->name());
+    for (const QString &code : {QString(), qs("C00001")}) {
+        m_operator->typed = {code};
+        QPointer<BackUp> w = backupAtTablePage();
+        QVERIFY(w);
+        w->checklist()->deselectAll();
+        for (const QString &table : {qs("bill"), qs("broken"), qs("odd name")})
+            w->checklist()->setTicked(table, true);
+        w->findChild<QCheckBox *>(qs("Check1"))->setChecked(!code.isEmpty());
+        click(w, "cmdBackup");
+        QCOMPARE(m_operator->told.last(), left);
+        QTRY_VERIFY(!w);
+        QCOMPARE(archiveContents(archive()), code.isEmpty()
+                                                 ? sl({"bill: name|amount / C00001|10 / C00007|70 / A00007|71"})
+                                                 : sl({"bill: name|amount / C00001|10"}));
+        QVERIFY(QFile::remove(archive()));
+    }
 }
 
 void TestBackupTools::makeArchive(const QStringList &tables, const QString &clientCode)
@@ -272,6 +321,9 @@ void TestBackupTools::makeArchive(const QStringList &tables, const QString &clie
     }
     w->findChild<QCheckBox *>(qs("Check1"))->setChecked(!clientCode.isEmpty());
     click(w, "cmdBackup");
+    const QString status = w->findChild<QLabel *>(qs("lblcopying"))->text();
+    QVERIFY2(status.startsWith(clientCode.isEmpty() ? qs("Copying Table ") : qs("BackingUp Data from Table ")),
+             qPrintable(status));
     QCOMPARE(m_operator->told, clientCode.isEmpty()
                                    ? sl({"Backup Sucessfully"})
                                    : sl({"Please Enter the Code No to take BackUp", "Backup Sucessfully"}));
@@ -292,11 +344,11 @@ Restore *TestBackupTools::restoreAtTablePage(const QString &database, bool clien
     return w;
 }
 
-// The file page wants a name ending in ".zip" exactly and refuses a hostile archive with nothing
-// written; the database page wants a name; the table page lists the archive's tables, all ticked.
-// Tables come back equal where the quoting carries their values (CHECKSUM TABLE) and a NULL as
-// empty text; a quote inside a text is the untrapped error that ends the program, with the rows
-// before it kept. Closing removes the extraction folder.
+// The file page wants a name ending in ".zip" exactly and refuses an archive with an entry that is
+// not a table name, with nothing written; the database page wants a name; the table page lists the archive's tables,
+// all ticked. Tables come back equal where the quoting carries their values (CHECKSUM TABLE) and a NULL as empty text;
+// a quote inside a text is the untrapped error that ends the program, with the rows before it kept. Closing removes the
+// extraction folder.
 void TestBackupTools::restore()
 {
     const QStringList tables{qs("bill"),   qs("main_info1"), qs("notes"), qs("owner1"),
@@ -310,9 +362,9 @@ void TestBackupTools::restore()
         QVERIFY_DB(target.run({qs("CREATE TABLE %1 LIKE %2.%1").arg(table, m_db->name())}));
     QVERIFY_DB(m_db->run({qs("DROP TABLE quotes")}));
     QVERIFY_DB(target.run({qs("INSERT INTO bill VALUES ('OLD', 1)")}));
-    // The day's archive with an entry that climbs out of its folder.
+    // The day's archive with an entry whose name would comment out the client restore's where clause.
     const QString hostile = m_folder->filePath(qs("evil.zip"));
-    QVERIFY(writeBytes(hostile, readBytes(archive()).replace("bill", "../x")));
+    QVERIFY(writeBytes(hostile, readBytes(archive()).replace("visits", "bill #")));
     const QStringList before = folderListing();
 
     QPointer<Restore> w = qobject_cast<Restore *>(open("mnurestore"));
@@ -358,7 +410,7 @@ void TestBackupTools::restore()
     QVERIFY(m_main->menuItem(qs("mnurestore"))->isEnabled());
     QCOMPARE(folderListing(), before);
     // The server's log shows the delete without its closing semicolon.
-    QCOMPARE(sent.mid(0, 5), sl({"Select * from bill", "DELETE from bill where 1>0", "SELECT * FROM `bill`",
+    QCOMPARE(sent.mid(0, 5), sl({"Select * from bill", "SELECT * FROM `bill`", "DELETE from bill where 1>0",
                                  "Insert into bill (name,amount) values ('C00001',10)",
                                  "Insert into bill (name,amount) values ('C00007',70)"}));
     for (const QString &table : {qs("bill"), qs("main_info1"), qs("owner1"), qs("staff"), qs("visits")})
@@ -438,9 +490,9 @@ void TestBackupTools::clientRestore_data()
     const char *first = "Please Enter the Code No to Restore Data", *last = "Restored Sucessfully";
     QTest::newRow("Yes: the same code, old rows replaced") << true << ""
                                                            << "C00007" << sl({first, last});
-    QTest::newRow("No: under a new code, as codes are kept")
-        << false << " c00050"
-        << "C00050" << sl({first, "Please Enter a new Code No", last});
+    QTest::newRow("No: under a new code, taken as typed")
+        << false << " c00050 "
+        << "c00050" << sl({first, "Please Enter a new Code No", last});
 }
 
 // A client's archive goes back under the chosen code: its old rows go first, the code columns take
@@ -486,6 +538,76 @@ void TestBackupTools::clientRestore()
     QCOMPARE(target.rows(qs("SELECT * FROM notes WHERE code_no = '%1' ORDER BY 2").arg(restoredAs)),
              QStringList({restoredAs + qs("|"), restoredAs + qs("|n7, \"quoted\"")}));
     QCOMPARE(othersOf(restoredAs), others);
+}
+
+// Nothing of a table changes before its file is known to fit: a file whose columns are not the
+// table's fields stops the restore at that table, with the tables before it restored. An existence
+// test failing for another reason than a missing table is the run-time report of the table restore,
+// and a counted failure of the client restore, never "Restored Sucessfully". An empty or cancelled
+// code brings back the table page with its exit button.
+void TestBackupTools::restoreChecksBeforeChanging()
+{
+    makeArchive({qs("main_info1"), qs("staff"), qs("visits")});
+    ScratchDatabase target(qs("backuptools_checks"));
+    QVERIFY_DB(target.error());
+    QVERIFY_DB(target.run({qs("CREATE TABLE main_info1 SELECT * FROM %1.main_info1").arg(m_db->name()),
+                           qs("CREATE TABLE staff (sname VARCHAR(20))"),
+                           qs("CREATE TABLE visits (code VARCHAR(10), v INT, extra INT)"),
+                           qs("INSERT INTO visits VALUES ('KEEP', 1, 1)")}));
+    QPointer<Restore> w = restoreAtTablePage(target.name(), false);
+    QVERIFY(w);
+    w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(true);
+    w->checklist()->setTicked(qs("main_info1"), false);
+    clearServerLog(target.admin());
+    click(w, "cmdrestore");
+    QCOMPARE(m_operator->told.last(), qs("The restore stopped at the table visits, which was left as it was: its file "
+                                         "has 2 columns, the table has 3 fields."));
+    QCOMPARE(statementsReceived(target.admin(), w->target().connectionId()),
+             sl({"Select * from staff", "SELECT * FROM `staff`", "DELETE from staff where 1>0",
+                 "Insert into staff (sname) values ('Eve')", "Select * from visits", "SELECT * FROM `visits`"}));
+    QTRY_VERIFY(!w);
+    QCOMPARE(target.rows(qs("SELECT * FROM visits")), sl({"KEEP|1|1"}));
+    freshOperator();
+
+    QVERIFY_DB(target.run({qs("DROP TABLE staff"), qs("CREATE TABLE gone (sname VARCHAR(20))"),
+                           qs("CREATE VIEW staff AS SELECT sname FROM gone"), qs("DROP TABLE gone")}));
+    const QString broken = qs("View '%1.staff' references invalid table(s) or column(s) or function(s) or "
+                              "definer/invoker of view lack rights to use them")
+                               .arg(target.name());
+    for (const bool clientOnly : {false, true}) {
+        m_operator->typed = {qs("C09999")}; // not in the target
+        w = restoreAtTablePage(target.name(), clientOnly);
+        QVERIFY(w);
+        w->checklist()->deselectAll();
+        w->checklist()->setTicked(qs("staff"), true);
+        click(w, "cmdrestore");
+        QCOMPARE(m_operator->asked, QStringList());
+        if (clientOnly) {
+            QCOMPARE(m_operator->told.last(),
+                     qs("The restore is done, but 1 of its statements failed. The first: ") + broken);
+        } else {
+            QCOMPARE(m_operator->runtimeErrors.size(), 1);
+            QVERIFY2(m_operator->runtimeErrors.first().contains(broken), qPrintable(m_operator->runtimeErrors.first()));
+            QVERIFY(!m_operator->told.contains(qs("Restored Sucessfully")));
+            w->close();
+        }
+        QTRY_VERIFY(!w);
+        freshOperator();
+    }
+
+    for (const QString &typed : {QString(), qs("C00001")}) {
+        m_operator->typed = {typed};
+        m_operator->answer = Dialogs::Answer::Cancel; // to the question about C00001
+        w = restoreAtTablePage(target.name(), true);
+        QVERIFY(w);
+        click(w, "cmdrestore");
+        QVERIFY(w->checklist()->selectionPage()->isVisible());
+        QVERIFY(!w->checklist()->progressPage()->isVisible());
+        QVERIFY(w->findChild<QPushButton *>(qs("cmdexit"))->isVisible());
+        w->close();
+        QTRY_VERIFY(!w);
+        freshOperator();
+    }
 }
 
 QTEST_MAIN(TestBackupTools)

@@ -24,6 +24,8 @@ private Q_SLOTS:
     void values();
     void clientDeletes_data();
     void clientDeletes();
+    void checkFit_data();
+    void checkFit();
     void insertRows();
     void failures();
 
@@ -81,23 +83,53 @@ void TestTableRestore::values()
 void TestTableRestore::clientDeletes_data()
 {
     QTest::addColumn<QString>("table");
+    QTest::addColumn<QStringList>("fields");
     QTest::addColumn<QStringList>("deletes");
     // clang-format off
-    QTest::newRow("bill")       << "BILL"       << sl({"Delete from BILL where ucase(name) = 'C9'"});
-    QTest::newRow("table4")     << "table4"     << sl({"Delete from table4 where ucase(name) = 'C9'"});
-    QTest::newRow("main_info1") << "main_info1" << sl({"Delete from main_info1 where ucase(code) = 'C9'",
-                                                       "Delete from main_info1 where ucase(code_no) = 'C9'"});
+    QTest::newRow("bill")       << "BILL"       << sl({"NAME", "AMOUNT"}) << sl({"Delete from BILL where ucase(name) = 'C9'"});
+    QTest::newRow("table4")     << "table4"     << sl({"NAME"})           << sl({"Delete from table4 where ucase(name) = 'C9'"});
+    QTest::newRow("main_info1") << "main_info1" << sl({"CODE_NO", "CODE"}) << sl({"Delete from main_info1 where ucase(code) = 'C9'",
+                                                                              "Delete from main_info1 where ucase(code_no) = 'C9'"});
+    QTest::newRow("code only")  << "visits"     << sl({"CODE", "V"})      << sl({"Delete from visits where ucase(code) = 'C9'"});
+    QTest::newRow("no code")    << "staff"      << sl({"SNAME"})          << QStringList();
     // clang-format on
 }
 
 void TestTableRestore::clientDeletes()
 {
     QFETCH(QString, table);
-    QTEST(TableRestore::clientDeletes(table, qs("C9")), "deletes");
+    QFETCH(QStringList, fields);
+    QHash<QString, int> types;
+    for (const QString &field : fields)
+        types.insert(field, AdoType::VarChar);
+    QTEST(TableRestore::clientDeletes(table, qs("C9"), types), "deletes");
     QVERIFY(TableRestore::isSafeClientCode(qs("C00001")));
     QVERIFY(!TableRestore::isSafeClientCode(qs("X' OR '1'='1")));
     QVERIFY(!TableRestore::isSafeClientCode(qs("X\\")));
     QVERIFY(!TableRestore::isSafeClientCode(qs("  ")));
+}
+
+// A file fits when it holds exactly the table's fields, each once, in any order and case.
+void TestTableRestore::checkFit_data()
+{
+    QTest::addColumn<QStringList>("header");
+    QTest::addColumn<QString>("misfit");
+    // clang-format off
+    QTest::newRow("same fields, other order and case") << sl({"NOTE", "id", "qty", "price", "d", "ts"}) << "";
+    QTest::newRow("a field fewer")  << sl({"id", "qty", "price", "d", "ts"})               << "its file has 5 columns, the table has 6 fields.";
+    QTest::newRow("a field more")   << sl({"id", "qty", "price", "d", "ts", "note", "x"})  << "its file has 7 columns, the table has 6 fields.";
+    QTest::newRow("unknown field")  << sl({"id", "qty", "price", "d", "ts", "memo"})       << "its file has the field \"memo\", which the table does not have.";
+    QTest::newRow("field twice")    << sl({"id", "qty", "price", "d", "ts", "ID"})         << "its file has the field \"ID\" twice.";
+    // clang-format on
+}
+
+void TestTableRestore::checkFit()
+{
+    QFETCH(QStringList, header);
+    const auto fit = TableRestore::checkFit(m_session, qs("t"), tableFile("fit", {header, header}));
+    QVERIFY_DB(fit.error());
+    QTEST(fit->misfit, "misfit");
+    QCOMPARE(fit->types.size(), 6);
 }
 
 // One INSERT per row, in the file's column order, each value by its target field's type.
@@ -142,6 +174,9 @@ void TestTableRestore::failures()
         m_session, qs("t"), tableFile("missing", {sl({"id", "gone"}), sl({"20", "x"})}), *types, nullptr, kStop);
     QCOMPARE(missing.number, AdoError::ItemNotFound);
     QVERIFY(TableRestore::fieldTypes(m_session, qs("no_such")).error().isError());
+    QCOMPARE(TableRestore::checkFit(m_session, qs("no_such"), file).error().serverCode, 1146);
+    const auto unreadable = TableRestore::checkFit(m_session, qs("t"), m_dir.filePath(qs("absent")));
+    QVERIFY2(unreadable->misfit.startsWith(qs("its file cannot be read: ")), qPrintable(unreadable->misfit));
 }
 
 QTEST_GUILESS_MAIN(TestTableRestore)
