@@ -5,6 +5,9 @@
 # the program. The demo database generator, the desktop entry, the icons and the AppStream
 # metainfo go where desktops look for them.
 include(GNUInstallDirs)
+# The package and the install need only the programs, which package.sh builds first; the tests
+# and benchmarks stay out of it.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 set(TABULON_PRIVATE_DIR "lib/tabulon")
 install(TARGETS tabulon import_db RUNTIME DESTINATION ${TABULON_PRIVATE_DIR})
