@@ -48,16 +48,40 @@ QByteArray encodeWith(QStringConverter::Encoding encoding, const QString &text)
 struct Read final {
     std::optional<TextFile> text;
     QString problem; // set when the file could not be read
+    QByteArray bytes;
 };
 
 Read readTextFile(const QString &path)
 {
     QFile file(path);
     if (file.size() > kMaxTextFileBytes)
-        return {std::nullopt, QStringLiteral("larger than %1 MB, not read").arg(kMaxTextFileBytes / (1024 * 1024))};
+        return {std::nullopt, QStringLiteral("larger than %1 MB, not read").arg(kMaxTextFileBytes / (1024 * 1024)), {}};
     if (!file.open(QIODevice::ReadOnly))
-        return {std::nullopt, file.errorString()};
-    return {decodeText(file.readAll()), {}};
+        return {std::nullopt, file.errorString(), {}};
+    QByteArray bytes = file.readAll();
+    std::optional<TextFile> text = decodeText(bytes);
+    return {std::move(text), {}, std::move(bytes)};
+}
+
+// Notes the lines that hold the text, the first few with their text.
+void matchLines(FileChange &change, const QString &text, const QString &find, Qt::CaseSensitivity cs)
+{
+    constexpr qsizetype kLongestLine = 120;
+    int number = 0;
+    for (QStringView line : QStringView(text).split(QLatin1Char('\n'))) {
+        ++number;
+        if (!line.contains(find, cs))
+            continue;
+        ++change.matchedLines;
+        if (int(change.lines.size()) >= kLinesPerFile)
+            continue;
+        if (line.endsWith(QLatin1Char('\r')))
+            line.chop(1);
+        QString shown = line.trimmed().toString();
+        if (shown.size() > kLongestLine)
+            shown = shown.left(kLongestLine) + QStringLiteral("...");
+        change.lines.push_back(MatchedLine{number, shown});
+    }
 }
 
 } // namespace
@@ -103,15 +127,15 @@ std::optional<QByteArray> encodeText(const TextFile &file)
     return std::nullopt;
 }
 
-ContentPlan planReplaceInFiles(const QString &target, const QString &find, const QString &with, Qt::CaseSensitivity cs,
-                               Progress &progress)
+ContentPlan planReplaceInFiles(const QString &target, const TextReplacement &replacement, Progress &progress)
 {
     ContentPlan plan;
+    const auto &[find, with, cs, hidden] = replacement;
     if (find.isEmpty())
         return plan;
     const QFileInfo targetInfo(target);
     const QStringList files = targetInfo.isDir() && !targetInfo.isSymLink()
-                                  ? itemsBelow(target, Kind::Files)
+                                  ? itemsBelow(target, Kind::Files, hidden)
                                   : QStringList{targetInfo.absoluteFilePath()};
     const QByteArray findUtf8 = cs == Qt::CaseSensitive ? find.toUtf8() : find.toUtf8().toLower();
     progress.begin(int(files.size()));
@@ -153,16 +177,20 @@ ContentPlan planReplaceInFiles(const QString &target, const QString &find, const
             plan.skipped.push_back(Skipped{path, QStringLiteral("the new text does not fit the file's encoding")});
             continue;
         }
-        plan.files.push_back(FileChange{path, occurrences});
+        FileChange change{path, occurrences, {}, 0};
+        matchLines(change, read.text->text, find, cs);
         plan.occurrences += occurrences;
+        plan.files.push_back(std::move(change));
     }
     progress.end();
     return plan;
 }
 
-Outcome applyReplaceInFiles(const ContentPlan &plan, const QString &find, const QString &with, Qt::CaseSensitivity cs,
+Outcome applyReplaceInFiles(const ContentPlan &plan, const TextReplacement &replacement, FileCopies &copies,
                             Progress &progress)
 {
+    const auto &[find, with, cs, hidden] = replacement;
+    Q_UNUSED(hidden);
     Outcome out;
     out.skipped = plan.skipped;
     progress.begin(int(plan.files.size()));
@@ -190,9 +218,14 @@ Outcome applyReplaceInFiles(const ContentPlan &plan, const QString &find, const 
                 Skipped{change.path, QStringLiteral("the new text does not fit the file's encoding")});
             continue;
         }
+        if (const QString problem = copies.keep(change.path, read.bytes, *bytes); !problem.isEmpty()) {
+            out.skipped.push_back(Skipped{change.path, problem});
+            continue;
+        }
         // Written beside the file and put in its place in one step: a failure leaves it as it was.
         QSaveFile file(change.path);
         if (!file.open(QIODevice::WriteOnly) || file.write(*bytes) != bytes->size() || !file.commit()) {
+            copies.forgetLast();
             out.skipped.push_back(Skipped{change.path, file.errorString()});
             continue;
         }

@@ -2,6 +2,7 @@
 // mark and line ends; binary files, read-only files and links are left alone.
 #pragma once
 
+#include "files/filecopies.h"
 #include "files/folderwork.h"
 
 #include <QByteArray>
@@ -31,9 +32,27 @@ std::optional<QByteArray> encodeText(const TextFile &file);
 // Files larger than this are not read.
 inline constexpr qint64 kMaxTextFileBytes = 64 * 1024 * 1024;
 
+// What to replace by what, and where to look.
+struct TextReplacement final {
+    QString find;
+    QString with;
+    Qt::CaseSensitivity cs = Qt::CaseInsensitive;
+    bool hidden = false; // hidden files, and everything inside hidden folders, too
+};
+
+// A line that holds the text: its number (from 1) and its text, without the line end.
+struct MatchedLine final {
+    int number = 0;
+    QString text;
+};
+// How many of a file's matching lines a plan keeps for the preview.
+inline constexpr int kLinesPerFile = 3;
+
 struct FileChange final {
     QString path;
     int occurrences = 0;
+    std::vector<MatchedLine> lines; // the first kLinesPerFile lines that hold the text
+    int matchedLines = 0;           // how many lines hold it in all
 };
 struct ContentPlan final {
     std::vector<FileChange> files; // the files that hold the text, with how often
@@ -42,13 +61,14 @@ struct ContentPlan final {
     bool stopped = false;
 };
 
-// The files to change: `target` itself when it is a file, else every file below it (links and
-// what they point at excepted). One progress step per file.
-ContentPlan planReplaceInFiles(const QString &target, const QString &find, const QString &with, Qt::CaseSensitivity cs,
-                               Progress &progress);
+// The files to change: `target` itself when it is a file (hidden or not: it was chosen), else
+// every file below it (links and what they point at excepted, hidden ones only when asked for).
+// One progress step per file.
+ContentPlan planReplaceInFiles(const QString &target, const TextReplacement &replacement, Progress &progress);
 // Replaces the text in the planned files, each read again and written whole in place of the
-// old one (its permissions kept). `changed` counts the files written.
-Outcome applyReplaceInFiles(const ContentPlan &plan, const QString &find, const QString &with, Qt::CaseSensitivity cs,
+// old one (its permissions kept). A file is changed only once `copies` holds its old content,
+// so that the change can be taken back. `changed` counts the files written.
+Outcome applyReplaceInFiles(const ContentPlan &plan, const TextReplacement &replacement, FileCopies &copies,
                             Progress &progress);
 
 } // namespace tabulon::Files

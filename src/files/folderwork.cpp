@@ -35,13 +35,6 @@ QFileInfoList folderContent(const QString &folder)
     return content;
 }
 
-// Whether anything, a dangling link included, has this path.
-bool entryExists(const QString &path)
-{
-    const QFileInfo info(path);
-    return info.exists() || info.isSymLink();
-}
-
 int depthOf(const QString &path)
 {
     return int(path.count(QLatin1Char('/')));
@@ -78,9 +71,15 @@ void listInto(Listing &out, const QString &folder, int parent, Progress &progres
     }
 }
 
-// Renames without replacing whatever may have taken the new name meanwhile. Returns the reason
-// of a failure, "" on success.
-QString renameWithoutReplacing(const QString &from, const QString &to)
+} // namespace
+
+bool entryExists(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.exists() || info.isSymLink();
+}
+
+QString moveWithoutReplacing(const QString &from, const QString &to)
 {
 #ifdef Q_OS_LINUX
     const QByteArray source = QFile::encodeName(from);
@@ -99,6 +98,8 @@ QString renameWithoutReplacing(const QString &from, const QString &to)
         return qt_error_string(errno);
     return {};
 }
+
+namespace {
 
 // Removes an entry and, for a folder, its content; read-only files stay.
 void removeEntry(const QFileInfo &info, Outcome &out, Progress &progress)
@@ -163,12 +164,15 @@ Listing listFolder(const QString &root, Progress &progress)
     return out;
 }
 
-QStringList itemsBelow(const QString &folder, Kind kind)
+QStringList itemsBelow(const QString &folder, Kind kind, bool hidden)
 {
     QStringList out;
-    // Without FollowSymlinks the iterator lists links but does not go into them.
-    QDirIterator it(folder, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
-                    QDirIterator::Subdirectories);
+    // Without FollowSymlinks the iterator lists links but does not go into them; without
+    // QDir::Hidden it neither lists hidden entries nor goes into hidden folders.
+    QDir::Filters filters = QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System;
+    if (hidden)
+        filters |= QDir::Hidden;
+    QDirIterator it(folder, filters, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         it.next();
         const QFileInfo info = it.fileInfo();
@@ -201,10 +205,16 @@ QString nameProblem(const QString &name)
 
 QString summaryText(const QString &done, const QString &unit, const Outcome &outcome, int listed)
 {
-    QString text = QStringLiteral("%1 %2 %3%4.")
-                       .arg(done)
-                       .arg(outcome.changed)
-                       .arg(unit, outcome.changed == 1 ? QString() : QStringLiteral("s"));
+    return QStringLiteral("%1 %2 %3%4.")
+               .arg(done)
+               .arg(outcome.changed)
+               .arg(unit, outcome.changed == 1 ? QString() : QStringLiteral("s")) +
+           leftAloneText(outcome, listed);
+}
+
+QString leftAloneText(const Outcome &outcome, int listed)
+{
+    QString text;
     if (outcome.stopped)
         text += QStringLiteral("\nStopped before the end.");
     if (outcome.skipped.empty())
@@ -283,10 +293,38 @@ Outcome applyRenames(const RenamePlan &plan, Progress &progress)
             break;
         }
         progress.step(QFileInfo(r.from).fileName());
-        if (const QString problem = renameWithoutReplacing(r.from, r.to); !problem.isEmpty())
+        if (const QString problem = moveWithoutReplacing(r.from, r.to); !problem.isEmpty()) {
             out.skipped.push_back(Skipped{r.from, problem});
-        else
-            ++out.changed;
+            continue;
+        }
+        ++out.changed;
+        out.moved.push_back(r);
+    }
+    progress.end();
+    return out;
+}
+
+Outcome undoRenames(const std::vector<Rename> &done, Progress &progress)
+{
+    Outcome out;
+    progress.begin(int(done.size()));
+    // Last first: a folder renamed after its content gets its old name back before its content.
+    for (auto r = done.rbegin(); r != done.rend(); ++r) {
+        if (progress.stopRequested()) {
+            out.stopped = true;
+            break;
+        }
+        progress.step(QFileInfo(r->to).fileName());
+        if (!entryExists(r->to)) {
+            out.skipped.push_back(Skipped{r->to, QStringLiteral("no longer there")});
+            continue;
+        }
+        if (const QString problem = moveWithoutReplacing(r->to, r->from); !problem.isEmpty()) {
+            out.skipped.push_back(Skipped{r->to, problem});
+            continue;
+        }
+        ++out.changed;
+        out.moved.push_back(Rename{r->to, r->from});
     }
     progress.end();
     return out;

@@ -36,7 +36,8 @@ Listing listFolder(const QString &root, Progress &progress);
 
 enum class Kind { Folders, Files };
 // The paths of every folder, or of every file (links included), below `folder`, deepest first.
-QStringList itemsBelow(const QString &folder, Kind kind);
+// Without `hidden`, hidden entries are left out, and so is everything inside hidden folders.
+QStringList itemsBelow(const QString &folder, Kind kind, bool hidden = true);
 
 // Whether the name holds the text; an empty text holds nowhere.
 bool nameContains(const QString &name, const QString &text, Qt::CaseSensitivity cs);
@@ -49,20 +50,25 @@ struct Skipped final {
     QString reason;
 };
 
-// What one change did: how many entries (or files) it changed, what it skipped.
-struct Outcome final {
-    int changed = 0;
-    std::vector<Skipped> skipped;
-    bool stopped = false;
-};
-// "Renamed 3 items." and, when something was skipped, each skipped path with its reason (at most
-// `listed` of them, then how many more).
-QString summaryText(const QString &done, const QString &unit, const Outcome &outcome, int listed = 15);
-
 struct Rename final {
     QString from;
     QString to;
 };
+
+// What one change did: how many entries (or files) it changed, what it skipped, and which
+// entries it moved where (renamed, or put in the trash), in the order it moved them.
+struct Outcome final {
+    int changed = 0;
+    std::vector<Skipped> skipped;
+    bool stopped = false;
+    std::vector<Rename> moved;
+};
+// "Renamed 3 items." and, when something was skipped, each skipped path with its reason (at most
+// `listed` of them, then how many more).
+QString summaryText(const QString &done, const QString &unit, const Outcome &outcome, int listed = 15);
+// The part of the summary after the count: whether it stopped early, and what was left alone.
+QString leftAloneText(const Outcome &outcome, int listed = 15);
+
 struct RenamePlan final {
     std::vector<Rename> renames; // deepest first, so a folder is renamed after its content
     std::vector<Skipped> skipped;
@@ -77,6 +83,15 @@ RenamePlan planReplaceInNames(const QStringList &paths, const QString &find, con
 RenamePlan planRename(const QString &path, const QString &newName);
 // Carries the renames out, never replacing an existing entry; one progress step each.
 Outcome applyRenames(const RenamePlan &plan, Progress &progress);
+// Takes back renames that were carried out (`Outcome::moved`), last first: each entry gets its
+// old name again unless it is gone or its old name has been taken meanwhile.
+Outcome undoRenames(const std::vector<Rename> &done, Progress &progress);
+
+// Moves an entry without replacing anything at the target. Returns the reason of a failure, ""
+// on success.
+QString moveWithoutReplacing(const QString &from, const QString &to);
+// Whether anything, a dangling link included, has this path.
+bool entryExists(const QString &path);
 
 // How much a deletion of `paths` removes, every entry inside the folders counted.
 struct DeleteCount final {

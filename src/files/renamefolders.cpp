@@ -1,26 +1,28 @@
 #include "files/renamefolders.h"
 
+#include "files/changetexts.h"
+#include "files/filecopies.h"
 #include "files/filetext.h"
+#include "files/foldertree.h"
+#include "files/trash.h"
 #include "ui/dialogs.h"
 #include "ui/progressview.h"
 #include "ui/toolhost.h"
 
+#include <QAction>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QDir>
-#include <QFileIconProvider>
 #include <QFileInfo>
 #include <QHBoxLayout>
-#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QMenuBar>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QTreeWidget>
 #include <QVBoxLayout>
 
-#include <functional>
 #include <optional>
 #include <type_traits>
 
@@ -28,37 +30,7 @@ namespace tabulon {
 
 namespace {
 
-constexpr int kPathRole = Qt::UserRole;
-constexpr int kPreviewLines = 15;
-
-QString pathOf(const QTreeWidgetItem *item)
-{
-    return item ? item->data(0, kPathRole).toString() : QString();
-}
-
-QString plural(int n, const QString &unit)
-{
-    return QStringLiteral("%1 %2%3").arg(n).arg(unit, n == 1 ? QString() : QStringLiteral("s"));
-}
-
-// Walks the items below `item`, depth first.
-void forEachBelow(QTreeWidgetItem *item, const std::function<void(QTreeWidgetItem *)> &visit)
-{
-    for (int i = 0; i < item->childCount(); ++i) {
-        visit(item->child(i));
-        forEachBelow(item->child(i), visit);
-    }
-}
-
-// Shows the items that are found or hold found items; true when `item` is one of them.
-bool showFound(QTreeWidgetItem *item, const QSet<QTreeWidgetItem *> &found)
-{
-    bool any = found.contains(item);
-    for (int i = 0; i < item->childCount(); ++i)
-        any = showFound(item->child(i), found) || any;
-    item->setHidden(!any);
-    return any;
-}
+using Files::plural;
 
 // Runs `work` with the progress bar and status line, the status reading `verb` and the name of
 // each step; nothing when another run is on.
@@ -75,35 +47,39 @@ auto runBusy(BusyState &busy, QProgressBar *bar, QLabel *status, const QString &
     return work(progress);
 }
 
-// Appends the first lines of a preview, and how many more there are.
-void appendPreview(QString &text, const QStringList &lines)
-{
-    for (qsizetype i = 0; i < std::min(lines.size(), qsizetype(kPreviewLines)); ++i)
-        text += QLatin1Char('\n') + lines[i];
-    if (lines.size() > kPreviewLines)
-        text += QStringLiteral("\n... and %1 more").arg(lines.size() - kPreviewLines);
-}
-
 } // namespace
 
 RenameFolders::RenameFolders(ToolHost &host, QWidget *parent)
-    : QDialog(parent), m_host(host), m_folder(new QLineEdit(this)), m_tree(new QTreeWidget(this)),
-      m_case(new QCheckBox(QStringLiteral("&Match Case"), this)), m_bar(new QProgressBar(this)),
+    : QDialog(parent), m_host(host), m_folder(new QLineEdit(this)), m_tree(new FolderTree(this)),
+      m_case(new QCheckBox(QStringLiteral("&Match Case"), this)),
+      m_hidden(new QCheckBox(QStringLiteral("Include &Hidden Files"), this)), m_bar(new QProgressBar(this)),
       m_status(new QLabel(this)), m_keys(new KeyPreview(this)), m_busy(this)
 {
     setObjectName(QStringLiteral("RenameFolders"));
     setWindowTitle(QStringLiteral("Rename Folders & Files"));
     setWindowFlags(Qt::Dialog | Qt::MSWindowsFixedSizeDialogHint);
 
+    auto *menuBar = new QMenuBar(this);
+    QMenu *undo = menuBar->addMenu(QStringLiteral("&Undo"));
+    undo->setObjectName(QStringLiteral("mnuundo"));
+    undo->menuAction()->setObjectName(QStringLiteral("mnuundo"));
+    const auto addUndo = [this, undo](const char *name, const QString &caption, void (RenameFolders::*routine)()) {
+        QAction *action = undo->addAction(caption);
+        action->setObjectName(QLatin1String(name));
+        connect(action, &QAction::triggered, this, routine);
+        return action;
+    };
+    m_undoRename = addUndo("mnuundoren", QStringLiteral("Undo &Rename"), &RenameFolders::UndoRename);
+    m_undoReplace = addUndo("mnuundorep", QStringLiteral("Undo Replace in &Files"), &RenameFolders::UndoReplaceFiles);
+    m_undoDelete = addUndo("mnuundodel", QStringLiteral("Undo &Delete"), &RenameFolders::UndoDelete);
+
     m_folder->setObjectName(QStringLiteral("txtfolder"));
     auto *browseButton = new QPushButton(QStringLiteral("&Browse..."), this);
     browseButton->setObjectName(QStringLiteral("cmdbrowse"));
     m_tree->setObjectName(QStringLiteral("TreeView1"));
-    m_tree->setHeaderHidden(true);
-    m_tree->setSelectionMode(QAbstractItemView::ExtendedSelection);
-    m_tree->setContextMenuPolicy(Qt::CustomContextMenu);
-    m_tree->setUniformRowHeights(true);
     m_case->setObjectName(QStringLiteral("chkcase"));
+    m_hidden->setObjectName(QStringLiteral("chkhidden"));
+    m_hidden->setToolTip(QStringLiteral("Replace in Files also changes hidden files and the files in hidden folders"));
     m_bar->setObjectName(QStringLiteral("ProgressBar1"));
     m_bar->setTextVisible(false);
     m_status->setObjectName(QStringLiteral("lblstatus"));
@@ -121,15 +97,17 @@ RenameFolders::RenameFolders(ToolHost &host, QWidget *parent)
     top->addWidget(browseButton);
     auto *bottom = new QHBoxLayout;
     bottom->addWidget(m_case);
+    bottom->addWidget(m_hidden);
     bottom->addStretch(1);
     bottom->addWidget(exitButton);
     auto *layout = new QVBoxLayout(this);
+    layout->setMenuBar(menuBar);
     layout->addLayout(top);
     layout->addWidget(m_tree, 1);
     layout->addWidget(m_status);
     layout->addWidget(m_bar);
     layout->addLayout(bottom);
-    setFixedSize(600, 560);
+    setFixedSize(600, 580);
 
     connect(browseButton, &QPushButton::clicked, this, &RenameFolders::browse);
     connect(m_folder, &QLineEdit::returnPressed, this, [this] {
@@ -142,6 +120,7 @@ RenameFolders::RenameFolders(ToolHost &host, QWidget *parent)
     connect(m_tree, &QWidget::customContextMenuRequested, this, &RenameFolders::showPopup);
     connect(exitButton, &QPushButton::clicked, this, &RenameFolders::exitAsked);
 
+    updateUndo();
     openFolder(m_host.programFolder());
 }
 
@@ -169,44 +148,12 @@ void RenameFolders::browse()
 
 void RenameFolders::reload()
 {
-    QSet<QString> expanded;
-    forEachBelow(m_tree->invisibleRootItem(), [&expanded](QTreeWidgetItem *item) {
-        if (item->isExpanded())
-            expanded.insert(pathOf(item));
-    });
     const auto read = runBusy(m_busy, m_bar, m_status, QStringLiteral("Reading"),
                               [this](Progress &progress) { return Files::listFolder(m_root, progress); });
     if (!read)
         return;
     const Files::Listing &listing = *read;
-
-    m_tree->setUpdatesEnabled(false);
-    m_tree->clear();
-    const QFileIconProvider icons;
-    auto *root = new QTreeWidgetItem(m_tree, {QDir::toNativeSeparators(m_root)});
-    root->setData(0, kPathRole, m_root);
-    root->setIcon(0, icons.icon(QFileIconProvider::Folder));
-    std::vector<QTreeWidgetItem *> items;
-    items.reserve(listing.entries.size());
-    QFont linkFont = m_tree->font();
-    linkFont.setItalic(true);
-    for (const Files::Entry &e : listing.entries) {
-        QTreeWidgetItem *parent = e.parent < 0 ? root : items[size_t(e.parent)];
-        auto *item = new QTreeWidgetItem(parent, {e.name});
-        item->setData(0, kPathRole, e.path);
-        item->setIcon(0, icons.icon(e.folder ? QFileIconProvider::Folder : QFileIconProvider::File));
-        if (e.link) {
-            item->setFont(0, linkFont);
-            item->setToolTip(0, QStringLiteral("Link to %1").arg(QFileInfo(e.path).symLinkTarget()));
-        }
-        if (expanded.contains(e.path))
-            item->setExpanded(true);
-        items.push_back(item);
-    }
-    root->setExpanded(true);
-    m_tree->setCurrentItem(root);
-    m_tree->setUpdatesEnabled(true);
-    applyMarks();
+    m_tree->fill(m_root, listing);
 
     QString status = plural(int(listing.entries.size()), QStringLiteral("item"));
     if (listing.stopped)
@@ -219,86 +166,24 @@ void RenameFolders::reload()
         Dialogs::message(this, QStringLiteral("\"%1\" is not a folder.").arg(QDir::toNativeSeparators(m_root)));
 }
 
-void RenameFolders::applyMarks()
-{
-    QTreeWidgetItem *root = m_tree->topLevelItem(0);
-    if (!root)
-        return;
-    const Qt::CaseSensitivity cs = caseSensitivity();
-    QFont plain = m_tree->font();
-    QFont bold = plain;
-    bold.setBold(true);
-    const QBrush mark(QColor(255, 236, 140));
-    forEachBelow(root, [&](QTreeWidgetItem *item) {
-        const bool found = Files::nameContains(item->text(0), m_found, cs);
-        QFont font = item->font(0);
-        font.setBold(found);
-        item->setFont(0, font);
-        item->setBackground(0, found ? mark : QBrush());
-        if (found) {
-            for (QTreeWidgetItem *up = item->parent(); up; up = up->parent())
-                up->setExpanded(true);
-        }
-    });
-    applyVisibility();
-}
-
-void RenameFolders::applyVisibility()
-{
-    QTreeWidgetItem *root = m_tree->topLevelItem(0);
-    if (!root)
-        return;
-    if (m_showAll) {
-        forEachBelow(root, [](QTreeWidgetItem *item) { item->setHidden(false); });
-        return;
-    }
-    const Qt::CaseSensitivity cs = caseSensitivity();
-    QSet<QTreeWidgetItem *> found;
-    forEachBelow(root, [&](QTreeWidgetItem *item) {
-        if (Files::nameContains(item->text(0), m_found, cs))
-            found.insert(item);
-    });
-    for (int i = 0; i < root->childCount(); ++i)
-        showFound(root->child(i), found);
-    root->setHidden(false);
-}
-
 void RenameFolders::showPopup(const QPoint &pos)
 {
     if (QMenu *menu = m_host.popupMenu(QStringLiteral("mnupopren")))
         menu->exec(m_tree->viewport()->mapToGlobal(pos));
 }
 
-QTreeWidgetItem *RenameFolders::chosenItem() const
+void RenameFolders::updateUndo()
 {
-    QTreeWidgetItem *item = m_tree->currentItem();
-    return item && item->parent() ? item : nullptr;
-}
-
-QTreeWidgetItem *RenameFolders::currentOrRoot() const
-{
-    QTreeWidgetItem *item = m_tree->currentItem();
-    return item ? item : m_tree->topLevelItem(0);
-}
-
-QStringList RenameFolders::chosenPaths() const
-{
-    QStringList paths;
-    for (QTreeWidgetItem *item : m_tree->selectedItems()) {
-        if (item->parent() && !item->isHidden())
-            paths << pathOf(item);
-    }
-    if (paths.isEmpty()) {
-        if (QTreeWidgetItem *item = chosenItem())
-            paths << pathOf(item);
-    }
-    return paths;
-}
-
-QString RenameFolders::folderOf(QTreeWidgetItem *item) const
-{
-    const QFileInfo info(pathOf(item));
-    return info.isDir() && !info.isSymLink() ? info.absoluteFilePath() : info.absolutePath();
+    m_undoRename->setEnabled(!m_renamed.empty());
+    m_undoRename->setToolTip(
+        QStringLiteral("Give %1 back the old name").arg(plural(int(m_renamed.size()), QStringLiteral("renamed item"))));
+    const int copies = m_copies ? m_copies->size() : 0;
+    m_undoReplace->setEnabled(copies > 0);
+    m_undoReplace->setToolTip(
+        QStringLiteral("Put back %1 as before the replacement").arg(plural(copies, QStringLiteral("file"))));
+    m_undoDelete->setEnabled(!m_trashed.empty());
+    m_undoDelete->setToolTip(
+        QStringLiteral("Bring %1 back from the trash").arg(plural(int(m_trashed.size()), QStringLiteral("item"))));
 }
 
 std::optional<RenameFolders::Replacement> RenameFolders::askReplacement()
@@ -306,13 +191,16 @@ std::optional<RenameFolders::Replacement> RenameFolders::askReplacement()
     const QString find = Dialogs::input(this, QStringLiteral("Find what:"), QString(), m_found);
     if (find.isEmpty())
         return std::nullopt;
-    return Replacement{find, Dialogs::input(this, QStringLiteral("Replace \"%1\" with:").arg(find))};
+    // An empty answer removes the text from the names; only Cancel drops the change.
+    const std::optional<QString> with = Dialogs::inputOrCancel(this, QStringLiteral("Replace \"%1\" with:").arg(find));
+    if (!with)
+        return std::nullopt;
+    return Replacement{find, *with};
 }
 
 void RenameFolders::ShowNodes(bool all)
 {
-    m_showAll = all;
-    applyVisibility();
+    m_tree->showAll(all);
 }
 
 void RenameFolders::FindString()
@@ -323,15 +211,22 @@ void RenameFolders::FindString()
     if (text.isEmpty())
         return;
     m_found = text;
-    applyMarks();
-    int count = 0;
-    forEachBelow(m_tree->invisibleRootItem(), [&](QTreeWidgetItem *item) {
-        if (item->parent() && Files::nameContains(item->text(0), m_found, caseSensitivity()))
-            ++count;
-    });
+    m_tree->mark(m_found, caseSensitivity());
+    const int count = m_tree->markedCount();
     m_status->setText(QStringLiteral("%1 found").arg(plural(count, QStringLiteral("name"))));
     if (count == 0)
         Dialogs::message(this, QStringLiteral("No folder or file name holds \"%1\".").arg(text));
+}
+
+std::optional<Files::Outcome> RenameFolders::applyRenames(const Files::RenamePlan &plan)
+{
+    auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Renaming"),
+                           [&plan](Progress &progress) { return Files::applyRenames(plan, progress); });
+    if (outcome && !outcome->moved.empty()) {
+        m_renamed = outcome->moved;
+        updateUndo();
+    }
+    return outcome;
 }
 
 void RenameFolders::carryOut(const Files::RenamePlan &plan, const QString &find, const QString &unit)
@@ -341,21 +236,13 @@ void RenameFolders::carryOut(const Files::RenamePlan &plan, const QString &find,
             Dialogs::message(this, QStringLiteral("No %1 name holds \"%2\".").arg(unit, find));
         else
             Dialogs::message(
-                this, Files::summaryText(QStringLiteral("Renamed"), unit, Files::Outcome{0, plan.skipped, false}));
+                this, Files::summaryText(QStringLiteral("Renamed"), unit, Files::Outcome{0, plan.skipped, false, {}}));
         return;
     }
-    QString preview = QStringLiteral("Rename %1?\n").arg(plural(int(plan.renames.size()), unit));
-    QStringList lines;
-    for (const Files::Rename &r : plan.renames)
-        lines << QStringLiteral("%1  ->  %2").arg(QFileInfo(r.from).fileName(), QFileInfo(r.to).fileName());
-    appendPreview(preview, lines);
-    if (!plan.skipped.empty())
-        preview += QStringLiteral("\n\n%1 cannot be renamed and will be left alone.")
-                       .arg(plural(int(plan.skipped.size()), unit));
-    if (Dialogs::ask(this, preview, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
+    if (Dialogs::ask(this, Files::renameQuestion(plan, unit), Dialogs::Buttons::YesNo, Dialogs::Icon::Question) !=
+        Dialogs::Answer::Yes)
         return;
-    const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Renaming"),
-                                 [&plan](Progress &progress) { return Files::applyRenames(plan, progress); });
+    const auto outcome = applyRenames(plan);
     if (!outcome)
         return;
     reload();
@@ -366,7 +253,7 @@ void RenameFolders::ReplaceString()
 {
     if (m_busy.isBusy())
         return;
-    const QStringList paths = chosenPaths();
+    const QStringList paths = m_tree->chosenPaths();
     if (paths.isEmpty()) {
         Dialogs::message(this, QStringLiteral("Choose the folders or files to rename first."));
         return;
@@ -382,7 +269,7 @@ void RenameFolders::Rename()
 {
     if (m_busy.isBusy())
         return;
-    QTreeWidgetItem *item = chosenItem();
+    QTreeWidgetItem *item = m_tree->chosenItem();
     if (!item) {
         Dialogs::message(this, QStringLiteral("Choose a folder or file to rename first."));
         return;
@@ -391,9 +278,7 @@ void RenameFolders::Rename()
     if (name.isEmpty() || name == item->text(0))
         return;
     // The typed name is the preview of this change.
-    const Files::RenamePlan plan = Files::planRename(pathOf(item), name);
-    const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Renaming"),
-                                 [&plan](Progress &progress) { return Files::applyRenames(plan, progress); });
+    const auto outcome = applyRenames(Files::planRename(FolderTree::pathOf(item), name));
     if (!outcome)
         return;
     if (outcome->changed > 0)
@@ -408,14 +293,15 @@ void RenameFolders::RenameItems(const QString &kind)
     const bool folders = kind == QLatin1String("Folder");
     if (!folders && kind != QLatin1String("File"))
         return;
-    QTreeWidgetItem *item = currentOrRoot();
+    QTreeWidgetItem *item = m_tree->currentOrRoot();
     if (!item)
         return;
     const auto replacement = askReplacement();
     if (!replacement)
         return;
     const auto &[find, with] = *replacement;
-    const QStringList paths = Files::itemsBelow(folderOf(item), folders ? Files::Kind::Folders : Files::Kind::Files);
+    const QStringList paths =
+        Files::itemsBelow(FolderTree::folderOf(item), folders ? Files::Kind::Folders : Files::Kind::Files);
     carryOut(Files::planReplaceInNames(paths, find, with, caseSensitivity()), find,
              folders ? QStringLiteral("folder") : QStringLiteral("file"));
 }
@@ -424,77 +310,117 @@ void RenameFolders::ReplaceFiles()
 {
     if (m_busy.isBusy())
         return;
-    QTreeWidgetItem *item = currentOrRoot();
+    QTreeWidgetItem *item = m_tree->currentOrRoot();
     if (!item)
         return;
-    const auto replacement = askReplacement();
-    if (!replacement)
+    const auto asked = askReplacement();
+    if (!asked)
         return;
-    const auto &[find, with] = *replacement;
-    const QString target = pathOf(item);
-    const Qt::CaseSensitivity cs = caseSensitivity();
+    const Files::TextReplacement replacement{asked->find, asked->with, caseSensitivity(), m_hidden->isChecked()};
+    const QString target = FolderTree::pathOf(item);
     const auto planned = runBusy(m_busy, m_bar, m_status, QStringLiteral("Reading"), [&](Progress &progress) {
-        return Files::planReplaceInFiles(target, find, with, cs, progress);
+        return Files::planReplaceInFiles(target, replacement, progress);
     });
     if (!planned || planned->stopped)
         return;
     const Files::ContentPlan &plan = *planned;
-    const Files::Outcome unchanged{0, plan.skipped, false};
     if (plan.files.empty()) {
-        QString text = QStringLiteral("No text file holds \"%1\".").arg(find);
+        QString text = QStringLiteral("No text file holds \"%1\".").arg(replacement.find);
         if (!plan.skipped.empty())
-            text +=
-                QLatin1Char('\n') + Files::summaryText(QStringLiteral("Changed"), QStringLiteral("file"), unchanged);
+            text += QLatin1Char('\n') + Files::summaryText(QStringLiteral("Changed"), QStringLiteral("file"),
+                                                           Files::Outcome{0, plan.skipped, false, {}});
         Dialogs::message(this, text);
         return;
     }
-    const int n = int(plan.files.size());
-    QString preview =
-        QStringLiteral("Replace %1 of \"%2\" with \"%3\" in %4?\n")
-            .arg(plural(plan.occurrences, QStringLiteral("occurrence")), find, with, plural(n, QStringLiteral("file")));
-    QStringList lines;
-    for (const Files::FileChange &f : plan.files)
-        lines << QStringLiteral("%1 (%2)").arg(QDir(target).relativeFilePath(f.path)).arg(f.occurrences);
-    appendPreview(preview, lines);
-    if (!plan.skipped.empty())
-        preview +=
-            QStringLiteral("\n\n%1 will be left alone.").arg(plural(int(plan.skipped.size()), QStringLiteral("file")));
-    if (Dialogs::ask(this, preview, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
+    const QString question = Files::contentQuestion(plan, replacement, FolderTree::folderOf(item));
+    if (Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
         return;
+    auto copies = std::make_unique<Files::FileCopies>();
     const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Changing"), [&](Progress &progress) {
-        return Files::applyReplaceInFiles(plan, find, with, cs, progress);
+        return Files::applyReplaceInFiles(plan, replacement, *copies, progress);
     });
-    if (outcome)
-        Dialogs::message(this, Files::summaryText(QStringLiteral("Changed"), QStringLiteral("file"), *outcome));
+    if (!outcome)
+        return;
+    // The copies of an earlier replacement are dropped only once this one has changed something.
+    if (copies->size() > 0) {
+        m_copies = std::move(copies);
+        updateUndo();
+    }
+    Dialogs::message(this, Files::summaryText(QStringLiteral("Changed"), QStringLiteral("file"), *outcome));
 }
 
 void RenameFolders::Delete()
 {
     if (m_busy.isBusy())
         return;
-    const QStringList paths = Files::outermostPaths(chosenPaths());
+    const QStringList paths = Files::outermostPaths(m_tree->chosenPaths());
     if (paths.isEmpty()) {
         Dialogs::message(this, QStringLiteral("Choose the folders or files to delete first."));
         return;
     }
-    const Files::DeleteCount count = Files::countForDelete(paths);
-    QString question =
-        QStringLiteral("Delete %1 and %2?\n")
-            .arg(plural(count.folders, QStringLiteral("folder")), plural(count.files, QStringLiteral("file")));
-    QStringList lines;
-    for (const QString &path : paths)
-        lines << QDir(m_root).relativeFilePath(path);
-    appendPreview(question, lines);
-    if (count.folders > 0)
-        question += QStringLiteral("\n\nFolders go with everything inside them.");
+    const QString question = Files::deleteQuestion(paths, Files::countForDelete(paths), m_root);
     if (Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Exclamation) != Dialogs::Answer::Yes)
         return;
-    const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Deleting"),
-                                 [&paths](Progress &progress) { return Files::deleteEntries(paths, progress); });
+    const auto trashed = runBusy(m_busy, m_bar, m_status, QStringLiteral("Deleting"),
+                                 [&paths](Progress &progress) { return Files::moveToTrash(paths, progress); });
+    if (!trashed)
+        return;
+    if (!trashed->outcome.moved.empty()) {
+        m_trashed = trashed->outcome.moved;
+        updateUndo();
+    }
+    // Only what no trash takes is deleted for good, and only when asked again.
+    std::optional<Files::Outcome> forGood;
+    if (!trashed->notTrashed.isEmpty() &&
+        Dialogs::ask(this, Files::deleteForGoodQuestion(*trashed, m_root), Dialogs::Buttons::YesNo,
+                     Dialogs::Icon::Exclamation) == Dialogs::Answer::Yes) {
+        forGood = runBusy(m_busy, m_bar, m_status, QStringLiteral("Deleting"), [&trashed](Progress &progress) {
+            return Files::deleteEntries(trashed->notTrashed, progress);
+        });
+    }
+    reload();
+    Dialogs::message(this, Files::deleteSummary(*trashed, forGood));
+}
+
+void RenameFolders::UndoRename()
+{
+    if (m_busy.isBusy() || m_renamed.empty())
+        return;
+    const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Renaming back"),
+                                 [this](Progress &progress) { return Files::undoRenames(m_renamed, progress); });
     if (!outcome)
         return;
+    m_renamed.clear();
+    updateUndo();
     reload();
-    Dialogs::message(this, Files::summaryText(QStringLiteral("Deleted"), QStringLiteral("item"), *outcome));
+    Dialogs::message(this, Files::summaryText(QStringLiteral("Renamed back"), QStringLiteral("item"), *outcome));
+}
+
+void RenameFolders::UndoReplaceFiles()
+{
+    if (m_busy.isBusy() || !m_copies)
+        return;
+    const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Putting back"),
+                                 [this](Progress &progress) { return m_copies->restore(progress); });
+    if (!outcome)
+        return;
+    m_copies.reset();
+    updateUndo();
+    Dialogs::message(this, Files::summaryText(QStringLiteral("Put back"), QStringLiteral("file"), *outcome));
+}
+
+void RenameFolders::UndoDelete()
+{
+    if (m_busy.isBusy() || m_trashed.empty())
+        return;
+    const auto outcome = runBusy(m_busy, m_bar, m_status, QStringLiteral("Bringing back"),
+                                 [this](Progress &progress) { return Files::restoreFromTrash(m_trashed, progress); });
+    if (!outcome)
+        return;
+    m_trashed.clear();
+    updateUndo();
+    reload();
+    Dialogs::message(this, Files::summaryText(QStringLiteral("Brought back"), QStringLiteral("item"), *outcome));
 }
 
 void RenameFolders::exitAsked()

@@ -1,27 +1,32 @@
 // The folders and files tool: the tree of a folder (at first the program's own), marked by
 // "Find String" and changed through the main window's pop-up: names replaced or renamed, text
-// replaced inside files, entries deleted. Every change is previewed with its count, asked for,
-// and ends with a summary of what it did and what it left alone.
+// replaced inside files, entries moved to the trash. Every change is previewed with its count,
+// asked for, and ends with a summary of what it did and what it left alone; the last change of
+// each kind can be taken back from the window's own Undo menu.
 #pragma once
 
 #include "files/folderwork.h"
 #include "ui/toolwindow.h"
 
 #include <QDialog>
-#include <QSet>
 #include <QString>
 
+#include <memory>
 #include <optional>
+#include <vector>
 
+class QAction;
 class QCheckBox;
 class QLabel;
 class QLineEdit;
 class QProgressBar;
-class QTreeWidget;
-class QTreeWidgetItem;
 
 namespace tabulon {
 
+namespace Files {
+class FileCopies;
+}
+class FolderTree;
 class ToolHost;
 
 class RenameFolders final : public QDialog {
@@ -44,43 +49,52 @@ public:
     void ReplaceFiles();
     void Delete();
 
+    // The Undo menu's commands: each takes back the last change of its kind.
+    void UndoRename();
+    void UndoReplaceFiles();
+    void UndoDelete();
+
 protected:
     void closeEvent(QCloseEvent *event) override;
 
 private:
     void browse();
     void reload();
-    void applyMarks();
-    void applyVisibility();
     void showPopup(const QPoint &pos);
     void exitAsked();
+    void updateUndo();
     Qt::CaseSensitivity caseSensitivity() const;
-    // The item the pop-up works on, and the chosen ones; the root item counts as neither.
-    QTreeWidgetItem *chosenItem() const;
-    QTreeWidgetItem *currentOrRoot() const;
-    QStringList chosenPaths() const;
-    // The folder the item stands for: itself, or the folder holding a file.
-    QString folderOf(QTreeWidgetItem *item) const;
     struct Replacement final {
         QString find;
         QString with;
     };
-    // Asks for the text to find and the one to put instead; nothing when the first is not given.
+    // Asks for the text to find and the one to put instead; nothing when either box is cancelled
+    // or no text to find is given.
     std::optional<Replacement> askReplacement();
     // Previews the renames, asks, carries them out and reports; `unit` names what is renamed.
     void carryOut(const Files::RenamePlan &plan, const QString &find, const QString &unit);
+    // Carries out renames asked for and keeps them for Undo.
+    std::optional<Files::Outcome> applyRenames(const Files::RenamePlan &plan);
 
     ToolHost &m_host;
     QLineEdit *m_folder;
-    QTreeWidget *m_tree;
+    FolderTree *m_tree;
     QCheckBox *m_case;
+    QCheckBox *m_hidden;
+    QAction *m_undoRename;
+    QAction *m_undoReplace;
+    QAction *m_undoDelete;
     QProgressBar *m_bar;
     QLabel *m_status;
     KeyPreview *m_keys;
     BusyState m_busy;
     QString m_root;
     QString m_found; // the last text found
-    bool m_showAll = true;
+    // The last change of each kind, for Undo: renames as carried out, entries moved into the
+    // trash (from -> place in the trash), and copies of the files Replace in Files changed.
+    std::vector<Files::Rename> m_renamed;
+    std::vector<Files::Rename> m_trashed;
+    std::unique_ptr<Files::FileCopies> m_copies;
 };
 
 } // namespace tabulon

@@ -122,6 +122,16 @@ QString input(QWidget *parent, const QString &prompt, const QString &title, cons
     return r.answer == Answer::Cancel ? QString() : r.text;
 }
 
+std::optional<QString> inputOrCancel(QWidget *parent, const QString &prompt, const QString &title,
+                                     const QString &defaultText)
+{
+    const Reply r =
+        dispatch(parent, Prompt{Prompt::Kind::Input, prompt, title, Icon::None, Buttons::OkCancel, defaultText});
+    if (r.answer == Answer::Cancel)
+        return std::nullopt;
+    return r.text;
+}
+
 QString openFileName(QWidget *parent, const QString &filter)
 {
     const Reply r = dispatch(parent, Prompt{Prompt::Kind::OpenFile, {}, {}, Icon::None, Buttons::OkCancel, filter});

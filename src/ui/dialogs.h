@@ -5,6 +5,7 @@
 #include <QString>
 
 #include <functional>
+#include <optional>
 
 class QDialog;
 class QWidget;
@@ -44,6 +45,10 @@ Answer ask(QWidget *parent, const QString &text, Buttons buttons = Buttons::YesN
 // An input box: the typed text, or "" when the operator cancels.
 QString input(QWidget *parent, const QString &prompt, const QString &title = QString(),
               const QString &defaultText = QString());
+// An input box where an empty answer means something: the typed text, possibly "", or nothing
+// when the operator cancels.
+std::optional<QString> inputOrCancel(QWidget *parent, const QString &prompt, const QString &title = QString(),
+                                     const QString &defaultText = QString());
 
 // The common open-file dialog. `filter` pairs descriptions and patterns as
 // "Access Database|*.mdb|DSN|*.dsn". Returns the chosen file's full path, "" when cancelled.

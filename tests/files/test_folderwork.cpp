@@ -1,8 +1,11 @@
 // The folders and files tool's disk work on real temporary folders: what a listing holds,
 // renames that must never overwrite, deletion that keeps read-only files and never follows a
-// link, and text replacement that keeps every file's encoding and leaves binaries alone.
+// link, the trash, text replacement that keeps every file's encoding and leaves binaries alone,
+// and taking each change back.
+#include "files/filecopies.h"
 #include "files/filetext.h"
 #include "files/folderwork.h"
+#include "files/trash.h"
 #include "filetree.h"
 #include "testdb.h"
 
@@ -66,6 +69,13 @@ private Q_SLOTS:
     void textForms();
     void replaceInFilesLeavesTheAwkwardOnesAlone();
     void replaceInFilesKeepsPermissionsAndStops();
+    void matchedLines_data();
+    void matchedLines();
+    void hiddenFilesOnlyWhenAsked();
+    void undoRenamesGivesOldNamesBack();
+    void copiesPutFilesBackUnlessChangedAgain();
+    void trashTakesEntriesAndGivesThemBack();
+    void withoutTrashNothingIsRemoved();
 
 private:
     QString path(const char *relative) const { return m_dir->filePath(qs(relative)); }
@@ -271,8 +281,8 @@ void TestFolderWork::replaceInFilesLeavesTheAwkwardOnesAlone()
     QVERIFY(QFile::link(m_outside->filePath(qs("secret.txt")), path("cfg/link.txt")));
 
     CountingProgress progress;
-    const ContentPlan plan =
-        planReplaceInFiles(m_dir->path(), qs("orvita"), qs("Tabulon \u2713"), Qt::CaseInsensitive, progress);
+    const TextReplacement replacement{qs("orvita"), qs("Tabulon \u2713"), Qt::CaseInsensitive, false};
+    const ContentPlan plan = planReplaceInFiles(m_dir->path(), replacement, progress);
     QCOMPARE(plan.occurrences, 2);
     QCOMPARE(int(plan.files.size()), 1);
     QCOMPARE(plan.files[0].path, path("cfg/a.ini"));
@@ -285,8 +295,8 @@ void TestFolderWork::replaceInFilesLeavesTheAwkwardOnesAlone()
                                    qs("cfg/link.txt: a link: what it points at is left alone"),
                                    qs("cfg/locked.ini: read-only")}));
 
-    const Outcome outcome =
-        applyReplaceInFiles(plan, qs("orvita"), qs("Tabulon \u2713"), Qt::CaseInsensitive, progress);
+    FileCopies copies;
+    const Outcome outcome = applyReplaceInFiles(plan, replacement, copies, progress);
     QCOMPARE(outcome.changed, 1);
     QCOMPARE(read(path("cfg/a.ini")), QByteArray("server=Tabulon \xe2\x9c\x93\nname=Tabulon \xe2\x9c\x93\n"));
     QCOMPARE(read(path("cfg/locked.ini")), QByteArray("Orvita"));
@@ -303,22 +313,187 @@ void TestFolderWork::replaceInFilesKeepsPermissionsAndStops()
         QFile::setPermissions(path(name), mode);
     }
     NoProgress quiet;
-    ContentPlan plan = planReplaceInFiles(path("one.bat"), qs("old"), qs("new"), Qt::CaseSensitive, quiet);
+    FileCopies copies;
+    const TextReplacement replacement{qs("old"), qs("new"), Qt::CaseSensitive, false};
+    ContentPlan plan = planReplaceInFiles(path("one.bat"), replacement, quiet);
     QCOMPARE(int(plan.files.size()), 1);
     // Changed again between the count and the change: the text now there is what counts.
     write(path("one.bat"), "echo old old");
-    QCOMPARE(applyReplaceInFiles(plan, qs("old"), qs("new"), Qt::CaseSensitive, quiet).changed, 1);
+    QCOMPARE(applyReplaceInFiles(plan, replacement, copies, quiet).changed, 1);
     QCOMPARE(read(path("one.bat")), QByteArray("echo new new"));
     QCOMPARE(QFile::permissions(path("one.bat")) & ~(QFile::ReadUser | QFile::WriteUser | QFile::ExeUser), mode);
 
-    plan = planReplaceInFiles(m_dir->path(), qs("old"), qs("new"), Qt::CaseSensitive, quiet);
+    plan = planReplaceInFiles(m_dir->path(), replacement, quiet);
     QCOMPARE(int(plan.files.size()), 2);
     CountingProgress stopping;
     stopping.stopAfter = 1;
-    const Outcome outcome = applyReplaceInFiles(plan, qs("old"), qs("new"), Qt::CaseSensitive, stopping);
+    const Outcome outcome = applyReplaceInFiles(plan, replacement, copies, stopping);
     QVERIFY(outcome.stopped);
     QCOMPARE(outcome.changed, 1);
     QCOMPARE(stopping.ends, 1);
+}
+
+void TestFolderWork::matchedLines_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<bool>("matchCase");
+    QTest::addColumn<QStringList>("lines"); // "number: text" as the preview shows them
+    QTest::addColumn<int>("matched");
+
+    QTest::newRow("ignoring case, line ends and margins dropped")
+        << QByteArray("[db]\r\n  name=Orvita \r\nhost=x\r\nuser=ORVITA\r\n") << false
+        << sl({"2: name=Orvita", "4: user=ORVITA"}) << 2;
+    QTest::newRow("matching case") << QByteArray("[db]\nname=Orvita\nuser=orvita\n") << true << sl({"3: user=orvita"})
+                                   << 1;
+    QTest::newRow("a few lines of many") << QByteArray("orvita\norvita\n\norvita\norvita orvita\n") << false
+                                         << sl({"1: orvita", "2: orvita", "4: orvita"}) << 4;
+    QTest::newRow("utf-16 counted by lines too")
+        << QByteArray("\xFF\xFEx\0\n\0o\0r\0v\0i\0t\0a\0", 18) << false << sl({"2: orvita"}) << 1;
+}
+
+void TestFolderWork::matchedLines()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(bool, matchCase);
+    QFETCH(QStringList, lines);
+    QFETCH(int, matched);
+    write(path("file.ini"), bytes);
+    NoProgress quiet;
+    const ContentPlan plan = planReplaceInFiles(
+        path("file.ini"), {qs("orvita"), qs("x"), matchCase ? Qt::CaseSensitive : Qt::CaseInsensitive, false}, quiet);
+    QCOMPARE(int(plan.files.size()), 1);
+    QStringList got;
+    for (const MatchedLine &line : plan.files[0].lines)
+        got << QStringLiteral("%1: %2").arg(line.number).arg(line.text);
+    QCOMPARE(got, lines);
+    QCOMPARE(plan.files[0].matchedLines, matched);
+}
+
+void TestFolderWork::hiddenFilesOnlyWhenAsked()
+{
+    write(path("app.ini"), "Orvita");
+    write(path(".orvita.ini"), "Orvita");
+    write(path(".svn/entries"), "Orvita");
+    write(path("conf/.local.ini"), "Orvita");
+    NoProgress quiet;
+    const auto planned = [&](const QString &target, bool hidden) {
+        QStringList files;
+        for (const FileChange &f :
+             planReplaceInFiles(target, {qs("orvita"), qs("x"), Qt::CaseInsensitive, hidden}, quiet).files)
+            files << QDir(m_dir->path()).relativeFilePath(f.path);
+        files.sort();
+        return files;
+    };
+    QCOMPARE(planned(m_dir->path(), false), sl({"app.ini"}));
+    QCOMPARE(planned(m_dir->path(), true), sl({".orvita.ini", ".svn/entries", "app.ini", "conf/.local.ini"}));
+    // A hidden file or folder chosen itself is what the operator asked for.
+    QCOMPARE(planned(path(".orvita.ini"), false), sl({".orvita.ini"}));
+    QCOMPARE(planned(path(".svn"), false), sl({".svn/entries"}));
+}
+
+void TestFolderWork::undoRenamesGivesOldNamesBack()
+{
+    write(path("old/old.txt"), "content");
+    write(path("old/old_2.txt"), "second");
+    NoProgress quiet;
+    const Outcome renamed = applyRenames(planReplaceInNames({path("old"), path("old/old.txt"), path("old/old_2.txt")},
+                                                            qs("old"), qs("new"), Qt::CaseSensitive),
+                                         quiet);
+    QCOMPARE(renamed.changed, 3);
+    QCOMPARE(tree(m_dir->path()), sl({"new/", "new/new.txt", "new/new_2.txt"}));
+
+    // Meanwhile one renamed file went, and an old name was taken by a new file.
+    QVERIFY(QFile::remove(path("new/new_2.txt")));
+    const Outcome undone = undoRenames(renamed.moved, quiet);
+    QCOMPARE(undone.changed, 2);
+    QCOMPARE(tree(m_dir->path()), sl({"old/", "old/old.txt"}));
+    QCOMPARE(read(path("old/old.txt")), QByteArray("content"));
+    QCOMPARE(int(undone.skipped.size()), 1);
+    QCOMPARE(undone.skipped[0].reason, qs("no longer there"));
+
+    const Outcome again = applyRenames(planRename(path("old/old.txt"), qs("renamed.txt")), quiet);
+    write(path("old/old.txt"), "taken meanwhile");
+    const Outcome refused = undoRenames(again.moved, quiet);
+    QCOMPARE(refused.changed, 0);
+    QCOMPARE(refused.skipped[0].reason, qs("a file or folder of that name already exists"));
+    QCOMPARE(read(path("old/old.txt")), QByteArray("taken meanwhile"));
+    QCOMPARE(read(path("old/renamed.txt")), QByteArray("content"));
+}
+
+void TestFolderWork::copiesPutFilesBackUnlessChangedAgain()
+{
+    const QByteArray utf16("\xFF\xFEO\0r\0v\0i\0t\0a\0", 14);
+    write(path("a.ini"), utf16);
+    write(path("b.ini"), "orvita\r\n");
+    write(path("c.ini"), "orvita");
+    QFile::setPermissions(path("a.ini"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    NoProgress quiet;
+    const TextReplacement replacement{qs("orvita"), qs("Tabulon"), Qt::CaseInsensitive, false};
+    const ContentPlan plan = planReplaceInFiles(m_dir->path(), replacement, quiet);
+    FileCopies copies;
+    QCOMPARE(applyReplaceInFiles(plan, replacement, copies, quiet).changed, 3);
+    QCOMPARE(copies.size(), 3);
+    QCOMPARE(read(path("b.ini")), QByteArray("Tabulon\r\n"));
+
+    write(path("c.ini"), "edited by hand");
+    const Outcome restored = copies.restore(quiet);
+    QCOMPARE(restored.changed, 2);
+    QCOMPARE(read(path("a.ini")), utf16);
+    QCOMPARE(read(path("b.ini")), QByteArray("orvita\r\n"));
+    QCOMPARE(QFile::permissions(path("a.ini")) & (QFile::ExeOwner | QFile::ReadGroup), QFile::ExeOwner);
+    QCOMPARE(read(path("c.ini")), QByteArray("edited by hand"));
+    QCOMPARE(int(restored.skipped.size()), 1);
+    QCOMPARE(restored.skipped[0].reason, qs("changed again since, left as it is"));
+}
+
+void TestFolderWork::trashTakesEntriesAndGivesThemBack()
+{
+    QTemporaryDir dataHome;
+    qputenv("XDG_DATA_HOME", QFile::encodeName(dataHome.path()));
+    write(path("app/reports/one.rpt"), "one");
+    write(path("app/locked.ini"), "locked");
+    makeReadOnly(path("app/locked.ini"));
+    write(path("readme.txt"), "text");
+    QVERIFY(QFile::link(m_outside->filePath(qs("secret.txt")), path("link")));
+
+    CountingProgress progress;
+    const TrashOutcome trashed =
+        moveToTrash({path("app"), path("app/reports"), path("readme.txt"), path("link")}, progress);
+    QCOMPARE(progress.totals, QList<int>{3});
+    QCOMPARE(trashed.outcome.changed, 3);
+    QVERIFY(trashed.notTrashed.isEmpty());
+    QCOMPARE(tree(m_dir->path()), QStringList());
+    QCOMPARE(read(m_outside->filePath(qs("secret.txt"))), QByteArray("Orvita outside"));
+    const QString trash = dataHome.filePath(qs("Trash"));
+    QCOMPARE(QDir(trash + qs("/files")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System).size(), 3);
+    QCOMPARE(QDir(trash + qs("/info")).entryList(QDir::Files).size(), 3);
+    QCOMPARE(read(trash + qs("/files/app/locked.ini")), QByteArray("locked"));
+
+    // The old place of one entry was taken meanwhile: it stays in the trash, the rest come back.
+    write(path("readme.txt"), "new text");
+    const Outcome back = restoreFromTrash(trashed.outcome.moved, progress);
+    QCOMPARE(back.changed, 2);
+    QCOMPARE(tree(m_dir->path()),
+             sl({"app/", "app/reports/", "app/reports/one.rpt", "app/locked.ini", "link@", "readme.txt"}));
+    QCOMPARE(read(path("readme.txt")), QByteArray("new text"));
+    QCOMPARE(QDir(trash + qs("/info")).entryList(QDir::Files), sl({"readme.txt.trashinfo"}));
+    QCOMPARE(read(trash + qs("/files/readme.txt")), QByteArray("text"));
+    qunsetenv("XDG_DATA_HOME");
+}
+
+void TestFolderWork::withoutTrashNothingIsRemoved()
+{
+    // A data folder that cannot exist: no trash can be made there.
+    write(path("plain"), "a file");
+    qputenv("XDG_DATA_HOME", QFile::encodeName(path("plain/data")));
+    write(path("keep/me.txt"), "me");
+    NoProgress quiet;
+    const TrashOutcome trashed = moveToTrash({path("keep")}, quiet);
+    qunsetenv("XDG_DATA_HOME");
+    QCOMPARE(trashed.outcome.changed, 0);
+    QCOMPARE(trashed.notTrashed, QStringList{path("keep")});
+    QVERIFY(!trashed.reason.isEmpty());
+    QCOMPARE(read(path("keep/me.txt")), QByteArray("me"));
 }
 
 QTEST_GUILESS_MAIN(TestFolderWork)

@@ -1,5 +1,6 @@
 // The folders and files window through the main window's menu and pop-up, on a real temporary
-// installation folder: what each change asks, what it changes on disk, and its summary.
+// installation folder: what each change asks, what it changes on disk, its summary, and its
+// undo. The trash is a temporary one of the test's own.
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
 #include "files/renamefolders.h"
@@ -55,6 +56,7 @@ QTreeWidgetItem *itemNamed(QTreeWidget *tree, const QString &name)
 class TestRenameFolders final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void initTestCase();
     void init();
     void cleanup();
 
@@ -62,7 +64,8 @@ private Q_SLOTS:
     void findMarksAndShowsOnlyTheFound();
     void renamesAskFirstAndReportCollisions();
     void replaceInFilesPreviewsCounts();
-    void deleteAsksWithCountsAndKeepsReadOnly();
+    void deleteMovesToTheTrashAndBack();
+    void withoutTrashDeletesOnlyWhenAskedAgain();
 
 private:
     QString path(const char *relative) const { return m_dir.filePath(qs(relative)); }
@@ -76,12 +79,26 @@ private:
         tree()->setCurrentItem(item);
     }
 
+    void undo(const char *action)
+    {
+        QAction *a = m_tool->findChild<QAction *>(qs(action));
+        QVERIFY2(a && a->isEnabled(), action);
+        a->trigger();
+        QVERIFY(!a->isEnabled());
+    }
+
     QTemporaryDir m_dir;
     QTemporaryDir m_settingsDir;
+    QTemporaryDir m_dataHome;
     std::unique_ptr<Operator> m_operator;
     std::unique_ptr<MDIForm1> m_main;
     QPointer<RenameFolders> m_tool;
 };
+
+void TestRenameFolders::initTestCase()
+{
+    qputenv("XDG_DATA_HOME", QFile::encodeName(m_dataHome.path()));
+}
 
 void TestRenameFolders::init()
 {
@@ -211,28 +228,79 @@ void TestRenameFolders::renamesAskFirstAndReportCollisions()
     run("mnuren");
     QCOMPARE(m_operator->told.last(), qs("Renamed 1 item."));
     QCOMPARE(read(path("Tabulon.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
+
+    // Undo takes back the last renaming only: the file's new name.
+    undo("mnuundoren");
+    QCOMPARE(m_operator->told.last(), qs("Renamed back 1 item."));
+    QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
+    QVERIFY(QFile::exists(path("reports/client_1.rpt")));
+
+    // Cancel on the second box drops the change; an empty answer removes the text.
+    choose("reports");
+    m_operator->typed = QStringList{qs("client_"), QString()};
+    const qsizetype asked = m_operator->asked.size();
+    run("mnurenfiles");
+    QCOMPARE(m_operator->asked.size(), asked);
+    m_operator->typed = QStringList{qs("client_"), qs("")};
+    run("mnurenfiles");
+    QCOMPARE(m_operator->told.last(), qs("Renamed 3 files."));
+    QCOMPARE(read(path("reports/2.rpt")), QByteArray("taken"));
+    undo("mnuundoren");
+    QCOMPARE(m_operator->told.last(), qs("Renamed back 3 items."));
+    QCOMPARE(read(path("reports/client_2.rpt")), QByteArray("taken"));
 }
 
 void TestRenameFolders::replaceInFilesPreviewsCounts()
 {
+    write(path(".orvita/cache.ini"), "orvita");
+    write(path("reports/.orvita.rpt"), "orvita");
     QVERIFY(openTool());
     m_operator->typed = sl({"orvita", "Tabulon"});
     m_operator->answer = Dialogs::Answer::No;
     run("mnurepfiles");
     QCOMPARE(m_operator->asked.last(), qs("Replace 2 occurrences of \"orvita\" with \"Tabulon\" in 2 files?\n\n"
-                                          "reports/orvita_1.rpt (1)\nOrvita.ini (1)\n\n1 file will be left alone."));
+                                          "reports/orvita_1.rpt (1)\n    1: Orvita report\n"
+                                          "Orvita.ini (1)\n    2: name=orvita\n\n1 file will be left alone."));
     QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
+
+    // Match Case and the hidden files' box decide what the preview holds.
+    m_tool->findChild<QCheckBox *>(qs("chkcase"))->setChecked(true);
+    m_tool->findChild<QCheckBox *>(qs("chkhidden"))->setChecked(true);
+    m_operator->typed = sl({"orvita", "Tabulon"});
+    run("mnurepfiles");
+    QCOMPARE(m_operator->asked.last(), qs("Replace 3 occurrences of \"orvita\" with \"Tabulon\" in 3 files?\n\n"
+                                          ".orvita/cache.ini (1)\n    1: orvita\n"
+                                          "reports/.orvita.rpt (1)\n    1: orvita\n"
+                                          "Orvita.ini (1)\n    2: name=orvita\n\n1 file will be left alone."));
+    m_tool->findChild<QCheckBox *>(qs("chkcase"))->setChecked(false);
+    m_tool->findChild<QCheckBox *>(qs("chkhidden"))->setChecked(false);
+
+    // Cancel on the box of the new text asks nothing and changes nothing.
+    const qsizetype asked = m_operator->asked.size();
+    m_operator->typed = QStringList{qs("orvita"), QString()};
+    run("mnurepfiles");
+    QCOMPARE(m_operator->asked.size(), asked);
 
     m_operator->typed = sl({"orvita", "Tabulon"});
     m_operator->answer = Dialogs::Answer::Yes;
+    QVERIFY(!m_tool->findChild<QAction *>(qs("mnuundorep"))->isEnabled());
     run("mnurepfiles");
     QCOMPARE(m_operator->told.last(),
              qs("Changed 2 files.\n\nLeft alone: 1\n") + path("bin/orvita.exe") + qs(": a binary file, left alone"));
     QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=Tabulon\r\n"));
     QCOMPARE(read(path("bin/orvita.exe")), QByteArray("MZ\0orvita", 9));
+    QCOMPARE(read(path(".orvita/cache.ini")), QByteArray("orvita"));
+
+    // The next replacement that finds nothing keeps the copies of this one.
+    m_operator->typed = sl({"nowhere", "x"});
+    run("mnurepfiles");
+    undo("mnuundorep");
+    QCOMPARE(m_operator->told.last(), qs("Put back 2 files."));
+    QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
+    QCOMPARE(read(path("reports/orvita_1.rpt")), QByteArray("Orvita report"));
 }
 
-void TestRenameFolders::deleteAsksWithCountsAndKeepsReadOnly()
+void TestRenameFolders::deleteMovesToTheTrashAndBack()
 {
     QFile::setPermissions(path("reports/orvita_2.rpt"), QFile::ReadOwner);
     QVERIFY(openTool());
@@ -249,9 +317,45 @@ void TestRenameFolders::deleteAsksWithCountsAndKeepsReadOnly()
 
     m_operator->answer = Dialogs::Answer::Yes;
     run("mnuDelete");
-    QCOMPARE(m_operator->told.last(), qs("Deleted 4 items.\n\nLeft alone: 2\n") + path("reports/orvita_2.rpt") +
-                                          qs(": read-only\n") + path("reports") + qs(": something inside it was kept"));
-    QCOMPARE(visibleNames(tree()), sl({"reports", "  orvita_2.rpt", "Orvita.ini"}));
+    QCOMPARE(m_operator->told.last(), qs("Moved 2 items to the trash."));
+    QCOMPARE(visibleNames(tree()), sl({"Orvita.ini"}));
+    QCOMPARE(read(m_dataHome.filePath(qs("Trash/files/reports/orvita_2.rpt"))), QByteArray("other"));
+
+    undo("mnuundodel");
+    QCOMPARE(m_operator->told.last(), qs("Brought back 2 items."));
+    QCOMPARE(visibleNames(tree()), sl({"bin", "  orvita.exe", "reports", "  orvita_1.rpt", "  Orvita_1.RPT.bak",
+                                       "  orvita_2.rpt", "Orvita.ini"}));
+    QCOMPARE(read(path("bin/orvita.exe")), QByteArray("MZ\0orvita", 9));
+}
+
+void TestRenameFolders::withoutTrashDeletesOnlyWhenAskedAgain()
+{
+    // No trash can be made under a file.
+    write(m_settingsDir.filePath(qs("plain")), "a file");
+    qputenv("XDG_DATA_HOME", QFile::encodeName(m_settingsDir.filePath(qs("plain/data"))));
+    QFile::setPermissions(path("reports/orvita_2.rpt"), QFile::ReadOwner);
+    QVERIFY(openTool());
+    choose("reports");
+    m_operator->answers = {Dialogs::Answer::Yes, Dialogs::Answer::No};
+    run("mnuDelete");
+    const QString again = m_operator->asked.last();
+    QVERIFY2(again.startsWith(qs("1 item cannot go to the trash (")) &&
+                 again.endsWith(qs("):\n\nreports\n\nDelete it for good? There is no bringing it back.")),
+             qPrintable(again));
+    QVERIFY(QFile::exists(path("reports/orvita_1.rpt")));
+    QVERIFY2(m_operator->told.last().startsWith(qs("Moved 0 items to the trash.\n\nLeft alone: 1\n") + path("reports") +
+                                                qs(": not deleted: ")),
+             qPrintable(m_operator->told.last()));
+
+    choose("reports");
+    m_operator->answers = {Dialogs::Answer::Yes, Dialogs::Answer::Yes};
+    run("mnuDelete");
+    QCOMPARE(m_operator->told.last(), qs("Deleted 2 items for good.\n\nLeft alone: 2\n") +
+                                          path("reports/orvita_2.rpt") + qs(": read-only\n") + path("reports") +
+                                          qs(": something inside it was kept"));
+    QCOMPARE(visibleNames(tree()), sl({"bin", "  orvita.exe", "reports", "  orvita_2.rpt", "Orvita.ini"}));
+    QVERIFY(!m_tool->findChild<QAction *>(qs("mnuundodel"))->isEnabled());
+    qputenv("XDG_DATA_HOME", QFile::encodeName(m_dataHome.path()));
 }
 
 QTEST_MAIN(TestRenameFolders)

@@ -9,11 +9,17 @@ Operator::Operator()
     Dialogs::setResponder([this](const Dialogs::Prompt &p) {
         prompts << p;
         switch (p.kind) {
-        case Dialogs::Prompt::Kind::Question: asked << p.text; return Dialogs::Reply{answer, {}};
+        case Dialogs::Prompt::Kind::Question:
+            asked << p.text;
+            return Dialogs::Reply{answers.isEmpty() ? answer : answers.takeFirst(), {}};
         case Dialogs::Prompt::Kind::RuntimeError: runtimeErrors << p.text; break;
         case Dialogs::Prompt::Kind::Input:
             told << p.text;
-            return Dialogs::Reply{Dialogs::Answer::Ok, typed.isEmpty() ? QString() : typed.takeFirst()};
+            if (typed.isEmpty())
+                return Dialogs::Reply{Dialogs::Answer::Ok, QString()};
+            if (typed.first().isNull())
+                return Dialogs::Reply{Dialogs::Answer::Cancel, typed.takeFirst()};
+            return Dialogs::Reply{Dialogs::Answer::Ok, typed.takeFirst()};
         case Dialogs::Prompt::Kind::OpenFile:
             fileFilters << p.defaultText;
             return Dialogs::Reply{chosenFile.isEmpty() ? Dialogs::Answer::Cancel : Dialogs::Answer::Ok, chosenFile};

@@ -18,10 +18,11 @@ public:
     Operator();
     ~Operator();
 
-    Dialogs::Answer answer = Dialogs::Answer::Yes; // to every question
+    Dialogs::Answer answer = Dialogs::Answer::Yes; // to every question not answered by `answers`
+    QList<Dialogs::Answer> answers;                // to the next questions, first first
     QString chosenFile;                            // from every open-file dialog ("" cancels)
     QString chosenFolder;                          // from every folder dialog ("" cancels)
-    QStringList typed;                             // answers to input boxes, first first; then ""
+    QStringList typed; // answers to input boxes, first first; then "". A null QString() cancels the box.
 
     QList<Dialogs::Prompt> prompts; // every box, input and file dialog, whole (icons, buttons, titles)
     QStringList asked;              // questions
