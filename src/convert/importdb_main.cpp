@@ -2,10 +2,10 @@
 // settings, runs import.sql from its own folder against that server statement by statement,
 // shows its progress, and ends with a summary of what ran and what failed. Closing the window
 // ends it; with --batch it prints the summary and ends at once.
-#include "app/settings.h"
 #include "convert/scriptrunner.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "settings/settings.h"
 #include "ui/progressview.h"
 
 #include <QApplication>

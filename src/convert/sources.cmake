@@ -21,7 +21,7 @@ list(APPEND TABULON_TOOL_LIBRARIES tabulon_convert)
 
 # The companion "Execute Text File" starts; built beside the program, installed with it.
 add_executable(import_db convert/importdb_main.cpp)
-target_link_libraries(import_db PRIVATE tabulon_convert_logic tabulon_ui tabulon_app tabulon_common_cfg)
+target_link_libraries(import_db PRIVATE tabulon_convert_logic tabulon_ui tabulon_settings tabulon_common_cfg)
 set_target_properties(import_db PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
 
 # The Access reader's libFuzzer target (clang only): configure a separate build with
