@@ -3,8 +3,8 @@
 // the name of their menu command.
 #pragma once
 
-#include "app/settings.h"
 #include "app/startup.h"
+#include "settings/settings.h"
 #include "ui/toolhost.h"
 
 #include <QHash>

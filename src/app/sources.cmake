@@ -1,8 +1,7 @@
-# The composition root: start-up, settings, the main window and the catalog of tools. Every
+# The composition root: start-up, the main window and the catalog of tools. Every
 # tool library registers itself in TABULON_TOOL_LIBRARIES; nothing links this one but the
 # program and its tests.
 add_library(tabulon_app STATIC
-    app/settings.cpp app/settings.h
     app/startup.cpp app/startup.h
     app/mdiform1.cpp app/mdiform1.h
     app/databaseinfo.cpp app/databaseinfo.h
@@ -10,7 +9,7 @@ add_library(tabulon_app STATIC
     app/toolcatalog.cpp app/toolcatalog.h
 )
 target_include_directories(tabulon_app PUBLIC ${PROJECT_SOURCE_DIR}/src)
-target_link_libraries(tabulon_app PUBLIC tabulon_ui tabulon_db ${TABULON_TOOL_LIBRARIES} Qt6::Widgets
+target_link_libraries(tabulon_app PUBLIC tabulon_ui tabulon_db tabulon_settings ${TABULON_TOOL_LIBRARIES} Qt6::Widgets
     PRIVATE tabulon_common_cfg)
 
 add_executable(tabulon app/main.cpp)

@@ -17,6 +17,8 @@
 #include <QPushButton>
 #include <QRadioButton>
 
+#include <algorithm>
+
 namespace tabulon {
 
 namespace {
@@ -74,10 +76,12 @@ frmimportdata::frmimportdata(ToolHost &host, QWidget *parent)
     m_optNew->setChecked(true);
     m_target->setEnabled(false);
     m_grid->setFixedCols(0);
-    m_grid->setCols(3);
+    m_grid->setCols(5);
     m_grid->setTextMatrix(0, 0, QStringLiteral("Source Field"));
     m_grid->setTextMatrix(0, 1, QStringLiteral("Type"));
     m_grid->setTextMatrix(0, 2, QStringLiteral("Target Column"));
+    m_grid->setTextMatrix(0, 3, QStringLiteral("Column Type"));
+    m_grid->setTextMatrix(0, 4, QStringLiteral("Cannot Hold"));
     m_grid->setEditable(false);
     m_bar->setTextVisible(false);
 
@@ -182,9 +186,8 @@ void frmimportdata::tableChosen()
             m_sourceFields = std::move(read.value());
             const QSignalBlocker block(m_fields);
             for (const SourceField &field : m_sourceFields) {
-                auto *item = new QListWidgetItem(field.name + QStringLiteral("  (") +
-                                                     Conversion::MapFieldType(field.type) + QLatin1Char(')'),
-                                                 m_fields);
+                auto *item = new QListWidgetItem(
+                    field.name + QStringLiteral("  (") + Import::mappedType(field.type) + QLatin1Char(')'), m_fields);
                 item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
                 item->setCheckState(Qt::Checked);
             }
@@ -229,12 +232,14 @@ void frmimportdata::refreshMapping()
     int row = 1;
     for (const Import::FieldMapping &m : m_mapping) {
         m_grid->setTextMatrix(row, 0, m.field.name);
-        m_grid->setTextMatrix(row, 1, Conversion::MapFieldType(m.field.type));
+        m_grid->setTextMatrix(row, 1, Import::mappedType(m.field.type));
         m_grid->setTextMatrix(row, 2, m.column.isEmpty() ? kNoMatch : m.column);
+        m_grid->setTextMatrix(row, 3, m.columnType);
+        m_grid->setTextMatrix(row, 4, m.column.isEmpty() ? QString() : Import::fitProblem(m.field, m.columnType));
         ++row;
     }
     m_grid->refresh();
-    m_grid->autoSize(0, 2);
+    m_grid->autoSize(0, 4);
 }
 
 void frmimportdata::import()
@@ -308,15 +313,38 @@ void frmimportdata::import()
         question += skipped == 1
                         ? QStringLiteral("\n\n1 ticked field matches no column and will be skipped.")
                         : QStringLiteral("\n\n%1 ticked fields match no column and will be skipped.").arg(skipped);
+    const auto unfit = std::count_if(plan.mapping.begin(), plan.mapping.end(), [](const Import::FieldMapping &m) {
+        return !m.column.isEmpty() && !Import::fitProblem(m.field, m.columnType).isEmpty();
+    });
+    if (unfit == 1)
+        question += QStringLiteral("\n\n1 column cannot hold every value its field may bring (marked in the grid): "
+                                   "such values are changed or refused by the server.");
+    else if (unfit > 1)
+        question += QStringLiteral("\n\n%1 columns cannot hold every value their fields may bring (marked in the "
+                                   "grid): such values are changed or refused by the server.")
+                        .arg(unfit);
     if (Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
         return;
+    copyRows(plan);
+}
+
+void frmimportdata::copyRows(const Import::Plan &plan)
+{
+    DatabaseSession &session = m_host.sessionOrClosed();
 
     // The choices stay as they are while the copy yields to events.
     const QList<QWidget *> inputs = {m_source,   m_browse,      m_table,  m_fields, m_optNew,
                                      m_newTable, m_optExisting, m_target, m_import};
     for (QWidget *input : inputs)
         input->setEnabled(false);
-    const Import::Outcome outcome = Import::run(*m_opened, session, plan, m_progress);
+    const auto keep = [this](const Import::Outcome &sofar) {
+        const QString question =
+            QStringLiteral("The import %1 after %2 rows.\n\nKeep the rows copied so far? No rolls them back.")
+                .arg(sofar.stopped ? QStringLiteral("was stopped") : QStringLiteral("failed"))
+                .arg(sofar.copied + sofar.changed);
+        return Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) == Dialogs::Answer::Yes;
+    };
+    const Import::Outcome outcome = Import::run(*m_opened, session, plan, m_progress, keep);
     for (QWidget *input : inputs)
         input->setEnabled(true);
     m_newTable->setEnabled(plan.newTable);
@@ -337,12 +365,23 @@ void frmimportdata::import()
         summary = QStringLiteral("The import was stopped.\n\n");
     else
         summary = QStringLiteral("The import is complete.\n\n");
-    summary += QStringLiteral("Rows copied: %1\nRows refused: %2").arg(outcome.copied).arg(outcome.refused);
-    if (!outcome.refusals.isEmpty()) {
+    summary += QStringLiteral("Rows copied: %1\nRows changed: %2\nRows refused: %3")
+                   .arg(outcome.copied)
+                   .arg(outcome.changed)
+                   .arg(outcome.refused);
+    if (outcome.rolledBack)
+        summary += QStringLiteral("\n\nThe rows copied have been rolled back.");
+    else if ((outcome.stopped || outcome.error) && !outcome.transactional && outcome.copied + outcome.changed > 0)
+        summary += QStringLiteral("\n\nThe rows copied stay in the table: its engine takes no transactions.");
+    if (!outcome.warnings.isEmpty())
+        summary += QStringLiteral("\n\nFirst warnings:\n") + outcome.warnings.join(QLatin1Char('\n'));
+    if (!outcome.refusals.isEmpty())
         summary += QStringLiteral("\n\nFirst refusals:\n") + outcome.refusals.join(QLatin1Char('\n'));
-    }
-    m_status->setText(QStringLiteral("Rows copied: %1, refused: %2").arg(outcome.copied).arg(outcome.refused));
-    const bool clean = !outcome.error && !outcome.stopped && outcome.refused == 0;
+    m_status->setText(QStringLiteral("Rows copied: %1, changed: %2, refused: %3")
+                          .arg(outcome.copied)
+                          .arg(outcome.changed)
+                          .arg(outcome.refused));
+    const bool clean = !outcome.error && !outcome.stopped && outcome.refused == 0 && outcome.changed == 0;
     Dialogs::message(this, summary, clean ? Dialogs::Icon::Information : Dialogs::Icon::Exclamation);
 }
 

@@ -50,6 +50,8 @@ private:
     void refreshMapping();
     std::vector<int> tickedFields() const;
     void import();
+    // Writes the rows of a confirmed plan into its table: where every import starts writing.
+    void copyRows(const Import::Plan &plan);
     void exitAsked();
 
     ToolHost &m_host;

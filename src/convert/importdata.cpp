@@ -5,6 +5,7 @@
 #include "db/tablenames.h"
 #include "db/typecodes.h"
 
+#include <QHash>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -55,7 +56,168 @@ QByteArray identifier(const QString &name)
     return DatabaseSession::quoteIdentifier(name).toUtf8();
 }
 
+// What a column type holds, as far as the fit of source values goes.
+struct ColumnKind final {
+    enum Kind { Text, Integer, Fraction, Date, Binary, Other } kind = Other;
+    qint64 width = 0; // characters of a text, bytes of an integer
+};
+
+ColumnKind columnKind(const QString &columnType)
+{
+    static const QRegularExpression form(QStringLiteral(R"(^\s*([a-z]+)\s*(?:\(\s*(\d+))?)"));
+    const QRegularExpressionMatch m = form.match(columnType.toLower());
+    const QString base = m.captured(1);
+    const qint64 size = m.captured(2).isEmpty() ? -1 : m.captured(2).toLongLong();
+    static const QHash<QString, ColumnKind> kinds = {
+        {QStringLiteral("tinyint"), {ColumnKind::Integer, 1}},
+        {QStringLiteral("bool"), {ColumnKind::Integer, 1}},
+        {QStringLiteral("boolean"), {ColumnKind::Integer, 1}},
+        {QStringLiteral("bit"), {ColumnKind::Integer, 1}},
+        {QStringLiteral("smallint"), {ColumnKind::Integer, 2}},
+        {QStringLiteral("mediumint"), {ColumnKind::Integer, 3}},
+        {QStringLiteral("int"), {ColumnKind::Integer, 4}},
+        {QStringLiteral("integer"), {ColumnKind::Integer, 4}},
+        {QStringLiteral("bigint"), {ColumnKind::Integer, 8}},
+        {QStringLiteral("decimal"), {ColumnKind::Fraction, 0}},
+        {QStringLiteral("numeric"), {ColumnKind::Fraction, 0}},
+        {QStringLiteral("float"), {ColumnKind::Fraction, 0}},
+        {QStringLiteral("double"), {ColumnKind::Fraction, 0}},
+        {QStringLiteral("real"), {ColumnKind::Fraction, 0}},
+        {QStringLiteral("date"), {ColumnKind::Date, 0}},
+        {QStringLiteral("datetime"), {ColumnKind::Date, 0}},
+        {QStringLiteral("timestamp"), {ColumnKind::Date, 0}},
+        {QStringLiteral("time"), {ColumnKind::Date, 0}},
+        {QStringLiteral("year"), {ColumnKind::Date, 0}},
+        {QStringLiteral("tinytext"), {ColumnKind::Text, 255}},
+        {QStringLiteral("text"), {ColumnKind::Text, 65535}},
+        {QStringLiteral("mediumtext"), {ColumnKind::Text, 16777215}},
+        {QStringLiteral("longtext"), {ColumnKind::Text, 4294967295}},
+        {QStringLiteral("binary"), {ColumnKind::Binary, 0}},
+        {QStringLiteral("varbinary"), {ColumnKind::Binary, 0}},
+        {QStringLiteral("tinyblob"), {ColumnKind::Binary, 0}},
+        {QStringLiteral("blob"), {ColumnKind::Binary, 0}},
+        {QStringLiteral("mediumblob"), {ColumnKind::Binary, 0}},
+        {QStringLiteral("longblob"), {ColumnKind::Binary, 0}},
+    };
+    if (base == QLatin1String("char") || base == QLatin1String("varchar"))
+        return {ColumnKind::Text, size < 0 ? 1 : size};
+    if (base == QLatin1String("decimal") || base == QLatin1String("numeric")) {
+        // DECIMAL(n) and DECIMAL(n,0) hold no fraction.
+        static const QRegularExpression scale(QStringLiteral(R"(^\s*[a-z]+\s*\(\s*\d+\s*,\s*([1-9]\d*)\s*\))"));
+        const bool fraction = size < 0 || scale.match(columnType.toLower()).hasMatch();
+        return {fraction ? ColumnKind::Fraction : ColumnKind::Integer, 8};
+    }
+    return kinds.value(base, ColumnKind{});
+}
+
+bool isTextType(int adoType)
+{
+    switch (adoType) {
+    case AdoType::Char:
+    case AdoType::WChar:
+    case AdoType::VarChar:
+    case AdoType::VarWChar:
+    case AdoType::LongVarChar:
+    case AdoType::LongVarWChar:
+    case AdoType::Guid: return true;
+    default: return false;
+    }
+}
+
+// Bytes of an integer source type; 0 for a number with a fraction, -1 for no number.
+int integerBytes(int adoType)
+{
+    switch (adoType) {
+    case AdoType::Boolean:
+    case AdoType::TinyInt:
+    case AdoType::UnsignedTinyInt: return 1;
+    case AdoType::SmallInt:
+    case AdoType::UnsignedSmallInt: return 2;
+    case AdoType::Integer:
+    case AdoType::UnsignedInt: return 4;
+    case AdoType::BigInt:
+    case AdoType::UnsignedBigInt: return 8;
+    case AdoType::Single:
+    case AdoType::Double:
+    case AdoType::Currency:
+    case AdoType::Numeric:
+    case 14: // decimal
+        return 0;
+    default: return -1;
+    }
+}
+
+// Characters a source text can hold: Access and ODBC texts up to 255, long ones as many as the
+// widest text column holds.
+qint64 textWidth(int adoType)
+{
+    return adoType == AdoType::LongVarChar || adoType == AdoType::LongVarWChar ? qint64{4294967295} : 255;
+}
+
+// The longest text a date is written as ("yyyy-MM-dd hh:mm:ss").
+constexpr qint64 kDateTextWidth = 19;
+
 } // namespace
+
+QString mappedType(int adoType)
+{
+    return isBinaryType(adoType) ? QStringLiteral("LONGBLOB") : Conversion::MapFieldType(adoType);
+}
+
+bool isBinaryType(int adoType)
+{
+    return adoType == AdoType::Binary || adoType == AdoType::VarBinary || adoType == AdoType::LongVarBinary;
+}
+
+QString fitProblem(const SourceField &field, const QString &columnType)
+{
+    const ColumnKind target = columnKind(columnType);
+    const int type = field.type;
+    if (isBinaryType(type))
+        return target.kind == ColumnKind::Binary ? QString() : QStringLiteral("bytes into a column of no bytes");
+    if (target.kind == ColumnKind::Binary || target.kind == ColumnKind::Other)
+        return {}; // bytes hold anything; enumerations and the like are the operator's call
+    const auto narrower = [&](qint64 width) {
+        return target.kind == ColumnKind::Text && target.width < width
+                   ? QStringLiteral("a narrower text (%1 characters)").arg(target.width)
+                   : QString();
+    };
+    if (isDateType(type)) {
+        if (target.kind == ColumnKind::Date)
+            return {};
+        if (target.kind == ColumnKind::Text)
+            return narrower(kDateTextWidth);
+        return QStringLiteral("a date into a non-date");
+    }
+    if (isTextType(type)) {
+        if (target.kind == ColumnKind::Integer || target.kind == ColumnKind::Fraction)
+            return QStringLiteral("a text into a number");
+        if (target.kind == ColumnKind::Date)
+            return QStringLiteral("a text into a date");
+        return narrower(textWidth(type));
+    }
+    const int bytes = integerBytes(type);
+    if (bytes < 0)
+        return {}; // a type read as text: whatever it holds, the server judges it
+    if (target.kind == ColumnKind::Date)
+        return QStringLiteral("a number into a date");
+    if (target.kind == ColumnKind::Integer && bytes == 0)
+        return QStringLiteral("fractions into a whole number");
+    if (target.kind == ColumnKind::Integer && target.width < bytes)
+        return QStringLiteral("a narrower number");
+    return {};
+}
+
+QByteArray sourceBytes(const QString &value)
+{
+    QByteArray out;
+    out.reserve(value.size() * 2);
+    for (const QChar c : value) {
+        out.append(static_cast<char>(c.unicode() & 0xff));
+        out.append(static_cast<char>(c.unicode() >> 8));
+    }
+    return out;
+}
 
 QString sanitized(const QString &name)
 {
@@ -68,7 +230,7 @@ std::vector<FieldMapping> newTableMapping(const std::vector<SourceField> &fields
     std::vector<FieldMapping> mapping;
     for (const int index : ticked) {
         const SourceField &field = fields.at(static_cast<size_t>(index));
-        mapping.push_back({index, field, sanitized(field.name), Conversion::MapFieldType(field.type)});
+        mapping.push_back({index, field, sanitized(field.name), mappedType(field.type)});
     }
     return mapping;
 }
@@ -123,6 +285,20 @@ DbResult<bool> tableExists(DatabaseSession &session, const QString &table)
     return names->contains(table, Qt::CaseSensitive);
 }
 
+DbResult<bool> isTransactional(DatabaseSession &session, const QString &table)
+{
+    auto rs = session.openQuery(
+        QStringLiteral("SELECT ENGINE FROM information_schema.TABLES WHERE TABLE_SCHEMA=DATABASE() AND TABLE_NAME='") +
+        QString::fromUtf8(session.escape(table.toUtf8())) + QLatin1Char('\''));
+    if (!rs.ok())
+        return rs.error();
+    if (!rs->isOpen() || rs->recordCount() == 0)
+        return false;
+    static const QStringList engines = {QStringLiteral("InnoDB"), QStringLiteral("XtraDB"), QStringLiteral("RocksDB"),
+                                        QStringLiteral("TokuDB")};
+    return engines.contains(rs->text(0, 0), Qt::CaseInsensitive);
+}
+
 QString createStatement(const QString &table, const std::vector<FieldMapping> &mapping)
 {
     QStringList columns;
@@ -172,6 +348,8 @@ QByteArray valueLiteral(const std::optional<QString> &value, int sourceType, con
 {
     if (!value)
         return QByteArrayLiteral("NULL");
+    if (isBinaryType(sourceType))
+        return "X'" + sourceBytes(*value).toHex() + '\'';
     if (sourceType == AdoType::Boolean) {
         if (*value == QLatin1String("True"))
             return QByteArrayLiteral("1");
@@ -206,7 +384,24 @@ QByteArray insertStatement(const QString &table, const std::vector<FieldMapping>
     return "INSERT INTO " + identifier(table) + " (" + columns + ") VALUES (" + values + ')';
 }
 
-Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan, Progress &progress)
+namespace {
+
+// The server's texts of the warnings the last statement left.
+QStringList lastWarnings(DatabaseSession &session)
+{
+    QStringList texts;
+    auto rs = session.openQuery(QStringLiteral("SHOW WARNINGS"));
+    if (!rs.ok() || !rs->isOpen() || rs->fieldCount() < 3)
+        return texts;
+    for (qsizetype row = 0; row < rs->recordCount(); ++row)
+        texts << rs->text(row, 2);
+    return texts;
+}
+
+} // namespace
+
+Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan, Progress &progress,
+            const KeepRows &keep)
 {
     Outcome outcome;
     if (matchedCount(plan.mapping) == 0) {
@@ -229,6 +424,18 @@ Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan
     if (outcome.error)
         return outcome;
 
+    // The table is created before the transaction: creating it would commit one anyway.
+    auto transactional = isTransactional(session, plan.targetTable);
+    if (!transactional.ok()) {
+        outcome.error = transactional.error();
+        return outcome;
+    }
+    if (transactional.value()) {
+        if ((outcome.error = session.execute(QStringLiteral("START TRANSACTION"))))
+            return outcome;
+        outcome.transactional = true;
+    }
+
     const auto steps = static_cast<int>((total + kRowsPerStep - 1) / kRowsPerStep);
     progress.begin(steps);
     const SessionSql::Escaper escape = [&session](QByteArrayView utf8) { return session.escape(utf8); };
@@ -248,18 +455,43 @@ Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan
         ++index;
         const DbError error =
             session.execute(QString::fromUtf8(insertStatement(plan.targetTable, plan.mapping, row, escape)));
-        if (!error) {
-            ++outcome.copied;
-        } else {
+        if (error) {
             ++outcome.refused;
             if (outcome.refusals.size() < Outcome::kKeptRefusals)
                 outcome.refusals << error.description;
+            // A lost connection (2006, 2013) would refuse every row after it: the copy ends here.
+            const bool lost = error.serverCode == 2006 || error.serverCode == 2013;
+            return lost ? error : DbError::none();
+        }
+        if (session.warningCount() == 0) {
+            ++outcome.copied;
+            return DbError::none();
+        }
+        ++outcome.changed;
+        if (outcome.warnings.size() < Outcome::kKeptRefusals) {
+            const QStringList texts = lastWarnings(session);
+            for (const QString &text : texts) {
+                if (outcome.warnings.size() < Outcome::kKeptRefusals)
+                    outcome.warnings << text;
+            }
         }
         return DbError::none();
     });
     progress.end();
     if (read && !outcome.stopped)
         outcome.error = read;
+
+    if (outcome.transactional) {
+        const bool whole = !outcome.stopped && !outcome.error;
+        const bool kept = whole || !keep || keep(outcome);
+        const DbError end = session.execute(kept ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"));
+        if (end && !outcome.error)
+            outcome.error = end;
+        if (!kept && !end) {
+            outcome.rolledBack = true;
+            outcome.copied = outcome.changed = 0;
+        }
+    }
     return outcome;
 }
 

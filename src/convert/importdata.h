@@ -1,8 +1,8 @@
 // Importing chosen fields of one source table (an Access file or an ODBC data source) into a
 // new or an existing table of the current database: which source field goes to which column,
 // the statements that create and fill the table, the value literals, and the row copy.
-// Unlike the database conversion, values are escaped on the session, NULL stays NULL and date
-// texts are rewritten into the form the target column takes.
+// Unlike the database conversion, values are escaped on the session, NULL stays NULL, date
+// texts are rewritten into the form the target column takes and binary values go as bytes.
 #pragma once
 
 #include "convert/sourcetable.h"
@@ -12,6 +12,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -37,6 +38,14 @@ struct FieldMapping final {
 
 // The sanitised copy of a source name (table or field).
 QString sanitized(const QString &name);
+// The column type a new table gives a source field: the conversion's type, except that binary
+// fields get a binary column, which holds any byte.
+QString mappedType(int adoType);
+bool isBinaryType(int adoType);
+// Why a column of `columnType` cannot hold every value of the source field ("" when it can):
+// a narrower text, a text or a date into a number, a date into a column that holds no dates,
+// bytes into a text. Judged by the types alone, before anything is read or written.
+QString fitProblem(const SourceField &field, const QString &columnType);
 
 // A new table takes every ticked field under its sanitised name, with the mapped type.
 std::vector<FieldMapping> newTableMapping(const std::vector<SourceField> &fields, const std::vector<int> &ticked);
@@ -48,6 +57,8 @@ int matchedCount(const std::vector<FieldMapping> &mapping);
 
 DbResult<std::vector<TargetColumn>> readColumns(DatabaseSession &session, const QString &table);
 DbResult<bool> tableExists(DatabaseSession &session, const QString &table);
+// Whether the table's engine takes transactions (InnoDB and its kind).
+DbResult<bool> isTransactional(DatabaseSession &session, const QString &table);
 
 // "CREATE TABLE `t` (`c1` TYPE, ...)" for the matched fields.
 QString createStatement(const QString &table, const std::vector<FieldMapping> &mapping);
@@ -56,20 +67,28 @@ QString createStatement(const QString &table, const std::vector<FieldMapping> &m
 // 12/30/1899, or already "YYYY-MM-DD[ hh:mm:ss]"); nothing for other texts.
 std::optional<QDateTime> parseSourceDate(const QString &text);
 // A source value as an SQL literal for a column of `columnType`: NULL, 1/0 for booleans, a date
-// in the form the column takes, anything else escaped between quotes.
+// in the form the column takes, the bytes of a binary field as a hexadecimal literal, anything
+// else escaped between quotes.
 QByteArray valueLiteral(const std::optional<QString> &value, int sourceType, const QString &columnType,
                         const SessionSql::Escaper &escape);
 // "INSERT INTO `t` (`c1`,...) VALUES (...)" for the matched fields of one source row.
 QByteArray insertStatement(const QString &table, const std::vector<FieldMapping> &mapping, const SourceRow &row,
                            const SessionSql::Escaper &escape);
 
+// The bytes a binary source value stands for (two to a text unit, low byte first).
+QByteArray sourceBytes(const QString &value);
+
 // What one import did.
 struct Outcome final {
-    qint64 copied = 0;
+    qint64 copied = 0;  // rows the server took as they were sent
+    qint64 changed = 0; // rows it took with warnings: some value was cut, rounded or replaced
     qint64 refused = 0;
     QStringList refusals; // the server's texts for the first kKeptRefusals refused rows
+    QStringList warnings; // the first warnings of the changed rows, at most kKeptRefusals
     bool stopped = false;
-    DbError error; // the table could not be created, or the source could not be read
+    DbError error;              // the table could not be created, or the source could not be read
+    bool transactional = false; // the rows went in one transaction
+    bool rolledBack = false;    // ... and were taken back after a stop or a failure
     static constexpr int kKeptRefusals = 5;
 };
 
@@ -83,10 +102,17 @@ struct Plan final {
 // Rows copied between two progress steps (and yields to the window's events).
 constexpr int kRowsPerStep = 50;
 
+// Asked after a stop or a failure in a transaction, with what was done so far: true keeps the
+// rows copied, false rolls them back.
+using KeepRows = std::function<bool(const Outcome &sofar)>;
+
 // Creates the new table (a table of that name already there fails the run before any row),
 // then copies every source row one insert each. A row the server refuses is counted and the
-// copy goes on; a stop request ends it between steps.
-Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan, Progress &progress);
+// copy goes on; a stop request ends it between steps. Into a table that takes transactions the
+// rows go in one transaction, committed at the end or as `keep` decides after a stop or a
+// failure; elsewhere every row stays as it was written.
+Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan, Progress &progress,
+            const KeepRows &keep);
 
 } // namespace Import
 } // namespace tabulon

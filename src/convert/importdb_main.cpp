@@ -1,22 +1,17 @@
 // import_db: the companion that "Execute Text File" starts. It reads the saved connection
 // settings, runs import.sql from its own folder against that server statement by statement,
-// shows its progress, and ends with a summary of what ran and what failed. Closing the window
-// ends it; with --batch it prints the summary and ends at once.
-#include "app/settings.h"
+// shows its progress, and ends with a summary of what ran and what failed. A close of the window
+// during the run asks, stops after the current statement, prints what ran and ends the program;
+// with --batch it prints the summary and ends at once.
+#include "convert/importdb.h"
 #include "convert/scriptrunner.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
-#include "ui/progressview.h"
+#include "settings/settings.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QFile>
-#include <QLabel>
-#include <QPlainTextEdit>
-#include <QProgressBar>
-#include <QPushButton>
-#include <QVBoxLayout>
-#include <QWidget>
 
 #include <cstdio>
 
@@ -28,31 +23,19 @@ int main(int argc, char *argv[])
     QApplication::setApplicationName(QStringLiteral("import_db"));
     const bool batch = QApplication::arguments().contains(QStringLiteral("--batch"));
 
-    QWidget window;
-    window.setObjectName(QStringLiteral("ImportDb"));
-    window.setWindowTitle(QStringLiteral("Import Database"));
-    auto *layout = new QVBoxLayout(&window);
-    auto *status = new QLabel(&window);
-    auto *bar = new QProgressBar(&window);
-    auto *summary = new QPlainTextEdit(&window);
-    summary->setReadOnly(true);
-    auto *close = new QPushButton(QStringLiteral("&Close"), &window);
-    close->setEnabled(false);
-    layout->addWidget(status);
-    layout->addWidget(bar);
-    layout->addWidget(summary);
-    layout->addWidget(close);
-    QObject::connect(close, &QPushButton::clicked, &window, &QWidget::close);
-    window.resize(640, 420);
+    // Started minimised: the operator goes on working in the main program meanwhile.
+    ImportDb window;
     if (!batch)
-        window.show();
+        window.showMinimized();
 
+    // The summary always goes to the output; the window keeps it on screen until it is closed,
+    // unless it was closed already.
     auto finish = [&](const QString &text, int code) {
         std::fputs(qPrintable(text + QLatin1Char('\n')), code == 1 ? stderr : stdout);
-        if (batch)
+        std::fflush(code == 1 ? stderr : stdout);
+        if (batch || window.closedDuringRun() || !window.isVisible())
             return code;
-        summary->setPlainText(text);
-        close->setEnabled(true);
+        window.showSummary(text);
         app.exec();
         return code;
     };
@@ -74,8 +57,6 @@ int main(int argc, char *argv[])
                                                  read(Settings::kPassword, Settings::kDefaultPassword), QString())))
         return finish(QStringLiteral("Cannot connect to %1: %2").arg(server, e.description), 1);
 
-    ProgressView progress(bar, status);
-    const ScriptRunner::Summary result = ScriptRunner::runStatements(session, statements, progress);
-    status->setText(QStringLiteral("Finished"));
+    const ScriptRunner::Summary result = window.run(session, statements);
     return finish(ScriptRunner::summaryText(result), result.failures.empty() ? 0 : 2);
 }

@@ -14,8 +14,9 @@ class Progress;
 
 namespace ScriptRunner {
 
-// The statements of a script: split at every ";" outside quotes and back-ticks, blanks and
-// line ends around each trimmed, empty ones left out.
+// The statements of a script: split at every ";" outside quotes, back-ticks and comments,
+// comments left out (but for the versioned "/*!" ones the server runs), blanks and line ends
+// around each trimmed, empty ones left out.
 QStringList splitStatements(const QString &script);
 
 struct Failure final {

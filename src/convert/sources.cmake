@@ -16,12 +16,13 @@ tabulon_window_library(tabulon_convert
     SOURCES
         convert/convertdb.cpp convert/convertdb.h
         convert/frmimportdata.cpp convert/frmimportdata.h
+        convert/importdb.cpp convert/importdb.h
     DEPS tabulon_convert_logic tabulon_ui tabulon_grid)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_convert)
 
 # The companion "Execute Text File" starts; built beside the program, installed with it.
 add_executable(import_db convert/importdb_main.cpp)
-target_link_libraries(import_db PRIVATE tabulon_convert_logic tabulon_ui tabulon_app tabulon_common_cfg)
+target_link_libraries(import_db PRIVATE tabulon_convert tabulon_settings tabulon_common_cfg)
 set_target_properties(import_db PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
 
 # The Access reader's libFuzzer target (clang only): configure a separate build with

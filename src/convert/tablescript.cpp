@@ -44,7 +44,12 @@ QString scriptText(const QString &database, const QString &tableLines)
 
 QString baseFolder(const QString &datadir)
 {
-    const qsizetype at = datadir.toUpper().indexOf(QLatin1String("\\DATA"));
+    // Upper-cased letter by letter: a whole-text upper-casing can change the length ("ß" gives
+    // "SS") and the position found would then cut the original in the wrong place.
+    QString upper = datadir;
+    for (QChar &c : upper)
+        c = c.toUpper();
+    const qsizetype at = upper.indexOf(QLatin1String("\\DATA"));
     return at < 0 ? QString() : datadir.left(at + 1);
 }
 

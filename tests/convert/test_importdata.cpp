@@ -4,6 +4,7 @@
 #include "app/toolcatalog.h"
 #include "convert/frmimportdata.h"
 #include "convert/importdata.h"
+#include "convert/valuetext.h"
 #include "db/typecodes.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
@@ -48,6 +49,25 @@ std::optional<QString> v(const char *text)
     return text ? std::optional<QString>(qs(text)) : std::nullopt;
 }
 
+// A binary value as the sources hand it over.
+std::optional<QString> bytes(const QByteArray &data)
+{
+    return ValueText::bytes(data);
+}
+
+// Asks to stop at the step after `steps` steps.
+class StopAfter final : public Progress {
+public:
+    explicit StopAfter(int steps) : m_left(steps) {}
+    void begin(int) override {}
+    void step(const QString &) override { --m_left; }
+    void end() override {}
+    bool stopRequested() const override { return m_left < 0; }
+
+private:
+    int m_left;
+};
+
 } // namespace
 
 class TestImportData final : public QObject {
@@ -59,7 +79,12 @@ private Q_SLOTS:
 
     void valueLiteral_data();
     void valueLiteral();
+    void fitProblem_data();
+    void fitProblem();
     void copiesRowsIntoANewTable();
+    void rowsChangedByTheServer();
+    void stopInATransaction_data();
+    void stopInATransaction();
 
     void windowControlsAndExit();
     void importsIntoANewTable();
@@ -167,6 +192,8 @@ void TestImportData::valueLiteral_data()
     QTest::newRow("text source into date column") << v("7/4/1976") << AdoType::VarChar << qs("date") << QByteArray("'1976-07-04'");
     QTest::newRow("text source into text column") << v("7/4/1976") << AdoType::VarChar << qs("varchar(20)") << QByteArray("'7/4/1976'");
     QTest::newRow("no calendar date") << v("2/30/2000") << AdoType::Date << qs("datetime") << QByteArray("'2/30/2000'");
+    QTest::newRow("bytes, not text") << bytes(QByteArray("\x00\xff'\\", 4)) << AdoType::LongVarBinary << qs("longblob") << QByteArray("X'00ff275c'");
+    QTest::newRow("no bytes") << bytes({}) << AdoType::VarBinary << qs("blob") << QByteArray("X''");
     QTest::newRow("13 PM") << v("1/1/2000 13:00:00 PM") << AdoType::Date << qs("datetime") << QByteArray("'1/1/2000 13:00:00 PM'");
 }
 // clang-format on
@@ -180,21 +207,60 @@ void TestImportData::valueLiteral()
     QCOMPARE(Import::valueLiteral(value, type, column, SessionSql::escapeDefault), literal);
 }
 
+// One row per line reads best here.
+// clang-format off
+void TestImportData::fitProblem_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("column");
+    QTest::addColumn<QString>("problem");
+    QTest::newRow("text into a wide enough text") << AdoType::VarWChar << qs("varchar(255)") << QString();
+    QTest::newRow("text into a narrower text") << AdoType::VarWChar << qs("VARCHAR(40)") << qs("a narrower text (40 characters)");
+    QTest::newRow("memo into the widest varchar") << AdoType::LongVarWChar << qs("varchar(255)") << qs("a narrower text (255 characters)");
+    QTest::newRow("memo into text") << AdoType::LongVarWChar << qs("longtext") << QString();
+    QTest::newRow("text into a number") << AdoType::VarWChar << qs("int(11)") << qs("a text into a number");
+    QTest::newRow("text into a decimal") << AdoType::VarChar << qs("decimal(10,2)") << qs("a text into a number");
+    QTest::newRow("text into a date") << AdoType::VarWChar << qs("date") << qs("a text into a date");
+    QTest::newRow("date into a date") << AdoType::Date << qs("datetime") << QString();
+    QTest::newRow("date into a number") << AdoType::Date << qs("int(11)") << qs("a date into a non-date");
+    QTest::newRow("date into a short text") << AdoType::DBTimeStamp << qs("char(10)") << qs("a narrower text (10 characters)");
+    QTest::newRow("date into a text") << AdoType::Date << qs("varchar(20)") << QString();
+    QTest::newRow("bytes into a text") << AdoType::LongVarBinary << qs("longtext") << qs("bytes into a column of no bytes");
+    QTest::newRow("bytes into a blob") << AdoType::LongVarBinary << qs("mediumblob") << QString();
+    QTest::newRow("long into a smallint") << AdoType::Integer << qs("smallint(6)") << qs("a narrower number");
+    QTest::newRow("long into a decimal without scale") << AdoType::Integer << qs("decimal(12,0)") << QString();
+    QTest::newRow("double into an integer") << AdoType::Double << qs("bigint(20)") << qs("fractions into a whole number");
+    QTest::newRow("currency into a decimal") << AdoType::Currency << qs("decimal(19,4)") << QString();
+    QTest::newRow("boolean into a bit") << AdoType::Boolean << qs("bit(1)") << QString();
+    QTest::newRow("number into a date") << AdoType::Integer << qs("timestamp") << qs("a number into a date");
+    QTest::newRow("enumeration") << AdoType::VarWChar << qs("enum('a','b')") << QString();
+}
+// clang-format on
+
+void TestImportData::fitProblem()
+{
+    QFETCH(int, type);
+    QFETCH(QString, column);
+    QTEST(Import::fitProblem(SourceField{qs("f"), type}, column), "problem");
+}
+
 void TestImportData::copiesRowsIntoANewTable()
 {
     MemorySource source;
-    source.table = {qs("Client List"),
-                    {{qs("Client ID"), AdoType::Integer},
-                     {qs("Name"), AdoType::VarWChar},
-                     {qs("Date"), AdoType::Date},
-                     {qs("Active"), AdoType::Boolean}},
-                    {{v("1"), v("O'Brien \\ \"Q\""), v("11/16/1994"), v("True")},
-                     {v("x2"), v("refused"), v(nullptr), v("True")},
-                     {v("3"), v(nullptr), v("12:30:00 AM"), v(nullptr)}}};
+    source.table = {
+        qs("Client List"),
+        {{qs("Client ID"), AdoType::Integer},
+         {qs("Name"), AdoType::VarWChar},
+         {qs("Date"), AdoType::Date},
+         {qs("Active"), AdoType::Boolean},
+         {qs("Photo"), AdoType::LongVarBinary}},
+        {{v("1"), v("O'Brien \\ \"Q\""), v("11/16/1994"), v("True"), bytes(QByteArray("\xff\xfe\x00\x01", 4))},
+         {v("x2"), v("refused"), v(nullptr), v("True"), v(nullptr)},
+         {v("3"), v(nullptr), v("12:30:00 AM"), v(nullptr), v(nullptr)}}};
     const Import::Plan plan{source.table.name, qs("imported"), true,
-                            Import::newTableMapping(source.table.fields, {0, 1, 2, 3})};
+                            Import::newTableMapping(source.table.fields, {0, 1, 2, 3, 4})};
     NoProgress progress;
-    const Import::Outcome outcome = Import::run(source, *m_main->session(), plan, progress);
+    const Import::Outcome outcome = Import::run(source, *m_main->session(), plan, progress, {});
     QVERIFY_DB(outcome.error);
     QCOMPARE(outcome.copied, 2);
     QCOMPARE(
@@ -203,9 +269,87 @@ void TestImportData::copiesRowsIntoANewTable()
             {qs("Incorrect integer value: 'x2' for column `%1`.`imported`.`Client_ID` at row 1").arg(m_db->name())}));
     QCOMPARE(m_db->rows(qs("SELECT GROUP_CONCAT(column_name, ' ', column_type ORDER BY ordinal_position) FROM "
                            "information_schema.columns WHERE table_schema=DATABASE() AND table_name='imported'")),
-             sl({"Client_ID int(11),Name varchar(255),Date_c datetime,Active tinyint(4)"}));
-    QCOMPARE(m_db->rows(qs("SELECT * FROM imported")),
-             sl({"1|O'Brien \\ \"Q\"|1994-11-16 00:00:00|1", "3|\\N|1899-12-30 00:30:00|\\N"}));
+             sl({"Client_ID int(11),Name varchar(255),Date_c datetime,Active tinyint(4),Photo longblob"}));
+    QCOMPARE(m_db->rows(qs("SELECT Client_ID, Name, Date_c, Active, HEX(Photo) FROM imported")),
+             sl({"1|O'Brien \\ \"Q\"|1994-11-16 00:00:00|1|FFFE0001", "3|\\N|1899-12-30 00:30:00|\\N|\\N"}));
+}
+
+// On a server that cuts what does not fit instead of refusing it, a row taken with warnings is
+// counted apart from the rows copied as they were.
+void TestImportData::rowsChangedByTheServer()
+{
+    QVERIFY_DB(m_db->run({qs("CREATE TABLE clients (name VARCHAR(3), n INT)")}));
+    MemorySource source;
+    source.table = {qs("c"),
+                    {{qs("Name"), AdoType::VarWChar}, {qs("N"), AdoType::Integer}},
+                    {{v("Ann"), v("1")}, {v("Bartholomew"), v("2")}, {v("Cy"), v("x")}, {v("Di"), v("4")}}};
+    DatabaseSession &session = *m_main->session();
+    QVERIFY_DB(session.execute(qs("SET SESSION sql_mode=''")));
+    auto columns = Import::readColumns(session, qs("clients"));
+    QVERIFY_DB(columns.ok() ? DbError::none() : columns.error());
+    const Import::Plan plan{source.table.name, qs("clients"), false,
+                            Import::existingTableMapping(source.table.fields, {0, 1}, columns.value())};
+    NoProgress progress;
+    const Import::Outcome outcome = Import::run(source, session, plan, progress, {});
+    QVERIFY_DB(outcome.error);
+    QCOMPARE(outcome.copied, 2);
+    QCOMPARE(outcome.changed, 2);
+    QCOMPARE(outcome.refused, 0);
+    QCOMPARE(outcome.warnings, sl({"Data truncated for column 'name' at row 1",
+                                   "Incorrect integer value: 'x' for column `%1`.`clients`.`n` at row 1"})
+                                   .replaceInStrings(qs("%1"), m_db->name()));
+    QCOMPARE(m_db->rows(qs("SELECT * FROM clients")), sl({"Ann|1", "Bar|2", "Cy|0", "Di|4"}));
+}
+
+void TestImportData::stopInATransaction_data()
+{
+    QTest::addColumn<QString>("engine");
+    QTest::addColumn<bool>("keep");
+    QTest::addColumn<int>("asked");
+    QTest::addColumn<QString>("rows");
+    QTest::newRow("InnoDB, kept") << qs("InnoDB") << true << 1 << qs("50");
+    QTest::newRow("InnoDB, rolled back") << qs("InnoDB") << false << 1 << qs("0");
+    QTest::newRow("MyISAM: the rows stay") << qs("MyISAM") << false << 0 << qs("50");
+}
+
+// Stopped after the first 50 rows; the count is read on another connection, so what it sees
+// was committed.
+void TestImportData::stopInATransaction()
+{
+    QFETCH(QString, engine);
+    QFETCH(bool, keep);
+    QFETCH(int, asked);
+    QVERIFY_DB(m_db->run({qs("CREATE TABLE clients (n INT) ENGINE=") + engine}));
+    MemorySource source;
+    source.table = {qs("c"), {{qs("N"), AdoType::Integer}}, {}};
+    for (int i = 0; i < 120; ++i)
+        source.table.rows.push_back({QString::number(i)});
+    DatabaseSession &session = *m_main->session();
+    const Import::Plan plan{source.table.name, qs("clients"), false,
+                            Import::existingTableMapping(source.table.fields, {0}, {{qs("n"), qs("int(11)")}})};
+    StopAfter progress(1);
+    int questions = 0;
+    const Import::Outcome outcome = Import::run(source, session, plan, progress, [&](const Import::Outcome &sofar) {
+        ++questions;
+        return sofar.copied == 50 && keep;
+    });
+    QVERIFY_DB(outcome.error);
+    QVERIFY(outcome.stopped);
+    QCOMPARE(questions, asked);
+    QCOMPARE(outcome.transactional, engine == qs("InnoDB"));
+    QCOMPARE(outcome.rolledBack, asked == 1 && !keep);
+    QTEST(m_db->rows(qs("SELECT COUNT(*) FROM clients")).value(0), "rows");
+
+    // Run to its end, the transaction is committed without a question.
+    QVERIFY_DB(m_db->run({qs("DELETE FROM clients")}));
+    NoProgress whole;
+    const Import::Outcome all = Import::run(source, session, plan, whole, [&](const Import::Outcome &) {
+        ++questions;
+        return false;
+    });
+    QCOMPARE(all.copied, 120);
+    QCOMPARE(questions, asked);
+    QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM clients")), sl({"120"}));
 }
 
 void TestImportData::windowControlsAndExit()
@@ -249,13 +393,14 @@ void TestImportData::importsIntoANewTable()
     QCOMPARE(child<QLineEdit>("txtnewtable")->text(), qs("Order_Details"));
     child<QComboBox>("cbotable")->setCurrentIndex(child<QComboBox>("cbotable")->findText(qs("Orders")));
     tick(sl({"OrderID", "CustomerID", "OrderDate", "Freight"}));
-    QCOMPARE(grid(), sl({"Source Field|Type|Target Column", "OrderID|INT|OrderID", "CustomerID|VARCHAR(255)|CustomerID",
-                         "OrderDate|DATETIME|OrderDate", "Freight|VARCHAR(255)|Freight"}));
+    QCOMPARE(grid(), sl({"Source Field|Type|Target Column|Column Type|Cannot Hold", "OrderID|INT|OrderID|INT|",
+                         "CustomerID|VARCHAR(255)|CustomerID|VARCHAR(255)|", "OrderDate|DATETIME|OrderDate|DATETIME|",
+                         "Freight|VARCHAR(255)|Freight|VARCHAR(255)|"}));
     child<QLineEdit>("txtnewtable")->setText(qs("imported"));
     child<QPushButton>("cmdimport")->click();
 
     QCOMPARE(m_operator->asked, sl({"Import 4 fields of table 'Orders' into the new table 'imported'?"}));
-    QCOMPARE(m_operator->told, sl({"The import is complete.\n\nRows copied: 830\nRows refused: 0"}));
+    QCOMPARE(m_operator->told, sl({"The import is complete.\n\nRows copied: 830\nRows changed: 0\nRows refused: 0"}));
     QCOMPARE(child<QProgressBar>("ProgressBar1")->value(), child<QProgressBar>("ProgressBar1")->maximum());
     QVERIFY(sent().contains(
         qs("INSERT INTO `imported` (`OrderID`,`CustomerID`,`OrderDate`,`Freight`) VALUES ('10330','LILAS',"
@@ -271,7 +416,7 @@ void TestImportData::importsFromADataSource()
     choose(qs("nwindsource.dsn"), qs("Shippers"));
     child<QLineEdit>("txtnewtable")->setText(qs("imported"));
     child<QPushButton>("cmdimport")->click();
-    QCOMPARE(m_operator->told, sl({"The import is complete.\n\nRows copied: 3\nRows refused: 0"}));
+    QCOMPARE(m_operator->told, sl({"The import is complete.\n\nRows copied: 3\nRows changed: 0\nRows refused: 0"}));
     QCOMPARE(m_db->rows(qs("SELECT * FROM imported ORDER BY 1")),
              sl({"1|Speedy Express|(503) 555-9831", "2|United Package|(503) 555-3199",
                  "3|Federal Shipping|(503) 555-9931"}));
@@ -285,17 +430,24 @@ void TestImportData::importsIntoAnExistingTable()
     tick(sl({"CustomerID", "CompanyName", "ContactName", "Region", "Country"}));
     child<QRadioButton>("optexisting")->setChecked(true);
     child<QComboBox>("cbotarget")->setCurrentIndex(child<QComboBox>("cbotarget")->findText(qs("clients")));
-    QCOMPARE(grid(), sl({"Source Field|Type|Target Column", "CustomerID|VARCHAR(255)|customerid",
-                         "CompanyName|VARCHAR(255)|CompanyName", "ContactName|VARCHAR(255)|(no match: skipped)",
-                         "Region|VARCHAR(255)|Region", "Country|VARCHAR(255)|Country"}));
+    // The column's own type beside the field's, and what it cannot hold, before anything is written.
+    QCOMPARE(grid(), sl({"Source Field|Type|Target Column|Column Type|Cannot Hold",
+                         "CustomerID|VARCHAR(255)|customerid|varchar(5)|a narrower text (5 characters)",
+                         "CompanyName|VARCHAR(255)|CompanyName|varchar(40)|a narrower text (40 characters)",
+                         "ContactName|VARCHAR(255)|(no match: skipped)||",
+                         "Region|VARCHAR(255)|Region|varchar(15)|a narrower text (15 characters)",
+                         "Country|VARCHAR(255)|Country|varchar(15)|a narrower text (15 characters)"}));
     child<QPushButton>("cmdimport")->click();
 
     QCOMPARE(m_operator->asked, sl({"Import 4 fields of table 'Customers' into the existing table 'clients'?\n\n"
-                                    "1 ticked field matches no column and will be skipped."}));
+                                    "1 ticked field matches no column and will be skipped.\n\n"
+                                    "4 columns cannot hold every value their fields may bring (marked in the grid): "
+                                    "such values are changed or refused by the server."}));
     const QString refusal = qs("CONSTRAINT `clients.Country` failed for `%1`.`clients`").arg(m_db->name());
-    QCOMPARE(m_operator->told, QStringList({qs("The import is complete.\n\nRows copied: 80\nRows refused: 11\n\n"
-                                               "First refusals:\n") +
-                                            QStringList(5, refusal).join(QLatin1Char('\n'))}));
+    QCOMPARE(m_operator->told,
+             QStringList({qs("The import is complete.\n\nRows copied: 80\nRows changed: 0\nRows refused: 11\n\n"
+                             "First refusals:\n") +
+                          QStringList(5, refusal).join(QLatin1Char('\n'))}));
     QCOMPARE(m_db->rows(qs("SELECT * FROM clients WHERE customerid IN ('BONAP', 'ALFKI', 'OLDWO')")),
              sl({"BONAP|Bon app'|\\N|France", "OLDWO|Old World Delicatessen|AK|USA"}));
 }
@@ -311,7 +463,10 @@ void TestImportData::closeDuringTheCopyStopsIt()
     });
     child<QPushButton>("cmdimport")->click();
     QVERIFY(inputsLocked);
-    QCOMPARE(m_operator->told, sl({"The import was stopped.\n\nRows copied: 0\nRows refused: 0"}));
+    // The new table takes transactions: the stop asks what becomes of the rows copied so far.
+    QCOMPARE(m_operator->asked.last(),
+             qs("The import was stopped after 0 rows.\n\nKeep the rows copied so far? No rolls them back."));
+    QCOMPARE(m_operator->told, sl({"The import was stopped.\n\nRows copied: 0\nRows changed: 0\nRows refused: 0"}));
     QTRY_VERIFY(!m_window); // closed once the copy had stopped
 }
 

@@ -67,9 +67,13 @@ void TestTableScript::lineRules_data()
     QTest::newRow("batch: Windows server") << batch("C:\\mysql\\data\\") << sl({"C:\r\nC:\\mysql\\bin\r\nmysql.exe\r\n"});
     QTest::newRow("batch: lower case found, case kept") << batch("d:\\Server\\Data\\") << sl({"d:\r\nd:\\Server\\bin\r\nmysql.exe\r\n"});
     QTest::newRow("batch: first \\DATA") << batch("E:\\database\\data\\") << sl({"E:\r\nE:\\bin\r\nmysql.exe\r\n"});
+    QTest::newRow("batch: a letter that upper-cases into two") << batch("D:\\Straße\\data\\") << sl({"D:\r\nD:\\Straße\\bin\r\nmysql.exe\r\n"});
     QTest::newRow("batch: no \\DATA") << batch("/var/lib/mysql/") << sl({"\r\nbin\r\nmysql.exe\r\n"});
     QTest::newRow("split: lines with CR LF") << ScriptRunner::splitStatements(qs("CREATE DATABASE a;\r\nUse a;\r\n\r\nCreate Table a.t (x int);\r\n\r\n")) << sl({"CREATE DATABASE a", "Use a", "Create Table a.t (x int)"});
     QTest::newRow("split: semicolons inside quotes") << ScriptRunner::splitStatements(qs("insert into t values ('a;b', \"c;\\\"d\", `e;f`);select 1")) << sl({"insert into t values ('a;b', \"c;\\\"d\", `e;f`)", "select 1"});
+    QTest::newRow("split: an apostrophe in a comment") << ScriptRunner::splitStatements(qs("-- don't stop here\r\nUse a;\r\n# isn't either\r\nselect 1; /* it's; */ select 2;select 3 -- the end's")) << sl({"Use a", "select 1", "select 2", "select 3"});
+    QTest::newRow("split: not comments") << ScriptRunner::splitStatements(qs("select 1--2;select '#', \"/*\";select 3 /*!40101 + 4 */")) << sl({"select 1--2", "select '#', \"/*\"", "select 3 /*!40101 + 4 */"});
+    QTest::newRow("split: a comment alone, one left open") << ScriptRunner::splitStatements(qs("/* just; a note */;\n--\nselect 1;/* open; to the end")) << sl({"select 1"});
     QTest::newRow("split: nothing") << ScriptRunner::splitStatements(qs(" ;\r\n; ")) << QStringList();
 }
 // clang-format on

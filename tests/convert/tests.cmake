@@ -2,6 +2,7 @@ tabulon_add_test(test_conversionrules convert/test_conversionrules.cpp LIBS tabu
 tabulon_add_test(test_tablescript convert/test_tablescript.cpp LIBS tabulon_convert_logic)
 tabulon_add_test(test_accessfile convert/test_accessfile.cpp LIBS tabulon_convert_logic)
 tabulon_add_test(test_convertdb convert/test_convertdb.cpp LIBS tabulon_convert tabulon_app tabulon_testoperator)
+tabulon_add_test(test_importdb convert/test_importdb.cpp LIBS tabulon_convert tabulon_testoperator)
 tabulon_add_test(test_importdata convert/test_importdata.cpp
     LIBS tabulon_convert tabulon_app tabulon_testoperator tabulon_testgrid)
 foreach(test test_accessfile test_convertdb test_importdata)

@@ -1,5 +1,5 @@
-// The settings file and the start-up helpers, on files in a temporary folder only.
-#include "app/settings.h"
+// The start-up helpers: the path splitter, the profile file and the server start, on files in a
+// temporary folder only.
 #include "app/startup.h"
 #include "db/textsplit.h"
 #include "testdb.h"
@@ -21,46 +21,15 @@ bool writeFile(const QString &path, const QByteArray &bytes)
 
 } // namespace
 
-class TestSettings final : public QObject {
+class TestStartup final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void readAndWriteSettings();
     void splitAtLastChar_data();
     void splitAtLastChar();
     void profileAndServerStart();
 };
 
-void TestSettings::readAndWriteSettings()
-{
-    QTemporaryDir dir;
-    const QString path = dir.filePath(qs("Tabulon.ini"));
-    QVERIFY(writeFile(path, "[Software]\nCorvane\\Tabulon\\Server=\nCorvane\\Tabulon\\User=a, b\n"
-                            "Corvane\\Tabulon\\Database=@Variant(\\0\\0\\0\\x2\\0\\0\\0\\x5)\n"
-                            "Corvane\\Tabulon\\Password=pw\\0tail\n"));
-    Settings s(path);
-    const auto read = [&s](const QString &name) {
-        return s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, name, qs("DEFAULT"));
-    };
-    QCOMPARE(read(Settings::kServer), QString()); // stored empty: not the default
-    QCOMPARE(read(Settings::kUser), qs("a, b"));  // typed by hand with a comma: as typed
-    QCOMPARE(read(Settings::kDatabase), qs("DEFAULT"));
-    QCOMPARE(read(Settings::kPassword), qs("pw")); // cut at the NUL
-    QCOMPARE(read(qs("Missing")), qs("DEFAULT"));
-
-    // Written into a new folder, owner read and write, nothing for the group or others.
-    const QString written = dir.filePath(qs("sub/Tabulon.ini"));
-    Settings w(written);
-    w.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, qs("s3cret, with comma"));
-    w.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, QString());
-    const auto mode =
-        QFile::permissions(written) & ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser);
-    QCOMPARE(mode, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    QCOMPARE(w.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kPassword, QString()),
-             qs("s3cret, with comma"));
-    QCOMPARE(w.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, qs("x")), QString());
-}
-
-void TestSettings::splitAtLastChar_data()
+void TestStartup::splitAtLastChar_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<bool>("before");
@@ -71,7 +40,7 @@ void TestSettings::splitAtLastChar_data()
     QTest::newRow("last char") << "D:\\data\\" << false << "";
 }
 
-void TestSettings::splitAtLastChar()
+void TestStartup::splitAtLastChar()
 {
     QFETCH(QString, text);
     QFETCH(bool, before);
@@ -80,7 +49,7 @@ void TestSettings::splitAtLastChar()
 
 // Writing a key keeps the other keys and sections; the server start writes its candidate there
 // and starts it, also when the profile cannot be written, and a failed start stays silent.
-void TestSettings::profileAndServerStart()
+void TestStartup::profileAndServerStart()
 {
     QTemporaryDir dir;
     const QString path = dir.filePath(qs("my.ini"));
@@ -112,5 +81,5 @@ void TestSettings::profileAndServerStart()
     QCOMPARE(started, QStringList(2, env.candidate));
 }
 
-QTEST_GUILESS_MAIN(TestSettings)
-#include "test_settings.moc"
+QTEST_GUILESS_MAIN(TestStartup)
+#include "test_startup.moc"

@@ -1,0 +1,51 @@
+// The window of the import_db companion: the script's progress while it runs, then a summary of
+// what ran and what failed. A close during the run asks first, stops after the statement that
+// is running and leaves the window closed, so that the program can end at once.
+#pragma once
+
+#include "convert/scriptrunner.h"
+#include "ui/progressview.h"
+#include "ui/toolwindow.h"
+
+#include <QWidget>
+
+class QLabel;
+class QPlainTextEdit;
+class QProgressBar;
+class QPushButton;
+
+namespace tabulon {
+
+class DatabaseSession;
+
+class ImportDb final : public QWidget {
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(ImportDb)
+public:
+    static inline const QString kStopQuestion =
+        QStringLiteral("The script is still running. Stop it after the current statement and exit?");
+
+    explicit ImportDb(QWidget *parent = nullptr);
+    ~ImportDb() override;
+
+    // Runs the statements with the window's progress; a close during the run stops it.
+    ScriptRunner::Summary run(DatabaseSession &session, const QStringList &statements);
+    // True once the operator closed the window during a run: the program should end now.
+    bool closedDuringRun() const { return m_closedDuringRun; }
+    // Shows the final text and lets the window be closed.
+    void showSummary(const QString &text);
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    QLabel *m_status;
+    QProgressBar *m_bar;
+    QPlainTextEdit *m_summary;
+    QPushButton *m_close;
+    BusyState m_busy;
+    ProgressView m_progress;
+    bool m_closedDuringRun = false;
+};
+
+} // namespace tabulon

@@ -1,0 +1,1 @@
+tabulon_add_test(test_settings settings/test_settings.cpp LIBS tabulon_settings)
