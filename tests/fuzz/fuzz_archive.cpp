@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return 0;
     }
     for (const QString &name : left) {
-        if (!tabulon::BackupArchive::isPlainTableName(name))
+        if (!tabulon::BackupArchive::isTableName(name))
             __builtin_trap();
         if (tabulon::GridFileReader::verify(target + QLatin1Char('/') + name).isError())
             __builtin_trap(); // only whole table files pass
