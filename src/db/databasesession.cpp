@@ -287,6 +287,11 @@ qint64 DatabaseSession::affectedRows() const
     return isOpen() ? static_cast<qint64>(mysql_affected_rows(m_connection->mysql)) : 0;
 }
 
+unsigned DatabaseSession::warningCount() const
+{
+    return isOpen() ? mysql_warning_count(m_connection->mysql) : 0;
+}
+
 QString DatabaseSession::quoteIdentifier(const QString &name)
 {
     QString quoted = name;
