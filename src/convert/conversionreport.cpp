@@ -105,7 +105,7 @@ QString ConversionReport::summary(const QString &path) const
     if (const qint64 n = notCarried())
         line += QStringLiteral(", %1 not carried exactly").arg(n);
     if (!m_stopped.isEmpty())
-        line += QStringLiteral(", stopped");
+        line += QStringLiteral(", stopped: ") + m_stopped;
     return line + QStringLiteral(" (report: %1)").arg(QDir::toNativeSeparators(path));
 }
 

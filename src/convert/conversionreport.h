@@ -24,7 +24,7 @@ struct TableAccount final {
 
 class ConversionReport final {
 public:
-    // The first messages of a table that the report keeps; the counts take every one.
+    // The different messages of a table that the report keeps; the counts take every one.
     static constexpr int kMessagesKept = 5;
 
     void start(const QString &source, const QString &database, bool structureOnly);

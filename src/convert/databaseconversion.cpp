@@ -151,6 +151,8 @@ void DatabaseConversion::CopyTableRows(const QString &table)
         return;
     }
     bool refused = false;
+    constexpr int kRowsAsked = 20;
+    int warnedRows = 0;
     const DbError error = m_source->readRows(table, [&](const SourceRow &row) {
         QStringList values;
         values.reserve(static_cast<qsizetype>(row.size()));
@@ -164,16 +166,20 @@ void DatabaseConversion::CopyTableRows(const QString &table)
             return e;
         }
         ++counts.written;
-        // The server took the row but changed some of its values: counted, and the first
-        // messages kept in the server's words.
+        // The server took the row but changed some of its values: every one counted, and the
+        // first different messages kept in the server's words (looked for in the first rows
+        // that have any, so a table of like warnings costs no more than a few questions).
         if (const unsigned warnings = m_session->warningCount()) {
             counts.changed += warnings;
-            if (counts.changeMessages.size() < ConversionReport::kMessagesKept) {
+            if (++warnedRows <= kRowsAsked && counts.changeMessages.size() < ConversionReport::kMessagesKept) {
                 auto listed = m_session->openQuery(QStringLiteral("SHOW WARNINGS"));
                 for (qsizetype r = 0; listed.ok() && listed->isOpen() && r < listed->recordCount() &&
                                       counts.changeMessages.size() < ConversionReport::kMessagesKept;
-                     ++r)
-                    counts.changeMessages << listed->text(r, listed->fieldCount() - 1);
+                     ++r) {
+                    const QString message = listed->text(r, listed->fieldCount() - 1);
+                    if (!counts.changeMessages.contains(message))
+                        counts.changeMessages << message;
+                }
             }
         }
         return DbError::none();
