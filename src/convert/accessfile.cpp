@@ -111,7 +111,6 @@ QString fixedValue(MdbHandle *mdb, const MdbColumn *col, const char *bound, int 
         if (inPage && col->cur_value_len >= 8)
             return ValueText::oleDate(mdb_get_double(mdb->pg_buf, start));
         return text;
-    case MDB_BINARY: return ValueText::bytes(QByteArrayView(bound, boundLength));
     default: return text;
     }
 }
@@ -127,6 +126,8 @@ qint64 longValueLength(MdbHandle *mdb, const MdbColumn *col, const unsigned char
         return -1;
     const auto header = static_cast<quint32>(mdb_get_int32(mdb->pg_buf, start));
     const qint64 length = header & 0x3fffffff;
+    if (static_cast<std::size_t>(length) > pages * pageSize)
+        return -1; // no value is longer than the file that holds it
     if (header & 0x80000000u)
         return length; // held in the row itself
     const auto pointer = static_cast<quint32>(mdb_get_int32(mdb->pg_buf, start + 4));
