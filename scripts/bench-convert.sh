@@ -33,10 +33,10 @@ peerClient=("${client[@]}" --init-command="SET SESSION sql_mode='$mode'")
 # Rows of every table of database $1, counted one by one.
 count_rows() {
     local db=$1 sql
-    sql=$("${client[@]}" -N -e "SELECT GROUP_CONCAT(CONCAT('SELECT COUNT(*) FROM \`', table_schema, '\`.\`',
+    sql=$("${client[@]}" -N -e "SET SESSION group_concat_max_len = 1048576; SELECT GROUP_CONCAT(CONCAT('SELECT COUNT(*) AS n FROM \`', table_schema, '\`.\`',
             table_name, '\`') SEPARATOR ' UNION ALL ') FROM information_schema.tables WHERE table_schema='$db'")
     [ "$sql" = "NULL" ] && { echo 0; return; }
-    "${client[@]}" -N -e "SELECT SUM(n) FROM ($sql) AS counts(n)"
+    "${client[@]}" -N -e "SELECT SUM(n) FROM ($sql) AS counts"
 }
 
 median() { sort -g | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
