@@ -56,6 +56,7 @@ private Q_SLOTS:
     void randomDamageNeverCrashes();
     void malformedAnswersAreRejected();
     void flushCarriesOnlyTheUserTables();
+    void readerProgramProblemsGiveAnError();
 
 private:
     QByteArray m_image;
@@ -243,6 +244,25 @@ void TestAccessFile::flushCarriesOnlyTheUserTables()
     QVERIFY2(read, qPrintable(reason));
     QVERIFY(flushes > 100);
     QVERIFY(pieces + rest == whole);
+}
+
+// The reader is a program of its own: one that is missing, or that answers something else,
+// is an error naming the file, never a hang or a crash.
+void TestAccessFile::readerProgramProblemsGiveAnError()
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {"/nonexistent/tabulon-accessreader", "cannot be started"},
+        {"/bin/cat", "malformed"}, // sends the file itself back
+        {"/bin/true", "could not be read"},
+    };
+    for (const auto &[program, reason] : cases) {
+        AccessFile::setReaderProgram(qs(program));
+        const auto tables = AccessFile::load(kSample, 5);
+        AccessFile::setReaderProgram(QString());
+        QVERIFY(!tables.ok());
+        QVERIFY2(tables.error().description.startsWith(kSample) && tables.error().description.contains(qs(reason)),
+                 qPrintable(tables.error().description));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestAccessFile)
