@@ -26,6 +26,7 @@ public:
     ConnectionSettings settings() const override { return {}; }
     QMenu *popupMenu(const QString &) const override { return nullptr; }
     QString programFolder() const override { return {}; }
+    void showStatus(const QString &) override {}
 
 private:
     DatabaseSession &m_session;

@@ -17,6 +17,7 @@
 #include <QMdiSubWindow>
 #include <QMenuBar>
 #include <QProcess>
+#include <QStatusBar>
 
 namespace tabulon {
 
@@ -318,6 +319,11 @@ void MDIForm1::convertCommand()
     if (auto *source = conversion->findChild<QLineEdit *>(QStringLiteral("Text1")))
         source->setText(SplitAtLastChar(path, QLatin1Char('/'), false));
     showModalTool(QStringLiteral("mnuconvertdb"));
+}
+
+void MDIForm1::showStatus(const QString &text)
+{
+    statusBar()->showMessage(text);
 }
 
 QString MDIForm1::programFolder() const

@@ -50,6 +50,7 @@ public:
     ConnectionSettings settings() const override { return {Database, User, Password, Server}; }
     QMenu *popupMenu(const QString &name) const override;
     QString programFolder() const override;
+    void showStatus(const QString &text) override;
 
     void replaceSession();
     Settings &settingsStore() { return m_settings; }

@@ -3,23 +3,25 @@
 
 #include "convert/valuetext.h"
 
+#include <QCoreApplication>
 #include <QFile>
+#include <QFileInfo>
 
 #include <mdbtools.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <csignal>
+#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace tabulon {
 
 namespace {
 
-std::size_t kBindSize = 256 * 1024; // the longest value text taken whole; see setValueLimit
+// The bound columns' buffer size: texts of at most 255 letters, numbers and dates. Memo and
+// binary values are not bound (see ImageReader::read).
+constexpr std::size_t kBindSize = 4096;
 constexpr unsigned kMaxColumns = 255;
 
 // The child's form: 'T' table header, 'R' row, 'Z' the end. Lengths are 32-bit little endian.
@@ -109,7 +111,6 @@ QString fixedValue(MdbHandle *mdb, const MdbColumn *col, const char *bound, int 
         if (inPage && col->cur_value_len >= 8)
             return ValueText::oleDate(mdb_get_double(mdb->pg_buf, start));
         return text;
-    case MDB_BINARY: return ValueText::bytes(QByteArrayView(bound, boundLength));
     default: return text;
     }
 }
@@ -125,6 +126,8 @@ qint64 longValueLength(MdbHandle *mdb, const MdbColumn *col, const unsigned char
         return -1;
     const auto header = static_cast<quint32>(mdb_get_int32(mdb->pg_buf, start));
     const qint64 length = header & 0x3fffffff;
+    if (static_cast<std::size_t>(length) > pages * pageSize)
+        return -1; // no value is longer than the file that holds it
     if (header & 0x80000000u)
         return length; // held in the row itself
     const auto pointer = static_cast<quint32>(mdb_get_int32(mdb->pg_buf, start + 4));
@@ -134,24 +137,70 @@ qint64 longValueLength(MdbHandle *mdb, const MdbColumn *col, const unsigned char
     return length;
 }
 
-bool readTables(MdbHandle *mdb, const unsigned char *data, std::size_t pages, std::size_t pageSize, QByteArray &form,
-                QString &reason, const std::function<void(QByteArray &)> &flush)
-{
-    constexpr qsizetype kFlushSize = 1 << 20;
-    std::vector<QByteArray> buffers; // the bound columns' buffers, reused from table to table
-    if (!mdb_read_catalog(mdb, MDB_TABLE)) {
-        reason = QStringLiteral("the catalog cannot be read");
-        return false;
+qsizetype gFlushThreshold = 1 << 20; // see setFlushThreshold
+
+// A whole file image opened in this process: the checks that come before the library sees the
+// file, then the catalog. The tables are read one at a time from it.
+class ImageReader final {
+public:
+    struct Table final {
+        MdbCatalogEntry *entry;
+        QString name;
+        bool user;
+    };
+
+    bool open(const unsigned char *data, std::size_t size, QString &reason)
+    {
+        // The header page: "Standard Jet DB" (or ACE) at 4, the version at 0x14, which sets
+        // the page size. Everything the library reads is a whole page.
+        if (size < 0x20 ||
+            (std::memcmp(data + 4, "Standard Jet DB", 15) != 0 && std::memcmp(data + 4, "Standard ACE DB", 15) != 0)) {
+            reason = QStringLiteral("not an Access database");
+            return false;
+        }
+        m_pageSize = data[0x14] == 0 ? 2048 : 4096;
+        if (size < 3 * m_pageSize || size % m_pageSize != 0) {
+            reason = QStringLiteral("the file is cut short");
+            return false;
+        }
+        m_pages = size / m_pageSize;
+        // Page 2 holds the definition of the catalog table.
+        if (data[2 * m_pageSize] != 0x02) {
+            reason = QStringLiteral("the catalog is damaged");
+            return false;
+        }
+        m_image.assign(data, data + size);
+        m_mdb.reset(mdb_open_buffer(m_image.data(), size, MDB_NOFLAGS));
+        if (!m_mdb) {
+            reason = QStringLiteral("not an Access database");
+            return false;
+        }
+        mdb_set_bind_size(m_mdb.get(), kBindSize);
+        mdb_set_boolean_fmt_numbers(m_mdb.get());
+        if (!mdb_read_catalog(m_mdb.get(), MDB_TABLE)) {
+            reason = QStringLiteral("the catalog cannot be read");
+            return false;
+        }
+        for (unsigned i = 0; i < m_mdb->num_catalog; ++i) {
+            auto *entry = static_cast<MdbCatalogEntry *>(g_ptr_array_index(m_mdb->catalog, i));
+            if (entry && entry->object_type == MDB_TABLE)
+                m_tables.push_back({entry, QString::fromUtf8(entry->object_name), mdb_is_user_table(entry) != 0});
+        }
+        return true;
     }
-    for (unsigned i = 0; i < mdb->num_catalog; ++i) {
-        auto *entry = static_cast<MdbCatalogEntry *>(g_ptr_array_index(mdb->catalog, i));
-        if (!entry || entry->object_type != MDB_TABLE)
-            continue;
-        // System tables are read too, into nothing: damage anywhere in the file shows here.
-        QByteArray scratch;
-        QByteArray &out = mdb_is_user_table(entry) ? form : scratch;
-        const QString name = QString::fromUtf8(entry->object_name);
-        if (entry->table_pg == 0 || entry->table_pg >= pages || data[entry->table_pg * pageSize] != 0x02) {
+
+    const std::vector<Table> &tables() const { return m_tables; }
+
+    // Writes table `t` as the child's form ('T' header, then an 'R' per row unless
+    // `headerOnly`). `flush` takes the form as it grows past the threshold.
+    bool read(const Table &t, QByteArray &out, QString &reason, bool headerOnly,
+              const std::function<void(QByteArray &)> &flush)
+    {
+        MdbHandle *mdb = m_mdb.get();
+        const unsigned char *data = m_image.data();
+        const QString &name = t.name;
+        MdbCatalogEntry *entry = t.entry;
+        if (entry->table_pg == 0 || entry->table_pg >= m_pages || data[entry->table_pg * m_pageSize] != 0x02) {
             reason = QStringLiteral("the definition of table %1 is damaged").arg(name);
             return false;
         }
@@ -165,17 +214,24 @@ bool readTables(MdbHandle *mdb, const unsigned char *data, std::size_t pages, st
         out.append('T');
         putText(out, QByteArrayView(entry->object_name));
         putU32(out, columns);
-        if (buffers.size() < columns)
-            buffers.resize(columns);
+        if (m_buffers.size() < columns)
+            m_buffers.resize(columns);
         std::vector<int> lengths(columns, 0);
         for (unsigned c = 0; c < columns; ++c) {
             auto *col = static_cast<MdbColumn *>(g_ptr_array_index(table->columns, c));
             putText(out, QByteArrayView(col->name));
             putU32(out, static_cast<quint32>(AccessFile::adoTypeFor(col->col_type)));
-            if (buffers[c].isEmpty())
-                buffers[c] = QByteArray(static_cast<qsizetype>(kBindSize) + 1, Qt::Uninitialized);
-            mdb_bind_column(table.get(), static_cast<int>(c + 1), buffers[c].data(), &lengths[c]);
+            // Memo and binary values are taken from the page after each fetch: the library's
+            // copy into a bound buffer cuts a memo at the buffer's size and a binary value at
+            // its first zero byte.
+            if (col->col_type == MDB_MEMO || col->col_type == MDB_BINARY)
+                continue;
+            if (m_buffers[c].isEmpty())
+                m_buffers[c] = QByteArray(static_cast<qsizetype>(kBindSize) + 1, Qt::Uninitialized);
+            mdb_bind_column(table.get(), static_cast<int>(c + 1), m_buffers[c].data(), &lengths[c]);
         }
+        if (headerOnly)
+            return true;
         mdb_rewind_table(table.get());
         unsigned long rows = 0;
         while (mdb_fetch_row(table.get())) {
@@ -183,19 +239,21 @@ bool readTables(MdbHandle *mdb, const unsigned char *data, std::size_t pages, st
                 reason = QStringLiteral("table %1 holds more rows than its definition says").arg(name);
                 return false;
             }
-            if (flush && out.size() > kFlushSize)
+            if (flush && out.size() > gFlushThreshold)
                 flush(out);
             out.append('R');
             for (unsigned c = 0; c < columns; ++c) {
                 auto *col = static_cast<MdbColumn *>(g_ptr_array_index(table->columns, c));
-                const int length = std::clamp(lengths[c], 0, static_cast<int>(kBindSize));
-                if (length == 0 && col->col_type != MDB_BOOL) {
+                const bool fromPage = col->col_type == MDB_MEMO || col->col_type == MDB_BINARY;
+                const int length =
+                    fromPage ? col->cur_value_len : std::clamp(lengths[c], 0, static_cast<int>(kBindSize));
+                if (length <= 0 && col->col_type != MDB_BOOL) {
                     out.append('\0');
                     continue;
                 }
                 QString value;
                 const bool longValue = col->col_type == MDB_OLE || col->col_type == MDB_MEMO;
-                const qint64 declared = longValue ? longValueLength(mdb, col, data, pages, pageSize) : 0;
+                const qint64 declared = longValue ? longValueLength(mdb, col, data, m_pages, m_pageSize) : 0;
                 if (declared < 0) {
                     reason = QStringLiteral("a long value of table %1 is damaged").arg(name);
                     return false;
@@ -204,15 +262,25 @@ bool readTables(MdbHandle *mdb, const unsigned char *data, std::size_t pages, st
                     std::size_t size = 0;
                     void *blob = mdb_ole_read_full(mdb, col, &size);
                     if (static_cast<qint64>(size) != declared) {
-                        g_free(blob);
+                        free(blob);
                         reason = QStringLiteral("an OLE object of table %1 is cut short").arg(name);
                         return false;
                     }
                     value = ValueText::bytes(
                         QByteArrayView(static_cast<const char *>(blob), blob ? static_cast<qsizetype>(size) : 0));
-                    g_free(blob);
+                    free(blob);
+                } else if (col->col_type == MDB_MEMO) {
+                    value = memoText(col, declared);
+                } else if (col->col_type == MDB_BINARY) {
+                    const int start = col->cur_value_start;
+                    if (start < 0 || start + length > mdb->fmt->pg_size) {
+                        reason = QStringLiteral("a binary value of table %1 is damaged").arg(name);
+                        return false;
+                    }
+                    value =
+                        ValueText::bytes(QByteArrayView(reinterpret_cast<const char *>(mdb->pg_buf) + start, length));
                 } else {
-                    value = fixedValue(mdb, col, buffers[c].constData(), length);
+                    value = fixedValue(mdb, col, m_buffers[c].constData(), length);
                 }
                 out.append('\1');
                 putText(out, value.toUtf8());
@@ -222,19 +290,36 @@ bool readTables(MdbHandle *mdb, const unsigned char *data, std::size_t pages, st
             reason = QStringLiteral("table %1 holds %2 of its %3 rows").arg(name).arg(rows).arg(table->num_rows);
             return false;
         }
+        return true;
     }
-    form.append('Z');
-    return true;
-}
+
+private:
+    // A memo's whole text: the library converts it into a buffer of its bind size, so that
+    // size is raised for the one value to what its declared length can become in UTF-8.
+    QString memoText(MdbColumn *col, qint64 declared)
+    {
+        MdbHandle *mdb = m_mdb.get();
+        const std::size_t needed = static_cast<std::size_t>(declared) * 3 + 16;
+        const std::size_t saved = mdb->bind_size;
+        mdb->bind_size = std::max(saved, needed);
+        char *text = mdb_col_to_string(mdb, mdb->pg_buf, col->cur_value_start, MDB_MEMO, col->cur_value_len);
+        mdb->bind_size = saved;
+        const QString value = text ? QString::fromUtf8(text) : QString();
+        g_free(text);
+        return value;
+    }
+
+    std::vector<unsigned char> m_image;
+    std::unique_ptr<MdbHandle, MdbCloser> m_mdb;
+    std::size_t m_pageSize = 0;
+    std::size_t m_pages = 0;
+    std::vector<Table> m_tables;
+    std::vector<QByteArray> m_buffers; // the bound columns' buffers, reused from table to table
+};
 
 } // namespace
 
 namespace AccessFile {
-
-void setValueLimit(std::size_t bytes)
-{
-    kBindSize = std::max<std::size_t>(bytes, 4096);
-}
 
 int adoTypeFor(int mdbColumnType)
 {
@@ -256,37 +341,32 @@ int adoTypeFor(int mdbColumnType)
     }
 }
 
+void setFlushThreshold(qsizetype bytes)
+{
+    gFlushThreshold = std::max<qsizetype>(bytes, 1);
+}
+
 bool readImage(const unsigned char *data, std::size_t size, QByteArray &out, QString &reason,
                const std::function<void(QByteArray &)> &flush)
 {
     out.clear();
-    // The header page: "Standard Jet DB" (or ACE) at 4, the version at 0x14, which sets the
-    // page size. Everything the library reads is a whole page.
-    if (size < 0x20 ||
-        (std::memcmp(data + 4, "Standard Jet DB", 15) != 0 && std::memcmp(data + 4, "Standard ACE DB", 15) != 0)) {
-        reason = QStringLiteral("not an Access database");
+    ImageReader reader;
+    if (!reader.open(data, size, reason))
         return false;
+    for (const ImageReader::Table &t : reader.tables()) {
+        if (t.user) {
+            if (!reader.read(t, out, reason, false, flush))
+                return false;
+            continue;
+        }
+        // System tables are read too, into nothing: damage anywhere in the file shows here.
+        // Their pieces never reach `flush`, which carries only the user tables' rows.
+        QByteArray scratch;
+        if (!reader.read(t, scratch, reason, false, [](QByteArray &piece) { piece.clear(); }))
+            return false;
     }
-    const std::size_t pageSize = data[0x14] == 0 ? 2048 : 4096;
-    if (size < 3 * pageSize || size % pageSize != 0) {
-        reason = QStringLiteral("the file is cut short");
-        return false;
-    }
-    const std::size_t pages = size / pageSize;
-    // Page 2 holds the definition of the catalog table.
-    if (data[2 * pageSize] != 0x02) {
-        reason = QStringLiteral("the catalog is damaged");
-        return false;
-    }
-    std::vector<unsigned char> image(data, data + size);
-    std::unique_ptr<MdbHandle, MdbCloser> mdb(mdb_open_buffer(image.data(), size, MDB_NOFLAGS));
-    if (!mdb) {
-        reason = QStringLiteral("not an Access database");
-        return false;
-    }
-    mdb_set_bind_size(mdb.get(), kBindSize);
-    mdb_set_boolean_fmt_numbers(mdb.get());
-    return readTables(mdb.get(), data, pages, pageSize, out, reason, flush);
+    out.append('Z');
+    return true;
 }
 
 DbResult<std::vector<SourceTable>> decode(QByteArrayView form)
@@ -336,156 +416,317 @@ DbResult<std::vector<SourceTable>> decode(QByteArrayView form)
     return malformed;
 }
 
-DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds)
+namespace {
+
+// Frames between the reader program and the program: a kind, a 32-bit length, the bytes.
+// Up: 'P' a table was checked (the reader is alive), 'C' the user tables' headers, 'F' a piece
+// of a table's form, 'D' the table is whole, 'E' the reason the file cannot be read. Down: one
+// line per table wanted, its index among the user tables; the end of input ends the reader.
+bool writeAll(int fd, QByteArrayView bytes)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return DbError::file(path, file.errorString());
-    const QByteArray image = file.readAll();
-    file.close();
-
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0)
-        return DbError::file(path, QString::fromLocal8Bit(std::strerror(errno)));
-    const pid_t child = fork();
-    if (child < 0) {
-        const int e = errno;
-        ::close(fds[0]);
-        ::close(fds[1]);
-        return DbError::file(path, QString::fromLocal8Bit(std::strerror(e)));
-    }
-    if (child == 0) {
-        // The child: the library's complaints go nowhere, its answer goes up the pipe.
-        ::close(fds[0]);
-        const int devNull = ::open("/dev/null", O_WRONLY);
-        if (devNull >= 0) {
-            ::dup2(devNull, STDOUT_FILENO); // the library dumps pages it dislikes there
-            ::dup2(devNull, STDERR_FILENO);
-        }
-        // Frames up the pipe: 'F' and a piece of the form as it grows, or 'E' and the reason
-        // the file cannot be read; each with its length.
-        auto send = [&](char kind, QByteArrayView bytes) {
-            QByteArray frame(1, kind);
-            putU32(frame, static_cast<quint32>(bytes.size()));
-            frame.append(bytes.data(), bytes.size());
-            const char *p = frame.constData();
-            qsizetype left = frame.size();
-            while (left > 0) {
-                const ssize_t n = ::write(fds[1], p, static_cast<size_t>(left));
-                if (n < 0 && errno == EINTR)
-                    continue;
-                if (n <= 0)
-                    _exit(2);
-                p += n;
-                left -= n;
-            }
-        };
-        QByteArray out;
-        QString reason;
-        const bool read = readImage(reinterpret_cast<const unsigned char *>(image.constData()),
-                                    static_cast<std::size_t>(image.size()), out, reason, [&](QByteArray &piece) {
-                                        send('F', piece);
-                                        piece.clear();
-                                    });
-        if (read)
-            send('F', out);
-        else
-            send('E', reason.toUtf8());
-        _exit(0);
-    }
-
-    ::close(fds[1]);
-    QByteArray answer;
-    bool timedOut = false;
-    char buffer[65536];
-    for (;;) {
-        pollfd pfd{fds[0], POLLIN, 0};
-        const int ready = ::poll(&pfd, 1, timeoutSeconds * 1000);
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0) {
-            timedOut = true;
-            break;
-        }
-        const ssize_t n = ::read(fds[0], buffer, sizeof buffer);
+    const char *p = bytes.data();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, p, static_cast<size_t>(left));
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
-            break;
-        answer.append(buffer, n);
+            return false;
+        p += n;
+        left -= n;
     }
-    ::close(fds[0]);
-    if (timedOut)
-        ::kill(child, SIGKILL);
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
+    return true;
+}
 
-    if (timedOut)
-        return DbError::file(path, QStringLiteral("reading the Access database stopped answering"));
-    if (WIFSIGNALED(status))
-        return DbError::file(
-            path,
-            QStringLiteral("the Access database is damaged (its reader ended on signal %1)").arg(WTERMSIG(status)));
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || answer.isEmpty())
-        return DbError::file(path, QStringLiteral("the Access database could not be read"));
-    QByteArray form;
-    FormReader frames(answer);
-    char kind = 0;
-    while (frames.byte(kind)) {
-        QString piece;
-        quint32 length = 0;
-        if (kind == 'E' && frames.text(piece))
-            return DbError::file(path, piece);
-        if (kind != 'F' || !frames.u32(length) || !frames.take(length, form))
-            return DbError::file(path, QStringLiteral("the Access reader's answer is malformed"));
+bool sendFrame(int fd, char kind, QByteArrayView bytes)
+{
+    QByteArray head(1, kind);
+    putU32(head, static_cast<quint32>(bytes.size()));
+    return writeAll(fd, head) && writeAll(fd, bytes);
+}
+
+// One line from `fd`; false at the end of input.
+bool readLine(int fd, QByteArray &line)
+{
+    line.clear();
+    char c = 0;
+    for (;;) {
+        const ssize_t n = ::read(fd, &c, 1);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        if (c == '\n')
+            return true;
+        if (line.size() > 32)
+            return false;
+        line.append(c);
     }
-    auto tables = decode(form);
-    if (!tables.ok())
-        return DbError::file(path, tables.error().description);
+}
+
+QString gReaderProgram;
+
+} // namespace
+
+int serve(const QString &path, int in, int out)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return sendFrame(out, 'E', file.errorString().toUtf8()) ? 0 : 2;
+    const QByteArray image = file.readAll();
+    file.close();
+    ImageReader reader;
+    QString reason;
+    auto fail = [&] { return sendFrame(out, 'E', reason.toUtf8()) ? 0 : 2; };
+    if (!reader.open(reinterpret_cast<const unsigned char *>(image.constData()), static_cast<std::size_t>(image.size()),
+                     reason))
+        return fail();
+    // The whole file is checked before the program creates anything from it.
+    const auto discard = [](QByteArray &piece) { piece.clear(); };
+    std::vector<const ImageReader::Table *> user;
+    for (const ImageReader::Table &t : reader.tables()) {
+        QByteArray scratch;
+        if (!reader.read(t, scratch, reason, false, discard))
+            return fail();
+        if (t.user)
+            user.push_back(&t);
+        if (!sendFrame(out, 'P', {}))
+            return 2;
+    }
+    QByteArray catalog;
+    for (const ImageReader::Table *t : user) {
+        if (!reader.read(*t, catalog, reason, true, {}))
+            return fail();
+    }
+    catalog.append('Z');
+    if (!sendFrame(out, 'C', catalog))
+        return 2;
+    // Then one table at a time, as the program asks for them.
+    QByteArray line;
+    while (readLine(in, line)) {
+        bool number = false;
+        const int index = line.toInt(&number);
+        if (!number || index < 0 || static_cast<std::size_t>(index) >= user.size())
+            return 3;
+        QByteArray form;
+        bool sent = true;
+        const bool read =
+            reader.read(*user[static_cast<std::size_t>(index)], form, reason, false, [&](QByteArray &piece) {
+                sent = sent && sendFrame(out, 'F', piece);
+                piece.clear();
+            });
+        if (!read)
+            return fail();
+        form.append('Z');
+        if (!sent || !sendFrame(out, 'F', form) || !sendFrame(out, 'D', {}))
+            return 2;
+    }
+    return 0;
+}
+
+void setReaderProgram(const QString &program)
+{
+    gReaderProgram = program;
+}
+
+QString readerProgram()
+{
+    if (!gReaderProgram.isEmpty())
+        return gReaderProgram;
+    const QString beside = QCoreApplication::applicationDirPath() + QStringLiteral("/tabulon-accessreader");
+#ifdef TABULON_ACCESS_READER_BUILT
+    // Programs of the build tree (tests, benchmarks) find the reader where the build put it.
+    if (!QFileInfo::exists(beside))
+        return QStringLiteral(TABULON_ACCESS_READER_BUILT);
+#endif
+    return beside;
+}
+
+DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds)
+{
+    auto reader = AccessReader::start(path, timeoutSeconds);
+    if (!reader.ok())
+        return reader.error();
+    std::vector<SourceTable> tables = (*reader)->catalog();
+    for (std::size_t i = 0; i < tables.size(); ++i) {
+        auto rows = (*reader)->table(i);
+        if (!rows.ok())
+            return rows.error();
+        tables[i].rows = std::move(rows->rows);
+    }
     return tables;
 }
 
 } // namespace AccessFile
 
+AccessReader::AccessReader(const QString &path, int timeoutSeconds)
+    : m_path(path), m_timeoutMs(std::max(timeoutSeconds, 1) * 1000)
+{
+}
+
+AccessReader::~AccessReader()
+{
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.closeWriteChannel(); // the end of its input ends the reader
+    if (!m_process.waitForFinished(2000)) {
+        m_process.kill();
+        m_process.waitForFinished(2000);
+    }
+}
+
+DbResult<std::unique_ptr<AccessReader>> AccessReader::start(const QString &path, int timeoutSeconds)
+{
+    if (!QFileInfo(path).isFile())
+        return DbError::file(path, QStringLiteral("No such file or directory"));
+    std::unique_ptr<AccessReader> reader(new AccessReader(path, timeoutSeconds));
+    QProcess &p = reader->m_process;
+    p.setProgram(AccessFile::readerProgram());
+    p.setArguments({QFileInfo(path).absoluteFilePath()});
+    p.setStandardErrorFile(QProcess::nullDevice());
+    p.start(QIODevice::ReadWrite | QIODevice::Unbuffered);
+    if (!p.waitForStarted(reader->m_timeoutMs))
+        return DbError::file(
+            path, QStringLiteral("the Access reader %1 cannot be started: %2").arg(p.program(), p.errorString()));
+    char kind = 0;
+    QByteArray payload;
+    do {
+        if (DbError e = reader->frame(kind, payload))
+            return e;
+    } while (kind == 'P');
+    if (kind != 'C')
+        return reader->malformed();
+    auto catalog = AccessFile::decode(payload);
+    if (!catalog.ok())
+        return DbError::file(path, catalog.error().description);
+    reader->m_catalog = std::move(catalog.value());
+    return reader;
+}
+
+DbError AccessReader::malformed() const
+{
+    return DbError::file(m_path, QStringLiteral("the Access reader's answer is malformed"));
+}
+
+DbError AccessReader::frame(char &kind, QByteArray &payload)
+{
+    auto need = [&](qsizetype bytes) -> DbError {
+        while (m_pending.size() < bytes) {
+            if (m_process.bytesAvailable() == 0 && !m_process.waitForReadyRead(m_timeoutMs)) {
+                if (m_process.state() == QProcess::Running) {
+                    m_process.kill();
+                    m_process.waitForFinished(2000);
+                    return DbError::file(m_path, QStringLiteral("reading the Access database stopped answering"));
+                }
+                if (m_process.exitStatus() == QProcess::CrashExit)
+                    return DbError::file(m_path, QStringLiteral("the Access database is damaged (its reader ended "
+                                                                "abnormally)"));
+                return DbError::file(m_path, QStringLiteral("the Access database could not be read"));
+            }
+            m_pending.append(m_process.readAllStandardOutput());
+        }
+        return DbError::none();
+    };
+    if (DbError e = need(5))
+        return e;
+    kind = m_pending[0];
+    FormReader head(QByteArrayView(m_pending).sliced(1, 4));
+    quint32 length = 0;
+    head.u32(length);
+    if (kind != 'P' && kind != 'C' && kind != 'F' && kind != 'D' && kind != 'E')
+        return malformed();
+    if (DbError e = need(5 + static_cast<qsizetype>(length)))
+        return e;
+    payload = m_pending.mid(5, length);
+    m_pending.remove(0, 5 + static_cast<qsizetype>(length));
+    if (kind == 'E')
+        return DbError::file(m_path, QString::fromUtf8(payload));
+    return DbError::none();
+}
+
+DbResult<SourceTable> AccessReader::table(std::size_t index)
+{
+    if (index >= m_catalog.size())
+        return malformed();
+    if (m_process.state() != QProcess::Running)
+        return DbError::file(m_path, QStringLiteral("the Access reader has ended"));
+    m_process.write(QByteArray::number(static_cast<qulonglong>(index)) + '\n');
+    QByteArray form;
+    char kind = 0;
+    QByteArray payload;
+    for (;;) {
+        if (DbError e = frame(kind, payload))
+            return e;
+        if (kind == 'D')
+            break;
+        if (kind != 'F')
+            return malformed();
+        form += payload;
+    }
+    auto tables = AccessFile::decode(form);
+    if (!tables.ok())
+        return DbError::file(m_path, tables.error().description);
+    if (tables->size() != 1 || tables->front().name != m_catalog[index].name)
+        return malformed();
+    return std::move(tables->front());
+}
+
 DbResult<std::unique_ptr<ConversionSource>> AccessSource::open(const QString &path)
 {
-    auto tables = AccessFile::load(path);
-    if (!tables.ok())
-        return tables.error();
-    return std::unique_ptr<ConversionSource>(new AccessSource(std::move(tables.value())));
+    auto reader = AccessReader::start(path);
+    if (!reader.ok())
+        return reader.error();
+    return std::unique_ptr<ConversionSource>(new AccessSource(std::move(reader.value())));
 }
+
+AccessSource::AccessSource(std::unique_ptr<AccessReader> reader) : m_reader(std::move(reader))
+{
+    // The tables in the order a provider's schema rowset lists them: by name, whatever the case.
+    const std::vector<SourceTable> &catalog = m_reader->catalog();
+    for (std::size_t i = 0; i < catalog.size(); ++i)
+        m_order.push_back(i);
+    std::stable_sort(m_order.begin(), m_order.end(), [&](std::size_t a, std::size_t b) {
+        return catalog[a].name.compare(catalog[b].name, Qt::CaseInsensitive) < 0;
+    });
+}
+
+AccessSource::~AccessSource() = default;
 
 QStringList AccessSource::tableNames() const
 {
     QStringList names;
-    for (const SourceTable &t : m_tables)
-        names << t.name;
+    for (const std::size_t i : m_order)
+        names << m_reader->catalog()[i].name;
     return names;
 }
 
-const SourceTable *AccessSource::find(const QString &table) const
+std::optional<std::size_t> AccessSource::find(const QString &table) const
 {
-    for (const SourceTable &t : m_tables) {
-        if (t.name.compare(table, Qt::CaseInsensitive) == 0)
-            return &t;
+    const std::vector<SourceTable> &catalog = m_reader->catalog();
+    for (std::size_t i = 0; i < catalog.size(); ++i) {
+        if (catalog[i].name.compare(table, Qt::CaseInsensitive) == 0)
+            return i;
     }
-    return nullptr;
+    return std::nullopt;
 }
 
 DbResult<std::vector<SourceField>> AccessSource::readFields(const QString &table)
 {
-    if (const SourceTable *t = find(table))
-        return t->fields;
+    if (const auto i = find(table))
+        return m_reader->catalog()[*i].fields;
     return unknownSourceTable(table);
 }
 
 DbError AccessSource::readRows(const QString &table, const RowSink &row)
 {
-    const SourceTable *t = find(table);
-    if (!t)
+    const auto i = find(table);
+    if (!i)
         return unknownSourceTable(table);
-    for (const SourceRow &r : t->rows) {
+    // Only this table's rows are held, for as long as they are handed over.
+    auto rows = m_reader->table(*i);
+    if (!rows.ok())
+        return rows.error();
+    for (const SourceRow &r : rows->rows) {
         if (DbError e = row(r))
             return e;
     }

@@ -149,4 +149,31 @@ QString dataSourceName(const QString &sourceFileName)
     return sourceFileName.left(std::max<qsizetype>(0, sourceFileName.size() - 4));
 }
 
+bool isPlainDataSourceName(const QString &name)
+{
+    for (const QChar c : name) {
+        if (c == u';' || c == u'{' || c == u'}' || c == u'=')
+            return false;
+    }
+    return true;
+}
+
+QString lenientSqlMode(const QString &serverMode)
+{
+    QStringList modes;
+    for (const QString &mode : serverMode.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        const QString m = mode.trimmed().toUpper();
+        if (m != QLatin1String("STRICT_TRANS_TABLES") && m != QLatin1String("STRICT_ALL_TABLES") &&
+            m != QLatin1String("NO_BACKSLASH_ESCAPES") && !m.isEmpty())
+            modes << m;
+    }
+    modes << QStringLiteral("NO_BACKSLASH_ESCAPES");
+    return modes.join(QLatin1Char(','));
+}
+
+bool carriesExactly(const QString &value)
+{
+    return QStringView(value).isValidUtf16();
+}
+
 } // namespace tabulon::Conversion

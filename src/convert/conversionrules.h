@@ -38,5 +38,17 @@ std::optional<QString> proposedDatabaseName(const QString &sourceFileName);
 bool isDataSourceFile(const QString &sourceFileName);
 // The data source name a .dsn file names: the name without its last four characters.
 QString dataSourceName(const QString &sourceFileName);
+// False for a data source name holding ';', '{', '}' or '=': such a name would add settings of
+// its own to the connection string it goes into.
+bool isPlainDataSourceName(const QString &name);
+
+// The session mode the conversion runs its statements in: the server's mode without the strict
+// modes (a value the server must change is kept, changed, and reported as a warning, instead of
+// refusing its row) and with NO_BACKSLASH_ESCAPES (values go between quotes as they are, so a
+// backslash must stay a backslash).
+QString lenientSqlMode(const QString &serverMode);
+// False when a value's text cannot travel through a statement unchanged: binary values turned
+// into text can hold halves of UTF-16 pairs, which no UTF-8 statement can carry.
+bool carriesExactly(const QString &value);
 
 } // namespace tabulon::Conversion

@@ -15,8 +15,15 @@ DbError unknownSourceTable(const QString &table)
 
 DbResult<std::unique_ptr<ConversionSource>> openConversionSource(const QString &sourceFileName)
 {
-    if (Conversion::isDataSourceFile(sourceFileName))
-        return OdbcSource::open(Conversion::dataSourceName(sourceFileName));
+    if (Conversion::isDataSourceFile(sourceFileName)) {
+        const QString name = Conversion::dataSourceName(sourceFileName);
+        if (!Conversion::isPlainDataSourceName(name))
+            return DbError::generic(
+                QStringLiteral("The data source name \"%1\" holds ';', '{', '}' or '=', which would add settings to "
+                               "its connection; rename the data source file.")
+                    .arg(name));
+        return OdbcSource::open(name);
+    }
     return AccessSource::open(sourceFileName);
 }
 

@@ -8,6 +8,7 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -87,6 +88,15 @@ void ConvertDb::onOk()
     WindowPrompts prompts(this);
     conversion.ConvertDatabase(m_host.sessionOrClosed(), prompts, m_source->text(), m_name->text());
     m_running = false;
+    // The run's account goes into a file and its counts into the status bar: the run itself
+    // ends with the boxes it has always shown.
+    const QString path = ConversionReport::defaultPath();
+    QString reason;
+    if (conversion.report().save(path, reason))
+        m_host.showStatus(conversion.report().summary(path));
+    else
+        m_host.showStatus(QStringLiteral("The conversion report cannot be written to %1: %2")
+                              .arg(QDir::toNativeSeparators(path), reason));
     closeToolWindow(this);
 }
 

@@ -6,6 +6,37 @@
 
 namespace tabulon {
 
+namespace {
+
+// The conversion's session mode for as long as it lives; the mode the session had comes back
+// when it ends, whichever way the run ends.
+class LenientMode final {
+public:
+    explicit LenientMode(DatabaseSession &session) : m_session(session)
+    {
+        auto mode = session.openQuery(QStringLiteral("SELECT @@SESSION.sql_mode"));
+        if (!mode.ok() || !mode->isOpen() || mode->recordCount() != 1)
+            return;
+        m_saved = mode->text(0, 0);
+        m_set = !session.execute(QStringLiteral("SET SESSION sql_mode='%1'").arg(Conversion::lenientSqlMode(m_saved)))
+                     .isError();
+    }
+    ~LenientMode()
+    {
+        if (m_set)
+            (void)m_session.execute(QStringLiteral("SET SESSION sql_mode='%1'").arg(m_saved));
+    }
+    LenientMode(const LenientMode &) = delete;
+    LenientMode &operator=(const LenientMode &) = delete;
+
+private:
+    DatabaseSession &m_session;
+    QString m_saved;
+    bool m_set = false;
+};
+
+} // namespace
+
 DatabaseConversion &DatabaseConversion::shared()
 {
     static DatabaseConversion state;
@@ -16,15 +47,20 @@ void DatabaseConversion::ConvertDatabase(DatabaseSession &session, ConversionPro
                                          const QString &databaseName)
 {
     attach(&session, &prompts);
+    m_report.start(source, databaseName.trimmed().isEmpty() ? m_targetDatabase : databaseName, m_structureOnly);
     if (!OpenConversionSource(source)) {
+        m_report.setStopped(QStringLiteral("the source cannot be opened: ") + m_sourceError);
         prompts.message(QStringLiteral("Error occured"));
         return;
     }
+    const LenientMode mode(session);
     const QString trimmed = databaseName.trimmed();
     if (!trimmed.isEmpty()) {
         if (session.execute(QStringLiteral("CREATE DATABASE ") + trimmed).isError() &&
-            !prompts.askYesNo(QStringLiteral("Database already exists. Do you want to continue ?")))
+            !prompts.askYesNo(QStringLiteral("Database already exists. Do you want to continue ?"))) {
+            m_report.setStopped(QStringLiteral("the database exists and the operator did not go on"));
             return;
+        }
         m_targetDatabase = databaseName;
     }
     ConvertAllTables();
@@ -35,9 +71,12 @@ bool DatabaseConversion::OpenConversionSource(const QString &source)
     // The previous run's source is closed first, also when this one cannot be opened.
     m_source.reset();
     m_tableNames.clear();
-    auto opened = openConversionSource(source);
-    if (!opened.ok())
+    m_sourceError.clear();
+    auto opened = m_openSource ? m_openSource(source) : openConversionSource(source);
+    if (!opened.ok()) {
+        m_sourceError = opened.error().description;
         return false;
+    }
     m_source = std::move(opened.value());
     m_tableNames = m_source->tableNames();
     return true;
@@ -56,9 +95,12 @@ void DatabaseConversion::ConvertAllTables()
                 error = result.error();
         }
         if (error) {
+            m_report.table(m_tableNames[i]).created = false;
+            m_report.setStopped(QStringLiteral("table %1: %2").arg(m_tableNames[i], error.description));
             m_prompts->message(QStringLiteral("Error Occured err.desc : ") + error.description);
             return;
         }
+        m_report.table(m_tableNames[i]).created = created;
         if (created && !m_structureOnly)
             CopyTableRows(m_tableNames[i]);
     }
@@ -101,19 +143,52 @@ DbResult<bool> DatabaseConversion::CreateConvertedTable(QString &table)
 
 void DatabaseConversion::CopyTableRows(const QString &table)
 {
+    TableAccount &counts = m_report.table(table);
+    counts.created = true;
     if (!m_source) {
-        m_prompts->message(QStringLiteral("Operation is not allowed when the object is closed."));
+        counts.firstRefusal = QStringLiteral("Operation is not allowed when the object is closed.");
+        m_prompts->message(counts.firstRefusal);
         return;
     }
+    bool refused = false;
+    constexpr int kRowsAsked = 20;
+    int warnedRows = 0;
     const DbError error = m_source->readRows(table, [&](const SourceRow &row) {
         QStringList values;
         values.reserve(static_cast<qsizetype>(row.size()));
-        for (size_t k = 0; k < row.size(); ++k)
+        for (size_t k = 0; k < row.size(); ++k) {
             values << Conversion::copyValue(row[k], k < m_fieldTypes.size() ? m_fieldTypes[k] : 0);
-        return m_session->execute(Conversion::insertStatement(m_targetDatabase, table, values));
+            if (!Conversion::carriesExactly(values.back()))
+                ++counts.notCarried;
+        }
+        if (DbError e = m_session->execute(Conversion::insertStatement(m_targetDatabase, table, values))) {
+            refused = true;
+            return e;
+        }
+        ++counts.written;
+        // The server took the row but changed some of its values: every one counted, and the
+        // first different messages kept in the server's words (looked for in the first rows
+        // that have any, so a table of like warnings costs no more than a few questions).
+        if (const unsigned warnings = m_session->warningCount()) {
+            counts.changed += warnings;
+            if (++warnedRows <= kRowsAsked && counts.changeMessages.size() < ConversionReport::kMessagesKept) {
+                auto listed = m_session->openQuery(QStringLiteral("SHOW WARNINGS"));
+                for (qsizetype r = 0; listed.ok() && listed->isOpen() && r < listed->recordCount() &&
+                                      counts.changeMessages.size() < ConversionReport::kMessagesKept;
+                     ++r) {
+                    const QString message = listed->text(r, listed->fieldCount() - 1);
+                    if (!counts.changeMessages.contains(message))
+                        counts.changeMessages << message;
+                }
+            }
+        }
+        return DbError::none();
     });
-    if (error)
+    if (error) {
+        counts.refused = refused ? 1 : 0;
+        counts.firstRefusal = error.description;
         m_prompts->message(error.description);
+    }
 }
 
 } // namespace tabulon

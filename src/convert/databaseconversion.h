@@ -4,12 +4,14 @@
 // conversion window's module state did. No transaction: what was written before a failure stays.
 #pragma once
 
+#include "convert/conversionreport.h"
 #include "convert/sourcetable.h"
 #include "db/dberror.h"
 
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -45,8 +47,12 @@ public:
     const QStringList &tableNames() const { return m_tableNames; }
     const QStringList &fieldNames() const { return m_fieldNames; }
     const std::vector<int> &fieldTypes() const { return m_fieldTypes; }
+    // The account of the last run (or of the steps run since).
+    const ConversionReport &report() const { return m_report; }
 
-    // The whole run; reports every failure through `prompts`.
+    // The whole run; reports every failure through `prompts`. Its statements run in a session
+    // mode of their own (see Conversion::lenientSqlMode); the session's mode is put back on
+    // every way out.
     void ConvertDatabase(DatabaseSession &session, ConversionPrompts &prompts, const QString &source,
                          const QString &databaseName);
 
@@ -59,6 +65,11 @@ public:
     // Reports a failing row (or a table that cannot be read) and goes on with the next table.
     void CopyTableRows(const QString &table);
 
+    // How the run opens its source by name: an Access file or a data source file unless
+    // replaced (the tests bring sources of their own).
+    using SourceOpener = std::function<DbResult<std::unique_ptr<ConversionSource>>(const QString &)>;
+    void setSourceOpener(SourceOpener opener) { m_openSource = std::move(opener); }
+
     // For the steps run on their own.
     void attach(DatabaseSession *session, ConversionPrompts *prompts)
     {
@@ -69,12 +80,15 @@ public:
 private:
     DatabaseSession *m_session = nullptr;
     ConversionPrompts *m_prompts = nullptr;
+    SourceOpener m_openSource;
     std::unique_ptr<ConversionSource> m_source;
     QStringList m_tableNames;
     QStringList m_fieldNames;
     std::vector<int> m_fieldTypes;
     QString m_targetDatabase;
     bool m_structureOnly = false;
+    ConversionReport m_report;
+    QString m_sourceError;
 };
 
 } // namespace tabulon

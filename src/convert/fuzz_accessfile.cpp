@@ -2,7 +2,8 @@
 // mutate usefully, so its input is a patch over a real file: pairs of a 4-byte offset and a
 // byte to write there, applied to the sample named by TABULON_FUZZ_BASE (with no base, the
 // input itself is the file). The patched image goes through the checks and mdbtools in this
-// process, and the answer through the decoder. Built only with -DTABULON_FUZZ=ON and clang.
+// process (the same code the reader program runs), and the answer through the decoder. Built only with
+// -DTABULON_FUZZ=ON and clang.
 #include "convert/accessfile.h"
 
 #include <QFile>
@@ -25,7 +26,6 @@ const QByteArray &base()
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    tabulon::AccessFile::setValueLimit(64 * 1024);
     QByteArray image;
     if (base().isEmpty()) {
         image = QByteArray(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));

@@ -1,6 +1,7 @@
 tabulon_logic_library(tabulon_convert_logic
     SOURCES
         convert/accessfile.cpp convert/accessfile.h
+        convert/conversionreport.cpp convert/conversionreport.h
         convert/conversionrules.cpp convert/conversionrules.h
         convert/conversionsource.cpp convert/conversionsource.h
         convert/databaseconversion.cpp convert/databaseconversion.h
@@ -19,6 +20,18 @@ tabulon_window_library(tabulon_convert
         convert/importdb.cpp convert/importdb.h
     DEPS tabulon_convert_logic tabulon_ui tabulon_grid)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_convert)
+
+# The Access reader the conversion and the import start for every Access file; built and
+# installed beside the program. Programs of the build tree fall back on its build path.
+add_executable(tabulon-accessreader convert/accessreader_main.cpp)
+target_link_libraries(tabulon-accessreader PRIVATE tabulon_convert_logic tabulon_common_cfg)
+set_target_properties(tabulon-accessreader PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
+if(TABULON_SANITIZE)
+    target_compile_definitions(tabulon-accessreader PRIVATE TABULON_SANITIZED)
+endif()
+set_property(SOURCE convert/accessfile.cpp APPEND PROPERTY COMPILE_DEFINITIONS
+    TABULON_ACCESS_READER_BUILT="$<TARGET_FILE:tabulon-accessreader>")
+add_dependencies(tabulon_convert tabulon-accessreader)
 
 # The companion "Execute Text File" starts; built beside the program, installed with it.
 add_executable(import_db convert/importdb_main.cpp)

@@ -55,7 +55,8 @@ public:
     unsigned long connectionId() const;
     // Rows the last statement changed (or matched, for updates).
     qint64 affectedRows() const;
-    // Warnings the last statement left (read them with "SHOW WARNINGS").
+    // Warnings the last statement left (values the server changed to make them fit, say);
+    // "SHOW WARNINGS" lists them.
     unsigned warningCount() const;
 
     static QString quoteIdentifier(const QString &name);

@@ -35,6 +35,8 @@ public:
     virtual QMenu *popupMenu(const QString &name) const = 0;
     // The folder the program runs from.
     virtual QString programFolder() const = 0;
+    // A line in the host's status bar that stays after the tool has closed.
+    virtual void showStatus(const QString &text) = 0;
 
     // The session, or a closed one on which every statement fails as on a lost connection.
     DatabaseSession &sessionOrClosed() const;

@@ -55,6 +55,8 @@ private Q_SLOTS:
     void damagedFilesGiveAnError();
     void randomDamageNeverCrashes();
     void malformedAnswersAreRejected();
+    void flushCarriesOnlyTheUserTables();
+    void readerProgramProblemsGiveAnError();
 
 private:
     QByteArray m_image;
@@ -123,6 +125,9 @@ void TestAccessFile::sourceOpensTablesByName()
 {
     auto source = AccessSource::open(kSample);
     QVERIFY_DB(source.error());
+    // Listed by name whatever the case, as a provider's schema rowset lists them.
+    QCOMPARE((*source)->tableNames(), sl({"Categories", "Customers", "Employees", "Order Details", "Orders", "Products",
+                                          "Shippers", "Suppliers", "Umsätze"}));
     auto fields = (*source)->readFields(qs("order details"));
     QVERIFY_DB(fields.error());
     QCOMPARE(fields->size(), size_t(5));
@@ -213,6 +218,51 @@ void TestAccessFile::malformedAnswersAreRejected()
     QVERIFY(!AccessFile::decode("R").ok());     // a row before any table
     QVERIFY(!AccessFile::decode("Zjunk").ok()); // something after the end
     QVERIFY(!AccessFile::decode(QByteArray(form + "Z")).ok());
+}
+
+// The form leaves the reader in pieces once it passes the flush threshold. With a small
+// threshold the system tables (the sample's catalog table alone is tens of kilobytes) pass it
+// too; their rows must never join the pieces, or the program would get them as rows of the
+// user table read before them.
+void TestAccessFile::flushCarriesOnlyTheUserTables()
+{
+    const auto *data = reinterpret_cast<const unsigned char *>(m_image.constData());
+    const auto size = static_cast<std::size_t>(m_image.size());
+    QByteArray whole;
+    QString reason;
+    QVERIFY(AccessFile::readImage(data, size, whole, reason));
+
+    AccessFile::setFlushThreshold(1024);
+    QByteArray pieces, rest;
+    int flushes = 0;
+    const bool read = AccessFile::readImage(data, size, rest, reason, [&](QByteArray &piece) {
+        pieces += piece;
+        piece.clear();
+        ++flushes;
+    });
+    AccessFile::setFlushThreshold(1 << 20);
+    QVERIFY2(read, qPrintable(reason));
+    QVERIFY(flushes > 100);
+    QVERIFY(pieces + rest == whole);
+}
+
+// The reader is a program of its own: one that is missing, or that answers something else,
+// is an error naming the file, never a hang or a crash.
+void TestAccessFile::readerProgramProblemsGiveAnError()
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {"/nonexistent/tabulon-accessreader", "cannot be started"},
+        {"/bin/cat", "malformed"}, // sends the file itself back
+        {"/bin/true", "could not be read"},
+    };
+    for (const auto &[program, reason] : cases) {
+        AccessFile::setReaderProgram(qs(program));
+        const auto tables = AccessFile::load(kSample, 5);
+        AccessFile::setReaderProgram(QString());
+        QVERIFY(!tables.ok());
+        QVERIFY2(tables.error().description.startsWith(kSample) && tables.error().description.contains(qs(reason)),
+                 qPrintable(tables.error().description));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestAccessFile)

@@ -123,6 +123,12 @@ void TestConversionRules::rules_data()
     QTest::newRow("money: fraction") << ValueText::trimFraction(qs("12.7500")) << qs("12.75");
     QTest::newRow("money: zero") << ValueText::trimFraction(qs("0.0000")) << qs("0");
     QTest::newRow("booleans") << ValueText::boolean(true) + ValueText::boolean(false) << qs("TrueFalse");
+
+    QTest::newRow("mode: strict modes out, backslashes as typed") << lenientSqlMode(qs("STRICT_TRANS_TABLES,ERROR_FOR_DIVISION_BY_ZERO,NO_AUTO_CREATE_USER,NO_ENGINE_SUBSTITUTION")) << qs("ERROR_FOR_DIVISION_BY_ZERO,NO_AUTO_CREATE_USER,NO_ENGINE_SUBSTITUTION,NO_BACKSLASH_ESCAPES");
+    QTest::newRow("mode: both strict modes, already without escapes") << lenientSqlMode(qs("STRICT_ALL_TABLES,NO_BACKSLASH_ESCAPES,strict_trans_tables")) << qs("NO_BACKSLASH_ESCAPES");
+    QTest::newRow("mode: empty") << lenientSqlMode(QString()) << qs("NO_BACKSLASH_ESCAPES");
+    QTest::newRow("data source names") << QString::number(isPlainDataSourceName(qs("Sales 2024"))) + QString::number(isPlainDataSourceName(qs("x;Server=evil"))) + QString::number(isPlainDataSourceName(qs("a{b"))) + QString::number(isPlainDataSourceName(qs("a}b"))) + QString::number(isPlainDataSourceName(qs("a=b"))) << qs("10000");
+    QTest::newRow("carried: text, lone surrogate") << QString::number(carriesExactly(qs("Größe \\ 漢"))) + QString::number(carriesExactly(ValueText::bytes(QByteArrayView("\x00\xd8", 2)))) << qs("10");
     QTest::newRow("bytes as UTF-16, odd byte padded") << ValueText::bytes(QByteArrayView("A\0B\0C", 5)) << qs("ABC");
 }
 // clang-format on

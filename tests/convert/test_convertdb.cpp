@@ -1,9 +1,13 @@
-// The conversion window against the real server: the sample Access file and an ODBC data source
-// converted through the main window's convert command, the statements the server received,
-// what the new database holds, and the messages of second runs and damaged files.
+// The conversion window against the real server in its default (strict) mode: the sample Access
+// file and an ODBC data source converted through the main window's convert command, the
+// statements the server received, what the new database holds, the run's report, and the
+// messages of second runs, damaged files and unsafe data source names.
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
+#include "convert/conversionreport.h"
+#include "convert/conversionrules.h"
 #include "convert/convertdb.h"
+#include "convert/databaseconversion.h"
 #include "operator.h"
 #include "testdb.h"
 
@@ -13,6 +17,8 @@
 #include <QFile>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QStandardPaths>
+#include <QStatusBar>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -41,6 +47,46 @@ QStringList texts(const QWidget *window, std::initializer_list<const char *> nam
     return out;
 }
 
+QString fileText(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+// A source of the test's own making, listed in the order given.
+class FakeSource final : public ConversionSource {
+public:
+    explicit FakeSource(std::vector<SourceTable> tables) : m_tables(std::move(tables)) {}
+    QStringList tableNames() const override
+    {
+        QStringList names;
+        for (const SourceTable &t : m_tables)
+            names << t.name;
+        return names;
+    }
+    DbResult<std::vector<SourceField>> readFields(const QString &table) override
+    {
+        for (const SourceTable &t : m_tables)
+            if (t.name == table)
+                return t.fields;
+        return unknownSourceTable(table);
+    }
+    DbError readRows(const QString &table, const RowSink &row) override
+    {
+        for (const SourceTable &t : m_tables)
+            if (t.name == table) {
+                for (const SourceRow &r : t.rows)
+                    if (DbError e = row(r))
+                        return e;
+                return DbError::none();
+            }
+        return unknownSourceTable(table);
+    }
+
+private:
+    std::vector<SourceTable> m_tables;
+};
+
 } // namespace
 
 class TestConvertDb final : public QObject {
@@ -54,6 +100,7 @@ private Q_SLOTS:
     void secondRunIntoTheSameDatabase_data();
     void secondRunIntoTheSameDatabase();
     void convertsADataSource();
+    void valuesTravelAsTypedAndTheModeComesBack();
     void windowProposesCancelsAndRefusesADamagedFile();
 
 private:
@@ -62,6 +109,17 @@ private:
     // Sets the database name and the structure-only box, and presses "&OK".
     void run(QDialog *window, const QString &database, bool structureOnly = false);
     QStringList sent() { return statementsReceived(m_db->admin(), m_main->session()->connectionId()); }
+    // The session's statements that create and fill tables.
+    QStringList written()
+    {
+        QStringList out;
+        for (const QString &s : sent())
+            if (s.startsWith(qs("Create Table ")) || s.startsWith(qs("Insert into ")))
+                out << s;
+        return out;
+    }
+    QString sessionMode() { return m_main->session()->openQuery(qs("SELECT @@SESSION.sql_mode"))->text(0, 0); }
+    QString status() { return m_main->statusBar()->currentMessage(); }
     // Rows of a query in which %1 stands for the target database.
     QStringList rows(const QString &sql) { return m_db->rows(sql.arg(kTarget)); }
     // "table|name type,name type..." of the target's tables in `tables` ('a','b').
@@ -88,6 +146,7 @@ private:
 
 void TestConvertDb::initTestCase()
 {
+    QStandardPaths::setTestModeEnabled(true);
     m_db = std::make_unique<ScratchDatabase>(QStringLiteral("convertdb"));
     QVERIFY_DB(m_db->error());
     m_folder = QDir::currentPath();
@@ -117,6 +176,7 @@ void TestConvertDb::init()
 
 void TestConvertDb::cleanup()
 {
+    DatabaseConversion::shared().setSourceOpener({});
     QDir::setCurrent(m_folder);
     m_main.reset();
     m_operator.reset();
@@ -143,39 +203,49 @@ void TestConvertDb::run(QDialog *window, const QString &database, bool structure
 
 void TestConvertDb::convertsTheSampleIntoANewDatabase()
 {
+    const QString serverMode = m_db->rows(qs("SELECT @@SESSION.sql_mode")).value(0);
+    QVERIFY(serverMode.contains(qs("STRICT_TRANS_TABLES")));
     QPointer<QDialog> window = chooseSource(qs("nwind.mdb"));
     run(window, kTarget);
 
-    // The rows of a table whose name was sanitised are looked for under the new name, and
-    // dates written "dd-mm-yyyy" are no dates to the server: those tables keep no rows.
-    const QString dateError = qs("Incorrect datetime value: '%1' for column `%2`.`%3`.`%4` at row 1");
+    // The rows of a table whose name was sanitised are looked for under the new name: that
+    // table alone keeps no rows. The dates written "dd-mm-yyyy" are changed by the server,
+    // not refused, and show in the report rather than in boxes.
     QCOMPARE(m_operator->told,
              QStringList({qs("The Microsoft Jet database engine cannot find the input table or query 'Order_Details'.  "
-                             "Make sure it exists and that its name is spelled correctly."),
-                          dateError.arg(qs("16-11-1994"), kTarget, qs("Orders"), qs("OrderDate")),
-                          dateError.arg(qs("08-12-1948"), kTarget, qs("Employees"), qs("BirthDate")),
-                          dateError.arg(qs("16-11-1994"), kTarget, qs("Umsätze"), qs("OrderDate"))}));
+                             "Make sure it exists and that its name is spelled correctly.")}));
     QVERIFY(m_operator->asked.isEmpty());
     QVERIFY(m_operator->runtimeErrors.isEmpty());
     QTRY_VERIFY(!window);
 
+    // The run's own mode around its statements, and the session's mode back after it.
     const QStringList statements = sent();
-    QCOMPARE(statements.at(0), qs("CREATE DATABASE ") + kTarget);
-    QCOMPARE(statements.at(1), qs("Create Table %1.Order_Details (OrderID INT, ProductID INT, UnitPrice VARCHAR(255), "
-                                  "Quantity SMALLINT, Discount FLOAT)")
-                                   .arg(kTarget));
-    QCOMPARE(statements.filter(qs("Create Table ")).size(), 9);
-    QCOMPARE(statements.filter(qs("Insert into ")).size(), 1 + 77 + 3 + 8 + 91 + 1 + 29 + 1);
-    QVERIFY(
-        statements.contains(qs("Insert into %1.Shippers values ('1','Speedy Express','(503) 555-9831')").arg(kTarget)));
-    QVERIFY(statements.contains(qs("Insert into %1.Orders values ('10330','LILAS','3','16-11-1994','14-12-1994',"
-                                   "'28-11-1994','1','12.75','LILA-Supermercado',"
-                                   "'Carrera 52 con Ave. Bolívar #65-98 Llano Largo','Barquisimeto','Lara','3508',"
-                                   "'Venezuela')")
-                                    .arg(kTarget)));
+    QCOMPARE(statements.mid(0, 3),
+             QStringList({qs("SELECT @@SESSION.sql_mode"),
+                          qs("SET SESSION sql_mode='%1'").arg(Conversion::lenientSqlMode(serverMode)),
+                          qs("CREATE DATABASE ") + kTarget}));
+    QCOMPARE(statements.last(), qs("SET SESSION sql_mode='%1'").arg(serverMode));
+    QCOMPARE(sessionMode(), serverMode);
 
-    // Mapped types, sanitised names, the accented table name kept, and the rows of the tables
-    // the server took.
+    const QStringList writes = written();
+    // Tables come in name order.
+    QCOMPARE(writes.at(0), qs("Create Table %1.Categories (CategoryID INT, CategoryName VARCHAR(255), Description "
+                              "LONGTEXT, Picture LONGTEXT)")
+                               .arg(kTarget));
+    QVERIFY(writes.contains(qs("Create Table %1.Order_Details (OrderID INT, ProductID INT, UnitPrice VARCHAR(255), "
+                               "Quantity SMALLINT, Discount FLOAT)")
+                                .arg(kTarget)));
+    QCOMPARE(writes.filter(qs("Create Table ")).size(), 9);
+    QCOMPARE(writes.filter(qs("Insert into ")).size(), 8 + 91 + 9 + 830 + 77 + 3 + 29 + 830);
+    QVERIFY(writes.contains(qs("Insert into %1.Shippers values ('1','Speedy Express','(503) 555-9831')").arg(kTarget)));
+    QVERIFY(writes.contains(qs("Insert into %1.Orders values ('10330','LILAS','3','16-11-1994','14-12-1994',"
+                               "'28-11-1994','1','12.75','LILA-Supermercado',"
+                               "'Carrera 52 con Ave. Bolívar #65-98 Llano Largo','Barquisimeto','Lara','3508',"
+                               "'Venezuela')")
+                                .arg(kTarget)));
+
+    // Mapped types, sanitised names, the accented table name kept, and every row but those
+    // of the renamed table.
     QCOMPARE(columns("'Order_Details','Products','Categories','Umsätze'"),
              QStringList({qs("Categories|CategoryID int,CategoryName varchar,Description longtext,Picture longtext"),
                           qs("Order_Details|OrderID int,ProductID int,UnitPrice varchar,Quantity smallint,Discount "
@@ -189,10 +259,25 @@ void TestConvertDb::convertsTheSampleIntoANewDatabase()
                              "varchar")}));
     QCOMPARE(counts({"Order_Details", "Orders", "Products", "Shippers", "Categories", "Customers", "Employees",
                      "Suppliers", "Umsätze"}),
-             sl({"0", "0", "77", "3", "8", "91", "0", "29", "0"}));
+             sl({"0", "830", "77", "3", "8", "91", "9", "29", "830"}));
     QCOMPARE(rows(qs("SELECT CompanyName, Region FROM %1.Customers WHERE CustomerID='BONAP'")), sl({"Bon app_|"}));
     QCOMPARE(rows(qs("SELECT Discontinued, COUNT(*) FROM %1.Products GROUP BY 1")), sl({"0|69", "1|8"}));
     QCOMPARE(rows(qs("SELECT UnitPrice FROM %1.Products WHERE ProductID IN (1, 5)")), sl({"18", "21.35"}));
+    QCOMPARE(rows(qs("SELECT OrderDate FROM %1.Orders WHERE OrderID=10330")), sl({"0000-00-00 00:00:00"}));
+
+    // The report accounts for every table and every value the server changed; the status bar
+    // says where it is.
+    const QString path = ConversionReport::defaultPath();
+    const QString report = fileText(path);
+    QVERIFY(report.contains(qs("Table Order_Details\n  rows written: 0\n  rows not read from the source: The Microsoft "
+                               "Jet database engine cannot find the input table or query 'Order_Details'.")));
+    QVERIFY2(report.contains(qs("Table Orders\n  rows written: 830\n  values changed by the server: 2490\n    Data "
+                                "truncated for column 'OrderDate' at row 1\n    Data truncated for column "
+                                "'RequiredDate' at row 1\n    Data truncated for column 'ShippedDate' at row 1\n")),
+             qPrintable(report));
+    QVERIFY(report.contains(qs("Table Shippers\n  rows written: 3\n\n")));
+    QCOMPARE(status(), qs("Conversion: 9 tables, 1877 rows written, 0 refused, 4999 values changed (report: %1)")
+                           .arg(QDir::toNativeSeparators(path)));
 }
 
 void TestConvertDb::secondRunIntoTheSameDatabase_data()
@@ -215,17 +300,20 @@ void TestConvertDb::secondRunIntoTheSameDatabase()
     m_operator->answer = goOn ? Dialogs::Answer::Yes : Dialogs::Answer::No;
     run(chooseSource(qs("nwind.mdb")), kTarget, true);
     QCOMPARE(m_operator->asked, sl({"Database already exists. Do you want to continue ?"}));
-    const QString create = qs("Create Table %1.Order_Details (OrderID%2INT, ProductID%2INT, UnitPrice%2VARCHAR(255), "
-                              "Quantity%2SMALLINT, Discount%2FLOAT)");
+    const QString create = qs("Create Table %1.Categories (CategoryID%2INT, CategoryName%2VARCHAR(255), "
+                              "Description%2LONGTEXT, Picture%2LONGTEXT)");
+    QCOMPARE(sent().filter(qs("CREATE DATABASE")), QStringList({qs("CREATE DATABASE ") + kTarget}));
     if (goOn) {
         // Both attempts fail; the second one's error ends the run.
-        QCOMPARE(m_operator->told, sl({"Error Occured err.desc : Table 'Order_Details' already exists"}));
-        QCOMPARE(sent(), QStringList({qs("CREATE DATABASE ") + kTarget, create.arg(kTarget, qs(" ")),
-                                      create.arg(kTarget, qs("1 "))}));
+        QCOMPARE(m_operator->told, sl({"Error Occured err.desc : Table 'Categories' already exists"}));
+        QCOMPARE(written(), QStringList({create.arg(kTarget, qs(" ")), create.arg(kTarget, qs("1 "))}));
     } else {
         QCOMPARE(m_operator->told, QStringList());
-        QCOMPARE(sent(), QStringList({qs("CREATE DATABASE ") + kTarget}));
+        QCOMPARE(written(), QStringList());
     }
+    // Whichever way the run ended, the session has its mode back.
+    QVERIFY(sent().last().startsWith(qs("SET SESSION sql_mode='STRICT_TRANS_TABLES")));
+    QVERIFY(sessionMode().contains(qs("STRICT_TRANS_TABLES")));
 }
 
 // The data source is mdbtools' ODBC driver on the sample: the driver's SQL types give other
@@ -237,10 +325,8 @@ void TestConvertDb::convertsADataSource()
     QVERIFY(window);
     QCOMPARE(window->findChild<QLineEdit *>(qs("Text2"))->text(), qs("nwindsource"));
     run(window, kTarget);
-    QCOMPARE(m_operator->told,
-             sl({"Couldn't parse SQL", // the driver's word for the unknown table Order_Details
-                 "Incorrect integer value: '' for column `tabulon_convert_target`.`Employees`.`ReportsTo` at row 1"}));
-    QCOMPARE(sent().filter(qs("Create Table ")).size(), 9);
+    QCOMPARE(m_operator->told, sl({"Couldn't parse SQL"})); // the driver's word for the unknown Order_Details
+    QCOMPARE(written().filter(qs("Create Table ")).size(), 9);
     QCOMPARE(columns("'Order_Details','Orders'"),
              QStringList({qs("Orders|OrderID int,CustomerID longtext,EmployeeID int,OrderDate longtext,RequiredDate "
                              "longtext,ShippedDate longtext,ShipVia int,Freight double,ShipName longtext,ShipAddress "
@@ -249,7 +335,7 @@ void TestConvertDb::convertsADataSource()
                           qs("Order_Details|OrderID int,ProductID int,UnitPrice double,Quantity smallint,Discount "
                              "double")}));
     QCOMPARE(counts({"Order_Details", "Orders", "Products", "Employees", "Umsätze"}),
-             sl({"0", "830", "77", "1", "830"}));
+             sl({"0", "830", "77", "9", "830"}));
     QCOMPARE(rows(qs("SELECT OrderDate, Freight FROM %1.Orders WHERE OrderID=10330")), sl({"11/16/1994|12.75"}));
 }
 
@@ -281,6 +367,53 @@ void TestConvertDb::windowProposesCancelsAndRefusesADamagedFile()
     QTRY_VERIFY(!window);
     QCOMPARE(sent(), QStringList());
     QCOMPARE(rows(qs("SHOW DATABASES LIKE '%1'")), QStringList());
+
+    // A data source file whose name would add settings to the connection is refused before
+    // anything is created; the status bar says why.
+    m_operator->told.clear();
+    run(chooseSource(qs("nwindsource;DRIVER={MDBTools}.dsn")), kTarget);
+    QCOMPARE(m_operator->told, sl({"Error occured"}));
+    QCOMPARE(sent(), QStringList());
+    QVERIFY2(status().contains(qs("The data source name \"nwindsource;DRIVER={MDBTools}\" holds ';', '{', '}' or "
+                                  "'='")),
+             qPrintable(status()));
+}
+
+// Values go between quotes as they are: a backslash stays a backslash (a value ending in one
+// no longer ends the statement early), and a value the strict server would refuse is changed,
+// kept and reported. A table that cannot be created still ends the run, and the session gets
+// its mode back then too.
+void TestConvertDb::valuesTravelAsTypedAndTheModeComesBack()
+{
+    SourceTable typed{
+        qs("Typed"),
+        {{qs("Path"), 202}, {qs("Note"), 203}, {qs("Small"), 2}},
+        {{qs("C:\\data\\"), qs("line\\nnext"), qs("70000")}, {qs("tab\\t'quote"), std::nullopt, qs("12")}}};
+    SourceTable clash{qs("Clash"), {{qs("A B"), 3}, {qs("A-B"), 3}}, {}};
+    DatabaseConversion::shared().setSourceOpener([&](const QString &) -> DbResult<std::unique_ptr<ConversionSource>> {
+        return std::unique_ptr<ConversionSource>(new FakeSource({typed, clash}));
+    });
+    const QString serverMode = m_db->rows(qs("SELECT @@SESSION.sql_mode")).value(0);
+    run(chooseSource(qs("typed.mdb")), kTarget);
+
+    QCOMPARE(m_operator->told, sl({"Error Occured err.desc : Duplicate column name 'A_B1'"}));
+    QCOMPARE(written().mid(1, 2),
+             QStringList({qs("Insert into %1.Typed values ('C:\\data\\','line\\nnext','70000')").arg(kTarget),
+                          qs("Insert into %1.Typed values ('tab\\t_quote','','12')").arg(kTarget)}));
+    QCOMPARE(rows(qs("SELECT Path, Note, Small FROM %1.Typed")),
+             sl({"C:\\data\\|line\\nnext|32767", "tab\\t_quote||12"}));
+    QCOMPARE(sent().last(), qs("SET SESSION sql_mode='%1'").arg(serverMode));
+    QCOMPARE(sessionMode(), serverMode);
+
+    const QString report = fileText(ConversionReport::defaultPath());
+    QVERIFY2(report.contains(qs("Table Typed\n  rows written: 2\n  values changed by the server: 1\n    Out of range "
+                                "value for column 'Small' at row 1\n")),
+             qPrintable(report));
+    QVERIFY(report.contains(qs("Table Clash\n  not created\n")));
+    QVERIFY(report.contains(qs("The run stopped: table Clash: Duplicate column name 'A_B1'")));
+    QCOMPARE(status(), qs("Conversion: 2 tables, 2 rows written, 0 refused, 1 values changed, stopped: table Clash: "
+                          "Duplicate column name 'A_B1' (report: %1)")
+                           .arg(QDir::toNativeSeparators(ConversionReport::defaultPath())));
 }
 
 QTEST_MAIN(TestConvertDb)

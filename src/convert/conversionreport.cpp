@@ -1,0 +1,137 @@
+#include "convert/conversionreport.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QStandardPaths>
+
+#include <numeric>
+
+namespace tabulon {
+
+void ConversionReport::start(const QString &source, const QString &database, bool structureOnly)
+{
+    m_source = source;
+    m_database = database;
+    m_structureOnly = structureOnly;
+    m_stopped.clear();
+    m_tables.clear();
+}
+
+TableAccount &ConversionReport::table(const QString &name)
+{
+    if (!m_tables.empty() && m_tables.back().table == name)
+        return m_tables.back();
+    m_tables.push_back(TableAccount{});
+    m_tables.back().table = name;
+    return m_tables.back();
+}
+
+namespace {
+
+template <typename F> qint64 total(const std::vector<TableAccount> &tables, F field)
+{
+    return std::accumulate(tables.begin(), tables.end(), qint64(0),
+                           [&](qint64 sum, const TableAccount &t) { return sum + field(t); });
+}
+
+} // namespace
+
+qint64 ConversionReport::written() const
+{
+    return total(m_tables, [](const TableAccount &t) { return t.written; });
+}
+
+qint64 ConversionReport::refused() const
+{
+    return total(m_tables, [](const TableAccount &t) { return t.refused; });
+}
+
+qint64 ConversionReport::changed() const
+{
+    return total(m_tables, [](const TableAccount &t) { return t.changed; });
+}
+
+qint64 ConversionReport::notCarried() const
+{
+    return total(m_tables, [](const TableAccount &t) { return t.notCarried; });
+}
+
+QString ConversionReport::text() const
+{
+    QString out;
+    out += QStringLiteral("Conversion of %1 into database %2%3\n")
+               .arg(m_source, m_database.isEmpty() ? QStringLiteral("(none named)") : m_database,
+                    m_structureOnly ? QStringLiteral(", structure only") : QString());
+    out += QStringLiteral("Run at %1\n\n").arg(QDateTime::currentDateTime().toString(Qt::ISODate));
+    for (const TableAccount &t : m_tables) {
+        out += QStringLiteral("Table %1\n").arg(t.table);
+        if (!t.created) {
+            out += QStringLiteral("  not created\n\n");
+            continue;
+        }
+        out += QStringLiteral("  rows written: %1\n").arg(t.written);
+        if (t.refused > 0)
+            out += QStringLiteral("  rows refused: %1 (the rows after it were not copied): %2\n")
+                       .arg(t.refused)
+                       .arg(t.firstRefusal);
+        else if (!t.firstRefusal.isEmpty())
+            out += QStringLiteral("  rows not read from the source: %1\n").arg(t.firstRefusal);
+        if (t.changed > 0) {
+            out += QStringLiteral("  values changed by the server: %1\n").arg(t.changed);
+            for (const QString &m : t.changeMessages)
+                out += QStringLiteral("    %1\n").arg(m);
+            if (t.changed > t.changeMessages.size())
+                out += QStringLiteral("    ...\n");
+        }
+        if (t.notCarried > 0)
+            out += QStringLiteral("  values that cannot travel as they are (binary data written as text): %1\n")
+                       .arg(t.notCarried);
+        out += QLatin1Char('\n');
+    }
+    if (!m_stopped.isEmpty())
+        out += QStringLiteral("The run stopped: %1\n").arg(m_stopped);
+    return out;
+}
+
+QString ConversionReport::summary(const QString &path) const
+{
+    QString line = QStringLiteral("Conversion: %1 tables, %2 rows written, %3 refused, %4 values changed")
+                       .arg(m_tables.size())
+                       .arg(written())
+                       .arg(refused())
+                       .arg(changed());
+    if (const qint64 n = notCarried())
+        line += QStringLiteral(", %1 not carried exactly").arg(n);
+    if (!m_stopped.isEmpty())
+        line += QStringLiteral(", stopped: ") + m_stopped;
+    return line + QStringLiteral(" (report: %1)").arg(QDir::toNativeSeparators(path));
+}
+
+QString ConversionReport::defaultPath()
+{
+    return QDir(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation))
+        .filePath(QStringLiteral("conversion-report.txt"));
+}
+
+bool ConversionReport::save(const QString &path, QString &reason) const
+{
+    if (!QDir().mkpath(QFileInfo(path).absolutePath())) {
+        reason = QStringLiteral("its folder cannot be created");
+        return false;
+    }
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+        reason = file.errorString();
+        return false;
+    }
+    const QByteArray bytes = text().toUtf8();
+    if (file.write(bytes) != bytes.size() || !file.commit()) {
+        reason = file.errorString();
+        return false;
+    }
+    return true;
+}
+
+} // namespace tabulon
