@@ -1,8 +1,8 @@
 # Installation and the Debian package.
 #
-# The program and its companion import_db live side by side in lib/tabulon/, because
-# "Execute Text File" starts import_db from the program's own folder; bin/tabulon is a link to
-# the program. The demo database generator, the desktop entry, the icons and the AppStream
+# The program, its companion import_db and its Access reader live side by side in lib/tabulon/,
+# because "Execute Text File" starts import_db from the program's own folder and the conversion
+# looks for the reader beside the program; bin/tabulon is a link to the program. The demo database generator, the desktop entry, the icons and the AppStream
 # metainfo go where desktops look for them.
 include(GNUInstallDirs)
 # The package and the install need only the programs, which package.sh builds first; the tests
@@ -10,7 +10,7 @@ include(GNUInstallDirs)
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 set(TABULON_PRIVATE_DIR "lib/tabulon")
-install(TARGETS tabulon import_db RUNTIME DESTINATION ${TABULON_PRIVATE_DIR})
+install(TARGETS tabulon import_db tabulon-accessreader RUNTIME DESTINATION ${TABULON_PRIVATE_DIR})
 install(TARGETS tabulon-demodb RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(CODE "
     set(bindir \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")

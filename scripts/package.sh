@@ -32,7 +32,7 @@ bash "$root/scripts/install-deps.sh" || die "installing the packages failed; run
 
 say "building Release in $build"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DTABULON_WERROR=ON >/dev/null
-cmake --build "$build" --target tabulon import_db tabulon-demodb -j"$(nproc)"
+cmake --build "$build" --target tabulon import_db tabulon-accessreader tabulon-demodb -j"$(nproc)"
 say "making the package"
 rm -f "$build"/tabulon_*.deb
 (cd "$build" && cpack -G DEB >/dev/null) || die "cpack failed"

@@ -13,7 +13,7 @@ fail() { printf 'check-install: %s\n' "$*" >&2; exit 1; }
 
 cmake --install "$build" --prefix "$prefix" >/dev/null || fail "cmake --install failed"
 
-for f in lib/tabulon/tabulon lib/tabulon/import_db bin/tabulon-demodb; do
+for f in lib/tabulon/tabulon lib/tabulon/import_db lib/tabulon/tabulon-accessreader bin/tabulon-demodb; do
   [ -x "$prefix/$f" ] || fail "$f is missing or not executable"
 done
 [ -L "$prefix/bin/tabulon" ] || fail "bin/tabulon is not a link"
