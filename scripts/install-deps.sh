@@ -10,6 +10,7 @@ packages=(
   libzip-dev mdbtools-dev unixodbc-dev odbc-mdbtools mdbtools
   clang-14 libclang-rt-14-dev
   xvfb xauth xdotool imagemagick fonts-dejavu-core
+  time gzip
 )
 
 missing=()
