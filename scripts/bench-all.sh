@@ -9,7 +9,8 @@
 #   scripts/bench-all.sh
 #
 # Environment: BENCH_CLIENTS (demo clients, 100000), BENCH_ROWS (grid table rows, 1000000),
-# BENCH_SAVE_ROWS (Save Table rows, 100000), BENCH_RUNS (3), BENCH_PORT (13408), BENCH_BUILD
+# BENCH_SAVE_ROWS (Save Table rows, 100000), BENCH_RUNS (3), BENCH_SLOW_RUNS (runs of backup and
+# restore, which take minutes each on a small machine; BENCH_RUNS), BENCH_PORT (13408), BENCH_BUILD
 # (build, where the test command builds), BENCH_REPORT (docs/benchmarks.md; "-" for stdout only), BENCH_ONLY (a comma
 # list of grid, search, backup, convert, save: only those rows).
 set -euo pipefail
@@ -20,6 +21,7 @@ clients=${BENCH_CLIENTS:-100000}
 rows=${BENCH_ROWS:-1000000}
 save_rows=${BENCH_SAVE_ROWS:-100000}
 runs=${BENCH_RUNS:-3}
+slow_runs=${BENCH_SLOW_RUNS:-$runs}
 port=${BENCH_PORT:-13408}
 build=${BENCH_BUILD:-$root/build}
 report_file=${BENCH_REPORT:-$root/docs/benchmarks.md}
@@ -106,6 +108,41 @@ say "generating the demo database ($clients clients)"
 "$build/src/tabulon-demodb" --server "$server" --user dbop --database "$demo_db" --clients "$clients" --recreate --quiet
 mapfile -t demo_tables < <("${client[@]}" -N -e "SHOW Tables" "$demo_db")
 
+# ---- Report ----
+
+# Written after every section, so that a run cut short still leaves the rows it measured.
+write_report() {
+  cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -1)
+  mem=$(awk '/^MemTotal/ { printf "%.1f GiB", $2 / 1048576 }' /proc/meminfo)
+  {
+    echo "# Benchmarks"
+    echo
+    echo "Made by \`scripts/bench-all.sh\` on $(date -u '+%Y-%m-%d %H:%M UTC')."
+    echo
+    echo "Machine: $cpu, $(nproc) cores, $mem memory; $(. /etc/os-release && echo "$PRETTY_NAME"),"
+    echo "$(uname -sr); MariaDB $(mariadb --version | grep -o '[0-9.]*-MariaDB' | head -1); load average at the end $(cut -d' ' -f1-3 /proc/loadavg)."
+    echo
+    echo "Each time is the median of $runs runs (backup and restore: $slow_runs) of a whole process (GNU time's elapsed time), Tabulon's"
+    echo "benchmark programs and the peer tools alike, on the same data in the same run. The ratio is"
+    echo "Tabulon's time over the peer's. Peak memory is the largest resident set of Tabulon's process."
+    echo "Data size is the bytes of every value as text."
+    echo
+    echo "| Work | Tabulon | Peer | Peer time | Ratio | Goal | Tabulon peak memory | Data size |"
+    echo "|---|---:|---|---:|---:|---|---:|---:|"
+    printf '%s\n' "${rows_md[@]}"
+    echo
+    for n in "${notes[@]}"; do
+      echo "- $n"
+    done
+  } >"$work/report.md"
+  cat "$work/report.md"
+  if [ "$report_file" != "-" ]; then
+    mkdir -p "$(dirname "$report_file")"
+    cp "$work/report.md" "$report_file"
+    say "report written to $report_file"
+  fi
+}
+
 # ---- Grid: load and sort ----
 
 if wanted grid; then
@@ -156,97 +193,7 @@ SQL
   "${client[@]}" -e "DROP DATABASE $grid_db"
 fi
 
-# ---- Search of all tables ----
-
-if wanted search; then
-  demo_bytes=${demo_bytes:-$(database_bytes "$demo_db")}
-  for value in ZZ-NOT-HELD-ZZ C05000; do
-    rm -f "$work/search.ours" "$work/search.peer"
-    loop="for t in ${demo_tables[*]}; do $client_cmd --batch --quick -e \"select * from \\\`\$t\\\`\" $demo_db \
-      | grep -cF -- '$value' || true; done >/dev/null"
-    for _ in $(seq "$runs"); do
-      timed "$work/search.ours" "$build/bench/bench_search" "$server" "$demo_db" "$value"
-      timed "$work/search.peer" bash -c "$loop"
-    done
-    case $value in C*) what="a client code ($value)" ;; *) what="a value no table holds" ;; esac
-    row "Search all tables for $what" "$work/search.ours" 'mariadb --batch --quick | grep -F, per table' \
-      "$work/search.peer" "≤ 1.0" "$demo_bytes"
-    out="$work/search.ours.stdout"
-    notes+=("Search for $what: $(sed -n 's/^statements=//p' "$out") statements, $(sed -n 's/^hits=//p' "$out") hits;\
- the program's own processor time was $(sed -n 's/^program_cpu_ms=//p' "$out") ms of a\
- $(sed -n 's/^search_ms=//p' "$out") ms search ($(awk -v c="$(sed -n 's/^program_cpu_ms=//p' "$out")" \
-      -v s="$(sed -n 's/^search_ms=//p' "$out")" 'BEGIN { printf "%.1f", (s > 0 ? 100 * c / s : 0) }') %, goal < 5 %).")
-  done
-fi
-
-# ---- Backup and restore of the demo database ----
-
-if wanted backup; then
-  demo_bytes=${demo_bytes:-$(database_bytes "$demo_db")}
-  list=$(IFS=,; echo "${demo_tables[*]}")
-  dump="$work/dump.sql.gz"
-  checks=""
-  for t in "${demo_tables[@]}"; do
-    checks+="$client_cmd --quick -e 'Select * from $t' $demo_db >/dev/null; "
-  done
-  for _ in $(seq "$runs"); do
-    rm -rf "$work/archives"
-    mkdir -p "$work/archives"
-    timed "$work/backup.ours" "$build/bench/bench_backup" backup "$server" "$demo_db" "$list" "$work/archives"
-    timed "$work/backup.peer" bash -c "mariadb-dump --no-defaults -h127.0.0.1 -P$port -udbop --quick \
-      --skip-extended-insert $demo_db | gzip -1 >$dump"
-  done
-  archive=$(sed -n 's/^archive=//p' "$work/backup.ours.stdout")
-  for _ in $(seq "$runs"); do
-    timed "$work/restore.ours" "$build/bench/bench_backup" restore "$server" "$demo_db" "$list" "$archive"
-    # The dump recreates every table, so each run starts from the whole database again.
-    timed "$work/restore.peer" bash -c "$checks gunzip -c $dump | $client_cmd $demo_db"
-  done
-  row "Backup of the demo database ($clients clients)" "$work/backup.ours" \
-    'mariadb-dump --quick --skip-extended-insert | gzip -1' "$work/backup.peer" "≤ 1.0, memory < 256 MiB" "$demo_bytes"
-  row "Restore of the demo database" "$work/restore.ours" \
-    'mariadb < the dump, after the same table checks' "$work/restore.peer" "≤ 1.0, memory < 256 MiB" "$demo_bytes"
-  notes+=("Backup: archive $(mib "$(stat -c %s "$archive")"), dump $(mib "$(stat -c %s "$dump")").\
- Restore: $(sed -n 's/^refused=//p' "$work/restore.ours.stdout") rows refused by the server (values with a\
- quote, which the restore writes between quotes as they stand); the peer restores them all.")
-fi
-
-# ---- Conversion of the sample Access file ----
-
-if wanted convert; then
-  command -v mdb-export >/dev/null || { echo "mdb-export is missing: apt-get install mdbtools" >&2; exit 1; }
-  count_rows() { # DATABASE: rows of every table, counted
-    local total=0 t n
-    while IFS= read -r t; do
-      n=$("${client[@]}" -N -e "SELECT COUNT(*) FROM \`$t\`" "$1")
-      total=$((total + n))
-    done < <("${client[@]}" -N -e "SHOW Tables" "$1")
-    echo "$total"
-  }
-  peer_script="$work/convert-peer.sh"
-  cat >"$peer_script" <<EOF
-$client_cmd -e 'DROP DATABASE IF EXISTS bench_peer; CREATE DATABASE bench_peer'
-mdb-schema '$mdb' mysql | $client_cmd -f bench_peer 2>/dev/null || true
-mdb-tables -1 '$mdb' | while IFS= read -r table; do
-  mdb-export -I mysql '$mdb' "\$table" | $client_cmd -f --binary-mode bench_peer 2>/dev/null || true
-done
-EOF
-  for _ in $(seq "$runs"); do
-    timed "$work/convert.ours" "$build/bench/bench_convert" "$server" dbop "$mdb" 1
-    timed "$work/convert.peer" bash "$peer_script"
-  done
-  kept_ours=$(count_rows bench_convert_0)
-  kept_peer=$(count_rows bench_peer)
-  ours=$(seconds_of "$work/convert.ours")
-  peer=$(seconds_of "$work/convert.peer")
-  per_row=$(awk -v o="$ours" -v p="$peer" -v ko="$kept_ours" -v kp="$kept_peer" \
-    'BEGIN { printf "%.2f", ((ko > 0 && kp > 0 && p > 0) ? (o / ko) / (p / kp) : 0) }')
-  row "Conversion of $(basename "$mdb")" "$work/convert.ours" 'mdb-schema, mdb-export -I mysql | mariadb' \
-    "$work/convert.peer" "≤ 1.0 per row kept" "$(stat -c %s "$mdb")" "$per_row per row kept"
-  notes+=("Conversion: $kept_ours rows kept against the peer's $kept_peer (counted with COUNT(*)); time per row\
- kept against the peer's: $per_row. Both on the same server in its default session mode.")
-  "${client[@]}" -e "DROP DATABASE IF EXISTS bench_convert_0; DROP DATABASE IF EXISTS bench_peer"
-fi
+write_report >/dev/null
 
 # ---- Save Table ----
 
@@ -293,34 +240,102 @@ SQL
   fi
 fi
 
-# ---- Report ----
+write_report >/dev/null
 
-cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -1)
-mem=$(awk '/^MemTotal/ { printf "%.1f GiB", $2 / 1048576 }' /proc/meminfo)
-{
-  echo "# Benchmarks"
-  echo
-  echo "Made by \`scripts/bench-all.sh\` on $(date -u '+%Y-%m-%d %H:%M UTC')."
-  echo
-  echo "Machine: $cpu, $(nproc) cores, $mem memory; $(. /etc/os-release && echo "$PRETTY_NAME"),"
-  echo "$(uname -sr); MariaDB $(mariadb --version | grep -o '[0-9.]*-MariaDB' | head -1); load average at the end $(cut -d' ' -f1-3 /proc/loadavg)."
-  echo
-  echo "Each time is the median of $runs runs of a whole process (GNU time's elapsed time), Tabulon's"
-  echo "benchmark programs and the peer tools alike, on the same data in the same run. The ratio is"
-  echo "Tabulon's time over the peer's. Peak memory is the largest resident set of Tabulon's process."
-  echo "Data size is the bytes of every value as text."
-  echo
-  echo "| Work | Tabulon | Peer | Peer time | Ratio | Goal | Tabulon peak memory | Data size |"
-  echo "|---|---:|---|---:|---:|---|---:|---:|"
-  printf '%s\n' "${rows_md[@]}"
-  echo
-  for n in "${notes[@]}"; do
-    echo "- $n"
+# ---- Conversion of the sample Access file ----
+
+if wanted convert; then
+  command -v mdb-export >/dev/null || { echo "mdb-export is missing: apt-get install mdbtools" >&2; exit 1; }
+  count_rows() { # DATABASE: rows of every table, counted
+    local total=0 t n
+    while IFS= read -r t; do
+      n=$("${client[@]}" -N -e "SELECT COUNT(*) FROM \`$t\`" "$1")
+      total=$((total + n))
+    done < <("${client[@]}" -N -e "SHOW Tables" "$1")
+    echo "$total"
+  }
+  peer_script="$work/convert-peer.sh"
+  cat >"$peer_script" <<EOF
+$client_cmd -e 'DROP DATABASE IF EXISTS bench_peer; CREATE DATABASE bench_peer'
+mdb-schema '$mdb' mysql | $client_cmd -f bench_peer 2>/dev/null || true
+mdb-tables -1 '$mdb' | while IFS= read -r table; do
+  mdb-export -I mysql '$mdb' "\$table" | $client_cmd -f --binary-mode bench_peer 2>/dev/null || true
+done
+EOF
+  for _ in $(seq "$runs"); do
+    timed "$work/convert.ours" "$build/bench/bench_convert" "$server" dbop "$mdb" 1
+    timed "$work/convert.peer" bash "$peer_script"
   done
-} >"$work/report.md"
-cat "$work/report.md"
-if [ "$report_file" != "-" ]; then
-  mkdir -p "$(dirname "$report_file")"
-  cp "$work/report.md" "$report_file"
-  say "written to $report_file"
+  kept_ours=$(count_rows bench_convert_0)
+  kept_peer=$(count_rows bench_peer)
+  ours=$(seconds_of "$work/convert.ours")
+  peer=$(seconds_of "$work/convert.peer")
+  per_row=$(awk -v o="$ours" -v p="$peer" -v ko="$kept_ours" -v kp="$kept_peer" \
+    'BEGIN { printf "%.2f", ((ko > 0 && kp > 0 && p > 0) ? (o / ko) / (p / kp) : 0) }')
+  row "Conversion of $(basename "$mdb")" "$work/convert.ours" 'mdb-schema, mdb-export -I mysql | mariadb' \
+    "$work/convert.peer" "≤ 1.0 per row kept" "$(stat -c %s "$mdb")" "$per_row per row kept"
+  notes+=("Conversion: $kept_ours rows kept against the peer's $kept_peer (counted with COUNT(*)); time per row\
+ kept against the peer's: $per_row. Both on the same server in its default session mode.")
+  "${client[@]}" -e "DROP DATABASE IF EXISTS bench_convert_0; DROP DATABASE IF EXISTS bench_peer"
 fi
+
+write_report >/dev/null
+
+# ---- Search of all tables ----
+
+if wanted search; then
+  demo_bytes=${demo_bytes:-$(database_bytes "$demo_db")}
+  for value in ZZ-NOT-HELD-ZZ C05000; do
+    rm -f "$work/search.ours" "$work/search.peer"
+    loop="for t in ${demo_tables[*]}; do $client_cmd --batch --quick -e \"select * from \\\`\$t\\\`\" $demo_db \
+      | grep -cF -- '$value' || true; done >/dev/null"
+    for _ in $(seq "$runs"); do
+      timed "$work/search.ours" "$build/bench/bench_search" "$server" "$demo_db" "$value"
+      timed "$work/search.peer" bash -c "$loop"
+    done
+    case $value in C*) what="a client code ($value)" ;; *) what="a value no table holds" ;; esac
+    row "Search all tables for $what" "$work/search.ours" 'mariadb --batch --quick | grep -F, per table' \
+      "$work/search.peer" "≤ 1.0" "$demo_bytes"
+    out="$work/search.ours.stdout"
+    notes+=("Search for $what: $(sed -n 's/^statements=//p' "$out") statements, $(sed -n 's/^hits=//p' "$out") hits;\
+ the program's own processor time was $(sed -n 's/^program_cpu_ms=//p' "$out") ms of a\
+ $(sed -n 's/^search_ms=//p' "$out") ms search ($(awk -v c="$(sed -n 's/^program_cpu_ms=//p' "$out")" \
+      -v s="$(sed -n 's/^search_ms=//p' "$out")" 'BEGIN { printf "%.1f", (s > 0 ? 100 * c / s : 0) }') %, goal < 5 %).")
+  done
+fi
+
+write_report >/dev/null
+
+# ---- Backup and restore of the demo database ----
+
+if wanted backup; then
+  demo_bytes=${demo_bytes:-$(database_bytes "$demo_db")}
+  list=$(IFS=,; echo "${demo_tables[*]}")
+  dump="$work/dump.sql.gz"
+  checks=""
+  for t in "${demo_tables[@]}"; do
+    checks+="$client_cmd --quick -e 'Select * from $t' $demo_db >/dev/null; "
+  done
+  for _ in $(seq "$slow_runs"); do
+    rm -rf "$work/archives"
+    mkdir -p "$work/archives"
+    timed "$work/backup.ours" "$build/bench/bench_backup" backup "$server" "$demo_db" "$list" "$work/archives"
+    timed "$work/backup.peer" bash -c "mariadb-dump --no-defaults -h127.0.0.1 -P$port -udbop --quick \
+      --skip-extended-insert $demo_db | gzip -1 >$dump"
+  done
+  archive=$(sed -n 's/^archive=//p' "$work/backup.ours.stdout")
+  for _ in $(seq "$slow_runs"); do
+    timed "$work/restore.ours" "$build/bench/bench_backup" restore "$server" "$demo_db" "$list" "$archive"
+    # The dump recreates every table, so each run starts from the whole database again.
+    timed "$work/restore.peer" bash -c "$checks gunzip -c $dump | $client_cmd $demo_db"
+  done
+  row "Backup of the demo database ($clients clients)" "$work/backup.ours" \
+    'mariadb-dump --quick --skip-extended-insert | gzip -1' "$work/backup.peer" "≤ 1.0, memory < 256 MiB" "$demo_bytes"
+  row "Restore of the demo database" "$work/restore.ours" \
+    'mariadb < the dump, after the same table checks' "$work/restore.peer" "≤ 1.0, memory < 256 MiB" "$demo_bytes"
+  notes+=("Backup: archive $(mib "$(stat -c %s "$archive")"), dump $(mib "$(stat -c %s "$dump")").\
+ Restore: $(sed -n 's/^refused=//p' "$work/restore.ours.stdout") rows refused by the server (values with a\
+ quote, which the restore writes between quotes as they stand); the peer restores them all.")
+fi
+
+write_report
