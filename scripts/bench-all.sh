@@ -334,8 +334,9 @@ if wanted backup; then
   row "Restore of the demo database" "$work/restore.ours" \
     'mariadb < the dump, after the same table checks' "$work/restore.peer" "≤ 1.0, memory < 256 MiB" "$demo_bytes"
   notes+=("Backup: archive $(mib "$(stat -c %s "$archive")"), dump $(mib "$(stat -c %s "$dump")").\
- Restore: $(sed -n 's/^refused=//p' "$work/restore.ours.stdout") rows refused by the server (values with a\
- quote, which the restore writes between quotes as they stand); the peer restores them all.")
+ Restore: $(sed -n 's/^refused=//p' "$work/restore.ours.stdout") rows refused by the server (the restore\
+ writes every value between quotes as it stands, so a row with a quote, a NULL or a value the server's mode\
+ rejects in its column fails its own statement); the peer restores them all.")
 fi
 
 write_report
