@@ -157,10 +157,8 @@ DbError TableData::loadTableSteps()
     m_grid->setCols(cols);
     m_grid->moveColumn(cols - 1, 1);
     m_grid->setColHidden(1, true);
-    const int last = m_grid->rows() - 1;
-    const auto number = [](int row) { return QString::number(row); };
-    m_grid->cells().setColumnTexts(0, 1, last, number);
-    m_grid->cells().setColumnTexts(1, 1, last, number);
+    m_grid->cells().setRowNumbers(0);
+    m_grid->cells().copyColumn(0, 1);
     m_grid->refresh();
 
     m_cursor.reset();
@@ -170,7 +168,7 @@ DbError TableData::loadTableSteps()
 
 void TableData::renumber()
 {
-    m_grid->cells().setColumnTexts(0, 1, m_grid->rows() - 1, [](int row) { return QString::number(row); });
+    m_grid->cells().setRowNumbers(0);
     m_grid->refresh();
 }
 

@@ -1,6 +1,7 @@
 #include "db/textcolumn.h"
 
 #include <algorithm>
+#include <cstring>
 #include <stdexcept>
 
 namespace tabulon {
@@ -47,7 +48,19 @@ void TextColumn::appendBytes(QByteArrayView utf8)
         length >>= 7;
     }
     m_lengths.push_back(static_cast<std::uint8_t>(length));
-    m_bytes.append(utf8.data(), utf8.size());
+    // QByteArray's own growth on append allocates a new block and copies the old one over, which
+    // for a large column costs a second copy of its text at the peak. reserve() grows in place
+    // (realloc, which moves large blocks by remapping their pages), so the growth is ours.
+    if (utf8.isEmpty()) {
+        ++m_count;
+        return;
+    }
+    const qsizetype at = m_bytes.size();
+    const qsizetype needed = at + utf8.size();
+    if (needed > m_bytes.capacity())
+        m_bytes.reserve(std::max<qsizetype>({needed, m_bytes.capacity() + m_bytes.capacity() / 2, 64}));
+    m_bytes.resize(needed); // within the capacity: no copy, the new bytes are left as they are
+    std::memcpy(m_bytes.data() + at, utf8.data(), static_cast<size_t>(utf8.size()));
     ++m_count;
 }
 

@@ -1,7 +1,7 @@
 # Demo database generator: the library that tests and benchmarks call, and the program the demo
 # script runs.
 tabulon_logic_library(tabulon_demo
-    SOURCES demo/demodatabase.cpp demo/demodatabase.h
+    SOURCES demo/demodatabase.cpp demo/demodatabase.h demo/demotables.cpp demo/demotables.h
     DEPS tabulon_db)
 
 add_executable(tabulon-demodb demo/main.cpp)

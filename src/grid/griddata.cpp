@@ -73,6 +73,9 @@ unsigned char asciiLower(unsigned char c)
 int compareFolded(const char *a, std::uint32_t lengthA, const char *b, std::uint32_t lengthB)
 {
     const std::uint32_t n = std::min(lengthA, lengthB);
+    // Equal cells are common in a sorted column and need no byte-by-byte lowering.
+    if (std::memcmp(a, b, n) == 0)
+        return lengthA < lengthB ? -1 : (lengthA > lengthB ? 1 : 0);
     for (std::uint32_t i = 0; i < n; ++i) {
         const unsigned char ca = asciiLower(static_cast<unsigned char>(a[i]));
         const unsigned char cb = asciiLower(static_cast<unsigned char>(b[i]));
@@ -82,21 +85,28 @@ int compareFolded(const char *a, std::uint32_t lengthA, const char *b, std::uint
     return lengthA < lengthB ? -1 : (lengthA > lengthB ? 1 : 0);
 }
 
-// One entry per sorted row. Most comparisons are settled by the kind and the 64-bit prefix
-// held right here, so the sort walks its own array instead of chasing a million pointers
-// into the column; only rows with equal text prefixes look at their whole texts.
+// One entry per sorted row: 32 bytes, sorted in place. Most comparisons are settled by the
+// 64-bit prefixes held right here, so the sort walks its own array instead of chasing a
+// million pointers into the column; only rows with equal 16-byte prefixes look at their whole
+// texts. Empty cells, numbers and texts are sorted in separate ranges, so no entry needs to
+// say which it is.
 struct SortItem {
     std::uint64_t prefix;  // numbers: the value in an order-keeping encoding; texts: first 8 lowered bytes
     std::uint64_t prefix2; // texts: the next 8 lowered bytes
     const char *text;      // whole text (case-folded copy when it is not ASCII)
     std::uint32_t length;
-    std::uint32_t row; // physical row, moved back into the row index afterwards
-    std::uint8_t kind; // 0 empty, 1 number, 2 text: the order between kinds
+    std::uint32_t pos; // place among the sorted rows before the sort: equal cells keep it
 };
+static_assert(sizeof(SortItem) == 32);
 
-constexpr std::uint8_t kEmpty = 0;
-constexpr std::uint8_t kNumber = 1;
-constexpr std::uint8_t kText = 2;
+enum class CellKind : std::uint8_t { Empty, Number, Text };
+
+CellKind kindOf(QByteArrayView bytes, double *number)
+{
+    if (bytes.isEmpty())
+        return CellKind::Empty;
+    return parseNumber(bytes, number) ? CellKind::Number : CellKind::Text;
+}
 
 std::uint64_t orderedBits(double value)
 {
@@ -118,17 +128,38 @@ std::uint64_t textPrefix(const char *text, std::uint32_t length, std::uint32_t f
     return prefix;
 }
 
-bool itemLess(const SortItem &a, const SortItem &b)
+// -1, 0 or 1 by value alone; ties are left to the caller.
+int compareNumbers(const SortItem &a, const SortItem &b)
 {
-    if (a.kind != b.kind)
-        return a.kind < b.kind;
+    return a.prefix < b.prefix ? -1 : (a.prefix > b.prefix ? 1 : 0);
+}
+
+int compareTexts(const SortItem &a, const SortItem &b)
+{
     if (a.prefix != b.prefix)
-        return a.prefix < b.prefix;
+        return a.prefix < b.prefix ? -1 : 1;
     if (a.prefix2 != b.prefix2)
-        return a.prefix2 < b.prefix2;
-    if (a.kind != kText || (a.length <= 16 && b.length <= 16 && a.length == b.length))
-        return false;
-    return compareFolded(a.text, a.length, b.text, b.length) < 0;
+        return a.prefix2 < b.prefix2 ? -1 : 1;
+    if (a.length <= 16 && b.length <= 16 && a.length == b.length)
+        return 0;
+    // Equal prefixes of two texts that both reach past them: the first 16 bytes are settled.
+    if (a.length > 16 && b.length > 16)
+        return compareFolded(a.text + 16, a.length - 16, b.text + 16, b.length - 16);
+    return compareFolded(a.text, a.length, b.text, b.length);
+}
+
+// Sorts one range by `compare` in the given direction; equal cells keep their earlier order in
+// both directions, which makes the unstable in-place sort a stable one without its buffer.
+template <typename Compare>
+void sortRange(std::vector<SortItem>::iterator first, std::vector<SortItem>::iterator last, bool ascending,
+               Compare compare)
+{
+    std::sort(first, last, [ascending, compare](const SortItem &a, const SortItem &b) {
+        const int c = compare(a, b);
+        if (c != 0)
+            return ascending ? c < 0 : c > 0;
+        return a.pos < b.pos;
+    });
 }
 
 } // namespace
@@ -307,6 +338,38 @@ void GridData::setColumnTexts(int col, int firstRow, int lastRow, const std::fun
     column = std::move(rebuilt);
 }
 
+void GridData::setRowNumbers(int col)
+{
+    if (col < 0 || col >= cols())
+        return;
+    // Physical cell -> row, so that the column is written in its own order.
+    std::vector<std::uint32_t> rowOf(static_cast<size_t>(m_physicalRows), kNoRow);
+    for (int r = m_fixedRows; r < rows(); ++r)
+        rowOf[physical(r)] = static_cast<std::uint32_t>(r);
+    const TextColumn &column = m_columns[static_cast<size_t>(col)];
+    TextColumn rebuilt;
+    rebuilt.reserve(m_physicalRows);
+    char digits[16];
+    for (qsizetype p = 0; p < m_physicalRows; ++p) {
+        const std::uint32_t r = rowOf[static_cast<size_t>(p)];
+        if (r == kNoRow) {
+            rebuilt.append(column.utf8(p));
+            continue;
+        }
+        const auto written = std::to_chars(digits, digits + sizeof digits, r);
+        rebuilt.append(QByteArrayView(digits, written.ptr - digits));
+    }
+    rebuilt.squeeze();
+    m_columns[static_cast<size_t>(col)] = std::move(rebuilt);
+}
+
+void GridData::copyColumn(int from, int to)
+{
+    if (from < 0 || from >= cols() || to < 0 || to >= cols() || from == to)
+        return;
+    m_columns[static_cast<size_t>(to)] = m_columns[static_cast<size_t>(from)];
+}
+
 void GridData::takeRecordsetColumns(std::vector<TextColumn> columns, const QStringList &names, qsizetype records)
 {
     const qsizetype physicalRows = records + m_fixedRows;
@@ -357,46 +420,68 @@ void GridData::sort(int col, int order)
         return;
     const TextColumn &column = m_columns[static_cast<size_t>(col)];
     const auto first = m_order.begin() + m_fixedRows;
-    const auto last = m_order.end();
+    const auto count = static_cast<size_t>(m_order.end() - first);
+    const bool ascending = order == 1;
 
-    std::vector<SortItem> items;
-    items.reserve(static_cast<size_t>(last - first));
+    // Empty cells, numbers and texts each get their own range of the array, in the order the
+    // kinds sort in this direction; a first pass counts them.
+    size_t kindCount[3] = {0, 0, 0};
+    double number = 0;
+    for (auto it = first; it != m_order.end(); ++it)
+        ++kindCount[static_cast<int>(kindOf(column.utf8(*it), &number))];
+    size_t start[3];
+    if (ascending) {
+        start[0] = 0;
+        start[1] = kindCount[0];
+        start[2] = kindCount[0] + kindCount[1];
+    } else {
+        start[2] = 0;
+        start[1] = kindCount[2];
+        start[0] = kindCount[2] + kindCount[1];
+    }
+
+    std::vector<SortItem> items(count);
+    size_t next[3] = {start[0], start[1], start[2]};
     // Texts beyond ASCII are compared in a case-folded copy; plain ones in place.
     std::string folded;
     std::vector<std::pair<size_t, size_t>> foldedAt; // item, offset in `folded`
-    for (auto it = first; it != last; ++it) {
-        const QByteArrayView bytes = column.utf8(*it);
-        SortItem item{0, 0, bytes.data(), static_cast<std::uint32_t>(bytes.size()), *it, kText};
-        double number = 0;
-        if (bytes.isEmpty()) {
-            item.kind = kEmpty;
-        } else if (parseNumber(bytes, &number)) {
-            item.kind = kNumber;
+    for (size_t i = 0; i < count; ++i) {
+        const QByteArrayView bytes = column.utf8(first[static_cast<std::ptrdiff_t>(i)]);
+        const CellKind kind = kindOf(bytes, &number);
+        const size_t at = next[static_cast<int>(kind)]++;
+        SortItem item{0, 0, bytes.data(), static_cast<std::uint32_t>(bytes.size()), static_cast<std::uint32_t>(i)};
+        if (kind == CellKind::Number) {
             item.prefix = orderedBits(number);
-        } else if (isAscii(bytes)) {
+        } else if (kind == CellKind::Text && isAscii(bytes)) {
             item.prefix = textPrefix(item.text, item.length, 0);
             item.prefix2 = textPrefix(item.text, item.length, 8);
-        } else {
+        } else if (kind == CellKind::Text) {
             const QByteArray f = QString::fromUtf8(bytes).toCaseFolded().toUtf8();
             item.length = static_cast<std::uint32_t>(f.size());
             item.prefix = textPrefix(f.constData(), item.length, 0);
             item.prefix2 = textPrefix(f.constData(), item.length, 8);
-            foldedAt.emplace_back(items.size(), folded.size());
+            foldedAt.emplace_back(at, folded.size());
             folded.append(f.constData(), static_cast<size_t>(f.size()));
         }
-        items.push_back(item);
+        items[at] = item;
     }
     for (const auto &[index, offset] : foldedAt)
         items[index].text = folded.data() + offset;
 
-    if (order == 1)
-        std::stable_sort(items.begin(), items.end(), itemLess);
-    else
-        std::stable_sort(items.begin(), items.end(),
-                         [](const SortItem &a, const SortItem &b) { return itemLess(b, a); });
+    const auto range = [&items, &start, &kindCount](CellKind kind) {
+        const auto k = static_cast<int>(kind);
+        const auto begin = items.begin() + static_cast<std::ptrdiff_t>(start[k]);
+        return std::pair{begin, begin + static_cast<std::ptrdiff_t>(kindCount[k])};
+    };
+    const auto [numbersBegin, numbersEnd] = range(CellKind::Number);
+    sortRange(numbersBegin, numbersEnd, ascending, compareNumbers);
+    const auto [textsBegin, textsEnd] = range(CellKind::Text);
+    sortRange(textsBegin, textsEnd, ascending, compareTexts);
+
+    const std::vector<std::uint32_t> before(first, m_order.end());
     auto out = first;
     for (const SortItem &item : items)
-        *out++ = item.row;
+        *out++ = before[item.pos];
 }
 
 DbError GridData::saveToFile(const QString &path) const

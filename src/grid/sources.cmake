@@ -2,7 +2,8 @@
 tabulon_logic_library(tabulon_gridcore
     SOURCES
         grid/griddata.cpp grid/griddata.h
-        grid/gridfile.cpp grid/gridfile.h
+        grid/gridfile.cpp grid/gridfile.h grid/gridfileform.h
+        grid/gridfilereader.cpp grid/gridfilewriter.cpp
     DEPS tabulon_db
     PRIVATE_DEPS ZLIB::ZLIB)
 tabulon_window_library(tabulon_grid

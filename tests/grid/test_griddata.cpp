@@ -63,6 +63,14 @@ void TestGridData::rowOperations()
     g.setRows(5);
     g.setText(4, 0, qs("y"));
     QCOMPARE(gridRowTexts(g), sl({"", "h", "c", "", "y"}));
+
+    // Numbering follows the rows as they stand, not the cells' places; the header keeps its text.
+    g.setText(0, 0, qs("No."));
+    g.setCols(2);
+    g.setRowNumbers(0);
+    g.copyColumn(0, 1);
+    g.setText(2, 1, qs("x")); // the copy's cells are its own
+    QCOMPARE(gridRowTexts(g), sl({"No.|No.", "1|1", "2|x", "3|3", "4|4"}));
 }
 
 void TestGridData::columnOperations()
