@@ -52,6 +52,9 @@ private:
     // cmdrep / cmdignore on the current row; false when a replacement failed.
     bool actOnCurrent(Step step);
     void replaceAll();
+    // Writes the safety copy of `tables` before `command` changes them; false (the operator
+    // told why) when the command must not go on.
+    bool keepSafetyCopy(const QString &command, const QStringList &tables);
     void cancel();
     void addHits(const TableSearch::FieldHits &hits);
 
@@ -75,6 +78,7 @@ private:
     QLabel *m_status;
     BusyState m_busy;
     std::unique_ptr<ProgressView> m_progress;
+    bool m_replacingAll = false;
 };
 
 } // namespace tabulon
