@@ -224,6 +224,7 @@ if [ -n "${TABULON_DEMO_TOUR:-}" ]; then
     "repairtable:alt+u Down Return"
     "importdata:alt+u i"
     "renamefolders:alt+n"
+    "safetycopies:alt+u Down Down Down Down Return"
   )
   close_tool() {
     # Escape closes a tool; a tool that asks "Are you sure you want to exit?" gets Yes (Return).
