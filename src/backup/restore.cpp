@@ -6,6 +6,7 @@
 #include "backup/tablerestore.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/tablechecklist.h"
 #include "ui/tablelist.h"
@@ -226,6 +227,14 @@ void Restore::restorePressed()
         runTableRestore();
 }
 
+bool Restore::keepSafetyCopy(const QString &command)
+{
+    const DbError error = SafetyNet::protectTables(*m_target, command, m_list->tickedTables());
+    if (error)
+        Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+    return !error;
+}
+
 bool Restore::tableExists(const QString &table, bool *stop)
 {
     if (!m_target->execute(TableRestore::existenceTest(table)))
@@ -239,6 +248,8 @@ bool Restore::tableExists(const QString &table, bool *stop)
 
 void Restore::runTableRestore()
 {
+    if (!keepSafetyCopy(QStringLiteral("Restore")))
+        return;
     bool stopped = false;
     const auto untrapped = [this](const DbError &error) {
         m_ended = true;
@@ -308,6 +319,10 @@ void Restore::runClientRestore()
 {
     const QString code = chooseClientCode();
     if (code.isEmpty()) {
+        showTablePage();
+        return;
+    }
+    if (!keepSafetyCopy(QStringLiteral("Client Restore"))) {
         showTablePage();
         return;
     }

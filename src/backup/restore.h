@@ -56,6 +56,9 @@ private:
     // operator's answers; empty when the operator went back to the table page.
     QString chooseClientCode();
     // The existence test and its question; false to skip the table. `*stop` ends the loop.
+    // Writes the safety copy of the ticked tables of the target before `command` changes
+    // them; false (the operator told why) when the restore must not go on.
+    bool keepSafetyCopy(const QString &command);
     bool tableExists(const QString &table, bool *stop);
     void showTablePage();
     void exitAsked();
