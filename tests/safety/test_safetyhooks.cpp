@@ -4,6 +4,8 @@
 // off by a killed connection, Delete and Modify Record, the field commands, Create Table's
 // drop, Replace All over the wrong value. A copy that cannot be written stops the command
 // before its first statement.
+#include "backup/restore.h"
+#include "backup/tablebackup.h"
 #include "data/tabledata.h"
 #include "db/progress.h"
 #include "grid/grid.h"
@@ -15,6 +17,7 @@
 #include "toolfixture.h"
 
 #include <QAction>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QFile>
 #include <QLineEdit>
@@ -37,6 +40,7 @@ private Q_SLOTS:
     void fieldCommands();
     void createTableDrop();
     void replaceAllOverWrongValue();
+    void restoreStoppedByQuote();
     void unwritableFolderStopsCommand();
 
 private:
@@ -215,6 +219,38 @@ void TestSafetyHooks::replaceAllOverWrongValue()
     putBackNewest(qs("Replace All"), {qs("a"), qs("b")});
     QCOMPARE(tableState(*m_db, qs("a")), a);
     QCOMPARE(tableState(*m_db, qs("b")), b);
+}
+
+// The restore deletes the table's rows, then a quote in a text stops it for good.
+void TestSafetyHooks::restoreStoppedByQuote()
+{
+    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS quotes"),
+                          qs("CREATE TABLE quotes (id INT, t VARCHAR(20), b BLOB) ENGINE=InnoDB"),
+                          qs("INSERT INTO quotes VALUES (1, 'plain', NULL), (2, 'O''Brien', X'00'), (3, NULL, '')")}));
+    const TableState before = tableState(*m_db, qs("quotes"));
+    QTemporaryDir folder;
+    const auto set = TableBackup::BackupSet::forPath(folder.path() + qs("/"), QDate::currentDate());
+    QVERIFY(QDir().mkpath(set.workingFolder));
+    QVERIFY_DB(TableBackup::writeTableFile(session(), TableBackup::tableSelect(qs("quotes")),
+                                           set.workingFolder + qs("/quotes")));
+    QVERIFY_DB(TableBackup::finish(set, {qs("quotes")}));
+
+    m_main->Server = serverAddress();
+    m_main->User = qs("dbop");
+    m_main->menuItem(qs("mnurestore"))->trigger();
+    QCOMPARE(m_operator->modals.size(), 1);
+    auto *w = qobject_cast<Restore *>(m_operator->modals.first());
+    QVERIFY(w);
+    w->findChild<QLineEdit *>(qs("txtpath"))->setText(set.archivePath());
+    w->findChild<QPushButton *>(qs("cmdok"))->click();
+    w->findChild<QLineEdit *>(qs("txtdbpath"))->setText(m_db->name());
+    w->findChild<QPushButton *>(qs("Command2"))->click();
+    w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(true);
+    w->findChild<QPushButton *>(qs("cmdrestore"))->click();
+    QCOMPARE(m_operator->runtimeErrors.size(), 1);
+    QCOMPARE(m_db->rows(qs("SELECT id FROM quotes")), sl({"1"}));
+    putBackNewest(qs("Restore"), {qs("quotes")});
+    QCOMPARE(tableState(*m_db, qs("quotes")), before);
 }
 
 void TestSafetyHooks::unwritableFolderStopsCommand()
