@@ -3,6 +3,7 @@
 #include "convert/conversionrules.h"
 #include "convert/conversionsource.h"
 #include "grid/grid.h"
+#include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/tablelist.h"
 #include "ui/toolhost.h"
@@ -310,6 +311,13 @@ void frmimportdata::import()
                         : QStringLiteral("\n\n%1 ticked fields match no column and will be skipped.").arg(skipped);
     if (Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
         return;
+    if (!plan.newTable) {
+        if (const DbError error =
+                SafetyNet::protectTables(session, QStringLiteral("Import Data"), {plan.targetTable})) {
+            Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+            return;
+        }
+    }
 
     // The choices stay as they are while the copy yields to events.
     const QList<QWidget *> inputs = {m_source,   m_browse,      m_table,  m_fields, m_optNew,

@@ -16,7 +16,7 @@ tabulon_window_library(tabulon_convert
     SOURCES
         convert/convertdb.cpp convert/convertdb.h
         convert/frmimportdata.cpp convert/frmimportdata.h
-    DEPS tabulon_convert_logic tabulon_ui tabulon_grid)
+    DEPS tabulon_convert_logic tabulon_ui tabulon_grid tabulon_safety_logic)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_convert)
 
 # The companion "Execute Text File" starts; built beside the program, installed with it.
