@@ -27,6 +27,7 @@ private Q_SLOTS:
     void foreignKeysSurvive();
     void failedPutBackLeavesTableAlone();
     void copyFormRefusesDamage();
+    void filesPutBack();
     void oldestCopiesGo();
     void unwritableFolderStops();
     void tooBigTableAsks();
@@ -194,6 +195,38 @@ void TestSafetyNet::copyFormRefusesDamage()
         QVERIFY2(!SafetyCopy::readInfo(*written), qPrintable(QString::number(keep)));
         QVERIFY(SafetyNet::listCopies(safety.settings().folder).isEmpty());
     }
+}
+
+// A copy of table files puts back the bytes of the files that were there and removes the ones
+// that were not.
+void TestSafetyNet::filesPutBack()
+{
+    ScratchSafety safety;
+    const QString folder = safety.dir.filePath(qs("data"));
+    QVERIFY(QDir().mkpath(folder));
+    QByteArray bytes(3 * 1024 * 1024 + 7, Qt::Uninitialized);
+    for (qsizetype i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>((i * 7919) >> 3);
+    const auto write = [&folder](const char *name, const QByteArray &content) {
+        QFile f(QDir(folder).filePath(qs(name)));
+        return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(content) == content.size();
+    };
+    QVERIFY(write("bill.MYD", bytes));
+    QVERIFY(write("bill.MYI", QByteArray()));
+    auto written = SafetyNet::writeFileCopy(safety.settings(), qs("Check Tables Replace"), m_db->name(), folder,
+                                            {qs("bill.MYD"), qs("bill.MYI"), qs("bill.frm")}, {});
+    QVERIFY_DB(written.error());
+    QVERIFY(write("bill.MYD", "other"));
+    QVERIFY(write("bill.MYI", "other"));
+    QVERIFY(write("bill.frm", "new"));
+    auto done = putBack(*written);
+    QVERIFY_DB(done.error());
+    QCOMPARE(done->tables, 3);
+    QFile myd(QDir(folder).filePath(qs("bill.MYD")));
+    QVERIFY(myd.open(QIODevice::ReadOnly));
+    QVERIFY(myd.readAll() == bytes);
+    QCOMPARE(QFileInfo(QDir(folder).filePath(qs("bill.MYI"))).size(), 0);
+    QVERIFY(!QFileInfo::exists(QDir(folder).filePath(qs("bill.frm"))));
 }
 
 void TestSafetyNet::oldestCopiesGo()
