@@ -239,6 +239,7 @@ if [ -n "$tour" ]; then
     "convertdb:alt+u Down Down Return"
     "importdata:alt+u i"
     "renamefolders:alt+n"
+    "safetycopies:alt+u Down Down Down Down Return"
   )
   close_tool() {
     # Escape closes a tool; a tool that asks "Are you sure you want to exit?" gets Yes (Return).

@@ -82,6 +82,7 @@ void MDIForm1::buildMenus()
     addItem(util, QStringLiteral("mnureptab"), QStringLiteral("&Repair Tables"), false);
     addItem(util, QStringLiteral("mnuconvertdb"), QStringLiteral("&Convert Database"), false);
     addItem(util, QStringLiteral("mnuimpdata"), QStringLiteral("&Import Data"), false);
+    addItem(util, QStringLiteral("mnusafety"), QStringLiteral("Safety &Copies"), false);
     addItem(util, QStringLiteral("mnuctf"), QStringLiteral("Create &Text File"), true);
     addItem(util, QStringLiteral("mnuexet"), QStringLiteral("Execute Text &File"), true);
     addItem(nullptr, QStringLiteral("mnuExit"), QStringLiteral("E&xit"), true);

@@ -11,8 +11,11 @@
 #include "files/renamefolders.h"
 #include "maintenance/checktable.h"
 #include "maintenance/repairtable.h"
+#include "safety/safetycopies.h"
+#include "safety/safetynet.h"
 #include "structure/createtable.h"
 #include "structure/tableinfo.h"
+#include "ui/dialogs.h"
 
 namespace tabulon {
 
@@ -33,6 +36,15 @@ TableInfo *tableInfo(MDIForm1 &main)
 
 void registerTools(MDIForm1 &main)
 {
+    // The safety net reads its folder and limits from the same store as the connection, and
+    // asks its questions through the program's own boxes.
+    SafetySettings::useStore(main.settingsStore().fileName());
+    SafetyNet::setConfirm([](const QString &question) {
+        return Dialogs::ask(nullptr, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) ==
+               Dialogs::Answer::Yes;
+    });
+    main.registerModalTool(QStringLiteral("mnusafety"),
+                           [](MDIForm1 &m) -> QWidget * { return new SafetyCopies(m, &m); });
     main.registerChildTool(QStringLiteral("mnuTabData"), [](MDIForm1 &m) -> QWidget * { return new TableData(m); });
     main.registerPopupCommand(QStringLiteral("mnudr"), [](MDIForm1 &m) {
         if (TableData *t = tableData(m))

@@ -6,6 +6,7 @@
 #include "backup/tablerestore.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/tablechecklist.h"
 #include "ui/tablelist.h"
@@ -234,6 +235,14 @@ void Restore::restorePressed()
         runTableRestore();
 }
 
+bool Restore::keepSafetyCopy(const QString &command)
+{
+    const DbError error = SafetyNet::protectTables(*m_target, command, m_list->tickedTables());
+    if (error)
+        Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+    return !error;
+}
+
 bool Restore::failed(const DbError &error, bool counted)
 {
     if (counted) {
@@ -295,6 +304,10 @@ void Restore::restoreTable(const QString &table, const TableRestore::ClientCode 
 
 void Restore::runTableRestore()
 {
+    if (!keepSafetyCopy(QStringLiteral("Restore"))) {
+        showTablePage();
+        return;
+    }
     const auto run = m_list->run([this](const QString &table) {
         if (!m_ended && !m_stopped)
             restoreTable(table, nullptr);
@@ -355,6 +368,10 @@ void Restore::runClientRestore()
 {
     const QString code = chooseClientCode();
     if (code.isEmpty()) {
+        showTablePage();
+        return;
+    }
+    if (!keepSafetyCopy(QStringLiteral("Client Restore"))) {
         showTablePage();
         return;
     }

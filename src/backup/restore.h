@@ -66,6 +66,9 @@ private:
     void stop(const QString &reason);
     // After the loop: the closing message, and the window closes.
     void finishRun(TableChecklist::Run run);
+    // Writes the safety copy of the ticked tables of the target before `command` changes
+    // them; false (the operator told why) when the restore must not go on.
+    bool keepSafetyCopy(const QString &command);
     void showTablePage();
     void exitAsked();
 

@@ -11,5 +11,5 @@ tabulon_window_library(tabulon_backup
         backup/folderlists.cpp backup/folderlists.h
         backup/backup.cpp backup/backup.h
         backup/restore.cpp backup/restore.h
-    DEPS tabulon_backup_logic tabulon_ui)
+    DEPS tabulon_backup_logic tabulon_ui tabulon_safety_logic)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_backup)

@@ -3,6 +3,7 @@
 #include "convert/conversionrules.h"
 #include "convert/conversionsource.h"
 #include "grid/grid.h"
+#include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/tablelist.h"
 #include "ui/toolhost.h"
@@ -331,6 +332,13 @@ void frmimportdata::import()
 void frmimportdata::copyRows(const Import::Plan &plan)
 {
     DatabaseSession &session = m_host.sessionOrClosed();
+    if (!plan.newTable) {
+        if (const DbError error =
+                SafetyNet::protectTables(session, QStringLiteral("Import Data"), {plan.targetTable})) {
+            Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+            return;
+        }
+    }
 
     // The choices stay as they are while the copy yields to events.
     const QList<QWidget *> inputs = {m_source,   m_browse,      m_table,  m_fields, m_optNew,

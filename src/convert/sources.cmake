@@ -18,7 +18,7 @@ tabulon_window_library(tabulon_convert
         convert/convertdb.cpp convert/convertdb.h
         convert/frmimportdata.cpp convert/frmimportdata.h
         convert/importdb.cpp convert/importdb.h
-    DEPS tabulon_convert_logic tabulon_ui tabulon_grid)
+    DEPS tabulon_convert_logic tabulon_ui tabulon_grid tabulon_safety_logic)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_convert)
 
 # The Access reader the conversion and the import start for every Access file; built and

@@ -3,6 +3,7 @@
 #include "data/tablesearch.h"
 #include "db/dberror.h"
 #include "grid/grid.h"
+#include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/progressview.h"
 #include "ui/tablelist.h"
@@ -15,6 +16,7 @@
 #include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScopeGuard>
 
 namespace tabulon {
 
@@ -287,6 +289,10 @@ bool ReplaceData::actOnCurrent(Step step)
     const int rows = m_grid->rows();
     if (row < 1 || row >= rows)
         return true;
+    // Replace All has copied every table with a hit already.
+    if (step == Step::Replace && !m_replacingAll &&
+        !keepSafetyCopy(QStringLiteral("Replace"), {m_grid->textMatrix(row, kTableCol)}))
+        return false;
     // A failed replacement keeps its row selected, so that the operator sees which one it was.
     if (step == Step::Replace && !ReplaceHit(row))
         return false;
@@ -294,14 +300,33 @@ bool ReplaceData::actOnCurrent(Step step)
     return true;
 }
 
+bool ReplaceData::keepSafetyCopy(const QString &command, const QStringList &tables)
+{
+    const DbError error = SafetyNet::protectTables(m_host.sessionOrClosed(), command, tables);
+    if (error)
+        Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+    return !error;
+}
+
 void ReplaceData::replaceAll()
 {
     BusyGuard busy(m_busy);
     if (!busy)
         return;
+    const int rows = m_grid->rows();
+    // One copy of every table that holds a hit, before the first hit is replaced.
+    QStringList tables;
+    for (int row = 1; row < rows; ++row) {
+        if (const TableSearch::Hit *hit = hitOfRow(row))
+            tables << hit->table;
+    }
+    tables.removeDuplicates();
+    if (!keepSafetyCopy(QStringLiteral("Replace All"), tables))
+        return;
+    m_replacingAll = true;
+    const auto resetFlag = qScopeGuard([this] { m_replacingAll = false; });
     // Hits left unchanged are told about once, at the end, not one message each.
     int unchanged = 0;
-    const int rows = m_grid->rows();
     for (int row = 1; row < rows; ++row) {
         m_grid->setCurrentCell(row, kValueCol);
         const Done done = replaceRow(row, false);

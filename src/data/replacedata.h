@@ -59,6 +59,9 @@ private:
     // One replacement; an unchanged hit is told about only when `tellUnchanged`.
     Done replaceRow(int row, bool tellUnchanged);
     void replaceAll();
+    // Writes the safety copy of `tables` before `command` changes them; false (the operator
+    // told why) when the command must not go on.
+    bool keepSafetyCopy(const QString &command, const QStringList &tables);
     void cancel();
     void addHits(const TableSearch::FieldHits &hits);
     // The find and replace texts are read once, when a find starts, and stay as read (the
@@ -92,6 +95,7 @@ private:
     bool m_textsLocked = false;
     QString m_findText;
     QString m_replaceText;
+    bool m_replacingAll = false;
 };
 
 } // namespace tabulon

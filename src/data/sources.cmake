@@ -9,5 +9,5 @@ tabulon_window_library(tabulon_data
         data/tabledata.cpp data/tabledata.h
         data/search.cpp data/search.h
         data/replacedata.cpp data/replacedata.h
-    DEPS tabulon_data_logic tabulon_ui tabulon_grid)
+    DEPS tabulon_data_logic tabulon_ui tabulon_grid tabulon_safety_logic)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_data)

@@ -4,6 +4,7 @@
 #include "db/databasesession.h"
 #include "db/typecodes.h"
 #include "grid/grid.h"
+#include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/tablelist.h"
 #include "ui/toolhost.h"
@@ -225,9 +226,19 @@ void TableData::showError(const DbError &error)
     Dialogs::message(this, error.description);
 }
 
+bool TableData::keepSafetyCopy(const QString &command)
+{
+    const DbError error = SafetyNet::protectTables(session(), command, {m_combo->currentText()});
+    if (error)
+        Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+    return !error;
+}
+
 void TableData::DeleteRecord()
 {
     if (Dialogs::ask(this, QStringLiteral("This will Delete the record from Table")) != Dialogs::Answer::Yes)
+        return;
+    if (!keepSafetyCopy(QStringLiteral("Delete Record")))
         return;
     rewriteTable(true);
 }
@@ -235,6 +246,8 @@ void TableData::DeleteRecord()
 void TableData::SaveTable()
 {
     if (Dialogs::ask(this, QStringLiteral("This will update the Table")) != Dialogs::Answer::Yes)
+        return;
+    if (!keepSafetyCopy(QStringLiteral("Save Table")))
         return;
     rewriteTable(false);
 }
@@ -294,6 +307,8 @@ void TableData::rewriteTable(bool skipSelectedRows)
 void TableData::ModifyRecord()
 {
     if (Dialogs::ask(this, QStringLiteral("This will Update the current record in Table")) != Dialogs::Answer::Yes)
+        return;
+    if (!keepSafetyCopy(QStringLiteral("Modify Record")))
         return;
     auto tableRows = session().openTable(m_combo->currentText());
     if (!tableRows.ok()) {

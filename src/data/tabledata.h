@@ -65,6 +65,9 @@ private:
     // LoadTable's steps; stops at the first failure and hands it back to the caller, who
     // either reports it as untrapped or, inside the write-backs, shows it and goes on.
     DbError loadTableSteps();
+    // Writes the safety copy of the current table before `command` changes it; false (the
+    // operator told why) when the command must not go on.
+    bool keepSafetyCopy(const QString &command);
     void rewriteTable(bool skipSelectedRows);
     void renumber();
     void sortByRemembered();

@@ -120,7 +120,18 @@ DbError DatabaseSession::open(const QString &connectionString, const QString &us
         return errorOf(m);
     }
     m_connection = std::move(connection);
+    m_connectionString = connectionString;
+    m_user = user;
+    m_password = password;
     return {};
+}
+
+DbError DatabaseSession::openSibling(DatabaseSession &other) const
+{
+    if (!isOpen())
+        return notOpen();
+    other.setTimeouts(m_connectTimeout, m_readTimeout, m_writeTimeout);
+    return other.open(m_connectionString, m_user, m_password);
 }
 
 void DatabaseSession::close()

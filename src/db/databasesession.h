@@ -41,6 +41,10 @@ public:
     DbError open(const QString &connectionString, const QString &user = QString(), const QString &password = QString());
     void close();
     bool isOpen() const;
+    // Opens `other` as a second connection with this session's connection string, user and
+    // password: work that must not change this session's state, nor be seen among its
+    // statements, runs there.
+    DbError openSibling(DatabaseSession &other) const;
     // ADO's connection state: 1 open, 0 closed.
     int state() const { return isOpen() ? 1 : 0; }
 
@@ -85,6 +89,9 @@ private:
     DbError lastError() const;
 
     std::shared_ptr<detail::Connection> m_connection;
+    QString m_connectionString; // as opened, with the overriding user and password
+    QString m_user;
+    QString m_password;
     int m_cursorLocation = 2;
     unsigned m_connectTimeout = 15;
     unsigned m_readTimeout = 600;

@@ -3,6 +3,7 @@
 #include "db/databasesession.h"
 #include "grid/grid.h"
 #include "maintenance/tablecheck.h"
+#include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/tablechecklist.h"
 #include "ui/toolhost.h"
@@ -128,6 +129,14 @@ void CheckTable::replace()
     QStringList names;
     for (int row = 1; row < m_result->rows(); ++row)
         names << m_result->textMatrix(row, 1);
+    names.removeAll(QString());
+    names.removeDuplicates();
+    const QString database = m_host.settings().database;
+    if (const DbError error = SafetyNet::protectFiles(QStringLiteral("Check Tables Replace"), database,
+                                                      TableCheck::databaseFolder(m_dataFolder, database), names)) {
+        Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+        return;
+    }
     // A file that cannot be copied is not reported on its own; the operator checks again.
     (void)TableCheck::replaceFiles(m_dataFolder, m_text->text(), m_host.settings().database, names);
     Dialogs::message(this, QStringLiteral("Completed."), Dialogs::Icon::Information);

@@ -7,5 +7,5 @@ tabulon_window_library(tabulon_maintenance
     SOURCES
         maintenance/checktable.cpp maintenance/checktable.h
         maintenance/repairtable.cpp maintenance/repairtable.h
-    DEPS tabulon_maintenance_logic tabulon_ui tabulon_grid)
+    DEPS tabulon_maintenance_logic tabulon_ui tabulon_grid tabulon_safety_logic)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_maintenance)

@@ -2,6 +2,7 @@
 
 #include "db/databasesession.h"
 #include "grid/grid.h"
+#include "safety/safetynet.h"
 #include "structure/structuresql.h"
 #include "ui/dialogs.h"
 #include "ui/toolhost.h"
@@ -187,6 +188,14 @@ void CreateTable::SaveTable()
         if (Dialogs::ask(this, QStringLiteral("This Table is already exist, Do You still want to create Table")) !=
             Dialogs::Answer::Yes)
             return;
+        // The drop takes the name as typed: every table it can name gets its copy.
+        QStringList dropped;
+        for (const QString &part : name.split(QLatin1Char(',')))
+            dropped << part.trimmed().remove(QLatin1Char('`'));
+        if (const DbError copyError = SafetyNet::protectTables(session, QStringLiteral("Create Table"), dropped)) {
+            Dialogs::message(this, SafetyNet::failureText(copyError), Dialogs::Icon::Critical);
+            return;
+        }
         for (const QString &statement : {StructureSql::dropTable(name), create}) {
             if (const DbError again = session.execute(statement)) {
                 Dialogs::runtimeError(this, again);

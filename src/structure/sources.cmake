@@ -7,5 +7,5 @@ tabulon_window_library(tabulon_structure
     SOURCES
         structure/tableinfo.cpp structure/tableinfo.h
         structure/createtable.cpp structure/createtable.h
-    DEPS tabulon_structure_logic tabulon_ui tabulon_grid)
+    DEPS tabulon_structure_logic tabulon_ui tabulon_grid tabulon_safety_logic)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_structure)

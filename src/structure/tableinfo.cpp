@@ -2,6 +2,7 @@
 
 #include "db/databasesession.h"
 #include "grid/grid.h"
+#include "safety/safetynet.h"
 #include "structure/structuresql.h"
 #include "ui/dialogs.h"
 #include "ui/tablelist.h"
@@ -200,6 +201,14 @@ bool TableInfo::canEditFields()
     return true;
 }
 
+bool TableInfo::keepSafetyCopy(const QString &command)
+{
+    const DbError error = SafetyNet::protectTables(m_host.sessionOrClosed(), command, {m_combo->currentText()});
+    if (error)
+        Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+    return !error;
+}
+
 void TableInfo::AddField()
 {
     if (!canEditFields())
@@ -207,6 +216,8 @@ void TableInfo::AddField()
     const QString name = Dialogs::input(this, QStringLiteral("Enter the Field Name you want to create"));
     const QString type = Dialogs::input(this, QStringLiteral("Enter the DataType for the Field"));
     if (Dialogs::ask(this, QStringLiteral("This will Add the field from Table")) != Dialogs::Answer::Yes)
+        return;
+    if (!keepSafetyCopy(QStringLiteral("Add Field")))
         return;
     const QString statement =
         StructureSql::addField(m_combo->currentText(), StructureSql::answerOr(name, currentCell(1)),
@@ -226,6 +237,8 @@ void TableInfo::ModifyField()
     const QString type = Dialogs::input(this, QStringLiteral("Enter the DataType for the Field"));
     if (Dialogs::ask(this, QStringLiteral("This will Modify the field from Table")) != Dialogs::Answer::Yes)
         return;
+    if (!keepSafetyCopy(QStringLiteral("Modify Field")))
+        return;
     const QString current = currentCell(1);
     const QString statement =
         StructureSql::changeField(m_combo->currentText(), current, StructureSql::answerOr(name, current),
@@ -242,6 +255,8 @@ void TableInfo::DeleteField()
     if (!canEditFields())
         return;
     if (Dialogs::ask(this, QStringLiteral("This will Delete the field from Table")) != Dialogs::Answer::Yes)
+        return;
+    if (!keepSafetyCopy(QStringLiteral("Delete Field")))
         return;
     const int row = m_grid->row();
     const QString statement = StructureSql::dropField(m_combo->currentText(), currentCell(1));

@@ -44,6 +44,9 @@ private:
     void reload();
     void onOption();
     void onGridMouseDown(Qt::MouseButton button, const QPoint &globalPos);
+    // Writes the safety copy of the selected table before `command` changes it; false (the
+    // operator told why) when the command must not go on.
+    bool keepSafetyCopy(const QString &command);
     QString currentCell(int col) const;
     // Whether a field command may go on: a current column row and a table chosen in Combo1.
     bool canEditFields();

@@ -1,0 +1,543 @@
+// The safety copy file: magic, header length and JSON header; a zlib stream of tagged records;
+// the JSON trailer, its length and an end mark. Records in the stream:
+//   'T' name create columns(count, then name and value form each)   a table starts
+//   'R' one length-prefixed cell per column (0xFFFFFFFF: NULL)       a row
+//   'E' row count                                                   the table ends
+//   'F' name existed, then 'D' chunks and 'G'                       a file
+//   'Z'                                                             the body ends
+#include "safety/safetycopy.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+#include <QtEndian>
+
+#include <zlib.h>
+
+#include <cstring>
+
+namespace tabulon {
+
+namespace {
+
+const QByteArray kMagic = QByteArrayLiteral("TABULON SAFETY COPY 1\n");
+const QByteArray kEndMark = QByteArrayLiteral("SAFEEND\n");
+constexpr quint32 kNull = 0xFFFFFFFFu;
+constexpr qsizetype kChunk = 256 * 1024;
+
+void putU32(QByteArray &out, quint32 v)
+{
+    char b[4];
+    qToLittleEndian(v, b);
+    out.append(b, 4);
+}
+
+void putU64(QByteArray &out, quint64 v)
+{
+    char b[8];
+    qToLittleEndian(v, b);
+    out.append(b, 8);
+}
+
+void putBytes(QByteArray &out, QByteArrayView bytes)
+{
+    putU32(out, static_cast<quint32>(bytes.size()));
+    out.append(bytes);
+}
+
+QJsonObject headerJson(const SafetyCopyInfo &info)
+{
+    QJsonObject o;
+    o[QStringLiteral("time")] = info.time.toUTC().toString(Qt::ISODateWithMs);
+    o[QStringLiteral("command")] = info.command;
+    o[QStringLiteral("database")] = info.database;
+    o[QStringLiteral("tables")] = QJsonArray::fromStringList(info.tables);
+    o[QStringLiteral("kind")] =
+        info.kind == SafetyCopyInfo::Kind::Files ? QStringLiteral("files") : QStringLiteral("tables");
+    o[QStringLiteral("folder")] = info.folder;
+    return o;
+}
+
+DbError corrupt(const QString &path, const QString &why)
+{
+    return DbError::file(path, QStringLiteral("not a complete safety copy (%1)").arg(why));
+}
+
+} // namespace
+
+// ---- Writing ----
+
+struct SafetyCopyWriter::Impl final {
+    QSaveFile file;
+    QString path;
+    z_stream z{};
+    bool zOpen = false;
+    QByteArray pending; // uncompressed bytes not yet handed to zlib
+    QByteArray out;
+    std::vector<qint64> tableRows;
+    qint64 tableRowCount = 0;
+    size_t columns = 0;
+    DbError failed;
+
+    ~Impl()
+    {
+        if (zOpen)
+            deflateEnd(&z);
+    }
+
+    DbError fileError()
+    {
+        failed = DbError::file(path, file.errorString());
+        return failed;
+    }
+
+    DbError writeRaw(QByteArrayView bytes)
+    {
+        if (file.write(bytes.data(), bytes.size()) != bytes.size())
+            return fileError();
+        return {};
+    }
+
+    DbError pump(int flush)
+    {
+        z.next_in = reinterpret_cast<Bytef *>(pending.data());
+        z.avail_in = static_cast<uInt>(pending.size());
+        out.resize(kChunk);
+        int rc = Z_OK;
+        do {
+            z.next_out = reinterpret_cast<Bytef *>(out.data());
+            z.avail_out = static_cast<uInt>(out.size());
+            rc = deflate(&z, flush);
+            if (rc == Z_STREAM_ERROR) {
+                failed = DbError::file(path, QStringLiteral("compression failed"));
+                return failed;
+            }
+            const qsizetype produced = out.size() - static_cast<qsizetype>(z.avail_out);
+            if (produced > 0) {
+                if (DbError e = writeRaw(QByteArrayView(out.constData(), produced)))
+                    return e;
+            }
+        } while (z.avail_out == 0 || (flush == Z_FINISH && rc != Z_STREAM_END));
+        pending.clear();
+        return {};
+    }
+
+    DbError put()
+    {
+        if (failed)
+            return failed;
+        if (pending.size() >= kChunk)
+            return pump(Z_NO_FLUSH);
+        return {};
+    }
+};
+
+SafetyCopyWriter::SafetyCopyWriter() = default;
+
+SafetyCopyWriter::~SafetyCopyWriter()
+{
+    cancel();
+}
+
+DbError SafetyCopyWriter::open(const QString &path, const SafetyCopyInfo &header)
+{
+    cancel();
+    m_impl = std::make_unique<Impl>();
+    m_rows = 0;
+    Impl &d = *m_impl;
+    d.path = path;
+    d.file.setFileName(path);
+    d.file.setDirectWriteFallback(false);
+    if (!d.file.open(QIODevice::WriteOnly))
+        return d.fileError();
+    if (deflateInit(&d.z, Z_BEST_SPEED) != Z_OK)
+        return d.failed = DbError::file(path, QStringLiteral("compression could not start"));
+    d.zOpen = true;
+    QByteArray head = kMagic;
+    const QByteArray json = QJsonDocument(headerJson(header)).toJson(QJsonDocument::Compact);
+    putBytes(head, json);
+    return d.writeRaw(head);
+}
+
+DbError SafetyCopyWriter::beginTable(const CopyTable &table)
+{
+    Impl &d = *m_impl;
+    d.pending.append('T');
+    putBytes(d.pending, table.name.toUtf8());
+    putBytes(d.pending, table.createText);
+    putU32(d.pending, static_cast<quint32>(table.columns.size()));
+    for (const CopyColumn &c : table.columns) {
+        putBytes(d.pending, c.name.toUtf8());
+        d.pending.append(static_cast<char>(c.form));
+    }
+    d.columns = table.columns.size();
+    d.tableRowCount = 0;
+    return d.put();
+}
+
+DbError SafetyCopyWriter::writeRow(CopyCells cells)
+{
+    Impl &d = *m_impl;
+    if (cells.size() != d.columns)
+        return d.failed = DbError::generic(QStringLiteral("A row of the wrong width was written to a safety copy."));
+    d.pending.append('R');
+    for (const auto &cell : cells) {
+        if (!cell)
+            putU32(d.pending, kNull);
+        else
+            putBytes(d.pending, *cell);
+    }
+    ++d.tableRowCount;
+    ++m_rows;
+    return d.put();
+}
+
+DbError SafetyCopyWriter::endTable()
+{
+    Impl &d = *m_impl;
+    d.pending.append('E');
+    putU64(d.pending, static_cast<quint64>(d.tableRowCount));
+    d.tableRows.push_back(d.tableRowCount);
+    return d.put();
+}
+
+DbError SafetyCopyWriter::beginFile(const QString &name, bool existed)
+{
+    Impl &d = *m_impl;
+    d.pending.append('F');
+    putBytes(d.pending, name.toUtf8());
+    d.pending.append(existed ? '\1' : '\0');
+    return d.put();
+}
+
+DbError SafetyCopyWriter::writeFileData(QByteArrayView data)
+{
+    Impl &d = *m_impl;
+    d.pending.append('D');
+    putBytes(d.pending, data);
+    return d.put();
+}
+
+DbError SafetyCopyWriter::endFile()
+{
+    Impl &d = *m_impl;
+    d.pending.append('G');
+    return d.put();
+}
+
+DbError SafetyCopyWriter::commit()
+{
+    if (!m_impl)
+        return DbError::generic(QStringLiteral("No safety copy is open."));
+    Impl &d = *m_impl;
+    if (d.failed)
+        return d.failed;
+    d.pending.append('Z');
+    if (DbError e = d.pump(Z_FINISH))
+        return e;
+    QJsonObject trailer;
+    trailer[QStringLiteral("rows")] = static_cast<double>(m_rows);
+    QJsonArray perTable;
+    for (qint64 n : d.tableRows)
+        perTable.append(static_cast<double>(n));
+    trailer[QStringLiteral("tableRows")] = perTable;
+    QByteArray tail = QJsonDocument(trailer).toJson(QJsonDocument::Compact);
+    putU32(tail, static_cast<quint32>(tail.size()));
+    tail.append(kEndMark);
+    if (DbError e = d.writeRaw(tail))
+        return e;
+    if (!d.file.commit())
+        return d.fileError();
+    m_impl.reset();
+    return {};
+}
+
+void SafetyCopyWriter::cancel()
+{
+    if (m_impl && m_impl->file.isOpen())
+        m_impl->file.cancelWriting();
+    m_impl.reset();
+}
+
+// ---- Reading ----
+
+namespace {
+
+struct Layout final {
+    SafetyCopyInfo info;
+    qint64 bodyStart = 0;
+    qint64 bodyEnd = 0;
+};
+
+DbResult<Layout> readLayout(QFile &file)
+{
+    const QString path = file.fileName();
+    const qint64 size = file.size();
+    Layout layout;
+    if (file.read(kMagic.size()) != kMagic)
+        return corrupt(path, QStringLiteral("unknown form"));
+    char lenBytes[4];
+    if (file.read(lenBytes, 4) != 4)
+        return corrupt(path, QStringLiteral("header cut short"));
+    const quint32 headerLen = qFromLittleEndian<quint32>(lenBytes);
+    if (headerLen > 64 * 1024 * 1024 || kMagic.size() + 4 + qint64(headerLen) + 12 > size)
+        return corrupt(path, QStringLiteral("header cut short"));
+    const QJsonDocument header = QJsonDocument::fromJson(file.read(headerLen));
+    if (!header.isObject())
+        return corrupt(path, QStringLiteral("unreadable header"));
+    layout.bodyStart = file.pos();
+
+    if (!file.seek(size - 12))
+        return corrupt(path, QStringLiteral("no end mark"));
+    const QByteArray footer = file.read(12);
+    if (footer.size() != 12 || footer.mid(4) != kEndMark)
+        return corrupt(path, QStringLiteral("no end mark"));
+    const quint32 trailerLen = qFromLittleEndian<quint32>(footer.constData());
+    layout.bodyEnd = size - 12 - qint64(trailerLen);
+    if (layout.bodyEnd < layout.bodyStart || !file.seek(layout.bodyEnd))
+        return corrupt(path, QStringLiteral("trailer out of place"));
+    const QJsonDocument trailer = QJsonDocument::fromJson(file.read(trailerLen));
+    if (!trailer.isObject())
+        return corrupt(path, QStringLiteral("unreadable trailer"));
+
+    const QJsonObject h = header.object();
+    SafetyCopyInfo &info = layout.info;
+    info.path = path;
+    info.time = QDateTime::fromString(h.value(QStringLiteral("time")).toString(), Qt::ISODateWithMs);
+    info.command = h.value(QStringLiteral("command")).toString();
+    info.database = h.value(QStringLiteral("database")).toString();
+    for (const QJsonValue &t : h.value(QStringLiteral("tables")).toArray())
+        info.tables << t.toString();
+    info.kind = h.value(QStringLiteral("kind")).toString() == QLatin1String("files") ? SafetyCopyInfo::Kind::Files
+                                                                                     : SafetyCopyInfo::Kind::Tables;
+    info.folder = h.value(QStringLiteral("folder")).toString();
+    info.rows = static_cast<qint64>(trailer.object().value(QStringLiteral("rows")).toDouble());
+    info.size = size;
+    return layout;
+}
+
+// Pulls exact byte counts out of the compressed body.
+class BodyReader final {
+public:
+    BodyReader(QFile &file, qint64 end) : m_file(file), m_end(end) {}
+    ~BodyReader()
+    {
+        if (m_open)
+            inflateEnd(&m_z);
+    }
+    BodyReader(const BodyReader &) = delete;
+    BodyReader &operator=(const BodyReader &) = delete;
+
+    bool start()
+    {
+        m_open = inflateInit(&m_z) == Z_OK;
+        return m_open;
+    }
+
+    // Fills `out` with exactly `n` bytes; false at a damaged or short body.
+    bool read(QByteArray &out, qsizetype n)
+    {
+        out.resize(n);
+        qsizetype have = 0;
+        while (have < n) {
+            if (m_pos == m_plain.size() && !refill())
+                return false;
+            const qsizetype take = qMin(n - have, m_plain.size() - m_pos);
+            std::memcpy(out.data() + have, m_plain.constData() + m_pos, static_cast<size_t>(take));
+            have += take;
+            m_pos += take;
+        }
+        return true;
+    }
+    bool u8(quint8 &v)
+    {
+        if (!read(m_small, 1))
+            return false;
+        v = static_cast<quint8>(m_small[0]);
+        return true;
+    }
+    bool u32(quint32 &v)
+    {
+        if (!read(m_small, 4))
+            return false;
+        v = qFromLittleEndian<quint32>(m_small.constData());
+        return true;
+    }
+    bool u64(quint64 &v)
+    {
+        if (!read(m_small, 8))
+            return false;
+        v = qFromLittleEndian<quint64>(m_small.constData());
+        return true;
+    }
+    // True when the stream ends here, its checksum included.
+    bool atEnd() { return m_pos == m_plain.size() && !refill() && m_done; }
+    bool bytes(QByteArray &out)
+    {
+        quint32 n = 0;
+        return u32(n) && n != kNull && read(out, n);
+    }
+
+private:
+    bool refill()
+    {
+        if (m_done)
+            return false;
+        m_plain.resize(kChunk);
+        m_pos = 0;
+        for (;;) {
+            if (m_z.avail_in == 0) {
+                const qint64 left = m_end - m_file.pos();
+                if (left <= 0)
+                    return false;
+                m_in = m_file.read(qMin<qint64>(left, kChunk));
+                if (m_in.isEmpty())
+                    return false;
+                m_z.next_in = reinterpret_cast<Bytef *>(m_in.data());
+                m_z.avail_in = static_cast<uInt>(m_in.size());
+            }
+            m_z.next_out = reinterpret_cast<Bytef *>(m_plain.data());
+            m_z.avail_out = static_cast<uInt>(m_plain.size());
+            const int rc = inflate(&m_z, Z_NO_FLUSH);
+            if (rc != Z_OK && rc != Z_STREAM_END)
+                return false;
+            const qsizetype produced = m_plain.size() - static_cast<qsizetype>(m_z.avail_out);
+            if (rc == Z_STREAM_END)
+                m_done = true;
+            if (produced > 0) {
+                m_plain.truncate(produced);
+                return true;
+            }
+            if (m_done)
+                return false;
+        }
+    }
+
+    QFile &m_file;
+    qint64 m_end;
+    z_stream m_z{};
+    bool m_open = false;
+    bool m_done = false;
+    QByteArray m_in;
+    QByteArray m_plain;
+    qsizetype m_pos = 0;
+    QByteArray m_small;
+};
+
+} // namespace
+
+namespace SafetyCopy {
+
+DbResult<SafetyCopyInfo> readInfo(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return DbError::file(path, file.errorString());
+    auto layout = readLayout(file);
+    if (!layout)
+        return layout.error();
+    return layout->info;
+}
+
+DbError read(const QString &path, SafetyCopyVisitor &visitor)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return DbError::file(path, file.errorString());
+    auto layout = readLayout(file);
+    if (!layout)
+        return layout.error();
+    if (!file.seek(layout->bodyStart))
+        return DbError::file(path, file.errorString());
+    BodyReader body(file, layout->bodyEnd);
+    if (!body.start())
+        return corrupt(path, QStringLiteral("decompression could not start"));
+
+    const auto damaged = [&path] { return corrupt(path, QStringLiteral("damaged body")); };
+    CopyTable table;
+    bool inTable = false;
+    std::vector<QByteArray> cellBytes;
+    std::vector<std::optional<QByteArrayView>> cells;
+    QByteArray text;
+    for (;;) {
+        quint8 tag = 0;
+        if (!body.u8(tag))
+            return damaged();
+        switch (tag) {
+        case 'T': {
+            quint32 n = 0;
+            if (!body.bytes(text))
+                return damaged();
+            table = CopyTable{QString::fromUtf8(text), {}, {}};
+            if (!body.bytes(table.createText) || !body.u32(n) || n > 65536)
+                return damaged();
+            for (quint32 i = 0; i < n; ++i) {
+                quint8 form = 0;
+                if (!body.bytes(text) || !body.u8(form) || form > 2)
+                    return damaged();
+                table.columns.push_back({QString::fromUtf8(text), static_cast<CopyValueForm>(form)});
+            }
+            cellBytes.assign(n, QByteArray());
+            cells.assign(n, std::nullopt);
+            inTable = true;
+            if (DbError e = visitor.table(table))
+                return e;
+            break;
+        }
+        case 'R': {
+            if (!inTable)
+                return damaged();
+            for (size_t i = 0; i < cells.size(); ++i) {
+                quint32 len = 0;
+                if (!body.u32(len))
+                    return damaged();
+                if (len == kNull) {
+                    cells[i].reset();
+                    continue;
+                }
+                if (!body.read(cellBytes[i], len))
+                    return damaged();
+                cells[i] = QByteArrayView(cellBytes[i]);
+            }
+            if (DbError e = visitor.row(cells))
+                return e;
+            break;
+        }
+        case 'E': {
+            quint64 rows = 0;
+            if (!inTable || !body.u64(rows))
+                return damaged();
+            inTable = false;
+            if (DbError e = visitor.tableEnd(static_cast<qint64>(rows)))
+                return e;
+            break;
+        }
+        case 'F': {
+            quint8 existed = 0;
+            if (!body.bytes(text) || !body.u8(existed))
+                return damaged();
+            if (DbError e = visitor.file(QString::fromUtf8(text), existed != 0))
+                return e;
+            break;
+        }
+        case 'D':
+            if (!body.bytes(text))
+                return damaged();
+            if (DbError e = visitor.fileData(text))
+                return e;
+            break;
+        case 'G':
+            if (DbError e = visitor.fileEnd())
+                return e;
+            break;
+        case 'Z': return body.atEnd() ? DbError{} : damaged();
+        default: return damaged();
+        }
+    }
+}
+
+} // namespace SafetyCopy
+} // namespace tabulon

@@ -1,0 +1,57 @@
+// The safety net under the commands that change or drop data: before a command's first
+// statement it writes a copy of every table (or table file) the command will change, and it
+// keeps the folder of copies within its limits, the oldest going first. A copy that cannot be
+// written stops the command: the caller shows the error and sends nothing.
+#pragma once
+
+#include "db/dberror.h"
+#include "safety/safetycopy.h"
+#include "safety/safetysettings.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+namespace tabulon {
+
+class DatabaseSession;
+
+namespace SafetyNet {
+
+// Asks the operator a question with Yes and No; true for Yes. Without one every question
+// is answered No.
+using Confirm = std::function<bool(const QString &question)>;
+void setConfirm(Confirm confirm);
+
+// Copies `tables` of the session's database before `command` changes them, over a second
+// connection of the session's own (the session sees none of the copy's statements). Tables
+// that do not exist are left out; with nothing left no copy is written. A table bigger than
+// the size limit asks whether to go on without its copy. An error means the command must
+// not start: its description says why and, for a copy that could not be written, names the
+// path. A closed session changes nothing, so it needs no copy.
+DbError protectTables(DatabaseSession &session, const QString &command, const QStringList &tables);
+// The same for files of `folder` (named relative to it) that a command will overwrite.
+DbError protectFiles(const QString &command, const QString &database, const QString &folder, const QStringList &files);
+
+// ---- The parts, with the settings given (the window and the tests call these) ----
+
+// Writes the copy of `tables` read over `source`; returns its path, or "" when none of the
+// tables exists.
+DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &settings, const QString &command,
+                                 const QStringList &tables, const Confirm &confirm);
+DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &command, const QString &database,
+                                const QString &folder, const QStringList &files, const Confirm &confirm);
+
+// The complete copies in `folder`, newest first.
+QList<SafetyCopyInfo> listCopies(const QString &folder);
+// Removes the oldest copies until at most keepCount remain and they hold at most maxBytes
+// together; `keep` (the copy just written) always stays. Returns the paths removed.
+QStringList prune(const SafetySettings &settings, const QString &keep);
+
+// The message a command shows when its copy could not be written.
+QString failureText(const DbError &error);
+
+} // namespace SafetyNet
+} // namespace tabulon

@@ -1,0 +1,119 @@
+// The Safety Copies window through the main window's menu: the copies newest first with the
+// newest chosen, Put Back's question naming the tables and its summary, No changing nothing,
+// the exit question and Escape, and the menu item given back on close.
+#include "db/databasesession.h"
+#include "safety/safetycopies.h"
+#include "safety/safetynet.h"
+#include "safetytest.h"
+#include "toolfixture.h"
+
+#include <QAction>
+#include <QPointer>
+#include <QPushButton>
+#include <QTreeWidget>
+
+using namespace tabulon;
+using namespace tabulon::test;
+
+class TestSafetyCopies final : public QObject, ToolFixture {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { createDatabase("safetycopies"); }
+    void init();
+    void cleanup() { closeMain(); }
+
+    void listsNewestFirstAndPutsBack();
+    void noAndEscapeChangeNothing();
+
+private:
+    SafetyCopies *open()
+    {
+        m_operator->modals.clear();
+        m_main->menuItem(qs("mnusafety"))->trigger();
+        return m_operator->modals.size() == 1 ? qobject_cast<SafetyCopies *>(m_operator->modals.first()) : nullptr;
+    }
+    ScratchSafety m_safety;
+};
+
+void TestSafetyCopies::init()
+{
+    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("InnoDB")) + QStringList{qs("DROP TABLE IF EXISTS u"),
+                                                                           qs("CREATE TABLE u (a INT) ENGINE=MyISAM"),
+                                                                           qs("INSERT INTO u VALUES (1), (NULL)")}));
+    openMain();
+    QDir(m_safety.settings().folder).removeRecursively();
+    SafetySettings::store(m_safety.settings());
+    m_main->Database = m_db->name();
+    markLog();
+    m_main->enableAllMenus();
+}
+
+void TestSafetyCopies::listsNewestFirstAndPutsBack()
+{
+    QVERIFY_DB(SafetyNet::protectTables(session(), qs("Delete Record"), {qs("u")}));
+    QVERIFY_DB(m_db->run({qs("UPDATE t SET name = 'first' WHERE id = 1")}));
+    const TableState t = tableState(*m_db, qs("t"));
+    const TableState u = tableState(*m_db, qs("u"));
+    QVERIFY_DB(SafetyNet::protectTables(session(), qs("Replace All"), {qs("t"), qs("u")}));
+    // The copies' statements went over a connection of their own.
+    QCOMPARE(sent(), QStringList());
+    QVERIFY_DB(m_db->run({qs("DELETE FROM t WHERE id > 0"), qs("DROP TABLE u")}));
+
+    QPointer<SafetyCopies> w = open();
+    QVERIFY(w);
+    QVERIFY(!m_main->menuItem(qs("mnusafety"))->isEnabled());
+    auto *list = w->findChild<QTreeWidget *>(qs("lstcopies"));
+    QCOMPARE(list->topLevelItemCount(), 2);
+    QCOMPARE(list->currentItem(), list->topLevelItem(0));
+    const QTreeWidgetItem *newest = list->topLevelItem(0);
+    QCOMPARE(newest->text(1), qs("Replace All"));
+    QCOMPARE(newest->text(2), m_db->name());
+    QCOMPARE(newest->text(3), qs("t, u"));
+    QCOMPARE(newest->text(4), qs("6"));
+    QCOMPARE(list->topLevelItem(1)->text(1), qs("Delete Record"));
+
+    QTest::mouseClick(w->findChild<QPushButton *>(qs("cmdputback")), Qt::LeftButton);
+    QCOMPARE(m_operator->asked.size(), 1);
+    const QString question = m_operator->asked.first();
+    QVERIFY2(question.contains(qs("t, u")) && question.contains(m_db->name()), qPrintable(question));
+    QCOMPARE(m_operator->told.size(), 1);
+    QVERIFY2(m_operator->told.first().startsWith(qs("Put back 2 table(s) with 6 row(s)")),
+             qPrintable(m_operator->told.first()));
+    QCOMPARE(tableState(*m_db, qs("t")), t);
+    QCOMPARE(tableState(*m_db, qs("u")), u);
+
+    // Exit asks first.
+    m_operator->answer = Dialogs::Answer::No;
+    QTest::mouseClick(w->findChild<QPushButton *>(qs("cmdexit")), Qt::LeftButton);
+    QVERIFY(w);
+    m_operator->answer = Dialogs::Answer::Yes;
+    QTest::mouseClick(w->findChild<QPushButton *>(qs("cmdexit")), Qt::LeftButton);
+    QTRY_VERIFY(w.isNull());
+    QVERIFY(m_main->menuItem(qs("mnusafety"))->isEnabled());
+}
+
+void TestSafetyCopies::noAndEscapeChangeNothing()
+{
+    QPointer<SafetyCopies> w = open();
+    QVERIFY(w);
+    // No copies yet: nothing to put back.
+    QVERIFY(!w->findChild<QPushButton *>(qs("cmdputback"))->isEnabled());
+    QTest::keyClick(w, Qt::Key_Escape);
+    QTRY_VERIFY(w.isNull());
+
+    QVERIFY_DB(SafetyNet::protectTables(session(), qs("Save Table"), {qs("u")}));
+    QVERIFY_DB(m_db->run({qs("DELETE FROM u")}));
+    w = open();
+    QVERIFY(w);
+    m_operator->answer = Dialogs::Answer::No;
+    QTest::mouseClick(w->findChild<QPushButton *>(qs("cmdputback")), Qt::LeftButton);
+    QCOMPARE(m_operator->asked.size(), 1);
+    QCOMPARE(m_operator->told, QStringList());
+    QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM u")), sl({"0"}));
+    QTest::keyClick(w, Qt::Key_Escape);
+    QTRY_VERIFY(w.isNull());
+    QVERIFY(m_main->menuItem(qs("mnusafety"))->isEnabled());
+}
+
+QTEST_MAIN(TestSafetyCopies)
+#include "test_safetycopies.moc"

@@ -1,0 +1,345 @@
+// The safety net against the real server: copies put back give the table exactly as it was
+// (checksum and CREATE TABLE) after every kind of damage, on both engines; foreign keys
+// survive; a damaged copy or a failing put-back leaves the current table alone; the folder
+// keeps to its limits; a copy that cannot be written stops before anything happens.
+#include "db/progress.h"
+#include "safety/copysql.h"
+#include "safety/putback.h"
+#include "safety/safetynet.h"
+#include "safetytest.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+
+using namespace tabulon;
+using namespace tabulon::test;
+
+class TestSafetyNet final : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void putBackRestoresExactly_data();
+    void putBackRestoresExactly();
+    void foreignKeysSurvive();
+    void failedPutBackLeavesTableAlone();
+    void copyFormRefusesDamage();
+    void filesPutBack();
+    void oldestCopiesGo();
+    void unwritableFolderStops();
+    void tooBigTableAsks();
+    void literals_data();
+    void literals();
+
+private:
+    DbResult<QString> copy(const QStringList &tables, const SafetySettings &settings,
+                           const SafetyNet::Confirm &confirm = {});
+    DbResult<PutBack::Summary> putBack(const QString &path);
+
+    std::unique_ptr<ScratchDatabase> m_db;
+    DatabaseSession m_session; // the program's session
+};
+
+void TestSafetyNet::initTestCase()
+{
+    m_db = std::make_unique<ScratchDatabase>(qs("safetynet"));
+    QVERIFY_DB(m_db->error());
+    QVERIFY_DB(openSession(m_session, m_db->name()));
+}
+
+void TestSafetyNet::cleanupTestCase()
+{
+    m_session.close();
+    m_db.reset();
+}
+
+DbResult<QString> TestSafetyNet::copy(const QStringList &tables, const SafetySettings &settings,
+                                      const SafetyNet::Confirm &confirm)
+{
+    DatabaseSession reader;
+    if (DbError e = m_session.openSibling(reader))
+        return e;
+    return SafetyNet::writeTableCopy(reader, settings, qs("Save Table"), tables, confirm);
+}
+
+DbResult<PutBack::Summary> TestSafetyNet::putBack(const QString &path)
+{
+    auto info = SafetyCopy::readInfo(path);
+    if (!info)
+        return info.error();
+    NoProgress progress;
+    return PutBack::putBack(m_session, *info, progress);
+}
+
+void TestSafetyNet::putBackRestoresExactly_data()
+{
+    QTest::addColumn<QString>("engine");
+    QTest::addColumn<QStringList>("damage");
+    const QStringList damages[] = {
+        {qs("DELETE FROM t WHERE 1>0")},
+        {qs("DELETE FROM t WHERE 1>0"), qs("INSERT INTO t (id, name) VALUES (7, 'O')")},
+        {qs("UPDATE t SET name = 'wrong' WHERE name IS NULL OR name = ''")},
+        {qs("ALTER TABLE t DROP COLUMN note")},
+        {qs("ALTER TABLE t MODIFY name INT")},
+        {qs("DROP TABLE t")},
+    };
+    const char *names[] = {"rows deleted",   "half rewritten", "values replaced",
+                           "column dropped", "column retyped", "table dropped"};
+    for (const char *engine : {"MyISAM", "InnoDB"}) {
+        for (size_t i = 0; i < std::size(damages); ++i)
+            QTest::addRow("%s, %s", engine, names[i]) << qs(engine) << damages[i];
+    }
+}
+
+void TestSafetyNet::putBackRestoresExactly()
+{
+    QFETCH(QString, engine);
+    QFETCH(QStringList, damage);
+    ScratchSafety safety;
+    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), engine)));
+    const TableState before = tableState(*m_db, qs("t"));
+    QVERIFY(!before.checksum.isEmpty());
+
+    auto written = copy({qs("t"), qs("no_such_table")}, safety.settings());
+    QVERIFY_DB(written.error());
+    auto info = SafetyCopy::readInfo(*written);
+    QVERIFY_DB(info.error());
+    QCOMPARE(info->tables, sl({"t"}));
+    QCOMPARE(info->rows, 4);
+    QCOMPARE(info->database, m_db->name());
+
+    QVERIFY_DB(m_db->run(damage));
+    QVERIFY(tableState(*m_db, qs("t")) != before);
+    auto done = putBack(*written);
+    QVERIFY_DB(done.error());
+    QCOMPARE(done->tables, 1);
+    QCOMPARE(done->rows, 4);
+    QCOMPARE(tableState(*m_db, qs("t")), before);
+    // Nothing of the swap stays behind.
+    QCOMPARE(m_db->rows(qs("SHOW TABLES LIKE 'tabulon_putback%'")), QStringList());
+}
+
+void TestSafetyNet::foreignKeysSurvive()
+{
+    ScratchSafety safety;
+    QVERIFY_DB(m_db->run(
+        {qs("DROP TABLE IF EXISTS child, tree, parent"),
+         qs("CREATE TABLE parent (id INT PRIMARY KEY, name VARCHAR(10)) ENGINE=InnoDB"),
+         qs("CREATE TABLE child (id INT PRIMARY KEY, parent INT, CONSTRAINT kid_of FOREIGN KEY (parent) "
+            "REFERENCES parent (id) ON DELETE CASCADE) ENGINE=InnoDB"),
+         qs("CREATE TABLE tree (id INT PRIMARY KEY, up INT, CONSTRAINT tree_up FOREIGN KEY (up) REFERENCES tree (id)) "
+            "ENGINE=InnoDB"),
+         qs("INSERT INTO parent VALUES (1, 'a'), (2, 'b')"), qs("INSERT INTO child VALUES (10, 1), (20, 2)"),
+         qs("INSERT INTO tree VALUES (1, NULL), (2, 1), (3, 2)")}));
+    const TableState parent = tableState(*m_db, qs("parent"));
+    const TableState child = tableState(*m_db, qs("child"));
+    const TableState tree = tableState(*m_db, qs("tree"));
+
+    auto written = copy({qs("parent"), qs("child"), qs("tree")}, safety.settings());
+    QVERIFY_DB(written.error());
+    // The cascade empties the child as well; the tree loses its rows.
+    QVERIFY_DB(m_db->run({qs("DELETE FROM parent"), qs("SET foreign_key_checks=0"), qs("DELETE FROM tree"),
+                          qs("SET foreign_key_checks=1")}));
+    QVERIFY_DB(putBack(*written).error());
+    QCOMPARE(tableState(*m_db, qs("parent")), parent);
+    QCOMPARE(tableState(*m_db, qs("child")), child);
+    QCOMPARE(tableState(*m_db, qs("tree")), tree);
+    // The child's key still points at the parent put back, and still holds.
+    QCOMPARE(m_db->admin().execute(qs("INSERT INTO child VALUES (30, 99)")).serverCode, 1452);
+    QCOMPARE(m_db->admin().execute(qs("INSERT INTO tree VALUES (4, 99)")).serverCode, 1452);
+}
+
+void TestSafetyNet::failedPutBackLeavesTableAlone()
+{
+    ScratchSafety safety;
+    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("InnoDB"))));
+    auto written = copy({qs("t")}, safety.settings());
+    QVERIFY_DB(written.error());
+    QVERIFY_DB(m_db->run({qs("DELETE FROM t WHERE id = 9")}));
+    const TableState damaged = tableState(*m_db, qs("t"));
+    // One byte of the copy changed: nothing of it goes in.
+    QFile file(*written);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    const QByteArray whole = file.readAll();
+    QByteArray cut = whole;
+    cut[whole.size() / 2] = static_cast<char>(cut[whole.size() / 2] ^ 0x55);
+    file.seek(0);
+    file.write(cut);
+    file.close();
+    const auto done = putBack(*written);
+    QVERIFY(!done);
+    QVERIFY2(done.error().description.contains(*written), qPrintable(done.error().description));
+    QCOMPARE(tableState(*m_db, qs("t")), damaged);
+    QCOMPARE(m_db->rows(qs("SHOW TABLES LIKE 'tabulon_putback%'")), QStringList());
+}
+
+void TestSafetyNet::copyFormRefusesDamage()
+{
+    ScratchSafety safety;
+    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("MyISAM"))));
+    auto written = copy({qs("t")}, safety.settings());
+    QVERIFY_DB(written.error());
+    QFile file(*written);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray whole = file.readAll();
+    file.close();
+    // Cut anywhere, the copy is not listed and not read.
+    for (const qsizetype keep : {qsizetype(0), qsizetype(10), whole.size() / 2, whole.size() - 1}) {
+        QFile out(*written);
+        QVERIFY(out.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        out.write(whole.left(keep));
+        out.close();
+        QVERIFY2(!SafetyCopy::readInfo(*written), qPrintable(QString::number(keep)));
+        QVERIFY(SafetyNet::listCopies(safety.settings().folder).isEmpty());
+    }
+}
+
+// A copy of table files puts back the bytes of the files that were there and removes the ones
+// that were not.
+void TestSafetyNet::filesPutBack()
+{
+    ScratchSafety safety;
+    const QString folder = safety.dir.filePath(qs("data"));
+    QVERIFY(QDir().mkpath(folder));
+    QByteArray bytes(3 * 1024 * 1024 + 7, Qt::Uninitialized);
+    for (qsizetype i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>((i * 7919) >> 3);
+    const auto write = [&folder](const char *name, const QByteArray &content) {
+        QFile f(QDir(folder).filePath(qs(name)));
+        return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(content) == content.size();
+    };
+    QVERIFY(write("bill.MYD", bytes));
+    QVERIFY(write("bill.MYI", QByteArray()));
+    auto written = SafetyNet::writeFileCopy(safety.settings(), qs("Check Tables Replace"), m_db->name(), folder,
+                                            {qs("bill.MYD"), qs("bill.MYI"), qs("bill.frm")}, {});
+    QVERIFY_DB(written.error());
+    QVERIFY(write("bill.MYD", "other"));
+    QVERIFY(write("bill.MYI", "other"));
+    QVERIFY(write("bill.frm", "new"));
+    auto done = putBack(*written);
+    QVERIFY_DB(done.error());
+    QCOMPARE(done->tables, 3);
+    QFile myd(QDir(folder).filePath(qs("bill.MYD")));
+    QVERIFY(myd.open(QIODevice::ReadOnly));
+    QVERIFY(myd.readAll() == bytes);
+    QCOMPARE(QFileInfo(QDir(folder).filePath(qs("bill.MYI"))).size(), 0);
+    QVERIFY(!QFileInfo::exists(QDir(folder).filePath(qs("bill.frm"))));
+}
+
+void TestSafetyNet::oldestCopiesGo()
+{
+    ScratchSafety safety;
+    SafetySettings settings = safety.settings();
+    settings.keepCount = 3;
+    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("MyISAM"))));
+    QStringList paths;
+    for (int i = 0; i < 5; ++i) {
+        auto written = copy({qs("t")}, settings);
+        QVERIFY_DB(written.error());
+        paths << *written;
+    }
+    QStringList listed;
+    for (const SafetyCopyInfo &c : SafetyNet::listCopies(settings.folder))
+        listed << c.path;
+    QCOMPARE(listed, (QStringList{paths[4], paths[3], paths[2]}));
+
+    // Size: rows that do not compress, about 0.7 MB a copy, against a limit of 1 MB.
+    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS big"), qs("CREATE TABLE big (b LONGBLOB) ENGINE=MyISAM")}));
+    QByteArray noise(700 * 1024, Qt::Uninitialized);
+    QRandomGenerator generator(18);
+    generator.fillRange(reinterpret_cast<quint32 *>(noise.data()), noise.size() / 4);
+    QVERIFY_DB(m_db->admin().execute(qs("INSERT INTO big VALUES (X'") + QString::fromLatin1(noise.toHex()) + qs("')")));
+    settings.keepCount = 50;
+    settings.maxMB = 1;
+    auto first = copy({qs("big")}, settings, [](const QString &) { return true; });
+    QVERIFY_DB(first.error());
+    QCOMPARE(SafetyNet::listCopies(settings.folder).size(), 4);
+    // The second big one pushes out the three small ones and the first big one.
+    auto second = copy({qs("big")}, settings, [](const QString &) { return true; });
+    QVERIFY_DB(second.error());
+    const auto left = SafetyNet::listCopies(settings.folder);
+    QCOMPARE(left.size(), 1);
+    QCOMPARE(left.first().path, *second);
+}
+
+void TestSafetyNet::unwritableFolderStops()
+{
+    ScratchSafety safety;
+    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("MyISAM"))));
+    // A file where the folder should be, and a folder without write permission.
+    SafetySettings blocked = safety.settings();
+    blocked.folder = safety.dir.filePath(qs("plain-file"));
+    QFile plain(blocked.folder);
+    QVERIFY(plain.open(QIODevice::WriteOnly));
+    plain.close();
+    SafetySettings readOnly = safety.settings();
+    QVERIFY(QDir().mkpath(readOnly.folder));
+    QVERIFY(QFile::setPermissions(readOnly.folder, QFileDevice::ReadOwner | QFileDevice::ExeOwner));
+    QList<SafetySettings> cases{blocked};
+    if (!QFileInfo(readOnly.folder).isWritable()) // not when the tests run as root
+        cases << readOnly;
+    for (const SafetySettings &settings : cases) {
+        const auto written = copy({qs("t")}, settings);
+        QVERIFY(!written);
+        QVERIFY(written.error().isFileError());
+        QVERIFY2(SafetyNet::failureText(written.error()).contains(settings.folder),
+                 qPrintable(written.error().description));
+        QVERIFY(SafetyNet::listCopies(settings.folder).isEmpty());
+    }
+    QFile::setPermissions(readOnly.folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QCOMPARE(QDir(readOnly.folder).entryList(QDir::Files | QDir::Hidden), QStringList());
+}
+
+void TestSafetyNet::tooBigTableAsks()
+{
+    ScratchSafety safety;
+    SafetySettings settings = safety.settings();
+    settings.maxMB = 1;
+    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS big"), qs("CREATE TABLE big (b LONGBLOB) ENGINE=MyISAM"),
+                          qs("INSERT INTO big VALUES (REPEAT('x', 1536 * 1024))")}));
+    QStringList asked;
+    const auto no = copy({qs("big")}, settings, [&asked](const QString &q) {
+        asked << q;
+        return false;
+    });
+    QVERIFY(!no);
+    QCOMPARE(asked.size(), 1);
+    QVERIFY2(asked.first().contains(qs("big")) && asked.first().contains(qs("1 MB")), qPrintable(asked.first()));
+    const auto yes = copy({qs("big")}, settings, [](const QString &) { return true; });
+    QVERIFY_DB(yes.error());
+    QCOMPARE(yes.value(), QString()); // went on without a copy
+    QVERIFY(SafetyNet::listCopies(settings.folder).isEmpty());
+}
+
+void TestSafetyNet::literals_data()
+{
+    QTest::addColumn<QByteArray>("value");
+    QTest::addColumn<bool>("isNull");
+    QTest::addColumn<int>("form");
+    QTest::addColumn<QByteArray>("expected");
+    QTest::newRow("null") << QByteArray() << true << int(CopyValueForm::Text) << QByteArray("NULL");
+    QTest::newRow("empty text") << QByteArray("") << false << int(CopyValueForm::Text) << QByteArray("''");
+    QTest::newRow("quote") << QByteArray("a'b\\") << false << int(CopyValueForm::Text) << QByteArray("'a\\'b\\\\'");
+    QTest::newRow("binary") << QByteArray("\0'\xff", 3) << false << int(CopyValueForm::Binary)
+                            << QByteArray("X'0027ff'");
+    QTest::newRow("empty binary") << QByteArray("") << false << int(CopyValueForm::Binary) << QByteArray("X''");
+    QTest::newRow("bit") << QByteArray("21") << false << int(CopyValueForm::Number) << QByteArray("21");
+    QTest::newRow("not a number") << QByteArray("2 OR 1") << false << int(CopyValueForm::Number)
+                                  << QByteArray("'2 OR 1'");
+}
+
+void TestSafetyNet::literals()
+{
+    QFETCH(QByteArray, value);
+    QFETCH(bool, isNull);
+    QFETCH(int, form);
+    QFETCH(QByteArray, expected);
+    const std::optional<QByteArrayView> cell = isNull ? std::nullopt : std::optional<QByteArrayView>(value);
+    QCOMPARE(CopySql::literal(cell, static_cast<CopyValueForm>(form), SessionSql::escapeDefault), expected);
+}
+
+QTEST_GUILESS_MAIN(TestSafetyNet)
+#include "test_safetynet.moc"
