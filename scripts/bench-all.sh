@@ -236,7 +236,7 @@ SQL
     done
     row "Save Table with its safety copy" "$work/safety.ours" 'as above' "$work/save.peer" "—" "$save_bytes"
   else
-    rows_md+=("| Save Table with its safety copy | not built yet | | | | | | |")
+    rows_md+=("| Save Table with its safety copy | failed: $(tail -1 "$work/safety.stdout") | | | | | | |")
   fi
 fi
 

@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
 # Fault campaigns: drives the real program's tools through their windows (tests/faults/fault_run,
 # offscreen) on a private server of its own, injects one fault per run, and prints one table:
-# fault, tool, runs, clean endings, hangs, crashes, data lost.
+# fault, tool, runs, clean endings, hangs, crashes, data lost, and the runs whose damage one
+# put-back of the work's safety copy undid.
 #
 #   faults.sh [RUNS]      RUNS per row (default 50)
 #
+# Save Table's row covers its safety copy (the copy's statements are among those the fault may
+# land on); put-back puts a copy back over a damaged table.
 # Faults: the server killed (SIGKILL, then started again) or the program's connections killed
 # from another session (KILL CONNECTION), each right before a statement chosen at random among
 # those the work sends (its count comes from a run without a fault); a disk that fills (a small
@@ -13,7 +16,8 @@
 # A run is clean when it ends within 30 seconds without a signal and without a success message
 # after a fault that changed its outcome; data is lost when a table ends neither as it was nor as
 # the same work leaves it without a fault, or when the archive at the final path is neither the
-# earlier one nor a whole new one. Details of every run go to build/faults/runs.log.
+# earlier one nor a whole new one; a table the work damaged counts as recovered when one put-back
+# of the work's newest safety copy gives it back as it was. Details of every run go to build/faults/runs.log.
 set -euo pipefail
 exec </dev/null
 
@@ -64,10 +68,10 @@ server_up() { bash "$root/scripts/private-mariadb.sh" start "$dbdir" "$port" >/d
 sample="$root/tests/fixtures/access/nwind.mdb"
 rows=()
 for tool in save-table delete-record replace-all search check repair backup client-backup restore client-restore \
-            convert import-data; do
+            convert import-data put-back; do
   rows+=("server-kill $tool" "conn-kill $tool")
 done
-rows+=("disk-full backup" "disk-full client-backup" "disk-full table-script"
+rows+=("disk-full backup" "disk-full client-backup" "disk-full table-script" "disk-full safety-copy"
        "read-only backup" "read-only table-script" "archive-gone restore" "archive-swapped restore")
 
 table=()
@@ -87,7 +91,7 @@ for row in "${rows[@]}"; do
     failed=1
     continue
   fi
-  clean=0 hangs=0 crashes=0 lost=0
+  clean=0 hangs=0 crashes=0 lost=0 recovered=0
   for ((r = 1; r <= runs; r++)); do
     case "$fault" in
       disk-full) at=$((RANDOM % 65)) ;;
@@ -108,13 +112,17 @@ for row in "${rows[@]}"; do
       clean=$((clean + 1))
     fi
     if grep -q 'data=lost' <<<"$out"; then lost=$((lost + 1)); fi
+    if grep -q 'data=recovered' <<<"$out"; then recovered=$((recovered + 1)); fi
   done
   [ $((hangs + crashes + lost)) -eq 0 ] && [ "$clean" -eq "$runs" ] || failed=1
-  table+=("$(printf '| %s | %s | %d | %d | %d | %d | %d |' "$fault" "$tool" "$runs" "$clean" "$hangs" "$crashes" "$lost")")
-  say "$fault $tool: $clean of $runs clean, $hangs hangs, $crashes crashes, $lost with data lost"
+  table+=("$(printf '| %s | %s | %d | %d | %d | %d | %d | %d |' "$fault" "$tool" "$runs" "$clean" "$hangs" "$crashes" \
+    "$lost" "$recovered")")
+  say "$fault $tool: $clean of $runs clean, $hangs hangs, $crashes crashes, $lost with data lost," \
+    "$recovered put back from their safety copy"
 done
 
-printf '\n| fault | tool | runs | clean endings | hangs | crashes | data lost |\n|---|---|---|---|---|---|---|\n'
+printf '\n| fault | tool | runs | clean endings | hangs | crashes | data lost | recovered by put-back |\n'
+printf '|---|---|---|---|---|---|---|---|\n'
 printf '%s\n' "${table[@]}"
 for n in "${notes[@]}"; do printf '\n%s\n' "$n"; done
 cp "$log" "$root/build/faults-runs.log" 2>/dev/null || true

@@ -15,9 +15,13 @@
 #include "app/toolcatalog.h"
 #include "backup/backuparchive.h"
 #include "data/tabledata.h"
+#include "db/progress.h"
 #include "db/statementhook.h"
 #include "grid/grid.h"
 #include "operator.h"
+#include "safety/putback.h"
+#include "safety/safetynet.h"
+#include "safety/safetysettings.h"
 #include "testdb.h"
 #include "ui/tablechecklist.h"
 
@@ -203,6 +207,20 @@ private:
         return !BackupArchive::extract(path, into.path(), &tables).isError();
     }
     QString state();
+    // The damage the work left, undone by one put-back of the newest safety copy: true when the
+    // tables are then as they were before the work.
+    bool recovered(const QString &before)
+    {
+        const QList<SafetyCopyInfo> copies = SafetyNet::listCopies(m_o.work + QStringLiteral("/safety"));
+        if (copies.isEmpty() || m_o.tool == QStringLiteral("put-back"))
+            return false;
+        DatabaseSession session;
+        check(openSession(session, QString::fromUtf8(kDatabase)), "opening the put-back session");
+        NoProgress progress;
+        if (!PutBack::putBack(session, copies.first(), progress))
+            return false;
+        return state() == before;
+    }
     // Leaves `free` bytes free on the work folder's file system (a small one the campaign made).
     void fillDisk(qint64 free)
     {
@@ -254,6 +272,10 @@ void Run::openMain()
     m_main->show();
     check(openSession(*m_main->session(), QString::fromUtf8(kDatabase)), "opening the program's session");
     m_main->enableAllMenus();
+    // The safety copies of this run go to the work folder (a small file system for disk faults).
+    SafetySettings safety;
+    safety.folder = m_o.work + QStringLiteral("/safety");
+    SafetySettings::store(safety);
 }
 
 void Run::prepare()
@@ -269,6 +291,20 @@ void Run::prepare()
     // Archive-reading works start from an archive made beforehand, without a fault.
     if (m_o.tool == QStringLiteral("restore") || m_o.tool == QStringLiteral("client-restore"))
         makeArchive(m_o.tool == QStringLiteral("client-restore"));
+    // Put-back starts from a Save Table's copy and a table damaged after it: the work puts the
+    // copy back, so "before" is the damaged table and "expected" the table of the copy.
+    if (m_o.tool == QStringLiteral("put-back")) {
+        QDir(m_o.work + QStringLiteral("/safety")).removeRecursively();
+        m_main->menuItem(QStringLiteral("mnuTabData"))->trigger();
+        auto *w = qobject_cast<TableData *>(m_main->toolWindow(QStringLiteral("mnuTabData")));
+        if (!w)
+            fail(QStringLiteral("no table data window"));
+        w->selectTable(child<QComboBox>(w, "Combo1")->findText(QStringLiteral("ledger")));
+        w->SaveTable();
+        w->close();
+        check(m_admin.execute(QStringLiteral("DELETE FROM ledger WHERE id > 100")), "damaging the table");
+        check(m_admin.execute(QStringLiteral("UPDATE people SET city='Nowhere'")), "damaging the table");
+    }
     // An earlier archive of the same day stands at the final path: it must survive the work.
     if (m_o.tool == QStringLiteral("backup") || m_o.tool == QStringLiteral("client-backup")) {
         QFile::remove(archivePath());
@@ -304,7 +340,13 @@ void Run::makeArchive(bool client)
 void Run::work()
 {
     const QString &t = m_o.tool;
-    if (t == QStringLiteral("save-table") || t == QStringLiteral("delete-record")) {
+    if (t == QStringLiteral("put-back")) {
+        QWidget *w = openModal("mnusafety");
+        if (!w)
+            fail(QStringLiteral("the safety copies window did not open"));
+        click(w, "cmdputback");
+    } else if (t == QStringLiteral("save-table") || t == QStringLiteral("delete-record") ||
+               t == QStringLiteral("safety-copy")) {
         m_main->menuItem(QStringLiteral("mnuTabData"))->trigger();
         auto *w = qobject_cast<TableData *>(m_main->toolWindow(QStringLiteral("mnuTabData")));
         if (!w)
@@ -458,6 +500,8 @@ int Run::exec()
         data = QStringLiteral("kept");
     else if (after == expected)
         data = QStringLiteral("expected");
+    else if (recovered(before))
+        data = QStringLiteral("recovered");
     else
         data = QStringLiteral("lost");
 
