@@ -58,7 +58,6 @@ private:
     // The existence test and its question; false to skip the table. `*stop` ends the loop.
     bool tableExists(const QString &table, bool *stop);
     void showTablePage();
-    void exitAsked();
 
     ToolHost &m_host;
     std::unique_ptr<DatabaseSession> m_target;
