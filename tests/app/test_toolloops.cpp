@@ -44,7 +44,11 @@ class TestToolLoops final : public QObject, ToolFixture {
     Q_OBJECT
 private Q_SLOTS:
     void init();
-    void cleanup() { closeMain(); }
+    void cleanup()
+    {
+        closeMain();
+        m_db.reset();
+    }
 
     void closeMainDuringLoop_data();
     void closeMainDuringLoop();
