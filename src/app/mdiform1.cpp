@@ -6,6 +6,7 @@
 #include "db/databasesession.h"
 #include "db/textsplit.h"
 #include "ui/dialogs.h"
+#include "ui/toolwindow.h"
 
 #include <QCloseEvent>
 #include <QCoreApplication>
@@ -293,6 +294,14 @@ void MDIForm1::setDatabase()
             return;
         }
     }
+    // A tool's loop may run while its window is hidden (one loaded by a pop-up command): the
+    // setup replaces the session that loop holds, so the loop stops first and the setup
+    // follows once it has ended.
+    if (RunningLoops::any()) {
+        RunningLoops::stopAll();
+        RunningLoops::whenNoneRuns(this, [this] { setDatabase(); });
+        return;
+    }
     Dialogs::showModal(new DatabaseInfo(*this));
 }
 
@@ -311,8 +320,8 @@ void MDIForm1::convertCommand()
     if (path.isEmpty())
         return;
     // The conversion gets the file's bare name: a data source file's name is its source's
-    // name, and an Access file's name resolves against the current folder, which becomes the
-    // chosen file's folder as the Windows dialog makes it.
+    // name, and an Access file's name resolves against the current folder, which is made the
+    // chosen file's folder here.
     QWidget *conversion = ensureToolWindow(QStringLiteral("mnuconvertdb"));
     if (!conversion)
         return; // the conversion window is not part of this build
@@ -355,6 +364,14 @@ void MDIForm1::executeTextFile()
 
 void MDIForm1::closeEvent(QCloseEvent *event)
 {
+    // Releasing the session under a loop that is yielding would leave it working on a freed
+    // connection: the loops stop first, and the window closes once the last has ended.
+    if (RunningLoops::any()) {
+        event->ignore();
+        RunningLoops::stopAll();
+        RunningLoops::whenNoneRuns(this, [this] { close(); });
+        return;
+    }
     replaceSession(); // releases the connection; tools still alive see a closed session
     QMainWindow::closeEvent(event);
 }

@@ -9,7 +9,6 @@
 #include "ui/toolwindow.h"
 
 #include <QCheckBox>
-#include <QCloseEvent>
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
@@ -84,10 +83,11 @@ BackUp::BackUp(ToolHost &host, QWidget *parent)
     connect(m_lists, &FolderLists::folderChanged, this,
             [this](const QString &folder) { m_path->setText(TableBackup::withSeparator(folder)); });
     connect(next, &QPushButton::clicked, this, &BackUp::nextPressed);
-    connect(cancel, &QPushButton::clicked, this, &BackUp::exitAsked);
+    exitOnConfirm(cancel, this);
     connect(backup, &QPushButton::clicked, this, &BackUp::backupPressed);
     connect(back, &QPushButton::clicked, this, &BackUp::backPressed);
-    connect(exit, &QPushButton::clicked, this, &BackUp::exitAsked);
+    exitOnConfirm(exit, this);
+    noDefaultButtons(this);
 
     // A list the server refuses stays empty; the table page then says no table was selected.
     (void)m_list->fillTables(m_host.sessionOrClosed());
@@ -264,21 +264,6 @@ void BackUp::complete(bool finished)
         Dialogs::message(this, QStringLiteral("Backup Sucessfully, without these tables:\n") +
                                    m_missing.join(QLatin1Char('\n')));
     closeToolWindow(this);
-}
-
-void BackUp::exitAsked()
-{
-    if (confirmExit(this))
-        closeToolWindow(this);
-}
-
-void BackUp::closeEvent(QCloseEvent *event)
-{
-    if (!m_list->busy().closeRequested()) {
-        event->ignore();
-        return;
-    }
-    QDialog::closeEvent(event);
 }
 
 } // namespace tabulon

@@ -29,9 +29,6 @@ public:
     TableChecklist *checklist() const { return m_list; }
     FolderLists *folderLists() const { return m_lists; }
 
-protected:
-    void closeEvent(QCloseEvent *event) override;
-
 private:
     void nextPressed();
     // Prepares the day's backup set; false when the window closed or the operator must act.
@@ -44,7 +41,6 @@ private:
     bool leftOut(const QString &table);
     // After the loop: the archive, or the error that ended it, then the window closes.
     void complete(bool finished);
-    void exitAsked();
 
     ToolHost &m_host;
     FolderLists *m_lists;

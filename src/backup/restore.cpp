@@ -119,11 +119,12 @@ Restore::Restore(ToolHost &host, QWidget *parent)
     connect(m_lists, &FolderLists::fileClicked, this,
             [this](const QString &name) { m_path->setText(TableBackup::withSeparator(m_lists->folder()) + name); });
     connect(fileNext, &QPushButton::clicked, this, &Restore::filePageNext);
-    connect(m_exit, &QPushButton::clicked, this, &Restore::exitAsked);
+    exitOnConfirm(m_exit, this);
     connect(databaseNext, &QPushButton::clicked, this, &Restore::databasePageNext);
     connect(databaseBack, &QPushButton::clicked, this, &Restore::databasePageBack);
     connect(restore, &QPushButton::clicked, this, &Restore::restorePressed);
     connect(tableBack, &QPushButton::clicked, this, &Restore::tablePageBack);
+    noDefaultButtons(this);
 }
 
 Restore::~Restore()
@@ -385,18 +386,9 @@ void Restore::runClientRestore()
     finishRun(run);
 }
 
-void Restore::exitAsked()
-{
-    if (confirmExit(this))
-        closeToolWindow(this);
-}
-
 void Restore::closeEvent(QCloseEvent *event)
 {
-    if (!m_list->busy().closeRequested()) {
-        event->ignore();
-        return;
-    }
+    // A close during the loop reaches here only once the loop has ended (TableChecklist).
     removeExtracted();
     QDialog::closeEvent(event);
 }

@@ -70,7 +70,6 @@ private:
     // them; false (the operator told why) when the restore must not go on.
     bool keepSafetyCopy(const QString &command);
     void showTablePage();
-    void exitAsked();
 
     ToolHost &m_host;
     std::unique_ptr<DatabaseSession> m_target;

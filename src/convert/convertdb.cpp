@@ -67,6 +67,7 @@ ConvertDb::ConvertDb(ToolHost &host, QWidget *parent)
     connect(m_source, &QLineEdit::textChanged, this, &ConvertDb::onSourceChanged);
     connect(m_ok, &QPushButton::clicked, this, &ConvertDb::onOk);
     connect(m_cancel, &QPushButton::clicked, this, [this] { closeToolWindow(this); });
+    noDefaultButtons(this);
 }
 
 ConvertDb::~ConvertDb() = default;

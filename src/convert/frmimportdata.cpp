@@ -124,6 +124,7 @@ frmimportdata::frmimportdata(ToolHost &host, QWidget *parent)
     });
     connect(stop, &QPushButton::clicked, this, [this] { m_busy.requestStop(); });
     connect(m_exit, &QPushButton::clicked, this, &frmimportdata::exitAsked);
+    noDefaultButtons(this);
 
     // Nothing here traps: a list the server refuses stays empty.
     (void)fillTableList(m_target, m_host.sessionOrClosed(), QStringLiteral("SHOW Tables"));

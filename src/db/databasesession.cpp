@@ -6,6 +6,9 @@
 
 #include <mysql.h>
 
+// The transport's own settings; it builds on the types of mysql.h.
+#include <ma_pvio.h>
+
 #include <exception>
 
 namespace tabulon {
@@ -78,6 +81,17 @@ void DatabaseSession::setTimeouts(unsigned connectSeconds, unsigned readSeconds,
     m_connectTimeout = connectSeconds;
     m_readTimeout = readSeconds;
     m_writeTimeout = writeSeconds;
+}
+
+void DatabaseSession::setOpenReadTimeout(unsigned seconds)
+{
+    if (!isOpen())
+        return;
+    // The client library reads its time-out options only when it connects; an open
+    // connection's wait is its transport's own setting (0 or less: no limit).
+    MARIADB_PVIO *pvio = m_connection->mysql->net.pvio;
+    if (pvio && pvio->methods && pvio->methods->set_timeout)
+        pvio->methods->set_timeout(pvio, PVIO_READ_TIMEOUT, static_cast<int>(seconds));
 }
 
 DbError DatabaseSession::open(const QString &connectionString, const QString &user, const QString &password)

@@ -35,6 +35,10 @@ public:
 
     // Seconds; a server that stops answering gives an error after these, never a hang.
     void setTimeouts(unsigned connectSeconds, unsigned readSeconds, unsigned writeSeconds);
+    unsigned readTimeout() const { return m_readTimeout; }
+    // Changes how long the open connection waits for an answer, 0 for as long as it takes, until
+    // it is set again or the session reopens (which takes the setTimeouts() value again).
+    void setOpenReadTimeout(unsigned seconds);
 
     // Opens on "server=host[:port];uid=...;pwd=...;database=...;" (other attributes are read
     // and ignored). A non-empty user or password argument overrides the string's.
@@ -96,6 +100,20 @@ private:
     unsigned m_connectTimeout = 15;
     unsigned m_readTimeout = 600;
     unsigned m_writeTimeout = 600;
+};
+
+// Lifts the session's read time-out for the statements run while it lives, then puts it back:
+// for statements whose run time grows with the table (CHECK and REPAIR ... EXTENDED), where a
+// time-out would drop the connection and with it every statement after.
+class UnlimitedReadWait final {
+public:
+    explicit UnlimitedReadWait(DatabaseSession &session) : m_session(session) { m_session.setOpenReadTimeout(0); }
+    ~UnlimitedReadWait() { m_session.setOpenReadTimeout(m_session.readTimeout()); }
+    UnlimitedReadWait(const UnlimitedReadWait &) = delete;
+    UnlimitedReadWait &operator=(const UnlimitedReadWait &) = delete;
+
+private:
+    DatabaseSession &m_session;
 };
 
 // Statement text built by the session, in functions that tests call directly.

@@ -119,6 +119,7 @@ RenameFolders::RenameFolders(ToolHost &host, QWidget *parent)
     });
     connect(m_tree, &QWidget::customContextMenuRequested, this, &RenameFolders::showPopup);
     connect(exitButton, &QPushButton::clicked, this, &RenameFolders::exitAsked);
+    noDefaultButtons(this);
 
     updateUndo();
     openFolder(m_host.programFolder());

@@ -9,7 +9,6 @@
 #include "ui/toolhost.h"
 #include "ui/toolwindow.h"
 
-#include <QCloseEvent>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -77,10 +76,12 @@ CheckTable::CheckTable(ToolHost &host, QWidget *parent)
     resize(680, 440);
 
     connect(m_check, &QPushButton::clicked, this, &CheckTable::check);
-    connect(selectionExit, &QPushButton::clicked, this, &CheckTable::exitAsked);
-    connect(resultExit, &QPushButton::clicked, this, &CheckTable::exitAsked);
+    exitOnConfirm(selectionExit, this);
+    exitOnConfirm(resultExit, this);
     connect(back, &QPushButton::clicked, this, &CheckTable::back);
     connect(replaceButton, &QPushButton::clicked, this, &CheckTable::replace);
+
+    noDefaultButtons(this);
 
     // Nothing here traps: a list the server refuses stays empty.
     (void)m_list->fillTables(m_host.sessionOrClosed());
@@ -140,21 +141,6 @@ void CheckTable::replace()
     // A file that cannot be copied is not reported on its own; the operator checks again.
     (void)TableCheck::replaceFiles(m_dataFolder, m_text->text(), m_host.settings().database, names);
     Dialogs::message(this, QStringLiteral("Completed."), Dialogs::Icon::Information);
-}
-
-void CheckTable::exitAsked()
-{
-    if (confirmExit(this))
-        closeToolWindow(this);
-}
-
-void CheckTable::closeEvent(QCloseEvent *event)
-{
-    if (!m_list->busy().closeRequested()) {
-        event->ignore();
-        return;
-    }
-    QDialog::closeEvent(event);
 }
 
 } // namespace tabulon

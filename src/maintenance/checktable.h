@@ -33,14 +33,10 @@ public:
     Grid *resultGrid() const { return m_result; }
     TableChecklist *checklist() const { return m_list; }
 
-protected:
-    void closeEvent(QCloseEvent *event) override;
-
 private:
     void check();
     void back();
     void replace();
-    void exitAsked();
 
     ToolHost &m_host;
     QString m_dataFolder = kDefaultDataFolder;

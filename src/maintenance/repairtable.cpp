@@ -7,7 +7,6 @@
 #include "ui/toolhost.h"
 #include "ui/toolwindow.h"
 
-#include <QCloseEvent>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -32,7 +31,8 @@ RepairTable::RepairTable(ToolHost &host, QWidget *parent)
     resize(420, 400);
 
     connect(repairButton, &QPushButton::clicked, this, &RepairTable::repair);
-    connect(exitButton, &QPushButton::clicked, this, &RepairTable::exitAsked);
+    exitOnConfirm(exitButton, this);
+    noDefaultButtons(this);
 
     // Nothing here traps: a list the server refuses stays empty.
     (void)m_list->fillTables(m_host.sessionOrClosed());
@@ -45,27 +45,12 @@ void RepairTable::repair()
     DatabaseSession &session = m_host.sessionOrClosed();
     const TableChecklist::Run run = m_list->run([&session](const QString &table) {
         // What the server says, and whether it could repair at all, is not shown.
-        (void)session.execute(TableCheck::repairStatement(table));
+        (void)TableCheck::repairTable(session, table);
     });
     if (run != TableChecklist::Run::Finished)
         return;
     Dialogs::message(this, QStringLiteral("Database Repaired Sucessfully"));
     closeToolWindow(this);
-}
-
-void RepairTable::exitAsked()
-{
-    if (confirmExit(this))
-        closeToolWindow(this);
-}
-
-void RepairTable::closeEvent(QCloseEvent *event)
-{
-    if (!m_list->busy().closeRequested()) {
-        event->ignore();
-        return;
-    }
-    QDialog::closeEvent(event);
 }
 
 } // namespace tabulon

@@ -20,12 +20,8 @@ public:
 
     TableChecklist *checklist() const { return m_list; }
 
-protected:
-    void closeEvent(QCloseEvent *event) override;
-
 private:
     void repair();
-    void exitAsked();
 
     ToolHost &m_host;
     TableChecklist *m_list;

@@ -32,7 +32,10 @@ QString namedFile(const QString &table, const QString &message)
 
 QList<Finding> checkTable(DatabaseSession &session, const QString &table)
 {
-    auto answer = session.openQuery(checkStatement(table));
+    DbResult<Recordset> answer = [&] {
+        UnlimitedReadWait wait(session);
+        return session.openQuery(checkStatement(table));
+    }();
     if (!answer.ok() || !answer->isOpen())
         return {Finding{QStringLiteral("Could open table"), table}};
     QList<Finding> findings;
@@ -46,6 +49,12 @@ QList<Finding> checkTable(DatabaseSession &session, const QString &table)
     }
     answer->close();
     return findings;
+}
+
+DbError repairTable(DatabaseSession &session, const QString &table)
+{
+    UnlimitedReadWait wait(session);
+    return session.execute(repairStatement(table));
 }
 
 QString databaseFolder(const QString &dataFolder, const QString &database)

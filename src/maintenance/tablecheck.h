@@ -32,8 +32,14 @@ QString repairStatement(const QString &table);
 QString namedFile(const QString &table, const QString &message);
 
 // Checks one table and returns every answer row whose message is not "OK". A statement that
-// fails gives the one finding ("Could open table", T).
+// fails gives the one finding ("Could open table", T). An extended check reads the whole table
+// and may take longer than the session's read time-out allows, so it waits for the answer
+// however long it takes: a time-out would drop the shared connection and fail every table
+// after this one.
 QList<Finding> checkTable(DatabaseSession &session, const QString &table);
+// Repairs one table, waiting for the answer however long it takes (as checkTable does), and
+// discards what the server says.
+DbError repairTable(DatabaseSession &session, const QString &table);
 
 // The folder a database keeps its files in: dataFolder + database + "/" (a missing separator
 // after dataFolder is supplied).

@@ -3,6 +3,7 @@
 #include "db/tablenames.h"
 #include "ui/dialogs.h"
 
+#include <QCloseEvent>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -72,9 +73,21 @@ TableChecklist::TableChecklist(const QString &verb, const QStringList &tables, Q
     });
 
     setTables(tables);
+    if (parent)
+        parent->installEventFilter(this);
 }
 
 TableChecklist::~TableChecklist() = default;
+
+bool TableChecklist::eventFilter(QObject *watched, QEvent *event)
+{
+    // A close during run() becomes a stop; the busy state closes the window when run() ends.
+    if (event->type() == QEvent::Close && watched == parent() && !m_busy.closeRequested()) {
+        event->ignore();
+        return true;
+    }
+    return QWidget::eventFilter(watched, event);
+}
 
 QString TableChecklist::statusText(const QString &verb, const QString &name, int index, int total)
 {

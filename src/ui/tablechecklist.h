@@ -12,10 +12,10 @@
 //       const auto result = m_list->run([&](const QString &table) { ...one table... });
 //       if (result == TableChecklist::Run::Finished) ...  // NoneTicked: the operator was told
 //   }
-//   void Tool::closeEvent(QCloseEvent *e) {           // a close during run() stops it first
-//       if (!m_list->busy().closeRequested()) { e->ignore(); return; }
-//       ...
-//   }
+//   exitOnConfirm(exitButton, this);                // the exit question (ui/toolwindow.h)
+//
+// A close of the tool window during run() stops the loop and closes the window when the loop
+// has ended; the tool's own closeEvent sees only the close that goes through.
 //
 // Reading the ticks: tickedTables(), tickedCount(), tables(); setting them: selectAll(),
 // deselectAll(), setTicked(). Pages: selectionPage() (default object name "Frame2") and
@@ -88,6 +88,9 @@ public:
     void setVerb(const QString &verb) { m_verb = verb; }
     // verb + name + "(" + index + " of " + total + ")", index counting from 1.
     static QString statusText(const QString &verb, const QString &name, int index, int total);
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void tickAll(bool ticked);

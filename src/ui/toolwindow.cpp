@@ -5,7 +5,13 @@
 #include <QApplication>
 #include <QKeyEvent>
 #include <QMdiSubWindow>
+#include <QPushButton>
+#include <QTimer>
 #include <QWidget>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace tabulon {
 
@@ -24,6 +30,22 @@ bool confirmExit(QWidget *parent)
 {
     return Dialogs::ask(parent, QStringLiteral("Are you sure you want to exit?"), Dialogs::Buttons::YesNo) ==
            Dialogs::Answer::Yes;
+}
+
+void exitOnConfirm(QAbstractButton *button, QWidget *tool)
+{
+    QObject::connect(button, &QAbstractButton::clicked, tool, [tool] {
+        if (confirmExit(tool))
+            closeToolWindow(tool);
+    });
+}
+
+void noDefaultButtons(QWidget *window)
+{
+    for (QPushButton *button : window->findChildren<QPushButton *>()) {
+        button->setAutoDefault(false);
+        button->setDefault(false);
+    }
 }
 
 KeyPreview::KeyPreview(QWidget *tool, std::function<void()> onEscape)
@@ -65,6 +87,60 @@ bool KeyPreview::eventFilter(QObject *watched, QEvent *event)
     return true;
 }
 
+namespace {
+
+// Everything runs on the one user-interface thread.
+std::vector<BusyState *> &runningStates()
+{
+    static std::vector<BusyState *> states;
+    return states;
+}
+
+struct Waiter final {
+    QPointer<QObject> context;
+    std::function<void()> then;
+};
+
+std::vector<Waiter> &waiters()
+{
+    static std::vector<Waiter> list;
+    return list;
+}
+
+void callWaiters()
+{
+    // A loop started meanwhile: its own end calls again.
+    if (RunningLoops::any())
+        return;
+    std::vector<Waiter> due = std::exchange(waiters(), {});
+    for (Waiter &w : due) {
+        if (w.context)
+            w.then();
+    }
+}
+
+} // namespace
+
+bool RunningLoops::any()
+{
+    return !runningStates().empty();
+}
+
+void RunningLoops::stopAll()
+{
+    for (BusyState *state : runningStates())
+        state->requestStop();
+}
+
+void RunningLoops::whenNoneRuns(QObject *context, std::function<void()> then)
+{
+    if (!any()) {
+        then();
+        return;
+    }
+    waiters().push_back(Waiter{context, std::move(then)});
+}
+
 bool BusyState::closeRequested()
 {
     if (!m_busy)
@@ -81,6 +157,7 @@ BusyGuard::BusyGuard(BusyState &state) : m_state(state), m_entered(!state.m_busy
     m_state.m_busy = true;
     m_state.m_stop = false;
     m_state.m_closePending = false;
+    runningStates().push_back(&m_state);
 }
 
 BusyGuard::~BusyGuard()
@@ -89,6 +166,12 @@ BusyGuard::~BusyGuard()
         return;
     m_state.m_busy = false;
     m_state.m_stop = false;
+    auto &running = runningStates();
+    running.erase(std::remove(running.begin(), running.end(), &m_state), running.end());
+    // The loop's caller is still on the stack and may still use its session: whoever waits
+    // for the loops hears of their end from the event loop.
+    if (running.empty() && !waiters().empty())
+        QTimer::singleShot(0, qApp, callWaiters);
     if (m_state.m_closePending) {
         m_state.m_closePending = false;
         if (m_state.m_window)

@@ -13,6 +13,8 @@
 
 #include <functional>
 
+class QAbstractButton;
+
 namespace tabulon {
 
 // Closes a tool window: its frame inside the main window when it has one, else the window.
@@ -20,6 +22,13 @@ void closeToolWindow(QWidget *tool);
 
 // "Are you sure you want to exit?" with Yes and No; true for Yes.
 bool confirmExit(QWidget *parent);
+// Makes `button` the tool's exit: a click asks the exit question and Yes closes the tool.
+void exitOnConfirm(QAbstractButton *button, QWidget *tool);
+
+// Takes the default role from every push button in `window`: Enter typed in a list or a text
+// box of a tool dialog must not start its work (a check, a restore, a conversion). Call once
+// the buttons exist, before the window is shown.
+void noDefaultButtons(QWidget *window);
 
 // Sees every key press meant for `tool` or any widget inside it before that widget does.
 // Escape calls `onEscape` (by default closeToolWindow(tool)) and is swallowed.
@@ -72,6 +81,19 @@ private:
     bool m_stop = false;
     bool m_closePending = false;
 };
+
+// Every loop that tool windows run, as the window that owns their session sees them. A loop
+// holds the session it started with across its yields, so that session may be replaced or
+// released only once no loop runs: the owner stops them and waits.
+namespace RunningLoops {
+// True while any BusyGuard is entered.
+bool any();
+// Asks every running loop to stop at its next step.
+void stopAll();
+// Calls `then` from the event loop once no loop runs, after the last one has unwound; at once
+// when none runs. Nothing is called when `context` is gone by then.
+void whenNoneRuns(QObject *context, std::function<void()> then);
+} // namespace RunningLoops
 
 class BusyGuard final {
 public:

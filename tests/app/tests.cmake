@@ -1,2 +1,3 @@
 tabulon_add_test(test_startup app/test_startup.cpp LIBS tabulon_app)
 tabulon_add_test(test_mainwindow app/test_mainwindow.cpp LIBS tabulon_app tabulon_testoperator)
+tabulon_add_test(test_toolloops app/test_toolloops.cpp LIBS tabulon_app tabulon_backup tabulon_testoperator)

@@ -8,6 +8,9 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <chrono>
+#include <thread>
+
 using namespace tabulon;
 using namespace tabulon::test;
 
@@ -33,6 +36,8 @@ private Q_SLOTS:
     void namedFile_data();
     void namedFile();
     void checkFindings();
+    void longStatementsOutlastTheReadTimeout_data();
+    void longStatementsOutlastTheReadTimeout();
     void replaceFiles();
 };
 
@@ -72,6 +77,45 @@ void TestTableCheck::checkFindings()
     QCOMPARE(missing.first().name, qs("nosuch"));
     const QList<TableCheck::Finding> refused{{qs("Could open table"), qs("no such")}};
     QCOMPARE(TableCheck::checkTable(session, qs("no such")), refused);
+}
+
+void TestTableCheck::longStatementsOutlastTheReadTimeout_data()
+{
+    QTest::addColumn<bool>("repair");
+    QTest::newRow("check") << false;
+    QTest::newRow("repair") << true;
+}
+
+// A check or repair that takes longer than the session's read time-out (here it waits for a
+// table another connection holds locked) still gets its answer, and the tables after it are
+// worked on the same connection.
+void TestTableCheck::longStatementsOutlastTheReadTimeout()
+{
+    QFETCH(bool, repair);
+    ScratchDatabase db(qs("tablecheck_slow"));
+    QVERIFY_DB(db.error());
+    QVERIFY_DB(db.run({qs("create table held (n int) engine=MyISAM"), qs("create table after_it (n int) engine=MyISAM"),
+                       qs("insert into held values (1),(2)")}));
+    DatabaseSession session;
+    session.setTimeouts(5, 1, 5);
+    QVERIFY_DB(openSession(session, db.name()));
+    DatabaseSession holder;
+    QVERIFY_DB(openSession(holder, db.name()));
+    QVERIFY_DB(holder.execute(qs("LOCK TABLES held WRITE")));
+    std::jthread release([&holder] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+        (void)holder.execute(qs("UNLOCK TABLES"));
+    });
+
+    for (const QString &table : {qs("held"), qs("after_it")}) {
+        if (repair) {
+            QVERIFY_DB(TableCheck::repairTable(session, table));
+        } else {
+            QCOMPARE(TableCheck::checkTable(session, table), QList<TableCheck::Finding>{});
+        }
+    }
+    // The session's own time-out is back for everything else.
+    QVERIFY(session.execute(qs("select sleep(2)")).isError());
 }
 
 void TestTableCheck::replaceFiles()
