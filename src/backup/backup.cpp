@@ -115,8 +115,9 @@ bool BackUp::prepare()
             closeToolWindow(this);
             return false;
         }
-        if (!QFile::remove(archive)) {
-            QFile file(archive);
+        // The reason is the one the failed removal gave: a QFile that tried nothing knows none.
+        QFile file(archive);
+        if (!file.remove()) {
             Dialogs::message(this, DbError::file(QDir::toNativeSeparators(archive), file.errorString()).description);
             return false;
         }
