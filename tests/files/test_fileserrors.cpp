@@ -87,6 +87,8 @@ void TestFilesErrors::nothingToActOn_data()
                                                    << "bin" << sl({"zzz", "y"}) << "No item name holds \"zzz\".";
     QTest::newRow("replace in files, text in no file") << "mnurepfiles"
                                                        << "" << sl({"zzz", "y"}) << "No text file holds \"zzz\".";
+    QTest::newRow("installation folder missing") << "missing"
+                                                 << "" << QStringList() << "\"%1\" is not a folder.";
     QTest::newRow("typed path is no folder") << "typed"
                                              << "" << QStringList() << "\"%1\" is not a folder.";
 }
@@ -98,11 +100,25 @@ void TestFilesErrors::nothingToActOn()
     QFETCH(QStringList, typed);
     QFETCH(QString, told);
     const QStringList before = disk();
+    const QString aFile = path("reports/orvita_1.rpt");
+    const QString gone = path("gone");
+    if (command == qs("missing")) {
+        // The window opens on the program's folder, which is not there.
+        m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, gone});
+        registerTools(*m_main);
+        m_main->enableAllMenus();
+    }
     m_main->menuItem(qs("mnurenfld"))->trigger();
     QVERIFY(!m_operator->modals.isEmpty());
     QPointer<RenameFolders> w = qobject_cast<RenameFolders *>(m_operator->modals.last());
     QVERIFY(w);
     auto *tree = w->findChild<QTreeWidget *>(qs("TreeView1"));
+    if (command == qs("missing")) {
+        QCOMPARE(m_operator->told, QStringList{told.arg(QDir::toNativeSeparators(gone))});
+        QCOMPARE(tree->topLevelItem(0)->childCount(), 0);
+        QCOMPARE(disk(), before);
+        return;
+    }
     tree->clearSelection();
     QTreeWidgetItem *item = tree->topLevelItem(0);
     if (!chosen.isEmpty()) {
@@ -112,7 +128,6 @@ void TestFilesErrors::nothingToActOn()
     }
     tree->setCurrentItem(item);
     m_operator->typed = typed;
-    const QString aFile = path("reports/orvita_1.rpt");
     if (command == qs("typed")) {
         auto *box = w->findChild<QLineEdit *>(qs("txtfolder"));
         box->setText(aFile);
