@@ -85,7 +85,7 @@ void TestImportErrors::importRefusals()
     w->findChild<QPushButton *>(qs("cmdbrowse"))->click();
     auto *table = w->findChild<QComboBox *>(qs("cbotable"));
     table->setCurrentIndex(table->findText(qs("Shippers")));
-    QCOMPARE(table->currentText(), qs("Shippers"));
+    QVERIFY2(table->currentText() == qs("Shippers"), qPrintable(m_operator->told.join(u'/')));
     if (into == qs("new")) {
         w->findChild<QRadioButton *>(qs("optnew"))->setChecked(true);
         w->findChild<QLineEdit *>(qs("txtnewtable"))->setText(name);
@@ -100,7 +100,7 @@ void TestImportErrors::importRefusals()
         QVERIFY_DB(m_db->run({qs("DROP TABLE existing")}));
     const unsigned long id = session().connectionId();
     w->findChild<QPushButton *>(qs("cmdimport"))->click();
-    QCOMPARE(m_operator->told, QStringList{told.arg(m_db->name())});
+    QCOMPARE(m_operator->told, QStringList{QString(told).replace(qs("%1"), m_db->name())});
     QCOMPARE(m_operator->asked, QStringList());
     QCOMPARE(m_operator->runtimeErrors, QStringList());
     if (trouble != qs("closed")) {
