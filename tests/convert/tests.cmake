@@ -5,7 +5,8 @@ tabulon_add_test(test_convertdb convert/test_convertdb.cpp LIBS tabulon_convert 
 tabulon_add_test(test_importdb convert/test_importdb.cpp LIBS tabulon_convert tabulon_testoperator)
 tabulon_add_test(test_importdata convert/test_importdata.cpp
     LIBS tabulon_convert tabulon_app tabulon_testoperator tabulon_testgrid)
-foreach(test test_accessfile test_convertdb test_importdata)
+tabulon_add_test(test_importerrors convert/test_importerrors.cpp LIBS tabulon_convert tabulon_app tabulon_testoperator)
+foreach(test test_accessfile test_convertdb test_importdata test_importerrors)
     target_compile_definitions(${test} PRIVATE TABULON_FIXTURES_DIR="${PROJECT_SOURCE_DIR}/tests/fixtures")
 endforeach()
 target_compile_definitions(test_tablescript PRIVATE TABULON_IMPORT_DB="$<TARGET_FILE:import_db>")
