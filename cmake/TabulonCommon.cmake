@@ -19,6 +19,7 @@ option(TABULON_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSaniti
 if(TABULON_SANITIZE)
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
     add_link_options(-fsanitize=address,undefined)
+    add_compile_definitions(TABULON_SANITIZED)
 endif()
 
 # libFuzzer targets (clang only): every library is built with the fuzzer's coverage

@@ -42,10 +42,18 @@ int serve(const QString &path, int in, int out);
 void setReaderProgram(const QString &program);
 QString readerProgram();
 
+// Seconds the reader may send nothing before its file counts as damaged. The sanitizer build
+// runs the reader many times slower, so it waits longer.
+#ifdef TABULON_SANITIZED
+inline constexpr int kReaderSilenceSeconds = 180;
+#else
+inline constexpr int kReaderSilenceSeconds = 30;
+#endif
+
 // Reads the whole file at `path` through the reader program: every user table with its rows,
 // in catalog order. An error names the file; a reader that crashes, sends nothing for
 // `timeoutSeconds`, or reports damage gives one too.
-DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds = 30);
+DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds = kReaderSilenceSeconds);
 
 } // namespace AccessFile
 
@@ -53,7 +61,8 @@ DbResult<std::vector<SourceTable>> load(const QString &path, int timeoutSeconds 
 // time.
 class AccessReader final {
 public:
-    static DbResult<std::unique_ptr<AccessReader>> start(const QString &path, int timeoutSeconds = 30);
+    static DbResult<std::unique_ptr<AccessReader>> start(const QString &path,
+                                                         int timeoutSeconds = AccessFile::kReaderSilenceSeconds);
     ~AccessReader();
     AccessReader(const AccessReader &) = delete;
     AccessReader &operator=(const AccessReader &) = delete;
