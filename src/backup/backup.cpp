@@ -21,6 +21,9 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include <cerrno>
+#include <cstring>
+
 namespace tabulon {
 
 namespace {
@@ -124,6 +127,14 @@ bool BackUp::prepare()
         if (Dialogs::ask(this, QStringLiteral("The backup is already taken, are you want to delete it")) !=
             Dialogs::Answer::Yes) {
             closeToolWindow(this);
+            return false;
+        }
+        // Only a file can be replaced: anything else in its place is told now, before the tables
+        // are read, rather than when the finished archive cannot take its name.
+        if (!QFileInfo(m_set.archivePath()).isFile()) {
+            Dialogs::message(this, DbError::file(QDir::toNativeSeparators(m_set.archivePath()),
+                                                 QString::fromLocal8Bit(std::strerror(EISDIR)))
+                                       .description);
             return false;
         }
         // The earlier archive stays until the new one is whole and takes its place: an exit or a
