@@ -11,7 +11,7 @@
 # Faults: the server killed (SIGKILL, then started again) or the program's connections killed
 # from another session (KILL CONNECTION), each right before a statement chosen at random among
 # those the work sends (its count comes from a run without a fault); a disk that fills (a small
-# tmpfs left with 0-64 KiB free; needs root, skipped with a note otherwise); the work folder made
+# tmpfs left with 0-16 KiB free; needs root, skipped with a note otherwise); the work folder made
 # read-only; the archive deleted or replaced between the restore's file page and the restore.
 # A run is clean when it ends within 30 seconds without a signal and without a success message
 # after a fault that changed its outcome; data is lost when a table ends neither as it was nor as
@@ -94,7 +94,7 @@ for row in "${rows[@]}"; do
   clean=0 hangs=0 crashes=0 lost=0 recovered=0
   for ((r = 1; r <= runs; r++)); do
     case "$fault" in
-      disk-full) at=$((RANDOM % 65)) ;;
+      disk-full) at=$((RANDOM % 17)) ;;
       read-only|archive-*) at=1 ;;
       *) at=$((1 + RANDOM % count)) ;;
     esac
