@@ -1,6 +1,7 @@
 tabulon_logic_library(tabulon_convert_logic
     SOURCES
         convert/accessfile.cpp convert/accessfile.h
+        convert/accessreader.cpp
         convert/conversionreport.cpp convert/conversionreport.h
         convert/conversionrules.cpp convert/conversionrules.h
         convert/conversionsource.cpp convert/conversionsource.h
@@ -26,10 +27,7 @@ list(APPEND TABULON_TOOL_LIBRARIES tabulon_convert)
 add_executable(tabulon-accessreader convert/accessreader_main.cpp)
 target_link_libraries(tabulon-accessreader PRIVATE tabulon_convert_logic tabulon_common_cfg)
 set_target_properties(tabulon-accessreader PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
-if(TABULON_SANITIZE)
-    target_compile_definitions(tabulon-accessreader PRIVATE TABULON_SANITIZED)
-endif()
-set_property(SOURCE convert/accessfile.cpp APPEND PROPERTY COMPILE_DEFINITIONS
+set_property(SOURCE convert/accessreader.cpp APPEND PROPERTY COMPILE_DEFINITIONS
     TABULON_ACCESS_READER_BUILT="$<TARGET_FILE:tabulon-accessreader>")
 add_dependencies(tabulon_convert tabulon-accessreader)
 
