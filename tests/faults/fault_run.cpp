@@ -405,6 +405,7 @@ void Run::work()
         click(w, "Command2");
         if (auto *all = w->findChild<QCheckBox *>(QStringLiteral("chkdel")))
             all->setChecked(true);
+        child<TableChecklist>(w, "TableChecklist")->selectAll();
         click(w, "cmdrestore");
     } else if (t == QStringLiteral("convert")) {
         m_op->chosenFile = m_o.source;
