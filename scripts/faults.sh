@@ -52,7 +52,9 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 130' INT TERM
 
-if [ "$(id -u)" -eq 0 ] && mount -t tmpfs -o size=64m,mode=0777 tabulon-faults "$work" 2>/dev/null; then
+# 256 MiB: the restore's archive check keeps the last 64 MiB of a disk free, so a smaller one
+# would refuse every archive before the restore starts.
+if [ "$(id -u)" -eq 0 ] && mount -t tmpfs -o size=256m,mode=0777 tabulon-faults "$work" 2>/dev/null; then
   mounted=yes
 fi
 
