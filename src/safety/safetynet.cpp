@@ -109,6 +109,28 @@ DbResult<std::optional<Source>> describe(DatabaseSession &db, const QString &tab
     return std::optional<Source>(std::move(source));
 }
 
+// Opens a new copy file for `header` in the safety folder, stamping the header with the time;
+// returns the file's path.
+DbResult<QString> openCopy(const SafetySettings &settings, SafetyCopyInfo &header, SafetyCopyWriter &out)
+{
+    if (DbError e = makeFolder(settings.folder))
+        return e;
+    header.time = QDateTime::currentDateTimeUtc();
+    const QString path = newCopyPath(settings.folder, header.time);
+    if (DbError e = out.open(path, header))
+        return e;
+    return path;
+}
+
+// Makes the copy at `path` whole and keeps the folder within its limits.
+DbResult<QString> finishCopy(const SafetySettings &settings, SafetyCopyWriter &out, const QString &path)
+{
+    if (DbError e = out.commit())
+        return e;
+    prune(settings, path);
+    return path;
+}
+
 } // namespace
 
 void setConfirm(Confirm confirm)
@@ -150,19 +172,16 @@ DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &
     if (sources.empty())
         return QString();
 
-    if (DbError e = makeFolder(settings.folder))
-        return e;
     SafetyCopyInfo header;
-    header.time = QDateTime::currentDateTimeUtc();
     header.command = command;
     header.database = source.databaseName();
     for (const Source &s : sources)
         header.tables << s.table.name;
-    const QString path = newCopyPath(settings.folder, header.time);
-
     SafetyCopyWriter out;
-    if (DbError e = out.open(path, header))
-        return e;
+    auto opened = openCopy(settings, header, out);
+    if (!opened)
+        return opened.error();
+    const QString path = *opened;
     for (const Source &s : sources) {
         if (DbError e = out.beginTable(s.table))
             return e;
@@ -178,10 +197,7 @@ DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &
         if (DbError e = out.endTable())
             return e;
     }
-    if (DbError e = out.commit())
-        return e;
-    prune(settings, path);
-    return path;
+    return finishCopy(settings, out, path);
 }
 
 DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &command, const QString &database,
@@ -196,20 +212,17 @@ DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &c
     if (total > settings.maxBytes() || files.isEmpty())
         return QString();
 
-    if (DbError e = makeFolder(settings.folder))
-        return e;
     SafetyCopyInfo header;
-    header.time = QDateTime::currentDateTimeUtc();
     header.command = command;
     header.database = database;
     header.tables = files;
     header.kind = SafetyCopyInfo::Kind::Files;
     header.folder = folder;
-    const QString path = newCopyPath(settings.folder, header.time);
-
     SafetyCopyWriter out;
-    if (DbError e = out.open(path, header))
-        return e;
+    auto opened = openCopy(settings, header, out);
+    if (!opened)
+        return opened.error();
+    const QString path = *opened;
     for (const QString &name : files) {
         QFile in(QDir(folder).filePath(name));
         const bool existed = in.exists();
@@ -229,10 +242,7 @@ DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &c
         if (DbError e = out.endFile())
             return e;
     }
-    if (DbError e = out.commit())
-        return e;
-    prune(settings, path);
-    return path;
+    return finishCopy(settings, out, path);
 }
 
 DbError protectTables(DatabaseSession &session, const QString &command, const QStringList &tables)
