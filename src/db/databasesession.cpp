@@ -276,8 +276,8 @@ DbResult<Recordset> DatabaseSession::read(const QString &sql, const QString &tab
         return fetchError;
     drainResults(m);
 
-    for (auto &c : rs.m_columns)
-        c.squeeze();
+    // No squeeze here: spare capacity that was never written takes no memory, and a table
+    // view appends its header row to these columns before it squeezes them.
     rs.m_rows = rows;
     rs.m_open = true;
     if (!table.isEmpty()) {

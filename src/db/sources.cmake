@@ -2,6 +2,7 @@ tabulon_logic_library(tabulon_db
     SOURCES
         db/dberror.cpp db/dberror.h
         db/progress.h
+        db/bytebuffer.cpp db/bytebuffer.h
         db/textcolumn.cpp db/textcolumn.h
         db/recordset.cpp db/recordset.h
         db/typecodes.cpp db/typecodes.h

@@ -2,14 +2,19 @@
 // length as a varint (one byte below 128), the start of every block of kBlock cells, null
 // flags only when a null was stored, and a sparse set of cells that were changed after they
 // were appended. Recordsets and the grid both keep their cells here; a million-row column of
-// short texts costs its text plus about 1.5 bytes a cell.
+// short texts costs its text plus about 1.5 bytes a cell. Copies share the storage until one
+// of them appends or shrinks, so a copied column costs nothing until it is changed.
 #pragma once
+
+#include "db/bytebuffer.h"
 
 #include <QByteArray>
 #include <QByteArrayView>
 #include <QString>
 
 #include <cstdint>
+#include <memory>
+#include <stdexcept>
 #include <unordered_map>
 #include <vector>
 
@@ -17,13 +22,19 @@ namespace tabulon {
 
 class TextColumn final {
 public:
-    qsizetype size() const { return m_count; }
-    bool isEmpty() const { return m_count == 0; }
+    qsizetype size() const { return m_store ? m_store->count : 0; }
+    bool isEmpty() const { return size() == 0; }
 
     void reserve(qsizetype cells, qsizetype bytes = 0);
     void clear();
 
-    void append(QByteArrayView utf8);
+    void append(QByteArrayView utf8)
+    {
+        Store &s = writable();
+        s.appendBytes(utf8.data(), static_cast<std::size_t>(utf8.size()));
+        if (!s.nulls.empty())
+            s.nulls.push_back(false);
+    }
     void append(const QString &text) { append(QByteArrayView(text.toUtf8())); }
     void appendNull();
     // Grows with empty cells or drops cells from the end.
@@ -45,11 +56,33 @@ public:
     // Releases spare capacity after bulk loading.
     void squeeze();
 
-    // Bytes held, for memory accounting.
+    // Bytes held, for memory accounting; storage shared with a copy counts in full.
     qsizetype memoryUse() const;
 
 private:
+    struct Location {
+        std::uint32_t begin;
+        std::uint32_t length;
+        std::uint32_t nextLengthPos; // just past the cell's length
+    };
+
+public:
+    // Reads cells of an unchanging column in rising order: a read of the cell after the one
+    // read before takes one length instead of a walk from the start of its block.
+    class Reader final {
+    public:
+        explicit Reader(const TextColumn &column) : m_column(column) {}
+        QByteArrayView utf8(qsizetype i);
+
+    private:
+        const TextColumn &m_column;
+        qsizetype m_last = -2;
+        Location m_at{};
+    };
+
+private:
     static constexpr qsizetype kBlock = 16;
+    static constexpr std::uint64_t kMaxBytes = 0xFFFFFFFFull;
     struct Edit {
         QByteArray bytes;
         bool null = false;
@@ -59,23 +92,57 @@ private:
         std::uint32_t byteStart;
         std::uint32_t lengthPos;
     };
-    struct Location {
-        std::uint32_t begin;
-        std::uint32_t length;
-        std::uint32_t nextLengthPos; // just past the cell's length
+    struct Store {
+        ByteBuffer bytes;
+        ByteBuffer lengths;        // varints, 7 bits a byte, low group first
+        std::vector<Block> blocks; // one per kBlock cells
+        qsizetype count = 0;
+        std::vector<bool> nulls; // empty while no cell is null
+
+        void appendBytes(const char *data, std::size_t n)
+        {
+            if (bytes.size() + n > kMaxBytes)
+                throw std::length_error("column holds more than 4 GiB of text");
+            if (count % kBlock == 0)
+                blocks.push_back(
+                    Block{static_cast<std::uint32_t>(bytes.size()), static_cast<std::uint32_t>(lengths.size())});
+            auto length = static_cast<std::uint32_t>(n);
+            if (length < 0x80) {
+                lengths.push_back(static_cast<char>(length));
+            } else {
+                do {
+                    lengths.push_back(static_cast<char>(length | 0x80));
+                    length >>= 7;
+                } while (length >= 0x80);
+                lengths.push_back(static_cast<char>(length));
+            }
+            bytes.append(data, n);
+            ++count;
+        }
     };
-    bool hasNullFlags() const { return !m_nulls.empty(); }
+
+    static const Store &emptyStore();
+    const Store &store() const { return m_store ? *m_store : emptyStore(); }
+    // The storage, made this column's own before a change.
+    Store &writable()
+    {
+        if (!m_store || m_store.use_count() > 1)
+            detach();
+        return *m_store;
+    }
+    void detach();
     void ensureNullFlags();
     Location locate(qsizetype i) const;
-    // Adds a cell's bytes and length, leaving the null flags to the caller.
-    void appendBytes(QByteArrayView utf8);
-    QByteArrayView stored(qsizetype i) const;
+    static Location next(const Store &s, const Location &at);
+    // Empty cells read as an empty text, not a null one, even before the buffer exists.
+    QByteArrayView stored(const Location &at) const
+    {
+        const char *bytes = store().bytes.data();
+        return bytes ? QByteArrayView(bytes + at.begin, at.length) : QByteArrayView("", 0);
+    }
+    const Edit *editOf(qsizetype i) const;
 
-    QByteArray m_bytes;
-    std::vector<std::uint8_t> m_lengths; // varints, 7 bits a byte, low group first
-    std::vector<Block> m_blocks;         // one per kBlock cells
-    qsizetype m_count = 0;
-    std::vector<bool> m_nulls; // empty while no cell is null
+    std::shared_ptr<Store> m_store;
     std::unordered_map<std::uint32_t, Edit> m_edits;
 };
 

@@ -13,6 +13,7 @@ private Q_SLOTS:
     void editsNullsAndResize();
     void manyEditsCompactOnTheirOwn();
     void lengthsOfEverySizeAcrossBlocks();
+    void copiesShareUntilChanged();
 };
 
 void TestTextColumn::editsNullsAndResize()
@@ -89,6 +90,36 @@ void TestTextColumn::lengthsOfEverySizeAcrossBlocks()
         check();
         c.resize(static_cast<qsizetype>(expected.size()));
     }
+}
+
+// A copy shares the storage; whichever side changes first gets its own, large buffers
+// included (they grow by remapping and are faulted in ahead), and the other keeps its cells.
+void TestTextColumn::copiesShareUntilChanged()
+{
+    TextColumn a;
+    for (int i = 0; i < 40000; ++i) // about 400 KB of text
+        a.append(QByteArrayView(QByteArray::number(i).repeated(2)));
+    a.appendNull();
+    TextColumn b = a;
+    TextColumn c = a;
+    b.append(qs("only in b"));
+    c.resize(3);
+    c.setText(1, qs("edited"));
+    c.append(QByteArrayView(QByteArray(300000, 'x')));
+    a.squeeze();
+    QCOMPARE(a.size(), 40001);
+    QCOMPARE(b.size(), 40002);
+    QCOMPARE(c.size(), 4);
+    for (const int i : {0, 1, 17, 39999}) {
+        QCOMPARE(a.text(i), QString::number(i).repeated(2));
+        QCOMPARE(b.text(i), a.text(i));
+    }
+    QVERIFY(a.isNull(40000) && b.isNull(40000) && !b.isNull(40001));
+    QCOMPARE(b.text(40001), qs("only in b"));
+    QCOMPARE(c.text(1), qs("edited"));
+    QCOMPARE(c.text(2), qs("22"));
+    QCOMPARE(c.byteLength(3), 300000);
+    QVERIFY(!c.text(0).isNull()); // an empty-looking cell is empty text, never a null string
 }
 
 QTEST_APPLESS_MAIN(TestTextColumn)
