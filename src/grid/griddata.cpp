@@ -9,6 +9,7 @@
 #include <limits>
 #include <numeric>
 #include <string>
+#include <unordered_map>
 
 namespace tabulon {
 
@@ -68,37 +69,6 @@ unsigned char asciiLower(unsigned char c)
     return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c + ('a' - 'A')) : c;
 }
 
-// Byte order of UTF-8 is code point order; ASCII letters are lowered on the fly so that plain
-// texts need no folded copy.
-int compareFolded(const char *a, std::uint32_t lengthA, const char *b, std::uint32_t lengthB)
-{
-    const std::uint32_t n = std::min(lengthA, lengthB);
-    // Equal cells are common in a sorted column and need no byte-by-byte lowering.
-    if (std::memcmp(a, b, n) == 0)
-        return lengthA < lengthB ? -1 : (lengthA > lengthB ? 1 : 0);
-    for (std::uint32_t i = 0; i < n; ++i) {
-        const unsigned char ca = asciiLower(static_cast<unsigned char>(a[i]));
-        const unsigned char cb = asciiLower(static_cast<unsigned char>(b[i]));
-        if (ca != cb)
-            return ca < cb ? -1 : 1;
-    }
-    return lengthA < lengthB ? -1 : (lengthA > lengthB ? 1 : 0);
-}
-
-// One entry per sorted row: 32 bytes, sorted in place. Most comparisons are settled by the
-// 64-bit prefixes held right here, so the sort walks its own array instead of chasing a
-// million pointers into the column; only rows with equal 16-byte prefixes look at their whole
-// texts. Empty cells, numbers and texts are sorted in separate ranges, so no entry needs to
-// say which it is.
-struct SortItem {
-    std::uint64_t prefix;  // numbers: the value in an order-keeping encoding; texts: first 8 lowered bytes
-    std::uint64_t prefix2; // texts: the next 8 lowered bytes
-    const char *text;      // whole text (case-folded copy when it is not ASCII)
-    std::uint32_t length;
-    std::uint32_t pos; // place among the sorted rows before the sort: equal cells keep it
-};
-static_assert(sizeof(SortItem) == 32);
-
 enum class CellKind : std::uint8_t { Empty, Number, Text };
 
 CellKind kindOf(QByteArrayView bytes, double *number)
@@ -117,47 +87,53 @@ std::uint64_t orderedBits(double value)
     return (bits & (std::uint64_t(1) << 63)) ? ~bits : (bits | (std::uint64_t(1) << 63));
 }
 
-std::uint64_t textPrefix(const char *text, std::uint32_t length, std::uint32_t from)
+// One entry per sorted row, 16 bytes, sorted in place. Texts are compared eight case-folded
+// bytes at a time: an entry holds the eight bytes at the current depth as one number, so the
+// sort walks its own array instead of chasing a million cells, and only rows that agree on
+// those bytes read their next eight. Empty cells, numbers and texts are sorted in separate
+// ranges, so no comparison needs to ask which is which.
+struct SortItem {
+    std::uint64_t key; // numbers: the value in an order-keeping encoding; texts: eight bytes
+    std::uint32_t pos; // place among the sorted rows before the sort: equal cells keep it
+    // Texts: how many bytes the text has from the current depth, 9 meaning "more than eight"
+    // (bits 0-3), whether it is read from the folded copies (kFolded); numbers: 0. The kind
+    // lives in bits 4-5 until the entries are split by kind.
+    std::uint32_t info;
+};
+static_assert(sizeof(SortItem) == 16);
+
+constexpr std::uint32_t kChunkMask = 0xF;
+constexpr std::uint32_t kMoreThanChunk = 9;
+constexpr std::uint32_t kKindShift = 4;
+constexpr std::uint32_t kFolded = 0x100;
+
+// Eight bytes of a text from `depth` (ASCII letters lowered), zeros past its end, as a number
+// whose order is the bytes' order; and how many bytes there were.
+std::uint64_t chunkOf(QByteArrayView text, qsizetype depth, std::uint32_t *length)
 {
-    std::uint64_t prefix = 0;
-    for (std::uint32_t i = from; i < from + 8; ++i) {
-        prefix <<= 8;
-        if (i < length)
-            prefix |= asciiLower(static_cast<unsigned char>(text[i]));
+    std::uint64_t key = 0;
+    const qsizetype left = text.size() - depth;
+    for (qsizetype i = 0; i < 8; ++i) {
+        key <<= 8;
+        if (i < left)
+            key |= asciiLower(static_cast<unsigned char>(text[depth + i]));
     }
-    return prefix;
+    *length = static_cast<std::uint32_t>(std::min<qsizetype>(left, kMoreThanChunk));
+    return key;
 }
 
-// -1, 0 or 1 by value alone; ties are left to the caller.
-int compareNumbers(const SortItem &a, const SortItem &b)
+// Sorts entries by key (then, for texts, by length at this depth) in the given direction;
+// equal entries keep their earlier order in both directions, which makes the unstable
+// in-place sort a stable one without its buffer.
+void sortByKey(SortItem *first, SortItem *last, bool ascending)
 {
-    return a.prefix < b.prefix ? -1 : (a.prefix > b.prefix ? 1 : 0);
-}
-
-int compareTexts(const SortItem &a, const SortItem &b)
-{
-    if (a.prefix != b.prefix)
-        return a.prefix < b.prefix ? -1 : 1;
-    if (a.prefix2 != b.prefix2)
-        return a.prefix2 < b.prefix2 ? -1 : 1;
-    if (a.length <= 16 && b.length <= 16 && a.length == b.length)
-        return 0;
-    // Equal prefixes of two texts that both reach past them: the first 16 bytes are settled.
-    if (a.length > 16 && b.length > 16)
-        return compareFolded(a.text + 16, a.length - 16, b.text + 16, b.length - 16);
-    return compareFolded(a.text, a.length, b.text, b.length);
-}
-
-// Sorts one range by `compare` in the given direction; equal cells keep their earlier order in
-// both directions, which makes the unstable in-place sort a stable one without its buffer.
-template <typename Compare>
-void sortRange(std::vector<SortItem>::iterator first, std::vector<SortItem>::iterator last, bool ascending,
-               Compare compare)
-{
-    std::sort(first, last, [ascending, compare](const SortItem &a, const SortItem &b) {
-        const int c = compare(a, b);
-        if (c != 0)
-            return ascending ? c < 0 : c > 0;
+    std::sort(first, last, [ascending](const SortItem &a, const SortItem &b) {
+        if (a.key != b.key)
+            return ascending ? a.key < b.key : a.key > b.key;
+        const std::uint32_t la = a.info & kChunkMask;
+        const std::uint32_t lb = b.info & kChunkMask;
+        if (la != lb)
+            return ascending ? la < lb : la > lb;
         return a.pos < b.pos;
     });
 }
@@ -342,16 +318,28 @@ void GridData::setRowNumbers(int col)
 {
     if (col < 0 || col >= cols())
         return;
-    // Physical cell -> row, so that the column is written in its own order.
-    std::vector<std::uint32_t> rowOf(static_cast<size_t>(m_physicalRows), kNoRow);
-    for (int r = m_fixedRows; r < rows(); ++r)
-        rowOf[physical(r)] = static_cast<std::uint32_t>(r);
+    // Physical cell -> row, so that the column is written in its own order. A freshly loaded
+    // table keeps its data rows in physical order, which needs no table.
+    const auto data = m_order.begin() + m_fixedRows;
+    std::uint32_t expected = 0;
+    const bool inOrder = std::all_of(data, m_order.end(), [&expected](std::uint32_t p) { return p == expected++; });
+    std::vector<std::uint32_t> rowOf;
+    if (!inOrder) {
+        rowOf.assign(static_cast<size_t>(m_physicalRows), kNoRow);
+        for (int r = m_fixedRows; r < rows(); ++r)
+            rowOf[physical(r)] = static_cast<std::uint32_t>(r);
+    }
+    const auto dataRows = static_cast<qsizetype>(m_order.end() - data);
     const TextColumn &column = m_columns[static_cast<size_t>(col)];
     TextColumn rebuilt;
     rebuilt.reserve(m_physicalRows);
     char digits[16];
     for (qsizetype p = 0; p < m_physicalRows; ++p) {
-        const std::uint32_t r = rowOf[static_cast<size_t>(p)];
+        std::uint32_t r = kNoRow;
+        if (!inOrder)
+            r = rowOf[static_cast<size_t>(p)];
+        else if (p < dataRows)
+            r = static_cast<std::uint32_t>(p + m_fixedRows);
         if (r == kNoRow) {
             rebuilt.append(column.utf8(p));
             continue;
@@ -423,65 +411,93 @@ void GridData::sort(int col, int order)
     const auto count = static_cast<size_t>(m_order.end() - first);
     const bool ascending = order == 1;
 
-    // Empty cells, numbers and texts each get their own range of the array, in the order the
-    // kinds sort in this direction; a first pass counts them.
-    size_t kindCount[3] = {0, 0, 0};
-    double number = 0;
-    for (auto it = first; it != m_order.end(); ++it)
-        ++kindCount[static_cast<int>(kindOf(column.utf8(*it), &number))];
-    size_t start[3];
-    if (ascending) {
-        start[0] = 0;
-        start[1] = kindCount[0];
-        start[2] = kindCount[0] + kindCount[1];
-    } else {
-        start[2] = 0;
-        start[1] = kindCount[2];
-        start[0] = kindCount[2] + kindCount[1];
-    }
-
-    std::vector<SortItem> items(count);
-    size_t next[3] = {start[0], start[1], start[2]};
     // Texts beyond ASCII are compared in a case-folded copy; plain ones in place.
     std::string folded;
-    std::vector<std::pair<size_t, size_t>> foldedAt; // item, offset in `folded`
+    std::unordered_map<std::uint32_t, std::pair<size_t, size_t>> foldedAt; // pos -> offset, length
+    const auto textOf = [&](const SortItem &item) {
+        if (item.info & kFolded) {
+            const auto [offset, length] = foldedAt.at(item.pos);
+            return QByteArrayView(folded.data() + offset, static_cast<qsizetype>(length));
+        }
+        return column.utf8(first[static_cast<std::ptrdiff_t>(item.pos)]);
+    };
+
+    std::vector<SortItem> items(count);
+    TextColumn::Reader reader(column);
+    double number = 0;
     for (size_t i = 0; i < count; ++i) {
-        const QByteArrayView bytes = column.utf8(first[static_cast<std::ptrdiff_t>(i)]);
+        const QByteArrayView bytes = reader.utf8(first[static_cast<std::ptrdiff_t>(i)]);
         const CellKind kind = kindOf(bytes, &number);
-        const size_t at = next[static_cast<int>(kind)]++;
-        SortItem item{0, 0, bytes.data(), static_cast<std::uint32_t>(bytes.size()), static_cast<std::uint32_t>(i)};
+        SortItem item{0, static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(kind) << kKindShift};
+        std::uint32_t length = 0;
         if (kind == CellKind::Number) {
-            item.prefix = orderedBits(number);
+            item.key = orderedBits(number);
         } else if (kind == CellKind::Text && isAscii(bytes)) {
-            item.prefix = textPrefix(item.text, item.length, 0);
-            item.prefix2 = textPrefix(item.text, item.length, 8);
+            item.key = chunkOf(bytes, 0, &length);
         } else if (kind == CellKind::Text) {
             const QByteArray f = QString::fromUtf8(bytes).toCaseFolded().toUtf8();
-            item.length = static_cast<std::uint32_t>(f.size());
-            item.prefix = textPrefix(f.constData(), item.length, 0);
-            item.prefix2 = textPrefix(f.constData(), item.length, 8);
-            foldedAt.emplace_back(at, folded.size());
+            foldedAt.emplace(item.pos, std::pair{folded.size(), static_cast<size_t>(f.size())});
             folded.append(f.constData(), static_cast<size_t>(f.size()));
+            item.key = chunkOf(QByteArrayView(f), 0, &length);
+            item.info |= kFolded;
         }
-        items[at] = item;
+        item.info |= length;
+        items[i] = item;
     }
-    for (const auto &[index, offset] : foldedAt)
-        items[index].text = folded.data() + offset;
 
-    const auto range = [&items, &start, &kindCount](CellKind kind) {
-        const auto k = static_cast<int>(kind);
-        const auto begin = items.begin() + static_cast<std::ptrdiff_t>(start[k]);
-        return std::pair{begin, begin + static_cast<std::ptrdiff_t>(kindCount[k])};
+    // Kinds in the order they sort in this direction: empty cells, numbers, texts ascending.
+    const auto kindOfItem = [](const SortItem &item) { return static_cast<CellKind>((item.info >> kKindShift) & 3); };
+    const CellKind leading = ascending ? CellKind::Empty : CellKind::Text;
+    const CellKind trailing = ascending ? CellKind::Text : CellKind::Empty;
+    SortItem *const begin = items.data();
+    SortItem *const end = begin + count;
+    SortItem *const middle = std::partition(begin, end, [&](const SortItem &i) { return kindOfItem(i) == leading; });
+    SortItem *const last = std::partition(middle, end, [&](const SortItem &i) { return kindOfItem(i) != trailing; });
+    for (SortItem *item = begin; item != end; ++item)
+        item->info &= ~(3u << kKindShift);
+
+    const auto byPos = [](const SortItem &a, const SortItem &b) { return a.pos < b.pos; };
+    SortItem *const emptyFirst = ascending ? begin : last;
+    SortItem *const emptyLast = ascending ? middle : end;
+    SortItem *const textFirst = ascending ? last : begin;
+    SortItem *const textLast = ascending ? end : middle;
+    std::sort(emptyFirst, emptyLast, byPos);
+    sortByKey(middle, last, ascending); // numbers
+
+    // Texts: sorted by their first eight bytes, then each run that agrees on them and goes on
+    // is sorted by its next eight, and so on.
+    struct Run {
+        SortItem *first;
+        SortItem *last;
+        qsizetype depth;
     };
-    const auto [numbersBegin, numbersEnd] = range(CellKind::Number);
-    sortRange(numbersBegin, numbersEnd, ascending, compareNumbers);
-    const auto [textsBegin, textsEnd] = range(CellKind::Text);
-    sortRange(textsBegin, textsEnd, ascending, compareTexts);
+    std::vector<Run> runs{{textFirst, textLast, 0}};
+    while (!runs.empty()) {
+        const Run run = runs.back();
+        runs.pop_back();
+        sortByKey(run.first, run.last, ascending);
+        for (SortItem *from = run.first; from != run.last;) {
+            SortItem *to = from + 1;
+            while (to != run.last && to->key == from->key && (to->info & kChunkMask) == (from->info & kChunkMask))
+                ++to;
+            if (to - from > 1 && (from->info & kChunkMask) == kMoreThanChunk) {
+                const qsizetype depth = run.depth + 8;
+                for (SortItem *item = from; item != to; ++item) {
+                    std::uint32_t length = 0;
+                    item->key = chunkOf(textOf(*item), depth, &length);
+                    item->info = (item->info & ~kChunkMask) | length;
+                }
+                runs.push_back(Run{from, to, depth});
+            }
+            from = to;
+        }
+    }
 
-    const std::vector<std::uint32_t> before(first, m_order.end());
-    auto out = first;
-    for (const SortItem &item : items)
-        *out++ = before[item.pos];
+    // The sorted entries' rows, written back over the row index without a second copy of it.
+    for (SortItem &item : items)
+        item.key = first[static_cast<std::ptrdiff_t>(item.pos)];
+    for (size_t i = 0; i < count; ++i)
+        first[static_cast<std::ptrdiff_t>(i)] = static_cast<std::uint32_t>(items[i].key);
 }
 
 DbError GridData::saveToFile(const QString &path) const
