@@ -55,6 +55,9 @@ GRANT ALL PRIVILEGES ON *.* TO 'dbop'@'localhost' WITH GRANT OPTION;
 GRANT ALL PRIVILEGES ON *.* TO 'dbop'@'127.0.0.1' WITH GRANT OPTION;
 FLUSH PRIVILEGES;
 SQL
+  # The log table outlives the server, and a new server numbers its connections from 1 again:
+  # statements of an earlier run would read as this run's.
+  "$client_bin" --no-defaults -uroot --socket="$sock" -e 'TRUNCATE TABLE mysql.general_log'
   echo "private MariaDB running on 127.0.0.1:$port (socket $sock)"
   ;;
 stop)
