@@ -6,7 +6,7 @@
 #include "files/filetext.h"
 #include "files/folderwork.h"
 #include "files/trash.h"
-#include "filetree.h"
+#include "files.h"
 #include "testdb.h"
 
 #include <QDir>

@@ -4,7 +4,7 @@
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
 #include "files/renamefolders.h"
-#include "filetree.h"
+#include "files.h"
 #include "operator.h"
 #include "testdb.h"
 
