@@ -3,6 +3,7 @@
 #include "app/frmlogin.h"
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
+#include "files.h"
 #include "operator.h"
 #include "testdb.h"
 
@@ -269,11 +270,9 @@ void TestMainWindow::databaseUtilities()
 
     // A program of that name in the program's folder is started, without waiting for it.
     const QString marker = m_dir->filePath(qs("ran"));
-    QFile program(m_dir->filePath(qs("import_db")));
-    QVERIFY(program.open(QIODevice::WriteOnly));
-    program.write(qs("#!/bin/sh\ntouch '%1'\n").arg(marker).toUtf8());
-    program.close();
-    program.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    const QString program = m_dir->filePath(qs("import_db"));
+    write(program, qs("#!/bin/sh\ntouch '%1'\n").arg(marker).toUtf8());
+    QFile::setPermissions(program, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     execute->trigger();
     QTRY_VERIFY(QFile::exists(marker));
     QCOMPARE(m_operator->told.size(), 1);

@@ -2,6 +2,7 @@
 // temporary folder only.
 #include "app/startup.h"
 #include "db/textsplit.h"
+#include "files.h"
 #include "testdb.h"
 
 #include <QFile>
@@ -10,16 +11,6 @@
 
 using namespace tabulon;
 using namespace tabulon::test;
-
-namespace {
-
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
-} // namespace
 
 class TestStartup final : public QObject {
     Q_OBJECT
@@ -53,7 +44,7 @@ void TestStartup::profileAndServerStart()
 {
     QTemporaryDir dir;
     const QString path = dir.filePath(qs("my.ini"));
-    QVERIFY(writeFile(path, "[mysqld]\nbasedir=C:/mysql\n[WinMySqlAdmin]\nServer=old\nQueryInterval=10\n"));
+    write(path, "[mysqld]\nbasedir=C:/mysql\n[WinMySqlAdmin]\nServer=old\nQueryInterval=10\n");
     QVERIFY(writeProfileString(path, qs("WinMySqlAdmin"), qs("Server"), qs("new")));
     QVERIFY(writeProfileString(path, qs("other"), qs("k"), qs("v")));
     const auto read = [&path](const char *section, const char *key) {

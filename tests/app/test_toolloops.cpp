@@ -33,11 +33,6 @@ const QStringList kTables{
     qs("INSERT INTO t3 VALUES ('C3','Oslo')"),
 };
 
-template <typename T> T *child(QWidget *window, const char *name)
-{
-    return window ? window->findChild<T *>(qs(name)) : nullptr;
-}
-
 } // namespace
 
 class TestToolLoops final : public QObject, ToolFixture {
@@ -84,8 +79,8 @@ void TestToolLoops::makeArchive()
     QPointer<BackUp> w = qobject_cast<BackUp *>(openModal("mnubackup"));
     QVERIFY(w);
     w->folderLists()->setFolder(m_folder.path());
-    child<QPushButton>(w, "cmdok")->click();
-    child<QPushButton>(w, "cmdBackup")->click();
+    click(w, "cmdok");
+    click(w, "cmdBackup");
     QCOMPARE(m_operator->told, sl({"Backup Sucessfully"}));
     QTRY_VERIFY(!w);
     m_operator->told.clear();
@@ -124,9 +119,9 @@ void TestToolLoops::closeMainDuringLoop()
         QWidget *w = openModal("mnurestore");
         QVERIFY(w);
         child<QLineEdit>(w, "txtpath")->setText(archive());
-        child<QPushButton>(w, "cmdok")->click();
+        click(w, "cmdok");
         child<QLineEdit>(w, "txtdbpath")->setText(m_db->name());
-        child<QPushButton>(w, "Command2")->click();
+        click(w, "Command2");
         QCOMPARE(w->findChild<TableChecklist *>()->tickedCount(), 3);
         start = child<QPushButton>(w, "cmdrestore");
     }

@@ -1,9 +1,9 @@
-// Table files and raw files for the backup tests: written from rows, read back as texts.
+// Table files for the backup tests: written from rows, read back as texts.
 #pragma once
 
+#include "files.h"
 #include "grid/gridfile.h"
 
-#include <QFile>
 #include <QStringList>
 
 namespace tabulon::test {
@@ -35,18 +35,6 @@ inline QStringList gridFileRows(const QString &path)
     if (in.error())
         rows << QStringLiteral("error: ") + in.error().description;
     return rows;
-}
-
-inline QByteArray readBytes(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-inline bool writeBytes(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
 }
 
 } // namespace tabulon::test

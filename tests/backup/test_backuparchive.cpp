@@ -87,8 +87,8 @@ void TestBackupArchive::initTestCase()
     QVERIFY(m_dir.isValid());
     QVERIFY(writeGridFile(m_dir.filePath(qs("g1")), {sl({"id", "name"}), sl({"1", "O'Brien, \"x\"\n"})}));
     QVERIFY(writeGridFile(m_dir.filePath(qs("g2")), {sl({"code"}), sl({"C00001"}), sl({""})}));
-    m_good = readBytes(m_dir.filePath(qs("g1")));
-    m_other = readBytes(m_dir.filePath(qs("g2")));
+    m_good = read(m_dir.filePath(qs("g1")));
+    m_other = read(m_dir.filePath(qs("g2")));
 }
 
 void TestBackupArchive::datedName_data()
@@ -165,8 +165,9 @@ void TestBackupArchive::packAndExtract()
     QTemporaryDir root;
     const QString work = root.filePath(qs("15-Nov-26"));
     QVERIFY(QDir().mkpath(work));
-    QVERIFY(writeBytes(work + qs("/bill"), m_good) && writeBytes(work + qs("/Main_Info1"), m_other) &&
-            writeBytes(work + qs("/stray"), "not packed"));
+    write(work + qs("/bill"), m_good);
+    write(work + qs("/Main_Info1"), m_other);
+    write(work + qs("/stray"), "not packed");
     const QString archive = root.filePath(qs("15-Nov-26.zip"));
     QVERIFY_DB(BackupArchive::pack(work, sl({"bill", "Main_Info1"}), archive));
     QCOMPARE(listing(root.path()),
@@ -182,12 +183,12 @@ void TestBackupArchive::packAndExtract()
     QStringList tables;
     QVERIFY_DB(BackupArchive::extract(archive, target, &tables));
     QCOMPARE(tables, sl({"bill", "Main_Info1"}));
-    QCOMPARE(readBytes(target + qs("/bill")), m_good);
-    QCOMPARE(readBytes(target + qs("/Main_Info1")), m_other);
+    QCOMPARE(read(target + qs("/bill")), m_good);
+    QCOMPARE(read(target + qs("/Main_Info1")), m_other);
     // Replacing: the earlier archive stays whole if the new one fails, and gives way to it once done.
-    const QByteArray earlier = readBytes(archive);
+    const QByteArray earlier = read(archive);
     QVERIFY(BackupArchive::pack(work, sl({"gone"}), archive, BackupArchive::Existing::Replace).isFileError());
-    QCOMPARE(readBytes(archive), earlier);
+    QCOMPARE(read(archive), earlier);
     QVERIFY_DB(BackupArchive::pack(work, sl({"Main_Info1"}), archive, BackupArchive::Existing::Replace));
     QStringList replaced;
     QVERIFY_DB(BackupArchive::extract(archive, root.filePath(qs("replaced")), &replaced));
@@ -234,14 +235,14 @@ void TestBackupArchive::hostile()
     QTemporaryDir root;
     const QString archive = root.filePath(qs("15-Nov-26.zip"));
     QVERIFY(makeZip(archive, entries));
-    QByteArray bytes = readBytes(archive);
+    QByteArray bytes = read(archive);
     if (damage == 1)
         bytes[bytes.indexOf("O'Brien")] ^= 0x20;
     else if (damage == 2)
         bytes.chop(30);
     else if (damage == 3)
         bytes.replace("bbbb", "aaaa");
-    QVERIFY(writeBytes(archive, bytes));
+    write(archive, bytes);
     const QStringList before = listing(root.path());
 
     QStringList tables{qs("untouched")};

@@ -1,16 +1,13 @@
 // The backup and restore tools through the main window's menu against the real server: the pages,
-// the messages, the statements the server receives, the archives on disk, and the menu item given
-// back on close.
-#include "app/mdiform1.h"
-#include "app/toolcatalog.h"
+// the messages, the statements the server receives, the archives on disk, the menu item given
+// back on close, and the refusals that leave the folder and the databases as they were.
 #include "backup/backup.h"
 #include "backup/backuparchive.h"
 #include "backup/folderlists.h"
 #include "backup/restore.h"
 #include "backupfixture.h"
 #include "demo/demodatabase.h"
-#include "operator.h"
-#include "testdb.h"
+#include "toolfixture.h"
 #include "ui/tablechecklist.h"
 
 #include <QAction>
@@ -23,10 +20,7 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPointer>
-#include <QPushButton>
 #include <QScopeGuard>
-#include <QTemporaryDir>
-#include <QTest>
 
 #include <chrono>
 #include <thread>
@@ -51,11 +45,11 @@ const QStringList kTables{
     qs("INSERT INTO staff VALUES ('Eve')"),
 };
 
-void click(QWidget *window, const char *name)
+// What a lost connection reports: the client library's own words, whichever it noticed first.
+bool isLostConnection(const QString &text)
 {
-    auto *button = window->findChild<QPushButton *>(qs(name));
-    QVERIFY2(button, name);
-    QTest::mouseClick(button, Qt::LeftButton);
+    return text == qs("Server has gone away") || text == qs("MySQL server has gone away") ||
+           text.startsWith(qs("Lost connection to server")) || text.startsWith(qs("Lost connection to MySQL server"));
 }
 
 // Every table file of an archive as "table: a|b / c|d".
@@ -72,7 +66,7 @@ QStringList archiveContents(const QString &archive)
 
 } // namespace
 
-class TestBackupTools final : public QObject {
+class TestBackupTools final : public QObject, ToolFixture {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
@@ -88,6 +82,11 @@ private Q_SLOTS:
     void clientRestore_data();
     void clientRestore();
     void restoreChecksBeforeChanging();
+    void backupCannotStart_data();
+    void backupCannotStart();
+    void clientLookupRefused();
+    void restoreRefusals_data();
+    void restoreRefusals();
 
 private:
     QWidget *open(const char *menu);
@@ -102,37 +101,36 @@ private:
     }
     // Opens the restore tool on the day's archive and the target database, at the table page.
     Restore *restoreAtTablePage(const QString &database, bool clientOnly);
-    QStringList sent() { return statementsReceived(m_db->admin(), m_main->session()->connectionId()); }
     QString archive() const { return m_folder->filePath(BackupArchive::datedName(QDate::currentDate()) + qs(".zip")); }
     QStringList folderListing() const
     {
         return QDir(m_folder->path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     }
 
-    std::unique_ptr<ScratchDatabase> m_db;
-    QTemporaryDir m_settingsDir;
+    QString dated() const { return archive().chopped(4); } // the working folder
+    QStringList data()
+    {
+        return m_db->rows(qs("SELECT * FROM main_info1 ORDER BY 1")) + m_db->rows(qs("SELECT * FROM bill ORDER BY 1"));
+    }
+    void killSession(unsigned long id) { QVERIFY_DB(m_db->run({qs("KILL %1").arg(id)})); }
+
     std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<MDIForm1> m_main;
-    std::unique_ptr<Operator> m_operator;
 };
 
 void TestBackupTools::initTestCase()
 {
-    m_db = std::make_unique<ScratchDatabase>(qs("backuptools"));
-    QVERIFY_DB(m_db->error());
+    createDatabase("backuptools");
     QVERIFY_DB(m_db->run(kTables));
 }
 
 void TestBackupTools::init()
 {
     m_folder = std::make_unique<QTemporaryDir>();
-    m_operator = std::make_unique<Operator>();
-    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
+    openMain();
     m_main->Database = m_db->name();
     m_main->Server = serverAddress();
     m_main->User = qs("dbop");
-    registerTools(*m_main);
-    QVERIFY_DB(openSession(*m_main->session(), m_db->name()));
+    markLog();
     m_main->enableAllMenus();
 }
 
@@ -143,8 +141,7 @@ void TestBackupTools::cleanup()
         if (p.kind == Dialogs::Prompt::Kind::Input)
             QCOMPARE(p.title, qs("Orvita"));
     }
-    m_main.reset();
-    m_operator.reset();
+    closeMain();
     m_folder.reset();
 }
 
@@ -200,23 +197,23 @@ void TestBackupTools::backupWritesTheDaysArchive()
                  "notes: code_no|note / C00001|n1 / C00007|n7, \"quoted\" / C00007|",
                  "owner1: code|oname / A00007|Bob Sr / C00001|Ann", "visits: code|v / C00001|1 / A00007|7"}));
 
-    const QByteArray first = readBytes(archive());
+    const QByteArray first = read(archive());
     m_operator->answer = Dialogs::Answer::No;
     w = backupAtTablePage();
     QCOMPARE(m_operator->asked, sl({"The backup is already taken, are you want to delete it"}));
     QTRY_VERIFY(!w);
     QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
-    QCOMPARE(readBytes(archive()), first);
+    QCOMPARE(read(archive()), first);
 
     // Yes keeps the earlier archive until a new one takes its place: leaving first changes nothing.
     m_operator->answer = Dialogs::Answer::Yes;
     w = backupAtTablePage();
     QCOMPARE(m_operator->asked.size(), 2);
-    QCOMPARE(readBytes(archive()), first);
+    QCOMPARE(read(archive()), first);
     click(w, "cmdExit");
     QTRY_VERIFY(!w);
     QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
-    QCOMPARE(readBytes(archive()), first);
+    QCOMPARE(read(archive()), first);
 
     w = backupAtTablePage();
     QCOMPARE(m_operator->asked.size(), 4);
@@ -236,8 +233,6 @@ void TestBackupTools::clientBackup()
     makeArchive({}, qs("C00001"));
     QCOMPARE(archiveContents(archive()), sl({"bill: name|amount / C00001|10", "notes: code_no|note / C00001|n1",
                                              "owner1: code|oname / C00001|Ann", "visits: code|v / C00001|1"}));
-    QVERIFY2(sent().contains(qs("Select * from bill where ucase(name) = 'C00001'")),
-             qPrintable(sent().join(QLatin1Char('\n'))));
 
     QFile::remove(archive());
     m_operator->typed = {qs("NOBODY")};
@@ -254,7 +249,7 @@ void TestBackupTools::clientBackup()
 void TestBackupTools::lostConnectionLeavesNoArchive()
 {
     QVERIFY_DB(m_db->run({qs("CREATE TABLE zbig SELECT seq, REPEAT('x', 50) AS pad FROM seq_1_to_1000000")}));
-    QVERIFY(writeBytes(archive(), "the earlier backup"));
+    write(archive(), "the earlier backup");
     QPointer<BackUp> w = backupAtTablePage();
     QVERIFY(w);
     const unsigned long id = m_main->session()->connectionId();
@@ -272,7 +267,7 @@ void TestBackupTools::lostConnectionLeavesNoArchive()
              qPrintable(m_operator->told.first()));
     QTRY_VERIFY(!w);
     QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
-    QCOMPARE(readBytes(archive()), QByteArray("the earlier backup"));
+    QCOMPARE(read(archive()), QByteArray("the earlier backup"));
 }
 
 // A table that cannot be read (a view over a dropped table) gets no table file, which a restore
@@ -364,7 +359,7 @@ void TestBackupTools::restore()
     QVERIFY_DB(target.run({qs("INSERT INTO bill VALUES ('OLD', 1)")}));
     // The day's archive with an entry whose name would comment out the client restore's where clause.
     const QString hostile = m_folder->filePath(qs("evil.zip"));
-    QVERIFY(writeBytes(hostile, readBytes(archive()).replace("visits", "bill #")));
+    write(hostile, read(archive()).replace("visits", "bill #"));
     const QStringList before = folderListing();
 
     QPointer<Restore> w = qobject_cast<Restore *>(open("mnurestore"));
@@ -608,6 +603,126 @@ void TestBackupTools::restoreChecksBeforeChanging()
         QTRY_VERIFY(!w);
         freshOperator();
     }
+}
+
+void TestBackupTools::backupCannotStart_data()
+{
+    QTest::addColumn<QString>("inTheWay"); // what stands where the backup writes
+    QTest::addColumn<QString>("told");
+    QTest::addColumn<QStringList>("asked");
+    const QString name = BackupArchive::datedName(QDate::currentDate());
+    // The folder's own path is unknown until the test runs: "%1" stands for it.
+    QTest::newRow("a folder with the archive's name")
+        << "archive folder" << qs("%1/") + name + qs(".zip: Is a directory")
+        << sl({"The backup is already taken, are you want to delete it"});
+    QTest::newRow("a file with the working folder's name")
+        << "working file" << qs("%1/") + name + qs(": The folder cannot be created.") << QStringList();
+}
+
+void TestBackupTools::backupCannotStart()
+{
+    QFETCH(QString, inTheWay);
+    QFETCH(QString, told);
+    QFETCH(QStringList, asked);
+    if (inTheWay == qs("archive folder"))
+        QVERIFY(QDir().mkpath(archive() + qs("/inside")));
+    else
+        write(dated(), "kept");
+    const QStringList before = folderListing();
+    QPointer<BackUp> w = backupAtTablePage();
+    QVERIFY(w);
+    QCOMPARE(m_operator->asked, asked);
+    QCOMPARE(m_operator->told, QStringList{told.arg(QDir::toNativeSeparators(m_folder->path()))});
+    // The path page stays for another choice; nothing in the folder was touched.
+    QVERIFY(w->findChild<QFrame *>(qs("Frame1"))->isVisible());
+    QCOMPARE(folderListing(), before);
+    if (inTheWay == qs("archive folder"))
+        QVERIFY(QFileInfo(archive() + qs("/inside")).isDir());
+    else
+        QCOMPARE(read(dated()), QByteArray("kept"));
+}
+
+void TestBackupTools::clientLookupRefused()
+{
+    QPointer<BackUp> w = backupAtTablePage();
+    QVERIFY(w);
+    w->findChild<QCheckBox *>(qs("Check1"))->setChecked(true);
+    killSession(session().connectionId());
+    m_operator->typed = sl({"c00001"});
+    click(w, "cmdBackup");
+    QCOMPARE(m_operator->told.size(), 2);
+    QCOMPARE(m_operator->told.first(), qs("Please Enter the Code No to take BackUp"));
+    QVERIFY2(isLostConnection(m_operator->told.last()), qPrintable(m_operator->told.last()));
+    QCOMPARE(m_operator->runtimeErrors, QStringList());
+    // No archive, and the working folder made for it is empty.
+    QVERIFY(!QFileInfo::exists(archive()));
+    QCOMPARE(QDir(dated()).entryList(QDir::Files), QStringList());
+}
+
+void TestBackupTools::restoreRefusals_data()
+{
+    QTest::addColumn<QString>("refusal");
+    QTest::addColumn<QStringList>("typed");
+    QTest::addColumn<QStringList>("told");
+    QTest::addColumn<QStringList>("asked");
+    const char *code = "Please Enter the Code No to Restore Data";
+    QTest::newRow("unknown database") << "unknown database" << QStringList()
+                                      << sl({"Unknown database 'tabulon_t_no_such_db'"}) << QStringList();
+    QTest::newRow("a table the target lacks, then No")
+        << "missing table" << QStringList() << sl({"Restored Sucessfully"})
+        << sl({"This table is not exist in Database, Continue ?"});
+    QTest::newRow("a code with a quote") << "client" << sl({"C00001'"})
+                                         << sl({code, "The Code No may not contain quotes or backslashes"})
+                                         << QStringList();
+    QTest::newRow("a code with a backslash")
+        << "client" << sl({"C00001\\"}) << sl({code, "The Code No may not contain quotes or backslashes"})
+        << QStringList();
+    QTest::newRow("the target's connection lost") << "lost" << sl({"C00001"}) << sl({code}) << QStringList();
+}
+
+void TestBackupTools::restoreRefusals()
+{
+    QFETCH(QString, refusal);
+    QFETCH(QStringList, typed);
+    QFETCH(QStringList, told);
+    QFETCH(QStringList, asked);
+    // An archive of another client's rows, with a table first that the database lacks.
+    QTemporaryDir files;
+    QVERIFY(writeGridFile(files.filePath(qs("absent")), {sl({"a"}), sl({"1"})}));
+    QVERIFY(writeGridFile(files.filePath(qs("bill")), {sl({"name", "amount"}), sl({"C9", "9"})}));
+    QVERIFY(writeGridFile(files.filePath(qs("main_info1")), {sl({"code_no", "code", "fname"}), sl({"C9", "C9", "x"})}));
+    const QString zip = m_folder->filePath(qs("three.zip"));
+    QVERIFY_DB(BackupArchive::pack(files.path(), sl({"absent", "bill", "main_info1"}), zip));
+    const QStringList before = data();
+
+    QPointer<Restore> w = qobject_cast<Restore *>(open("mnurestore"));
+    QVERIFY(w);
+    m_operator->typed = typed;
+    w->findChild<QLineEdit *>(qs("txtpath"))->setText(zip);
+    click(w, "cmdok");
+    const QString database = refusal == qs("unknown database") ? qs("tabulon_t_no_such_db") : m_db->name();
+    w->findChild<QLineEdit *>(qs("txtdbpath"))->setText(database);
+    w->findChild<QCheckBox *>(qs("Check1"))->setChecked(refusal == qs("client") || refusal == qs("lost"));
+    click(w, "Command2");
+    if (refusal == qs("unknown database")) {
+        QVERIFY(w->findChild<QFrame *>(qs("Frame2"))->isVisible());
+    } else {
+        if (refusal == qs("missing table"))
+            m_operator->answer = Dialogs::Answer::No;
+        if (refusal == qs("lost"))
+            killSession(w->target().connectionId());
+        click(w, "cmdrestore");
+        if (refusal == qs("lost")) {
+            QCOMPARE(m_operator->told.size(), 2);
+            QVERIFY2(isLostConnection(m_operator->told.last()), qPrintable(m_operator->told.last()));
+            m_operator->told.removeLast();
+        }
+    }
+    QCOMPARE(m_operator->told, told);
+    QCOMPARE(m_operator->asked, asked);
+    QCOMPARE(m_operator->runtimeErrors, QStringList());
+    // "No" to the missing first table stops the run before the others: nothing was restored.
+    QCOMPARE(data(), before);
 }
 
 QTEST_MAIN(TestBackupTools)

@@ -19,7 +19,6 @@ private Q_SLOTS:
     void tableFiles();
     void findClient_data();
     void findClient();
-    void withSeparator();
 
 private:
     std::unique_ptr<ScratchDatabase> m_db;
@@ -109,12 +108,6 @@ void TestTableBackup::findClient()
     QVERIFY_DB(client.error());
     QTEST(client->found, "found");
     QTEST(client->other, "other");
-}
-
-void TestTableBackup::withSeparator()
-{
-    QCOMPARE(TableBackup::withSeparator(qs("/a/b")), qs("/a/b/"));
-    QCOMPARE(TableBackup::withSeparator(qs("/")), qs("/"));
 }
 
 QTEST_GUILESS_MAIN(TestTableBackup)

@@ -1,6 +1,7 @@
 // The search and find-and-replace windows against the real server, opened through the main
 // window's "&Search" and "&Replace": what they send, the hit rows, stops and closes during a
-// run, the client-code guard, replace / ignore / Replace All, and opening a search hit.
+// run, the client-code guard, replace / ignore / Replace All, and opening a search hit; and how
+// these and Table Data fail: on a closed session, or with nothing chosen to act on.
 #include "data/search.h"
 #include "data/tabledata.h"
 #include "grid/grid.h"
@@ -38,6 +39,10 @@ private Q_SLOTS:
     void replaceActsOnTheRowShown();
     void replaceAll_data();
     void replaceAll();
+    void closedSession_data();
+    void closedSession();
+    void nothingChosen_data();
+    void nothingChosen();
 
 private:
     QWidget *open(const char *command) { return m_window = openTool(command); }
@@ -59,6 +64,29 @@ private:
     }
     Grid *grid() const { return m_window->findChild<Grid *>(qs("Edi_Gr")); }
     QStringList hits() const { return gridRowTexts(grid()->cells(), 1); }
+    // Readies a tool for a run on "C1": the kind of field, or what is chosen.
+    void prepare(const QString &command, const QString &kind) const
+    {
+        if (command == qs("mnusearch")) {
+            type("txtsdata", "C1");
+            if (kind == qs("all"))
+                child<QRadioButton>("optall")->click();
+        } else if (command == qs("mnureplace")) {
+            type("txtfind", "C1");
+            type("txtreplace", "C9");
+            child<QComboBox>("cbofield")->setCurrentIndex(kind == qs("code") ? 0 : kind == qs("others") ? 1 : -1);
+        } else {
+            type("Text1", "C1");
+        }
+    }
+    void run(const QString &command) const { click(command == qs("mnusearch") ? "cmdsearch" : "cmdfind"); }
+    void openOn(const QString &command)
+    {
+        m_main->enableAllMenus();
+        m_main->menuItem(command)->trigger();
+        m_window = m_main->toolWindow(command);
+    }
+    QStringList data() { return m_db->rows(qs("SELECT * FROM main_info1 ORDER BY 1")); }
 
     QPointer<QWidget> m_window;
 };
@@ -287,6 +315,85 @@ void TestSearchWindows::replaceAll()
     QCOMPARE(told.size(), 1);
     QCOMPARE(m_db->rows(qs("SELECT * FROM people")), people);
     QCOMPARE(grid()->row(), 1);
+}
+
+// clang-format off
+void TestSearchWindows::closedSession_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("kind"); // of the run; "" closed before opening
+    QTest::newRow("Table Data, open") << "mnuTabData" << "";
+    QTest::newRow("Search, open") << "mnusearch" << "";
+    QTest::newRow("Replace, open") << "mnureplace" << "";
+    QTest::newRow("Search, all tables") << "mnusearch" << "all";
+    QTest::newRow("Replace, a client code") << "mnureplace" << "code";
+    QTest::newRow("Replace, other fields") << "mnureplace" << "others";
+}
+// clang-format on
+
+// The first statement on a closed session is reported once and ends the program; nothing is
+// listed and nothing changes.
+void TestSearchWindows::closedSession()
+{
+    QFETCH(QString, command);
+    QFETCH(QString, kind);
+    const QStringList before = data();
+    if (kind.isEmpty()) {
+        session().close();
+        openOn(command);
+        QVERIFY(m_window);
+        QCOMPARE(child<QComboBox>("Combo1")->count(), 0);
+    } else {
+        QVERIFY(open(qPrintable(command)));
+        QCOMPARE(m_operator->runtimeErrors, QStringList());
+        prepare(command, kind);
+        session().close();
+        run(command);
+        QCOMPARE(grid()->rows(), 1);
+    }
+    QCOMPARE(m_operator->runtimeErrors, QStringList{closedReport()});
+    QCOMPARE(m_operator->ends, QList<int>{1});
+    QCOMPARE(m_operator->told, QStringList());
+    QCOMPARE(data(), before);
+}
+
+// clang-format off
+void TestSearchWindows::nothingChosen_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("told");
+    QTest::newRow("Search, no table chosen") << "mnusearch" << "selected" << "Select a Table";
+    QTest::newRow("Replace, no field kind") << "mnureplace" << "" << "Please select a field name";
+    QTest::newRow("Table Data, no table to search") << "mnuTabData" << "" << "No records to search";
+}
+// clang-format on
+
+// A run started with nothing chosen says what is missing and sends nothing.
+void TestSearchWindows::nothingChosen()
+{
+    QFETCH(QString, command);
+    QFETCH(QString, kind);
+    // Table Data chooses the first table by itself: only a database without tables leaves none.
+    ScratchDatabase empty(qs("searchwindows_empty"));
+    QVERIFY_DB(empty.error());
+    if (command == qs("mnuTabData"))
+        QVERIFY_DB(openSession(session(), empty.name()));
+    else
+        markLog();
+    openOn(command);
+    QVERIFY(m_window);
+    if (command != qs("mnureplace"))
+        QCOMPARE(child<QComboBox>("Combo1")->currentIndex(), -1);
+    prepare(command, kind);
+    const QStringList before = data();
+    const QStringList sentBefore = sent();
+    run(command);
+    QTEST(m_operator->told.value(0), "told");
+    QCOMPARE(m_operator->told.size(), 1);
+    QCOMPARE(m_operator->runtimeErrors, QStringList());
+    QCOMPARE(sent(), sentBefore);
+    QCOMPARE(data(), before);
 }
 
 QTEST_MAIN(TestSearchWindows)

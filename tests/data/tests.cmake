@@ -2,4 +2,3 @@ tabulon_add_test(test_recordwriter data/test_recordwriter.cpp LIBS tabulon_data_
 tabulon_add_test(test_tabledata data/test_tabledata.cpp LIBS tabulon_data tabulon_app tabulon_testoperator tabulon_testgrid)
 tabulon_add_test(test_tablesearch data/test_tablesearch.cpp LIBS tabulon_data_logic)
 tabulon_add_test(test_searchwindows data/test_searchwindows.cpp LIBS tabulon_data tabulon_app tabulon_testoperator tabulon_testgrid)
-tabulon_add_test(test_dataerrors data/test_dataerrors.cpp LIBS tabulon_data tabulon_app tabulon_testoperator tabulon_testgrid)

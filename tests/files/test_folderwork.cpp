@@ -2,11 +2,11 @@
 // renames that must never overwrite, deletion that keeps read-only files and never follows a
 // link, the trash, text replacement that keeps every file's encoding and leaves binaries alone,
 // and taking each change back.
+#include "files.h"
 #include "files/filecopies.h"
 #include "files/filetext.h"
 #include "files/folderwork.h"
 #include "files/trash.h"
-#include "filetree.h"
 #include "testdb.h"
 
 #include <QDir>
@@ -75,7 +75,6 @@ private Q_SLOTS:
     void undoRenamesGivesOldNamesBack();
     void copiesPutFilesBackUnlessChangedAgain();
     void trashTakesEntriesAndGivesThemBack();
-    void withoutTrashNothingIsRemoved();
 
 private:
     QString path(const char *relative) const { return m_dir->filePath(qs(relative)); }
@@ -479,21 +478,6 @@ void TestFolderWork::trashTakesEntriesAndGivesThemBack()
     QCOMPARE(QDir(trash + qs("/info")).entryList(QDir::Files), sl({"readme.txt.trashinfo"}));
     QCOMPARE(read(trash + qs("/files/readme.txt")), QByteArray("text"));
     qunsetenv("XDG_DATA_HOME");
-}
-
-void TestFolderWork::withoutTrashNothingIsRemoved()
-{
-    // A data folder that cannot exist: no trash can be made there.
-    write(path("plain"), "a file");
-    qputenv("XDG_DATA_HOME", QFile::encodeName(path("plain/data")));
-    write(path("keep/me.txt"), "me");
-    NoProgress quiet;
-    const TrashOutcome trashed = moveToTrash({path("keep")}, quiet);
-    qunsetenv("XDG_DATA_HOME");
-    QCOMPARE(trashed.outcome.changed, 0);
-    QCOMPARE(trashed.notTrashed, QStringList{path("keep")});
-    QVERIFY(!trashed.reason.isEmpty());
-    QCOMPARE(read(path("keep/me.txt")), QByteArray("me"));
 }
 
 QTEST_GUILESS_MAIN(TestFolderWork)

@@ -1,16 +1,18 @@
 // The folders and files window through the main window's menu and pop-up, on a real temporary
 // installation folder: what each change asks, what it changes on disk, its summary, and its
-// undo. The trash is a temporary one of the test's own.
+// undo; and the refusals, told once, that ask nothing more and change nothing on disk. The trash
+// is a temporary one of the test's own.
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
+#include "files.h"
 #include "files/renamefolders.h"
-#include "filetree.h"
 #include "operator.h"
 #include "testdb.h"
 
 #include <QAction>
 #include <QCheckBox>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
@@ -66,6 +68,8 @@ private Q_SLOTS:
     void replaceInFilesPreviewsCounts();
     void deleteMovesToTheTrashAndBack();
     void withoutTrashDeletesOnlyWhenAskedAgain();
+    void nothingToActOn_data();
+    void nothingToActOn();
 
 private:
     QString path(const char *relative) const { return m_dir.filePath(qs(relative)); }
@@ -85,6 +89,20 @@ private:
         QVERIFY2(a && a->isEnabled(), action);
         a->trigger();
         QVERIFY(!a->isEnabled());
+    }
+
+    // Every file and folder below the installation folder, with each file's content.
+    QStringList disk() const
+    {
+        QStringList out;
+        QDirIterator it(m_dir.path(), QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString p = it.next();
+            out << QDir(m_dir.path()).relativeFilePath(p) + qs(": ") + QString::fromUtf8(read(p));
+        }
+        out.sort();
+        return out;
     }
 
     QTemporaryDir m_dir;
@@ -356,6 +374,72 @@ void TestRenameFolders::withoutTrashDeletesOnlyWhenAskedAgain()
     QCOMPARE(visibleNames(tree()), sl({"bin", "  orvita.exe", "reports", "  orvita_2.rpt", "Orvita.ini"}));
     QVERIFY(!m_tool->findChild<QAction *>(qs("mnuundodel"))->isEnabled());
     qputenv("XDG_DATA_HOME", QFile::encodeName(m_dataHome.path()));
+}
+
+void TestRenameFolders::nothingToActOn_data()
+{
+    QTest::addColumn<QString>("command"); // a pop-up command, or "typed" for a path typed and Enter
+    QTest::addColumn<QString>("chosen");  // the tree item made current ("" the installation folder)
+    QTest::addColumn<QStringList>("typed");
+    QTest::addColumn<QString>("told");
+
+    QTest::newRow("rename names, none chosen") << "mnureplacestr"
+                                               << "" << QStringList() << "Choose the folders or files to rename first.";
+    QTest::newRow("rename one, none chosen") << "mnuren"
+                                             << "" << QStringList() << "Choose a folder or file to rename first.";
+    QTest::newRow("delete, none chosen") << "mnuDelete"
+                                         << "" << QStringList() << "Choose the folders or files to delete first.";
+    QTest::newRow("rename names, text in no name") << "mnureplacestr"
+                                                   << "bin" << sl({"zzz", "y"}) << "No item name holds \"zzz\".";
+    QTest::newRow("replace in files, text in no file") << "mnurepfiles"
+                                                       << "" << sl({"zzz", "y"}) << "No text file holds \"zzz\".";
+    QTest::newRow("installation folder missing") << "missing"
+                                                 << "" << QStringList() << "\"%1\" is not a folder.";
+    QTest::newRow("typed path is no folder") << "typed"
+                                             << "" << QStringList() << "\"%1\" is not a folder.";
+}
+
+void TestRenameFolders::nothingToActOn()
+{
+    QFETCH(QString, command);
+    QFETCH(QString, chosen);
+    QFETCH(QStringList, typed);
+    QFETCH(QString, told);
+    const QStringList before = disk();
+    const QString aFile = path("reports/orvita_1.rpt");
+    const QString gone = path("gone");
+    if (command == qs("missing")) {
+        // The window opens on the program's folder, which is not there.
+        m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, gone});
+        registerTools(*m_main);
+        m_main->enableAllMenus();
+    }
+    RenameFolders *w = openTool();
+    QVERIFY(w);
+    if (command == qs("missing")) {
+        QCOMPARE(m_operator->told, QStringList{told.arg(QDir::toNativeSeparators(gone))});
+        QCOMPARE(tree()->topLevelItem(0)->childCount(), 0);
+        QCOMPARE(disk(), before);
+        return;
+    }
+    tree()->clearSelection();
+    if (chosen.isEmpty())
+        tree()->setCurrentItem(tree()->topLevelItem(0));
+    else
+        choose(qPrintable(chosen));
+    m_operator->typed = typed;
+    if (command == qs("typed")) {
+        auto *box = w->findChild<QLineEdit *>(qs("txtfolder"));
+        box->setText(aFile);
+        QTest::keyClick(box, Qt::Key_Return);
+        QCOMPARE(w->folder(), QDir(m_dir.path()).absolutePath()); // still the folder it showed
+    } else {
+        m_main->menuItem(command)->trigger();
+    }
+    QCOMPARE(m_operator->told.value(m_operator->told.size() - 1), told.arg(aFile));
+    QCOMPARE(m_operator->told.size(), typed.isEmpty() ? 1 : 3); // the input prompts come first
+    QCOMPARE(m_operator->asked, QStringList());
+    QCOMPARE(disk(), before);
 }
 
 QTEST_MAIN(TestRenameFolders)

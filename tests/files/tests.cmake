@@ -1,3 +1,2 @@
 tabulon_add_test(test_folderwork files/test_folderwork.cpp LIBS tabulon_files_logic)
 tabulon_add_test(test_renamefolders files/test_renamefolders.cpp LIBS tabulon_files tabulon_app tabulon_testoperator)
-tabulon_add_test(test_fileserrors files/test_fileserrors.cpp LIBS tabulon_files tabulon_app tabulon_testoperator)

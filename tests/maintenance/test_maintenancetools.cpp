@@ -25,13 +25,6 @@ const QStringList kTables{qs("CREATE TABLE bill (id INT PRIMARY KEY, name VARCHA
                           qs("INSERT INTO bill VALUES (1,'a'),(2,'b'),(3,'c')"),
                           qs("CREATE TABLE sound (a INT) ENGINE=MyISAM"), qs("INSERT INTO sound VALUES (1)")};
 
-void click(QWidget *window, const char *name, QWidget *inside = nullptr)
-{
-    auto *button = (inside ? inside : window)->findChild<QPushButton *>(qs(name));
-    QVERIFY2(button, name);
-    QTest::mouseClick(button, Qt::LeftButton);
-}
-
 } // namespace
 
 class TestMaintenanceTools final : public QObject, ToolFixture {
@@ -94,7 +87,7 @@ void TestMaintenanceTools::checkFindsDamageAndReplaceMendsIt()
     TableChecklist *list = w->checklist();
     QCOMPARE(list->tables(), sl({"bill", "sound"}));
     m_operator->answer = Dialogs::Answer::No;
-    click(w, "cmdExit", list->selectionPage());
+    click(list->selectionPage(), "cmdExit");
     QCOMPARE(m_operator->asked, sl({"Are you sure you want to exit?"}));
     QVERIFY(w->isVisible() && !m_main->menuItem(qs("mnuchktab"))->isEnabled());
     click(w, "cmdcheck");
@@ -109,20 +102,20 @@ void TestMaintenanceTools::checkFindsDamageAndReplaceMendsIt()
     QVERIFY2(names.contains(qs("bill.MYI")) && !names.contains(qs("sound")), qPrintable(names.join(u',')));
 
     // Back keeps the ticks; the good index comes from the other database's folder.
-    click(w, "cmdback", resultPage);
+    click(resultPage, "cmdback");
     QVERIFY(list->selectionPage()->isVisible() && !resultPage->isVisible());
     QCOMPARE(list->tickedCount(), 2);
     click(w, "cmdcheck");
     w->findChild<QLineEdit *>(qs("Text1"))->setText(m_source->name());
     m_operator->told.clear();
-    click(w, "cmdreplace", resultPage);
+    click(resultPage, "cmdreplace");
     QCOMPARE(m_operator->told, sl({"Completed."}));
     QVERIFY(w->isVisible());
     QVERIFY_DB(m_db->run({qs("FLUSH TABLES")}));
     QCOMPARE(m_db->rows(qs("CHECK TABLE bill EXTENDED")).last().section(QLatin1Char('|'), 3), qs("OK"));
 
     m_operator->answer = Dialogs::Answer::Yes;
-    click(w, "cmdExit", resultPage);
+    click(resultPage, "cmdExit");
     QCOMPARE(m_operator->asked.size(), 2);
     QTRY_VERIFY(w.isNull());
     QVERIFY(m_main->menuItem(qs("mnuchktab"))->isEnabled());

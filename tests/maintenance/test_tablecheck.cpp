@@ -1,5 +1,6 @@
 // The check and repair rules without a window: the file a message names, what a check of a
 // missing or unnamable table gives, and the file copy between database folders.
+#include "files.h"
 #include "maintenance/tablecheck.h"
 #include "testdb.h"
 
@@ -13,22 +14,6 @@
 
 using namespace tabulon;
 using namespace tabulon::test;
-
-namespace {
-
-bool writeFile(const QString &path, const QByteArray &content)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(content) == content.size();
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
-
-} // namespace
 
 class TestTableCheck final : public QObject {
     Q_OBJECT
@@ -122,18 +107,17 @@ void TestTableCheck::replaceFiles()
 {
     QTemporaryDir dir;
     QVERIFY(dir.isValid());
-    QVERIFY(QDir(dir.path()).mkpath(qs("good")) && QDir(dir.path()).mkpath(qs("bad")));
     const QString data = dir.path(); // no separator at the end: one is supplied
-    QVERIFY(writeFile(data + qs("/good/t.MYI"), "good index"));
-    QVERIFY(writeFile(data + qs("/good/u.MYD"), "good data"));
-    QVERIFY(writeFile(data + qs("/bad/t.MYI"), "broken"));
-    QVERIFY(writeFile(data + qs("/bad/v.MYI"), "kept"));
+    write(data + qs("/good/t.MYI"), "good index");
+    write(data + qs("/good/u.MYD"), "good data");
+    write(data + qs("/bad/t.MYI"), "broken");
+    write(data + qs("/bad/v.MYI"), "kept");
 
     const QList<DbError> failures =
         TableCheck::replaceFiles(data, qs("good"), qs("bad"), sl({"t.MYI", "", "u.MYD", "v.MYI"}));
-    QCOMPARE(readFile(data + qs("/bad/t.MYI")), QByteArray("good index")); // overwritten
-    QCOMPARE(readFile(data + qs("/bad/u.MYD")), QByteArray("good data"));  // created
-    QCOMPARE(readFile(data + qs("/bad/v.MYI")), QByteArray("kept"));       // no source: untouched
+    QCOMPARE(read(data + qs("/bad/t.MYI")), QByteArray("good index")); // overwritten
+    QCOMPARE(read(data + qs("/bad/u.MYD")), QByteArray("good data"));  // created
+    QCOMPARE(read(data + qs("/bad/v.MYI")), QByteArray("kept"));       // no source: untouched
     QCOMPARE(failures.size(), 1);
     QVERIFY(failures.first().isFileError());
     QVERIFY(failures.first().description.contains(qs("good/v.MYI")));

@@ -1,4 +1,5 @@
 // The settings file, on files in a temporary folder only.
+#include "files.h"
 #include "settings/settings.h"
 #include "testdb.h"
 
@@ -8,16 +9,6 @@
 
 using namespace tabulon;
 using namespace tabulon::test;
-
-namespace {
-
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
-} // namespace
 
 class TestSettings final : public QObject {
     Q_OBJECT
@@ -29,9 +20,9 @@ void TestSettings::readAndWriteSettings()
 {
     QTemporaryDir dir;
     const QString path = dir.filePath(qs("Tabulon.ini"));
-    QVERIFY(writeFile(path, "[Software]\nCorvane\\Tabulon\\Server=\nCorvane\\Tabulon\\User=a, b\n"
-                            "Corvane\\Tabulon\\Database=@Variant(\\0\\0\\0\\x2\\0\\0\\0\\x5)\n"
-                            "Corvane\\Tabulon\\Password=pw\\0tail\n"));
+    write(path, "[Software]\nCorvane\\Tabulon\\Server=\nCorvane\\Tabulon\\User=a, b\n"
+                "Corvane\\Tabulon\\Database=@Variant(\\0\\0\\0\\x2\\0\\0\\0\\x5)\n"
+                "Corvane\\Tabulon\\Password=pw\\0tail\n");
     Settings s(path);
     const auto read = [&s](const QString &name) {
         return s.ReadRegistryString(Hive::LocalMachine, Settings::kKey, name, qs("DEFAULT"));

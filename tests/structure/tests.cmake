@@ -1,5 +1,2 @@
-tabulon_add_test(test_structuresql structure/test_structuresql.cpp LIBS tabulon_structure_logic)
 tabulon_add_test(test_structuretools structure/test_structuretools.cpp
-    LIBS tabulon_structure tabulon_app tabulon_testoperator tabulon_testgrid)
-tabulon_add_test(test_structureerrors structure/test_structureerrors.cpp
     LIBS tabulon_structure tabulon_app tabulon_testoperator tabulon_testgrid)

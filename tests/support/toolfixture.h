@@ -4,13 +4,39 @@
 
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
+#include "db/dberror.h"
 #include "operator.h"
 #include "testdb.h"
 
+#include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
 
 namespace tabulon::test {
+
+// The run-time error report of a statement sent on a closed session.
+inline QString closedReport()
+{
+    return Dialogs::runtimeErrorText(DbError::generic(qs("Operation is not allowed when the object is closed.")));
+}
+
+// The run-time error report of a statement the server refused with `description`.
+inline QString serverReport(const QString &description)
+{
+    return qs("Run-time error '-2147467259 (80004005)':\n\n") + description;
+}
+
+template <typename W> W *child(const QObject *w, const char *name)
+{
+    return w->findChild<W *>(qs(name));
+}
+
+inline void click(const QObject *w, const char *button)
+{
+    auto *b = child<QPushButton>(w, button);
+    QVERIFY2(b, button);
+    b->click();
+}
 
 class ToolFixture {
 protected:

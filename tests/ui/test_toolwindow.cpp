@@ -1,17 +1,22 @@
 // The window kit: Escape reaching the tool from any control, open editors included; the busy
-// guard around a loop that yields; the progress view's bar and status.
+// guard around a loop that yields; the progress view's bar and status; the shared table
+// checklist's options and its loop's order. Filling the checklist from the server, the count
+// check and a close during its loop are driven through the check and repair windows.
 #include "operator.h"
 #include "testdb.h"
 #include "ui/progressview.h"
+#include "ui/tablechecklist.h"
 #include "ui/toolwindow.h"
 
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QMdiArea>
 #include <QMdiSubWindow>
 #include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QTableWidget>
 #include <QTest>
 
@@ -66,6 +71,7 @@ class TestToolWindow final : public QObject {
 private Q_SLOTS:
     void escapeReachesTheToolFirst();
     void busyLoopIgnoresRestartAndDefersClose();
+    void checklistOptionsThenRunTickedInOrder();
 };
 
 // Escape closes the tool even from an open cell editor, closing its frame inside an MDI area; a
@@ -140,6 +146,46 @@ void TestToolWindow::busyLoopIgnoresRestartAndDefersClose()
     QCOMPARE(plain.m_bar->value(), 3);
     QCOMPARE(plain.m_status->text(), qs("Checking Table t2(3 of 3)"));
     QCOMPARE(statuses, sl({"Checking Table t0(1 of 5)", "Checking Table t1(2 of 5)", "Checking Table t2(3 of 5)"}));
+}
+
+void TestToolWindow::checklistOptionsThenRunTickedInOrder()
+{
+    QWidget window;
+    auto *list = new TableChecklist(qs("Checking Table "), sl({"t1", "t2", "t3", "bill"}), &window);
+    window.show();
+    const auto clickOption = [list](const char *name) {
+        auto *option = list->findChild<QRadioButton *>(qs(name));
+        QTest::mouseClick(option, Qt::LeftButton, {}, option->rect().center());
+    };
+    auto *lst = list->findChild<QListWidget *>(qs("lsttables"));
+    lst->setCurrentRow(2);
+    clickOption("optall");
+    QCOMPARE(list->tickedTables(), sl({"t1", "t2", "t3", "bill"}));
+    QCOMPARE(lst->currentRow(), 0);
+    // A click on the option already set ticks everything again.
+    list->setTicked(qs("t2"), false);
+    clickOption("optall");
+    QCOMPARE(list->tickedCount(), 4);
+    clickOption("optdeselall");
+    lst->item(1)->setCheckState(Qt::Checked);
+    QCOMPARE(list->tickedTables(), sl({"t2"}));
+
+    // The run walks the ticked tables in list order with the status line, on the progress page.
+    list->setTicked(qs("t2"), false);
+    for (const char *table : {"t1", "t3", "bill"})
+        list->setTicked(qs(table), true);
+    auto *status = list->findChild<QLabel *>(qs("lblcopying"));
+    QStringList seen;
+    const auto result = list->run([&](const QString &table) {
+        seen << table + QLatin1Char(' ') + status->text();
+        QVERIFY(list->progressPage()->isVisible() && !list->selectionPage()->isVisible());
+        // A second start while running is refused.
+        QCOMPARE(list->run([&](const QString &) { seen << qs("again"); }), TableChecklist::Run::AlreadyRunning);
+    });
+    QCOMPARE(result, TableChecklist::Run::Finished);
+    QCOMPARE(seen,
+             sl({"t1 Checking Table t1(1 of 3)", "t3 Checking Table t3(2 of 3)", "bill Checking Table bill(3 of 3)"}));
+    QCOMPARE(list->findChild<QProgressBar *>(qs("pb1"))->value(), 3);
 }
 
 QTEST_MAIN(TestToolWindow)

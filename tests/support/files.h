@@ -1,4 +1,4 @@
-// Files made and read back by the folder tool's tests.
+// Files that tests make and read back.
 #pragma once
 
 #include <QByteArray>
