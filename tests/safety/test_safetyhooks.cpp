@@ -26,6 +26,7 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QCryptographicHash>
 #include <QFile>
 #include <QLineEdit>
 #include <QListWidget>
@@ -399,7 +400,9 @@ void TestSafetyHooks::checkTablesReplace()
         QStringList all;
         for (const QString &name : files) {
             QFile file(folder.filePath(name));
-            all << name + u':' + QString::fromLatin1((file.open(QIODevice::ReadOnly) ? file.readAll() : "").toHex());
+            const QByteArray data = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+            all << name + u':' +
+                       QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
         }
         return all;
     };
