@@ -92,7 +92,8 @@ TABULON_DEMODB_PASSWORD= "${demodb[@]}" --server "127.0.0.1:$port" --user dbop -
 # --- the program's settings ---------------------------------------------------------------------
 # QSettings' INI form of the keys Software/Corvane/Tabulon/{Server,User,Password,Database} of
 # organisation Corvane, application Tabulon, under a configuration home of the demo's own;
-# DataFolder tells Check Tables where the private server keeps its database folders.
+# DataFolder tells Check Tables where the private server keeps its database folders; the safety
+# copies of the demo's commands stay in the demo's folder too.
 mkdir -p "$config/Corvane"
 ini="$config/Corvane/Tabulon.ini"
 # It holds a password, as the program's own file does: owner-only.
@@ -101,6 +102,7 @@ ini="$config/Corvane/Tabulon.ini"
 Corvane\\Tabulon\\DataFolder=$dbdir/data/
 Corvane\\Tabulon\\Database=$database
 Corvane\\Tabulon\\Password=
+Corvane\\Tabulon\\SafetyFolder=$demo/safety
 Corvane\\Tabulon\\Server=127.0.0.1:$port
 Corvane\\Tabulon\\User=dbop
 EOF
@@ -281,5 +283,29 @@ if [ -n "$tour" ]; then
     fi
     import -window root "$tour/$name.png" || die "taking the screenshot of $name failed"
     say "screenshot of $name: $tour/$name.png"
+    if [ "$name" = replacedata ]; then
+      # Real work for the Safety Copies window to list, which leaves the data as it was: "Lyon"
+      # replaced by itself, once by Replace on a hit of main_info1 and once by Replace All, each
+      # writing its safety copy first. The tool is maximised at the top left with a fixed layout:
+      # the buttons and the grid rows are clicked where they are. The hits list the zero
+      # amounts of insurance first (the server finds 0 equal to any word); Replace All leaves
+      # them, with a message that Return closes.
+      dismiss() { if has_windows 2; then xdotool key --clearmodifiers Return; sleep 1; fi; }
+      xdotool type --delay 20 Lyon
+      xdotool key --clearmodifiers Tab
+      xdotool type --delay 20 Lyon
+      xdotool key --clearmodifiers Tab Tab space
+      sleep 4
+      xdotool mousemove 60 436 click 1
+      sleep 1
+      xdotool mousemove 67 76 click 1
+      sleep 3
+      dismiss
+      xdotool mousemove 287 76 click 1
+      sleep 5
+      dismiss
+      xdotool mousemove 640 780
+      app_alive || die "Tabulon ended during the replace; see $demo/tabulon.log"
+    fi
   done
 fi

@@ -2,26 +2,36 @@
 // that copy gives the table back exactly (checksum and CREATE TABLE) after the command lost or
 // damaged it the way it does: a Save Table refused by a foreign key after its delete or cut
 // off by a killed connection, Delete and Modify Record, the field commands, Create Table's
-// drop, Replace All over the wrong value. A copy that cannot be written stops the command
-// before its first statement.
+// drop, Replace and Replace All over the wrong value, a table or client restore that loses
+// rows after its deletes, an import into an existing table. Check Tables' Replace gets its
+// table files back byte for byte. A copy that cannot be written stops the command before its
+// first statement.
 #include "backup/restore.h"
 #include "backup/tablebackup.h"
+#include "convert/frmimportdata.h"
+#include "data/replacedata.h"
 #include "data/tabledata.h"
 #include "db/progress.h"
 #include "grid/grid.h"
+#include "maintenance/checktable.h"
+#include "maintenance/tablecheck.h"
 #include "safety/putback.h"
 #include "safety/safetynet.h"
 #include "safetytest.h"
 #include "structure/createtable.h"
 #include "structure/tableinfo.h"
 #include "toolfixture.h"
+#include "ui/tablechecklist.h"
 
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QCryptographicHash>
 #include <QFile>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QPushButton>
+#include <QRadioButton>
 
 using namespace tabulon;
 using namespace tabulon::test;
@@ -39,8 +49,13 @@ private Q_SLOTS:
     void fieldCommands_data();
     void fieldCommands();
     void createTableDrop();
-    void replaceAllOverWrongValue();
-    void restoreStoppedByQuote();
+    void replaceOverWrongValue_data();
+    void replaceOverWrongValue();
+    void restoreLosesRows_data();
+    void restoreLosesRows();
+    void importIntoExistingTable_data();
+    void importIntoExistingTable();
+    void checkTablesReplace();
     void unwritableFolderStopsCommand();
 
 private:
@@ -197,43 +212,86 @@ void TestSafetyHooks::createTableDrop()
     QCOMPARE(tableState(*m_db, qs("t")), before);
 }
 
-void TestSafetyHooks::replaceAllOverWrongValue()
+void TestSafetyHooks::replaceOverWrongValue_data()
 {
+    QTest::addColumn<QString>("button");
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QStringList>("tables");
+    QTest::newRow("Replace All: every table with a hit") << qs("cmdrepall") << qs("Replace All") << sl({"a", "b"});
+    QTest::newRow("Replace: the current hit's table") << qs("cmdrep") << qs("Replace") << sl({"b"});
+}
+
+void TestSafetyHooks::replaceOverWrongValue()
+{
+    QFETCH(QString, button);
+    QFETCH(QString, command);
+    QFETCH(QStringList, tables);
     QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS a, b, c, t, tree"),
                           qs("CREATE TABLE a (id INT PRIMARY KEY, code VARCHAR(9), note TEXT) ENGINE=InnoDB"),
-                          qs("CREATE TABLE b (code VARCHAR(9), raw VARBINARY(4)) ENGINE=MyISAM"),
+                          qs("CREATE TABLE b (code VARCHAR(9), raw VARBINARY(4), memo TEXT) ENGINE=MyISAM"),
                           qs("CREATE TABLE c (x INT) ENGINE=MyISAM"),
                           qs("INSERT INTO a VALUES (1, 'C00001', NULL), (2, 'C00002', 'it''s \\\\')"),
-                          qs("INSERT INTO b VALUES ('C00001', X'00FF'), ('C00001', NULL), (NULL, '')"),
+                          // The hits' rows hold no bytes outside UTF-8: the replace could not locate them.
+                          qs("INSERT INTO b VALUES ('C00001', X'005C27', 'O''Hara \\\\n'), ('C00001', NULL, NULL), "
+                             "(NULL, X'00FF', '')"),
                           qs("INSERT INTO c VALUES (1)")}));
     const TableState a = tableState(*m_db, qs("a"));
     const TableState b = tableState(*m_db, qs("b"));
-    QWidget *w = openTool("mnureplace");
+    auto *w = qobject_cast<ReplaceData *>(openTool("mnureplace"));
     QVERIFY(w);
     w->findChild<QLineEdit *>(qs("txtfind"))->setText(qs("C00001"));
     w->findChild<QLineEdit *>(qs("txtreplace"))->setText(qs("C00009"));
     w->findChild<QComboBox *>(qs("cbofield"))->setCurrentIndex(1);
     w->findChild<QPushButton *>(qs("cmdfind"))->click();
-    w->findChild<QPushButton *>(qs("cmdrepall"))->click();
-    QCOMPARE(m_db->rows(qs("SELECT code FROM a ORDER BY id")), sl({"C00009", "C00002"}));
-    putBackNewest(qs("Replace All"), {qs("a"), qs("b")});
+    // The single Replace acts on the current hit: the first one in b.
+    Grid &g = *w->grid();
+    int row = 1;
+    while (row < g.rows() && g.textMatrix(row, 0) != qs("b"))
+        ++row;
+    QVERIFY(row < g.rows());
+    g.setCurrentCell(row, 2);
+    w->findChild<QPushButton *>(button)->click();
+    QVERIFY2(tableState(*m_db, qs("b")) != b, qPrintable(m_operator->told.join(u'|')));
+    putBackNewest(command, tables);
     QCOMPARE(tableState(*m_db, qs("a")), a);
     QCOMPARE(tableState(*m_db, qs("b")), b);
 }
 
-// The restore deletes the table's rows, then a quote in a text stops it for good.
-void TestSafetyHooks::restoreStoppedByQuote()
+void TestSafetyHooks::restoreLosesRows_data()
 {
-    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS quotes"),
-                          qs("CREATE TABLE quotes (id INT, t VARCHAR(20), b BLOB) ENGINE=InnoDB"),
-                          qs("INSERT INTO quotes VALUES (1, 'plain', NULL), (2, 'O''Brien', X'00'), (3, NULL, '')")}));
-    const TableState before = tableState(*m_db, qs("quotes"));
+    QTest::addColumn<bool>("client");
+    QTest::addColumn<QStringList>("tables");
+    // Stopped for good at the quote, its delete done.
+    QTest::newRow("table restore, stopped by a quote") << false << sl({"quotes"});
+    // The client's rows deleted, then the rows with a quote refused one by one and a backslash
+    // read as an escape.
+    QTest::newRow("client restore, quotes and backslashes") << true << sl({"bill", "quotes"});
+}
+
+void TestSafetyHooks::restoreLosesRows()
+{
+    QFETCH(bool, client);
+    QFETCH(QStringList, tables);
+    QVERIFY_DB(m_db->run(
+        {qs("DROP TABLE IF EXISTS bill, quotes"),
+         qs("CREATE TABLE quotes (id INT, code_no VARCHAR(9), t VARCHAR(20), b BLOB) ENGINE=InnoDB"),
+         qs("INSERT INTO quotes VALUES (1, 'C1', 'plain', NULL), (2, 'C1', 'O''Brien', X'00'), (3, 'C2', NULL, ''), "
+            "(4, 'C1', 'back\\\\slash', X'5C27FF')"),
+         qs("CREATE TABLE bill (name VARCHAR(9), amount DECIMAL(8,2), memo VARCHAR(20)) ENGINE=MyISAM"),
+         qs("INSERT INTO bill VALUES ('C1', 12.5, 'O''Hara'), ('C2', NULL, NULL), ('C1', 0, 'a\\\\b')")}));
+    QList<TableState> before;
+    for (const QString &table : tables)
+        before << tableState(*m_db, table);
     QTemporaryDir folder;
     const auto set = TableBackup::BackupSet::forPath(folder.path() + qs("/"), QDate::currentDate());
     QVERIFY(QDir().mkpath(set.workingFolder));
-    QVERIFY_DB(TableBackup::writeTableFile(session(), TableBackup::tableSelect(qs("quotes")),
-                                           set.workingFolder + qs("/quotes")));
-    QVERIFY_DB(TableBackup::finish(set, {qs("quotes")}));
+    for (const QString &table : tables) {
+        const QString select =
+            client ? qs("SELECT * FROM %1 WHERE %2 = 'C1'").arg(table, table == qs("bill") ? qs("name") : qs("code_no"))
+                   : TableBackup::tableSelect(table);
+        QVERIFY_DB(TableBackup::writeTableFile(session(), select, set.workingFolder + qs("/") + table));
+    }
+    QVERIFY_DB(TableBackup::finish(set, tables));
 
     m_main->Server = serverAddress();
     m_main->User = qs("dbop");
@@ -244,13 +302,119 @@ void TestSafetyHooks::restoreStoppedByQuote()
     w->findChild<QLineEdit *>(qs("txtpath"))->setText(set.archivePath());
     w->findChild<QPushButton *>(qs("cmdok"))->click();
     w->findChild<QLineEdit *>(qs("txtdbpath"))->setText(m_db->name());
+    w->findChild<QCheckBox *>(qs("Check1"))->setChecked(client);
     w->findChild<QPushButton *>(qs("Command2"))->click();
-    w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(true);
+    w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(!client);
+    m_operator->typed = {qs("C1")}; // the client's code: not in the database, so asked no more
     w->findChild<QPushButton *>(qs("cmdrestore"))->click();
-    QCOMPARE(m_operator->runtimeErrors.size(), 1);
-    QCOMPARE(m_db->rows(qs("SELECT id FROM quotes")), sl({"1"}));
-    putBackNewest(qs("Restore"), {qs("quotes")});
-    QCOMPARE(tableState(*m_db, qs("quotes")), before);
+    if (client) {
+        QVERIFY2(m_operator->told.last().startsWith(qs("The restore is done, but ")),
+                 qPrintable(m_operator->told.last()));
+        QCOMPARE(m_db->rows(qs("SELECT id FROM quotes ORDER BY id")), sl({"1", "3", "4"}));
+        QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM bill")), sl({"2"}));
+    } else {
+        QCOMPARE(m_operator->runtimeErrors.size(), 1);
+        QCOMPARE(m_db->rows(qs("SELECT id FROM quotes")), sl({"1"}));
+    }
+    putBackNewest(client ? qs("Client Restore") : qs("Restore"), tables);
+    for (qsizetype i = 0; i < tables.size(); ++i)
+        QCOMPARE(tableState(*m_db, tables[i]), before[i]);
+}
+
+void TestSafetyHooks::importIntoExistingTable_data()
+{
+    QTest::addColumn<QString>("engine");
+    QTest::newRow("MyISAM") << qs("MyISAM");
+    QTest::newRow("InnoDB") << qs("InnoDB");
+}
+
+// The sample Access file's customers added to a table of awkward rows.
+void TestSafetyHooks::importIntoExistingTable()
+{
+    QFETCH(QString, engine);
+    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS clients"),
+                          qs("CREATE TABLE clients (customerid VARCHAR(5), CompanyName VARCHAR(40), note TEXT, "
+                             "raw BLOB, KEY(customerid)) ENGINE=") +
+                              engine,
+                          qs("INSERT INTO clients VALUES ('ALFKI', 'it''s \\\\ \"x\"', NULL, X'00FF5C27'), "
+                             "(NULL, '', '', ''), ('ZZ', NULL, 'line\\nnext', NULL)")}));
+    const TableState before = tableState(*m_db, qs("clients"));
+    m_main->menuItem(qs("mnuimpdata"))->trigger();
+    QVERIFY(!m_operator->modals.isEmpty());
+    auto *w = qobject_cast<frmimportdata *>(m_operator->modals.last());
+    QVERIFY(w);
+    m_operator->chosenFile = qs(TABULON_FIXTURES_DIR "/access/nwind.mdb");
+    w->findChild<QPushButton *>(qs("cmdbrowse"))->click();
+    auto *source = w->findChild<QComboBox *>(qs("cbotable"));
+    source->setCurrentIndex(source->findText(qs("Customers")));
+    auto *fields = w->findChild<QListWidget *>(qs("lstfields"));
+    for (int i = 0; i < fields->count(); ++i) {
+        const QString name = fields->item(i)->text().section(qs("  ("), 0, 0);
+        fields->item(i)->setCheckState(name == qs("CustomerID") || name == qs("CompanyName") ? Qt::Checked
+                                                                                             : Qt::Unchecked);
+    }
+    w->findChild<QRadioButton *>(qs("optexisting"))->setChecked(true);
+    auto *target = w->findChild<QComboBox *>(qs("cbotarget"));
+    target->setCurrentIndex(target->findText(qs("clients")));
+    w->findChild<QPushButton *>(qs("cmdimport"))->click();
+    QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM clients")), sl({"94"}));
+    putBackNewest(qs("Import Data"), {qs("clients")});
+    QCOMPARE(tableState(*m_db, qs("clients")), before);
+}
+
+// Replace copies a good table's files over the damaged ones; the put-back gives the files the
+// command overwrote back, byte for byte.
+void TestSafetyHooks::checkTablesReplace()
+{
+    ScratchDatabase good(qs("safetyhooks_good"));
+    QVERIFY_DB(good.error());
+    // Check Tables names the file by finding the table's name in the message: a name that
+    // "Table" does not contain.
+    QVERIFY_DB(good.run(awkwardTable(qs("ledger"), qs("MyISAM")) + QStringList{qs("DELETE FROM ledger WHERE id > 1")}));
+    QVERIFY_DB(m_db->run(awkwardTable(qs("ledger"), qs("MyISAM")) + QStringList{qs("FLUSH TABLES")}));
+    QVERIFY_DB(good.run({qs("FLUSH TABLES")}));
+    const QString dataFolder = m_db->rows(qs("SELECT @@datadir")).value(0);
+    const QDir folder(TableCheck::databaseFolder(dataFolder, m_db->name()));
+    QFile index(folder.filePath(qs("ledger.MYI")));
+    QVERIFY(index.open(QIODevice::ReadWrite) && index.seek(1024) && index.write(QByteArray(2048, '\xff')) == 2048);
+    index.close();
+    m_main->settingsStore().WriteRegistryString(Hive::LocalMachine, Settings::kKey, qs("DataFolder"), dataFolder);
+
+    m_main->menuItem(qs("mnuchktab"))->trigger();
+    QCOMPARE(m_operator->modals.size(), 1);
+    auto *w = qobject_cast<CheckTable *>(m_operator->modals.first());
+    QVERIFY(w);
+    w->checklist()->setTicked(qs("ledger"), true);
+    w->findChild<QPushButton *>(qs("cmdcheck"))->click();
+    QStringList names;
+    for (int row = 1; row < w->resultGrid()->rows(); ++row)
+        names << w->resultGrid()->textMatrix(row, 1);
+    names.removeAll(QString());
+    names.removeDuplicates();
+    QVERIFY2(names.contains(qs("ledger.MYI")), qPrintable(names.join(u',')));
+
+    // The check marked the table in its files; what the command overwrites is that state.
+    QVERIFY_DB(m_db->run({qs("FLUSH TABLES")}));
+    const QStringList files = folder.entryList({qs("ledger.*")}, QDir::Files);
+    const auto bytes = [&folder, &files] {
+        QStringList all;
+        for (const QString &name : files) {
+            QFile file(folder.filePath(name));
+            const QByteArray data = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+            all << name + u':' +
+                       QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
+        }
+        return all;
+    };
+    const QStringList before = bytes();
+    w->findChild<QLineEdit *>(qs("Text1"))->setText(good.name());
+    m_operator->told.clear();
+    w->findChild<QPushButton *>(qs("cmdreplace"))->click();
+    QCOMPARE(m_operator->told, sl({"Completed."}));
+    QVERIFY(bytes() != before);
+    QVERIFY_DB(m_db->run({qs("FLUSH TABLES")}));
+    putBackNewest(qs("Check Tables Replace"), names);
+    QCOMPARE(bytes(), before);
 }
 
 void TestSafetyHooks::unwritableFolderStopsCommand()
