@@ -281,7 +281,12 @@ void TestConvertDb::convertsTheSampleIntoANewDatabase()
                                 "'RequiredDate' at row 1\n    Data truncated for column 'ShippedDate' at row 1\n")),
              qPrintable(report));
     QVERIFY(report.contains(qs("Table Shippers\n  rows written: 3\n\n")));
-    QCOMPARE(status(), qs("Conversion: 9 tables, 1877 rows written, 0 refused, 4999 values changed (report: %1)")
+    // Every employee's photo holds bytes that make no letter: written as text, they cannot
+    // arrive as they are, and the report counts them.
+    QVERIFY(report.contains(qs("  values that cannot travel as they are (binary data written as text): 9\n\nTable "
+                               "Order_Details\n")));
+    QCOMPARE(status(), qs("Conversion: 9 tables, 1877 rows written, 0 refused, 4999 values changed, 9 not carried "
+                          "exactly (report: %1)")
                            .arg(QDir::toNativeSeparators(path)));
 }
 

@@ -4,7 +4,6 @@
 #include "app/toolcatalog.h"
 #include "convert/frmimportdata.h"
 #include "convert/importdata.h"
-#include "convert/valuetext.h"
 #include "db/typecodes.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
@@ -47,15 +46,14 @@ public:
     }
 };
 
-std::optional<QString> v(const char *text)
+SourceValue v(const char *text)
 {
-    return text ? std::optional<QString>(qs(text)) : std::nullopt;
+    return text ? SourceValue(qs(text)) : SourceValue();
 }
 
-// A binary value as the sources hand it over.
-std::optional<QString> bytes(const QByteArray &data)
+SourceValue bytes(const QByteArray &data)
 {
-    return ValueText::bytes(data);
+    return SourceValue::fromBytes(data);
 }
 
 // Asks to stop at the step after `steps` steps.
@@ -185,7 +183,7 @@ void TestImportData::tick(const QStringList &fields)
 // clang-format off
 void TestImportData::valueLiteral_data()
 {
-    QTest::addColumn<std::optional<QString>>("value");
+    QTest::addColumn<SourceValue>("value");
     QTest::addColumn<int>("type");
     QTest::addColumn<QString>("column");
     QTest::addColumn<QByteArray>("literal");
@@ -201,13 +199,14 @@ void TestImportData::valueLiteral_data()
     QTest::newRow("no calendar date") << v("2/30/2000") << AdoType::Date << qs("datetime") << QByteArray("'2/30/2000'");
     QTest::newRow("bytes, not text") << bytes(QByteArray("\x00\xff'\\", 4)) << AdoType::LongVarBinary << qs("longblob") << QByteArray("X'00ff275c'");
     QTest::newRow("no bytes") << bytes({}) << AdoType::VarBinary << qs("blob") << QByteArray("X''");
+    QTest::newRow("odd length") << bytes(QByteArray("\x00\x01\x00", 3)) << AdoType::Binary << qs("binary(3)") << QByteArray("X'000100'");
     QTest::newRow("13 PM") << v("1/1/2000 13:00:00 PM") << AdoType::Date << qs("datetime") << QByteArray("'1/1/2000 13:00:00 PM'");
 }
 // clang-format on
 
 void TestImportData::valueLiteral()
 {
-    QFETCH(std::optional<QString>, value);
+    QFETCH(SourceValue, value);
     QFETCH(int, type);
     QFETCH(QString, column);
     QFETCH(QByteArray, literal);
