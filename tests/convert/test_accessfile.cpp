@@ -5,8 +5,11 @@
 
 #include <QFile>
 #include <QRandomGenerator>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <mdbtools.h>
 
 #include <algorithm>
 
@@ -43,6 +46,80 @@ QByteArray zeroPage(QByteArray bytes, qsizetype page)
     return bytes.replace(page * kPage, kPage, QByteArray(kPage, '\0'));
 }
 
+// Writes at `path` a copy of the sample with a ninth category (ID 99) whose description is the
+// memo `text`, in the file's code page. The library writes values into their row only, so the
+// memo is laid out here as the file keeps long values: a chain of data pages appended to the
+// file, each holding one row (the pointer to the next page, then a piece of the text); the
+// category's row holds the memo's header, its length and its first page. An error text when
+// any of it fails.
+QString writeLongMemo(const QString &path, const QByteArray &text)
+{
+    QFile::remove(path);
+    if (!QFile::copy(kSample, path))
+        return qs("the sample cannot be copied");
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::Append))
+        return file.errorString();
+    constexpr qsizetype kRowCount = 8; // where a Jet 3 data page counts its rows
+    constexpr qsizetype kFirstRow = kRowCount + 4;
+    constexpr qsizetype kPiece = kPage - kFirstRow - 4;
+    const auto firstPage = static_cast<quint32>(file.size() / kPage);
+    const qsizetype pages = (text.size() + kPiece - 1) / kPiece;
+    for (qsizetype p = 0; p < pages; ++p) {
+        const QByteArray piece = text.mid(p * kPiece, kPiece);
+        QByteArray page(kPage, '\0');
+        page[0] = page[1] = 1; // a data page
+        const auto start = static_cast<guint32>(kPage - 4 - piece.size());
+        mdb_put_int16(page.data(), 2, start - kFirstRow); // free space
+        mdb_put_int16(page.data(), kRowCount, 1);
+        mdb_put_int16(page.data(), kRowCount + 2, start);
+        mdb_put_int32(page.data(), start, p + 1 < pages ? (firstPage + p + 1) << 8 : 0);
+        page.replace(start + 4, piece.size(), piece);
+        if (file.write(page) != kPage)
+            return file.errorString();
+    }
+    file.close();
+
+    MdbHandle *mdb = mdb_open(path.toLocal8Bit().constData(), MDB_WRITABLE);
+    if (!mdb)
+        return qs("the copy cannot be opened for writing");
+    const auto closeFile = qScopeGuard([mdb] { mdb_close(mdb); });
+    MdbTableDef *table = mdb_read_table_by_name(mdb, const_cast<char *>("Categories"), MDB_TABLE);
+    if (!table)
+        return qs("the copy has no table Categories");
+    const auto freeTable = qScopeGuard([table] { mdb_free_tabledef(table); });
+    mdb_read_columns(table);
+    mdb_read_indices(table);
+    mdb_rewind_table(table);
+    gint32 id = 99;
+    char name[] = "Long";
+    unsigned char header[12] = {};
+    mdb_put_int32(header, 0, static_cast<guint32>(text.size()));
+    mdb_put_int32(header, 4, firstPage << 8);
+    MdbField fields[4] = {};
+    for (unsigned c = 0; c < 4; ++c) {
+        fields[c].colnum = static_cast<int>(c);
+        fields[c].is_fixed = static_cast<MdbColumn *>(g_ptr_array_index(table->columns, c))->is_fixed;
+    }
+    fields[0].value = &id;
+    fields[0].siz = 4;
+    fields[1].value = name;
+    fields[1].siz = 4;
+    fields[2].value = header;
+    fields[2].siz = 12;
+    fields[3].is_null = 1; // no picture
+    if (!mdb_insert_row(table, 4, fields))
+        return qs("the category cannot be added");
+    // The row writer leaves the table's row count as it was: the definition page counts one more.
+    const qint64 count = qint64(table->entry->table_pg) * kPage + mdb->fmt->tab_num_rows_offset;
+    const auto rows = static_cast<guint32>(table->num_rows + 1);
+    if (!file.open(QIODevice::ReadWrite) || !file.seek(count))
+        return file.errorString();
+    QByteArray bytes(4, '\0');
+    mdb_put_int32(bytes.data(), 0, rows);
+    return file.write(bytes) == 4 ? QString() : file.errorString();
+}
+
 } // namespace
 
 class TestAccessFile final : public QObject {
@@ -55,6 +132,7 @@ private Q_SLOTS:
     void damagedFilesGiveAnError();
     void randomDamageNeverCrashes();
     void malformedAnswersAreRejected();
+    void longMemoComesWhole();
     void flushCarriesOnlyTheUserTables();
     void readerProgramProblemsGiveAnError();
 
@@ -231,6 +309,26 @@ void TestAccessFile::malformedAnswersAreRejected()
     QVERIFY_DB(bytes.error());
     QCOMPARE(bytes->front().rows, std::vector<SourceRow>({{SourceValue::fromBytes(QByteArray("\0\xff\0", 3))}}));
     QVERIFY(!AccessFile::decode(QByteArray(table + QByteArray("R\3\3\0\0\0\0\xff\0Z", 10))).ok());
+}
+
+// A memo of more than 256 KiB, on some 150 pages of its own, comes whole.
+void TestAccessFile::longMemoComesWhole()
+{
+    QString memo;
+    for (int line = 0; memo.size() < 300 * 1024; ++line)
+        memo += qs("Zeile %1: Größe, Übermaß, Café.\n").arg(line);
+    const QString path = m_dir.filePath(qs("longmemo.mdb"));
+    const QString problem = writeLongMemo(path, memo.toLatin1());
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    auto tables = AccessFile::load(path);
+    QVERIFY_DB(tables.error());
+    const std::vector<SourceRow> &rows = tableNamed(*tables, qs("Categories")).rows;
+    const auto added =
+        std::find_if(rows.begin(), rows.end(), [](const SourceRow &row) { return row[0] == SourceValue(qs("99")); });
+    QVERIFY(added != rows.end());
+    const QString read = (*added)[2].text().value_or(QString());
+    QCOMPARE(read.size(), memo.size());
+    QVERIFY(read == memo);
 }
 
 // The form leaves the reader in pieces once it passes the flush threshold. With a small

@@ -18,3 +18,5 @@ endforeach()
 target_compile_definitions(test_tablescript PRIVATE TABULON_IMPORT_DB="$<TARGET_FILE:import_db>")
 add_dependencies(test_tablescript import_db)
 add_dependencies(test_accessfile tabulon-accessreader)
+# The test writes a long memo into a copy of the sample with the library's own row writer.
+target_link_libraries(test_accessfile PRIVATE PkgConfig::LIBMDB)
