@@ -47,12 +47,12 @@ QByteArray zeroPage(QByteArray bytes, qsizetype page)
 }
 
 // Writes at `path` a copy of the sample with a ninth category (ID 99) whose description is the
-// memo `text`, in the file's code page. The library writes values into their row only, so the
-// memo is laid out here as the file keeps long values: a chain of data pages appended to the
-// file, each holding one row (the pointer to the next page, then a piece of the text); the
-// category's row holds the memo's header, its length and its first page. An error text when
-// any of it fails.
-QString writeLongMemo(const QString &path, const QByteArray &text)
+// memo `text`, in the file's code page, and whose picture is `picture`. The library writes
+// values into their row only, so the memo is laid out here as the file keeps long values: a
+// chain of data pages appended to the file, each holding one row (the pointer to the next page,
+// then a piece of the text); the category's row holds the memo's header, its length and its
+// first page, and the picture inline after its header. An error text when any of it fails.
+QString writeLongValues(const QString &path, const QByteArray &text, const QByteArray &picture)
 {
     QFile::remove(path);
     if (!QFile::copy(kSample, path))
@@ -96,6 +96,9 @@ QString writeLongMemo(const QString &path, const QByteArray &text)
     unsigned char header[12] = {};
     mdb_put_int32(header, 0, static_cast<guint32>(text.size()));
     mdb_put_int32(header, 4, firstPage << 8);
+    QByteArray inlinePicture(12, '\0');
+    mdb_put_int32(inlinePicture.data(), 0, static_cast<guint32>(picture.size()) | 0x80000000u);
+    inlinePicture += picture;
     MdbField fields[4] = {};
     for (unsigned c = 0; c < 4; ++c) {
         fields[c].colnum = static_cast<int>(c);
@@ -107,7 +110,8 @@ QString writeLongMemo(const QString &path, const QByteArray &text)
     fields[1].siz = 4;
     fields[2].value = header;
     fields[2].siz = 12;
-    fields[3].is_null = 1; // no picture
+    fields[3].value = inlinePicture.data();
+    fields[3].siz = static_cast<int>(inlinePicture.size());
     if (!mdb_insert_row(table, 4, fields))
         return qs("the category cannot be added");
     // The row writer leaves the table's row count as it was: the definition page counts one more.
@@ -132,7 +136,7 @@ private Q_SLOTS:
     void damagedFilesGiveAnError();
     void randomDamageNeverCrashes();
     void malformedAnswersAreRejected();
-    void longMemoComesWhole();
+    void longValuesComeWhole();
     void flushCarriesOnlyTheUserTables();
     void readerProgramProblemsGiveAnError();
 
@@ -311,14 +315,16 @@ void TestAccessFile::malformedAnswersAreRejected()
     QVERIFY(!AccessFile::decode(QByteArray(table + QByteArray("R\3\3\0\0\0\0\xff\0Z", 10))).ok());
 }
 
-// A memo of more than 256 KiB, on some 150 pages of its own, comes whole.
-void TestAccessFile::longMemoComesWhole()
+// A memo of more than 256 KiB, on some 150 pages of its own, comes whole, and a picture of an
+// odd length holding zero bytes comes as its bytes.
+void TestAccessFile::longValuesComeWhole()
 {
     QString memo;
     for (int line = 0; memo.size() < 300 * 1024; ++line)
         memo += qs("Zeile %1: Größe, Übermaß, Café.\n").arg(line);
     const QString path = m_dir.filePath(qs("longmemo.mdb"));
-    const QString problem = writeLongMemo(path, memo.toLatin1());
+    const QByteArray picture("\0\1\0\xff\0", 5);
+    const QString problem = writeLongValues(path, memo.toLatin1(), picture);
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
     auto tables = AccessFile::load(path);
     QVERIFY_DB(tables.error());
@@ -329,6 +335,7 @@ void TestAccessFile::longMemoComesWhole()
     const QString read = (*added)[2].text().value_or(QString());
     QCOMPARE(read.size(), memo.size());
     QVERIFY(read == memo);
+    QCOMPARE((*added)[3], SourceValue::fromBytes(picture));
 }
 
 // The form leaves the reader in pieces once it passes the flush threshold. With a small
