@@ -7,7 +7,7 @@ packages=(
   build-essential cmake pkg-config clang-format
   qt6-base-dev qt6-base-dev-tools libgl-dev
   libmariadb-dev mariadb-server mariadb-client
-  libzip-dev mdbtools-dev unixodbc-dev odbc-mdbtools mdbtools
+  libzip-dev mdbtools-dev unixodbc-dev odbc-mdbtools mdbtools libsqliteodbc
   clang-14 libclang-rt-14-dev
   xvfb xauth xdotool imagemagick fonts-dejavu-core
   appstream desktop-file-utils dpkg-dev file

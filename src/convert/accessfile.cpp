@@ -25,6 +25,7 @@ constexpr std::size_t kBindSize = 4096;
 constexpr unsigned kMaxColumns = 255;
 
 // The child's form: 'T' table header, 'R' row, 'Z' the end. Lengths are 32-bit little endian.
+// A row's values each start with a kind: '\0' NULL, '\1' a text (UTF-8), '\2' bytes.
 void putU32(QByteArray &out, quint32 v)
 {
     const char b[4] = {static_cast<char>(v & 0xff), static_cast<char>((v >> 8) & 0xff),
@@ -252,6 +253,7 @@ public:
                     continue;
                 }
                 QString value;
+                QByteArray bytes;
                 const bool longValue = col->col_type == MDB_OLE || col->col_type == MDB_MEMO;
                 const qint64 declared = longValue ? longValueLength(mdb, col, data, m_pages, m_pageSize) : 0;
                 if (declared < 0) {
@@ -266,8 +268,7 @@ public:
                         reason = QStringLiteral("an OLE object of table %1 is cut short").arg(name);
                         return false;
                     }
-                    value = ValueText::bytes(
-                        QByteArrayView(static_cast<const char *>(blob), blob ? static_cast<qsizetype>(size) : 0));
+                    bytes = QByteArray(static_cast<const char *>(blob), blob ? static_cast<qsizetype>(size) : 0);
                     free(blob);
                 } else if (col->col_type == MDB_MEMO) {
                     value = memoText(col, declared);
@@ -277,13 +278,17 @@ public:
                         reason = QStringLiteral("a binary value of table %1 is damaged").arg(name);
                         return false;
                     }
-                    value =
-                        ValueText::bytes(QByteArrayView(reinterpret_cast<const char *>(mdb->pg_buf) + start, length));
+                    bytes = QByteArray(reinterpret_cast<const char *>(mdb->pg_buf) + start, length);
                 } else {
                     value = fixedValue(mdb, col, m_buffers[c].constData(), length);
                 }
-                out.append('\1');
-                putText(out, value.toUtf8());
+                if (col->col_type == MDB_OLE || col->col_type == MDB_BINARY) {
+                    out.append('\2');
+                    putText(out, bytes);
+                } else {
+                    out.append('\1');
+                    putText(out, value.toUtf8());
+                }
             }
         }
         if (rows != table->num_rows) {
@@ -399,13 +404,19 @@ DbResult<std::vector<SourceTable>> decode(QByteArrayView form)
             SourceRow row(table.fields.size());
             for (auto &value : row) {
                 char kind = 0;
-                if (!in.byte(kind) || (kind != '\0' && kind != '\1'))
+                if (!in.byte(kind) || (kind != '\0' && kind != '\1' && kind != '\2'))
                     return malformed;
                 if (kind == '\1') {
                     QString text;
                     if (!in.text(text))
                         return malformed;
                     value = std::move(text);
+                } else if (kind == '\2') {
+                    quint32 size = 0;
+                    QByteArray bytes;
+                    if (!in.u32(size) || !in.take(size, bytes))
+                        return malformed;
+                    value = SourceValue::fromBytes(std::move(bytes));
                 }
             }
             table.rows.push_back(std::move(row));

@@ -3,8 +3,27 @@
 #include "convert/accessfile.h"
 #include "convert/conversionrules.h"
 #include "convert/odbcsource.h"
+#include "convert/valuetext.h"
 
 namespace tabulon {
+
+std::optional<QString> SourceValue::text() const
+{
+    if (const auto *text = std::get_if<QString>(&m_value))
+        return *text;
+    if (const auto *bytes = std::get_if<QByteArray>(&m_value))
+        return ValueText::bytes(*bytes);
+    return std::nullopt;
+}
+
+QByteArray SourceValue::bytes() const
+{
+    if (const auto *bytes = std::get_if<QByteArray>(&m_value))
+        return *bytes;
+    if (const auto *text = std::get_if<QString>(&m_value))
+        return text->toUtf8();
+    return {};
+}
 
 DbError unknownSourceTable(const QString &table)
 {

@@ -157,7 +157,7 @@ void DatabaseConversion::CopyTableRows(const QString &table)
         QStringList values;
         values.reserve(static_cast<qsizetype>(row.size()));
         for (size_t k = 0; k < row.size(); ++k) {
-            values << Conversion::copyValue(row[k], k < m_fieldTypes.size() ? m_fieldTypes[k] : 0);
+            values << Conversion::copyValue(row[k].text(), k < m_fieldTypes.size() ? m_fieldTypes[k] : 0);
             if (!Conversion::carriesExactly(values.back()))
                 ++counts.notCarried;
         }

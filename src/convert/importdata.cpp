@@ -208,17 +208,6 @@ QString fitProblem(const SourceField &field, const QString &columnType)
     return {};
 }
 
-QByteArray sourceBytes(const QString &value)
-{
-    QByteArray out;
-    out.reserve(value.size() * 2);
-    for (const QChar c : value) {
-        out.append(static_cast<char>(c.unicode() & 0xff));
-        out.append(static_cast<char>(c.unicode() >> 8));
-    }
-    return out;
-}
-
 QString sanitized(const QString &name)
 {
     QString copy = name;
@@ -343,20 +332,20 @@ std::optional<QDateTime> parseSourceDate(const QString &text)
     return QDateTime(date, time);
 }
 
-QByteArray valueLiteral(const std::optional<QString> &value, int sourceType, const QString &columnType,
+QByteArray valueLiteral(const SourceValue &value, int sourceType, const QString &columnType,
                         const SessionSql::Escaper &escape)
 {
-    if (!value)
+    if (value.isNull())
         return QByteArrayLiteral("NULL");
     if (isBinaryType(sourceType))
-        return "X'" + sourceBytes(*value).toHex() + '\'';
+        return "X'" + value.bytes().toHex() + '\'';
+    QString text = value.text().value_or(QString());
     if (sourceType == AdoType::Boolean) {
-        if (*value == QLatin1String("True"))
+        if (text == QLatin1String("True"))
             return QByteArrayLiteral("1");
-        if (*value == QLatin1String("False"))
+        if (text == QLatin1String("False"))
             return QByteArrayLiteral("0");
     }
-    QString text = *value;
     const DateColumn column = dateColumn(columnType);
     if (isDateType(sourceType) || column != DateColumn::None) {
         if (const auto date = parseSourceDate(text))
@@ -379,7 +368,7 @@ QByteArray insertStatement(const QString &table, const std::vector<FieldMapping>
         }
         columns += identifier(m.column);
         const auto index = static_cast<size_t>(m.sourceIndex);
-        values += valueLiteral(index < row.size() ? row[index] : std::nullopt, m.field.type, m.columnType, escape);
+        values += valueLiteral(index < row.size() ? row[index] : SourceValue(), m.field.type, m.columnType, escape);
     }
     return "INSERT INTO " + identifier(table) + " (" + columns + ") VALUES (" + values + ')';
 }

@@ -69,14 +69,11 @@ std::optional<QDateTime> parseSourceDate(const QString &text);
 // A source value as an SQL literal for a column of `columnType`: NULL, 1/0 for booleans, a date
 // in the form the column takes, the bytes of a binary field as a hexadecimal literal, anything
 // else escaped between quotes.
-QByteArray valueLiteral(const std::optional<QString> &value, int sourceType, const QString &columnType,
+QByteArray valueLiteral(const SourceValue &value, int sourceType, const QString &columnType,
                         const SessionSql::Escaper &escape);
 // "INSERT INTO `t` (`c1`,...) VALUES (...)" for the matched fields of one source row.
 QByteArray insertStatement(const QString &table, const std::vector<FieldMapping> &mapping, const SourceRow &row,
                            const SessionSql::Escaper &escape);
-
-// The bytes a binary source value stands for (two to a text unit, low byte first).
-QByteArray sourceBytes(const QString &value);
 
 // What one import did.
 struct Outcome final {

@@ -267,7 +267,7 @@ DbError OdbcSource::readRows(const QString &table, const RowSink &row)
             }
             const QByteArray &b = **bytes;
             if (binary)
-                values.emplace_back(ValueText::bytes(b));
+                values.push_back(SourceValue::fromBytes(b));
             else if (type == 11)
                 values.emplace_back(ValueText::boolean(b.trimmed() != "0" && !b.trimmed().isEmpty()));
             else if (type == 131)

@@ -1,16 +1,18 @@
 // What the conversion reads from a source: table names, each table's fields with the ADO type
 // codes the source's provider reports, and rows whose values are already the texts that a
-// US-English string conversion of the values gives.
+// US-English string conversion of the values gives, or the bytes of binary values.
 #pragma once
 
 #include "db/dberror.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 
 #include <functional>
 #include <memory>
 #include <optional>
+#include <variant>
 #include <vector>
 
 namespace tabulon {
@@ -20,7 +22,40 @@ struct SourceField final {
     int type = 0; // ADO data type code
 };
 
-using SourceRow = std::vector<std::optional<QString>>;
+// One value of a source row: NULL, a text, or the bytes of a binary field. Bytes stay bytes, so
+// that a binary value of any length (an odd one too) and any content travels whole.
+class SourceValue final {
+public:
+    SourceValue() = default; // NULL
+    SourceValue(std::nullopt_t) {}
+    SourceValue(QString text) : m_value(std::move(text)) {}
+    SourceValue(std::optional<QString> text)
+    {
+        if (text)
+            m_value = std::move(*text);
+    }
+    static SourceValue fromBytes(QByteArray bytes)
+    {
+        SourceValue value;
+        value.m_value = std::move(bytes);
+        return value;
+    }
+
+    bool isNull() const { return std::holds_alternative<std::monostate>(m_value); }
+    bool isBytes() const { return std::holds_alternative<QByteArray>(m_value); }
+    // The text a string conversion gives the value: bytes two to a text unit, low byte first,
+    // an odd last byte padded with zero. Nothing for NULL.
+    std::optional<QString> text() const;
+    // The bytes of a binary value; a text's UTF-8.
+    QByteArray bytes() const;
+
+    friend bool operator==(const SourceValue &, const SourceValue &) = default;
+
+private:
+    std::variant<std::monostate, QString, QByteArray> m_value;
+};
+
+using SourceRow = std::vector<SourceValue>;
 
 struct SourceTable final {
     QString name;

@@ -23,8 +23,9 @@ QString dateTime(const QDate &date, const QTime &time);
 // The same for a date held as days since 12/30/1899 with the time as the fraction. Values no
 // calendar holds give the number's text.
 QString oleDate(double days);
-// Binary values turned into text as the old string conversion did: every two bytes one UTF-16
-// code unit (an odd last byte padded with zero).
+// Binary values as a string conversion turns them into text: every two bytes one UTF-16 code
+// unit (an odd last byte padded with zero). The conversion writes them so; everything else
+// keeps the bytes themselves.
 QString bytes(QByteArrayView data);
 
 } // namespace tabulon::ValueText

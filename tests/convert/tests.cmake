@@ -1,10 +1,16 @@
+# The SQLite data source of long and binary values that the import and conversion tests read.
+add_library(tabulon_testwholevalues STATIC convert/wholevaluesource.cpp convert/wholevaluesource.h)
+target_include_directories(tabulon_testwholevalues PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/convert)
+target_link_libraries(tabulon_testwholevalues PUBLIC Qt6::Core PRIVATE PkgConfig::ODBC tabulon_common_cfg)
+
 tabulon_add_test(test_conversionrules convert/test_conversionrules.cpp LIBS tabulon_convert_logic)
 tabulon_add_test(test_tablescript convert/test_tablescript.cpp LIBS tabulon_convert_logic)
 tabulon_add_test(test_accessfile convert/test_accessfile.cpp LIBS tabulon_convert_logic)
-tabulon_add_test(test_convertdb convert/test_convertdb.cpp LIBS tabulon_convert tabulon_app tabulon_testoperator)
+tabulon_add_test(test_convertdb convert/test_convertdb.cpp
+    LIBS tabulon_convert tabulon_app tabulon_testoperator tabulon_testwholevalues)
 tabulon_add_test(test_importdb convert/test_importdb.cpp LIBS tabulon_convert tabulon_testoperator)
 tabulon_add_test(test_importdata convert/test_importdata.cpp
-    LIBS tabulon_convert tabulon_app tabulon_testoperator tabulon_testgrid)
+    LIBS tabulon_convert tabulon_app tabulon_testoperator tabulon_testgrid tabulon_testwholevalues)
 tabulon_add_test(test_importerrors convert/test_importerrors.cpp LIBS tabulon_convert tabulon_app tabulon_testoperator)
 foreach(test test_accessfile test_convertdb test_importdata test_importerrors)
     target_compile_definitions(${test} PRIVATE TABULON_FIXTURES_DIR="${PROJECT_SOURCE_DIR}/tests/fixtures")
@@ -12,3 +18,5 @@ endforeach()
 target_compile_definitions(test_tablescript PRIVATE TABULON_IMPORT_DB="$<TARGET_FILE:import_db>")
 add_dependencies(test_tablescript import_db)
 add_dependencies(test_accessfile tabulon-accessreader)
+# The test writes a long memo into a copy of the sample with the library's own row writer.
+target_link_libraries(test_accessfile PRIVATE PkgConfig::LIBMDB)
