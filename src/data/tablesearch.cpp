@@ -279,13 +279,13 @@ DbResult<ReplaceResult> replaceHit(DatabaseSession &session, const Hit &hit, con
     target.database = changed.database;
     for (int f = 0; f < records.fieldCount(); ++f) {
         target.fields.push_back(records.field(f));
-        target.original.push_back(records.value(row, f));
+        target.original.push_back(records.bytes(row, f));
     }
     const QString written = replacementValue(changed.type, replaceText);
     target.changes.emplace_back(field, written);
     const QByteArray update =
         SessionSql::buildUpdate(target, [&session](QByteArrayView value) { return session.escape(value); });
-    if (DbError error = session.execute(QString::fromUtf8(update)))
+    if (DbError error = session.executeBytes(update))
         return error;
     if (session.affectedRows() == 0)
         return DbError{AdoError::RowNotFound,

@@ -165,10 +165,14 @@ DbError DatabaseSession::lastError() const
 
 DbError DatabaseSession::send(const QString &sql)
 {
+    return sendBytes(sql.toUtf8());
+}
+
+DbError DatabaseSession::sendBytes(const QByteArray &bytes)
+{
     if (!isOpen())
         return notOpen();
     MYSQL *m = m_connection->mysql;
-    const QByteArray bytes = sql.toUtf8();
     StatementHook::before(bytes);
     if (mysql_real_query(m, bytes.constData(), static_cast<unsigned long>(bytes.size())) != 0)
         return lastError();
@@ -177,7 +181,12 @@ DbError DatabaseSession::send(const QString &sql)
 
 DbError DatabaseSession::execute(const QString &sql)
 {
-    if (DbError error = send(sql))
+    return executeBytes(sql.toUtf8());
+}
+
+DbError DatabaseSession::executeBytes(const QByteArray &sql)
+{
+    if (DbError error = sendBytes(sql))
         return error;
     MYSQL *m = m_connection->mysql;
     if (MYSQL_RES *r = mysql_use_result(m)) {
@@ -350,7 +359,7 @@ DbError DatabaseSession::updateRecord(Recordset &rs)
     target.fields = rs.m_fields;
     const qsizetype row = rs.m_position;
     for (int f = 0; f < rs.fieldCount(); ++f)
-        target.original.push_back(rs.value(row, f));
+        target.original.push_back(rs.bytes(row, f));
     for (const auto &[field, value] : rs.m_pending)
         target.changes.emplace_back(field, value);
 
@@ -448,11 +457,15 @@ QByteArray escapeDefault(QByteArrayView utf8)
 }
 
 namespace {
-QByteArray literal(const std::optional<QString> &v, const Escaper &escape)
+QByteArray literal(const std::optional<QByteArray> &v, const Escaper &escape)
 {
     if (!v)
         return QByteArrayLiteral("NULL");
-    return '\'' + escape(QByteArrayView(v->toUtf8())) + '\'';
+    return '\'' + escape(QByteArrayView(*v)) + '\'';
+}
+QByteArray literal(const std::optional<QString> &v, const Escaper &escape)
+{
+    return literal(v ? std::optional<QByteArray>(v->toUtf8()) : std::nullopt, escape);
 }
 QByteArray ident(const QString &name)
 {

@@ -54,6 +54,9 @@ public:
 
     // Runs a statement and discards whatever it returns.
     DbError execute(const QString &sql);
+    // The same for a statement whose bytes must reach the server as they are: one that
+    // carries binary values, which need not be valid UTF-8.
+    DbError executeBytes(const QByteArray &sql);
     // Opens the table as ADO's table command does: every row and field, updatable.
     DbResult<Recordset> openTable(const QString &table);
     // Runs statement text and reads its rows; a statement without rows gives a closed recordset.
@@ -89,6 +92,7 @@ public:
 private:
     // Sends statement text; the caller reads or discards what it returns.
     DbError send(const QString &sql);
+    DbError sendBytes(const QByteArray &sql);
     DbResult<Recordset> read(const QString &sql, const QString &table);
     DbError lastError() const;
 
@@ -128,7 +132,7 @@ struct UpdateTarget final {
     QString database;
     QString table;
     std::vector<FieldInfo> fields;
-    std::vector<std::optional<QString>> original;                // every field, as read
+    std::vector<std::optional<QByteArray>> original;             // every field, its bytes as read
     std::vector<std::pair<int, std::optional<QString>>> changes; // field index, new value
 };
 

@@ -40,6 +40,14 @@ std::optional<QString> Recordset::value(qsizetype row, int field) const
     return c.text(row);
 }
 
+std::optional<QByteArray> Recordset::bytes(qsizetype row, int field) const
+{
+    const auto &c = column(field);
+    if (c.isNull(row))
+        return std::nullopt;
+    return c.utf8(row).toByteArray();
+}
+
 std::vector<TextColumn> Recordset::takeColumns()
 {
     std::vector<TextColumn> taken = std::move(m_columns);

@@ -53,6 +53,8 @@ public:
     // The value's text; a null reads as empty text.
     QString text(qsizetype row, int field) const { return column(field).text(row); }
     std::optional<QString> value(qsizetype row, int field) const;
+    // The value's bytes exactly as the server sent them (binary values need not be UTF-8).
+    std::optional<QByteArray> bytes(qsizetype row, int field) const;
     const TextColumn &column(int field) const { return m_columns[static_cast<size_t>(field)]; }
     // Hands the stored columns over (the grid takes them without copying the texts); the
     // recordset is left with its fields and no rows.

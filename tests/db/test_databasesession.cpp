@@ -123,6 +123,15 @@ void TestDatabaseSession::updates()
     rs->setField(1, qs("y"));
     QVERIFY_DB(rs->update());
     QCOMPARE(m_db->rows(qs("SELECT a, b FROM nokey ORDER BY a, b")), sl({"1|\\N", "1|y", "7|x"}));
+    // Binary bytes that are not UTF-8 still locate their row, and stay as they were.
+    QVERIFY_DB(
+        m_db->run({qs("CREATE TABLE raw (b VARBINARY(4), n INT)"), qs("INSERT INTO raw VALUES (X'00FF27', 1)")}));
+    rs = m_session.openTable(qs("raw"));
+    QVERIFY_DB(rs.error());
+    rs->moveTo(0);
+    rs->setField(1, qs("2"));
+    QVERIFY_DB(rs->update());
+    QCOMPARE(m_db->rows(qs("SELECT HEX(b), n FROM raw")), sl({"00FF27|2"}));
 }
 
 void TestDatabaseSession::errorsAndGuards()

@@ -231,8 +231,7 @@ void TestSafetyHooks::replaceOverWrongValue()
                           qs("CREATE TABLE b (code VARCHAR(9), raw VARBINARY(4), memo TEXT) ENGINE=MyISAM"),
                           qs("CREATE TABLE c (x INT) ENGINE=MyISAM"),
                           qs("INSERT INTO a VALUES (1, 'C00001', NULL), (2, 'C00002', 'it''s \\\\')"),
-                          // The hits' rows hold no bytes outside UTF-8: the replace could not locate them.
-                          qs("INSERT INTO b VALUES ('C00001', X'005C27', 'O''Hara \\\\n'), ('C00001', NULL, NULL), "
+                          qs("INSERT INTO b VALUES ('C00001', X'00FF5C27', 'O''Hara \\\\n'), ('C00001', NULL, NULL), "
                              "(NULL, X'00FF', '')"),
                           qs("INSERT INTO c VALUES (1)")}));
     const TableState a = tableState(*m_db, qs("a"));
