@@ -87,53 +87,52 @@ std::uint64_t orderedBits(double value)
     return (bits & (std::uint64_t(1) << 63)) ? ~bits : (bits | (std::uint64_t(1) << 63));
 }
 
-// One entry per sorted row, 16 bytes, sorted in place. Texts are compared eight case-folded
-// bytes at a time: an entry holds the eight bytes at the current depth as one number, so the
-// sort walks its own array instead of chasing a million cells, and only rows that agree on
-// those bytes read their next eight. Empty cells, numbers and texts are sorted in separate
-// ranges, so no comparison needs to ask which is which.
+// One entry per sorted row, 12 bytes, sorted in place. A text's key holds seven case-folded
+// bytes and, in its low byte, how many bytes the text has from there (8 meaning "more"), so
+// one comparison of two numbers orders both the bytes and a text before its own extensions.
+// The sort walks its own array instead of chasing a million cells, and only rows that agree
+// on their seven bytes read their next seven. Empty cells, numbers and texts are sorted in
+// separate ranges, so no comparison needs to ask which is which.
 struct SortItem {
-    std::uint64_t key; // numbers: the value in an order-keeping encoding; texts: eight bytes
+    std::uint32_t keyHigh;
+    std::uint32_t keyLow;
     std::uint32_t pos; // place among the sorted rows before the sort: equal cells keep it
-    // Texts: how many bytes the text has from the current depth, 9 meaning "more than eight"
-    // (bits 0-3), whether it is read from the folded copies (kFolded); numbers: 0. The kind
-    // lives in bits 4-5 until the entries are split by kind.
-    std::uint32_t info;
+
+    std::uint64_t key() const { return (std::uint64_t(keyHigh) << 32) | keyLow; }
+    void setKey(std::uint64_t key)
+    {
+        keyHigh = static_cast<std::uint32_t>(key >> 32);
+        keyLow = static_cast<std::uint32_t>(key);
+    }
 };
-static_assert(sizeof(SortItem) == 16);
+static_assert(sizeof(SortItem) == 12);
 
-constexpr std::uint32_t kChunkMask = 0xF;
-constexpr std::uint32_t kMoreThanChunk = 9;
-constexpr std::uint32_t kKindShift = 4;
-constexpr std::uint32_t kFolded = 0x100;
+constexpr qsizetype kChunk = 7;
+constexpr std::uint64_t kMore = kChunk + 1;
 
-// Eight bytes of a text from `depth` (ASCII letters lowered), zeros past its end, as a number
-// whose order is the bytes' order; and how many bytes there were.
-std::uint64_t chunkOf(QByteArrayView text, qsizetype depth, std::uint32_t *length)
+// The key of a text from `depth`: seven bytes (ASCII letters lowered, zeros past its end) and
+// the count of bytes left.
+std::uint64_t chunkOf(QByteArrayView text, qsizetype depth)
 {
     std::uint64_t key = 0;
     const qsizetype left = text.size() - depth;
-    for (qsizetype i = 0; i < 8; ++i) {
+    for (qsizetype i = 0; i < kChunk; ++i) {
         key <<= 8;
         if (i < left)
             key |= asciiLower(static_cast<unsigned char>(text[depth + i]));
     }
-    *length = static_cast<std::uint32_t>(std::min<qsizetype>(left, kMoreThanChunk));
-    return key;
+    return (key << 8) | static_cast<std::uint64_t>(std::min<qsizetype>(left, kMore));
 }
 
-// Sorts entries by key (then, for texts, by length at this depth) in the given direction;
-// equal entries keep their earlier order in both directions, which makes the unstable
-// in-place sort a stable one without its buffer.
+// Sorts entries by key in the given direction; equal entries keep their earlier order in both
+// directions, which makes the unstable in-place sort a stable one without its buffer.
 void sortByKey(SortItem *first, SortItem *last, bool ascending)
 {
     std::sort(first, last, [ascending](const SortItem &a, const SortItem &b) {
-        if (a.key != b.key)
-            return ascending ? a.key < b.key : a.key > b.key;
-        const std::uint32_t la = a.info & kChunkMask;
-        const std::uint32_t lb = b.info & kChunkMask;
-        if (la != lb)
-            return ascending ? la < lb : la > lb;
+        const std::uint64_t ka = a.key();
+        const std::uint64_t kb = b.key();
+        if (ka != kb)
+            return ascending ? ka < kb : ka > kb;
         return a.pos < b.pos;
     });
 }
@@ -415,78 +414,113 @@ void GridData::sort(int col, int order)
     std::string folded;
     std::unordered_map<std::uint32_t, std::pair<size_t, size_t>> foldedAt; // pos -> offset, length
     const auto textOf = [&](const SortItem &item) {
-        if (item.info & kFolded) {
-            const auto [offset, length] = foldedAt.at(item.pos);
-            return QByteArrayView(folded.data() + offset, static_cast<qsizetype>(length));
+        if (!foldedAt.empty()) {
+            if (const auto it = foldedAt.find(item.pos); it != foldedAt.end())
+                return QByteArrayView(folded.data() + it->second.first, static_cast<qsizetype>(it->second.second));
         }
         return column.utf8(first[static_cast<std::ptrdiff_t>(item.pos)]);
     };
 
+    // A start that every text shares (a column of "Remark ..." say) orders nothing: the keys
+    // start after it, which spares a round over every row. Only ASCII counts towards it, so
+    // that it is the same length in a text's folded copy.
+    qsizetype shared = -1;
+    QByteArrayView firstText;
+    {
+        TextColumn::Reader scan(column);
+        double ignored = 0;
+        for (size_t i = 0; i < count && shared != 0; ++i) {
+            const QByteArrayView bytes = scan.utf8(first[static_cast<std::ptrdiff_t>(i)]);
+            if (kindOf(bytes, &ignored) != CellKind::Text)
+                continue;
+            if (shared < 0) {
+                firstText = bytes;
+                shared = 0;
+                while (shared < bytes.size() && static_cast<unsigned char>(bytes[shared]) < 0x80)
+                    ++shared;
+                continue;
+            }
+            qsizetype same = 0;
+            const qsizetype limit = std::min(shared, bytes.size());
+            while (same < limit && asciiLower(static_cast<unsigned char>(bytes[same])) ==
+                                       asciiLower(static_cast<unsigned char>(firstText[same])))
+                ++same;
+            shared = same;
+        }
+        shared = std::max<qsizetype>(shared, 0);
+    }
+
+    // Texts fill the array from the back, empty cells and numbers from the front; an empty
+    // cell's key is 0, which no number's is.
     std::vector<SortItem> items(count);
+    SortItem *const begin = items.data();
+    SortItem *const end = begin + count;
+    SortItem *front = begin;
+    SortItem *back = end;
     TextColumn::Reader reader(column);
     double number = 0;
     for (size_t i = 0; i < count; ++i) {
         const QByteArrayView bytes = reader.utf8(first[static_cast<std::ptrdiff_t>(i)]);
-        const CellKind kind = kindOf(bytes, &number);
-        SortItem item{0, static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(kind) << kKindShift};
-        std::uint32_t length = 0;
-        if (kind == CellKind::Number) {
-            item.key = orderedBits(number);
-        } else if (kind == CellKind::Text && isAscii(bytes)) {
-            item.key = chunkOf(bytes, 0, &length);
-        } else if (kind == CellKind::Text) {
-            const QByteArray f = QString::fromUtf8(bytes).toCaseFolded().toUtf8();
-            foldedAt.emplace(item.pos, std::pair{folded.size(), static_cast<size_t>(f.size())});
-            folded.append(f.constData(), static_cast<size_t>(f.size()));
-            item.key = chunkOf(QByteArrayView(f), 0, &length);
-            item.info |= kFolded;
+        SortItem item{0, 0, static_cast<std::uint32_t>(i)};
+        switch (kindOf(bytes, &number)) {
+        case CellKind::Empty: *front++ = item; break;
+        case CellKind::Number:
+            item.setKey(orderedBits(number));
+            *front++ = item;
+            break;
+        case CellKind::Text:
+            if (isAscii(bytes)) {
+                item.setKey(chunkOf(bytes, shared));
+            } else {
+                const QByteArray f = QString::fromUtf8(bytes).toCaseFolded().toUtf8();
+                foldedAt.emplace(item.pos, std::pair{folded.size(), static_cast<size_t>(f.size())});
+                folded.append(f.constData(), static_cast<size_t>(f.size()));
+                item.setKey(chunkOf(QByteArrayView(f), shared));
+            }
+            *--back = item;
+            break;
         }
-        item.info |= length;
-        items[i] = item;
     }
 
     // Kinds in the order they sort in this direction: empty cells, numbers, texts ascending.
-    const auto kindOfItem = [](const SortItem &item) { return static_cast<CellKind>((item.info >> kKindShift) & 3); };
-    const CellKind leading = ascending ? CellKind::Empty : CellKind::Text;
-    const CellKind trailing = ascending ? CellKind::Text : CellKind::Empty;
-    SortItem *const begin = items.data();
-    SortItem *const end = begin + count;
-    SortItem *const middle = std::partition(begin, end, [&](const SortItem &i) { return kindOfItem(i) == leading; });
-    SortItem *const last = std::partition(middle, end, [&](const SortItem &i) { return kindOfItem(i) != trailing; });
-    for (SortItem *item = begin; item != end; ++item)
-        item->info &= ~(3u << kKindShift);
-
+    SortItem *textFirst = back;
+    SortItem *textLast = end;
+    SortItem *numberFirst = nullptr;
+    SortItem *numberLast = nullptr;
+    if (ascending) {
+        numberFirst = std::partition(begin, back, [](const SortItem &i) { return i.key() == 0; });
+        numberLast = back;
+    } else {
+        std::rotate(begin, back, end);
+        textFirst = begin;
+        textLast = begin + (end - back);
+        numberFirst = textLast;
+        numberLast = std::partition(textLast, end, [](const SortItem &i) { return i.key() != 0; });
+    }
     const auto byPos = [](const SortItem &a, const SortItem &b) { return a.pos < b.pos; };
-    SortItem *const emptyFirst = ascending ? begin : last;
-    SortItem *const emptyLast = ascending ? middle : end;
-    SortItem *const textFirst = ascending ? last : begin;
-    SortItem *const textLast = ascending ? end : middle;
-    std::sort(emptyFirst, emptyLast, byPos);
-    sortByKey(middle, last, ascending); // numbers
+    std::sort(ascending ? begin : numberLast, ascending ? numberFirst : end, byPos); // empty cells
+    sortByKey(numberFirst, numberLast, ascending);
 
-    // Texts: sorted by their first eight bytes, then each run that agrees on them and goes on
-    // is sorted by its next eight, and so on.
+    // Texts: sorted by their first seven bytes, then each run that agrees on them and goes on
+    // is sorted by its next seven, and so on.
     struct Run {
         SortItem *first;
         SortItem *last;
         qsizetype depth;
     };
-    std::vector<Run> runs{{textFirst, textLast, 0}};
+    std::vector<Run> runs{{textFirst, textLast, shared}};
     while (!runs.empty()) {
         const Run run = runs.back();
         runs.pop_back();
         sortByKey(run.first, run.last, ascending);
         for (SortItem *from = run.first; from != run.last;) {
             SortItem *to = from + 1;
-            while (to != run.last && to->key == from->key && (to->info & kChunkMask) == (from->info & kChunkMask))
+            while (to != run.last && to->key() == from->key())
                 ++to;
-            if (to - from > 1 && (from->info & kChunkMask) == kMoreThanChunk) {
-                const qsizetype depth = run.depth + 8;
-                for (SortItem *item = from; item != to; ++item) {
-                    std::uint32_t length = 0;
-                    item->key = chunkOf(textOf(*item), depth, &length);
-                    item->info = (item->info & ~kChunkMask) | length;
-                }
+            if (to - from > 1 && (from->key() & 0xFF) == kMore) {
+                const qsizetype depth = run.depth + kChunk;
+                for (SortItem *item = from; item != to; ++item)
+                    item->setKey(chunkOf(textOf(*item), depth));
                 runs.push_back(Run{from, to, depth});
             }
             from = to;
@@ -495,9 +529,9 @@ void GridData::sort(int col, int order)
 
     // The sorted entries' rows, written back over the row index without a second copy of it.
     for (SortItem &item : items)
-        item.key = first[static_cast<std::ptrdiff_t>(item.pos)];
+        item.keyLow = first[static_cast<std::ptrdiff_t>(item.pos)];
     for (size_t i = 0; i < count; ++i)
-        first[static_cast<std::ptrdiff_t>(i)] = static_cast<std::uint32_t>(items[i].key);
+        first[static_cast<std::ptrdiff_t>(i)] = items[i].keyLow;
 }
 
 DbError GridData::saveToFile(const QString &path) const

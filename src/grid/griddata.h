@@ -79,7 +79,7 @@ public:
     // else leaves the rows as they are. The comparison is the generic one: empty cells first,
     // then cells that read as plain decimal numbers (compared as numbers), then all other texts,
     // case-folded and compared in code point order (no locale). Stable in both directions;
-    // only the row index moves. Needs 16 bytes per row of scratch while it runs.
+    // only the row index moves. Needs 12 bytes per row of scratch while it runs.
     void sort(int col, int order);
 
     // The grid's own file form (see gridfile.h). A failed load leaves the grid unchanged.
