@@ -104,7 +104,9 @@ DbResult<Client> findClient(DatabaseSession &session, const QString &code)
     for (const QString &sql : {mainInfoLookup(code), ownerLookup(code)}) {
         auto rs = session.openQuery(sql);
         if (!rs.ok()) {
-            if (isFatal(rs.error()))
+            // A look-up the server refused (a quote in the code) finds nothing; no connection
+            // at all must not read as an unknown code.
+            if (isFatal(rs.error()) || !session.isOpen())
                 return rs.error();
             continue;
         }

@@ -108,6 +108,10 @@ void TestTableBackup::findClient()
     QVERIFY_DB(client.error());
     QTEST(client->found, "found");
     QTEST(client->other, "other");
+
+    // Without a connection the look-up fails instead of finding no client.
+    DatabaseSession closed;
+    QVERIFY(TableBackup::findClient(closed, code).error().isError());
 }
 
 QTEST_GUILESS_MAIN(TestTableBackup)
