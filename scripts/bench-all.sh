@@ -363,6 +363,12 @@ if wanted backup; then
     'mariadb-dump --quick --skip-extended-insert | gzip -1' "$work/backup.peer" "≤ 1.0, memory < 256 MiB" "$demo_bytes"
   row "Restore of the demo database" "$work/restore.ours" \
     'mariadb < the dump, after the same table checks' "$work/restore.peer" "≤ 1.0, memory < 256 MiB" "$demo_bytes"
+  backup_ms=$(stat_of "$work/backup.ours" ms)
+  read_ms=$(stat_of "$work/backup.ours" read_ms)
+  notes+=("Backup: inside the process the tables are read into their files in $read_ms ms and packed (compressed\
+ at level 1) in $((backup_ms - read_ms)) ms, one after the other; the peer reads and compresses at the same time, in\
+ two processes on two cores. Processor time: Tabulon $(cpu_of "$work/backup.ours") s, the peer's pipeline\
+ $(cpu_of "$work/backup.peer") s.")
   notes+=("Backup: archive $(mib "$(stat -c %s "$archive")"), dump $(mib "$(stat -c %s "$dump")").\
  Restore: $(sed -n 's/^refused=//p' "$work/restore.ours.stdout") rows refused by the server (the restore\
  writes every value between quotes as it stands, so a row with a quote, a NULL or a value the server's mode\
