@@ -327,7 +327,7 @@ if wanted search; then
     row "Search all tables for $what" "$work/search.ours" 'mariadb --batch --quick | grep -F, per table' \
       "$work/search.peer" "≤ 1.0" "$demo_bytes"
     out="$work/search.ours.stdout"
-    notes+=("Search for $what: $(sed -n 's/^statements=//p' "$out") statements, $(sed -n 's/^hits=//p' "$out") hits;\
+    notes+=("Search for $what: $(sed -n 's/^statements=//p' "$out") statements, $(sed -n 's/^hits=//p' "$out" | awk '{ print $1, ($1 == 1 ? "hit" : "hits") }');\
  the program's own processor time was $(sed -n 's/^program_cpu_ms=//p' "$out") ms of a\
  $(sed -n 's/^search_ms=//p' "$out") ms search ($(awk -v c="$(sed -n 's/^program_cpu_ms=//p' "$out")" \
       -v s="$(sed -n 's/^search_ms=//p' "$out")" 'BEGIN { printf "%.1f", (s > 0 ? 100 * c / s : 0) }') %, goal < 5 %).")
