@@ -9,6 +9,7 @@
 #include "backup/backuparchive.h"
 #include "backup/tablebackup.h"
 #include "backup/tablerestore.h"
+#include "benchmemory.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
 
@@ -16,8 +17,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
-
-#include <sys/resource.h>
 
 #include <cstdio>
 
@@ -29,13 +28,6 @@ int fail(const DbError &error)
 {
     std::fprintf(stderr, "%s\n", qPrintable(error.description));
     return 1;
-}
-
-long peakKiB()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
 }
 
 } // namespace
@@ -96,6 +88,6 @@ int main(int argc, char **argv)
         }
         std::printf("refused=%lld\n", static_cast<long long>(refused));
     }
-    std::printf("ms=%lld\npeak_kib=%ld\n", static_cast<long long>(timer.elapsed()), peakKiB());
+    std::printf("ms=%lld\npeak_kib=%ld\n", static_cast<long long>(timer.elapsed()), bench::peakKiB());
     return 0;
 }

@@ -7,6 +7,7 @@
 //
 // "safety" times the rewrite with the safety copy it writes first; "plain" goes on without the
 // copy (a size limit below the table's, answered Yes), so the two differ by the copy alone.
+#include "benchmemory.h"
 #include "benchwindow.h"
 #include "data/tabledata.h"
 #include "db/databasesession.h"
@@ -20,8 +21,6 @@
 #include <QElapsedTimer>
 #include <QTemporaryDir>
 
-#include <sys/resource.h>
-
 #include <cstdio>
 
 using namespace tabulon;
@@ -31,13 +30,6 @@ namespace {
 [[noreturn]] void fail(const QString &what)
 {
     bench::fail("bench_savetable", what);
-}
-
-long peakKiB()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
 }
 
 } // namespace
@@ -80,7 +72,7 @@ int main(int argc, char **argv)
     timer.start();
     window->SaveTable();
     const qint64 ms = timer.elapsed();
-    std::printf("ms=%lld\npeak_kib=%ld\n", static_cast<long long>(ms), peakKiB());
+    std::printf("ms=%lld\npeak_kib=%ld\n", static_cast<long long>(ms), bench::peakKiB());
     delete window;
     return 0;
 }

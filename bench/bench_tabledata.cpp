@@ -7,6 +7,7 @@
 //   bench_tabledata HOST:PORT DATABASE [SORT-FIELD]
 //
 // The window shows the first table the database lists; the benchmark database holds one.
+#include "benchmemory.h"
 #include "benchwindow.h"
 #include "data/tabledata.h"
 #include "db/databasesession.h"
@@ -17,7 +18,6 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QHeaderView>
 
 #include <cstdio>
@@ -25,19 +25,6 @@
 using namespace tabulon;
 
 namespace {
-
-qint64 statusKb(const char *field)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    const QByteArray key = QByteArray(field) + ':';
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith(key))
-            return line.mid(key.size()).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
-}
 
 void fail(const QString &what)
 {
@@ -59,13 +46,13 @@ int main(int argc, char **argv)
     DatabaseSession session;
     bench::openForWindows("bench_tabledata", session, args.at(1), args.at(2));
 
-    const qint64 baselineKb = statusKb("VmHWM");
+    const long baselineKb = bench::peakKiB();
     QElapsedTimer timer;
     timer.start();
     bench::BenchHost host(session);
     auto *window = new TableData(host);
     const qint64 loadMs = timer.elapsed();
-    const qint64 loadPeakKb = statusKb("VmHWM");
+    const long loadPeakKb = bench::peakKiB();
 
     Grid &grid = *window->grid();
     qint64 sortMs = -1;
@@ -87,9 +74,9 @@ int main(int argc, char **argv)
     std::printf("fields=%d\n", grid.cols() - 2);
     std::printf("load_ms=%lld\n", loadMs);
     std::printf("sort_ms=%lld\n", sortMs);
-    std::printf("baseline_hwm_kb=%lld\n", baselineKb);
-    std::printf("load_hwm_kb=%lld\n", loadPeakKb);
-    std::printf("peak_hwm_kb=%lld\n", statusKb("VmHWM"));
+    std::printf("baseline_hwm_kb=%ld\n", baselineKb);
+    std::printf("load_hwm_kb=%ld\n", loadPeakKb);
+    std::printf("peak_hwm_kb=%ld\n", bench::peakKiB());
     std::printf("grid_bytes=%lld\n", static_cast<long long>(grid.cells().memoryUse()));
     delete window;
     return 0;
