@@ -177,8 +177,6 @@ void TestAccessFile::sampleTablesFieldsAndValues()
     };
     QCOMPARE(fields("Order Details"), sl({"OrderID:3", "ProductID:3", "UnitPrice:6", "Quantity:2", "Discount:4"}));
     QCOMPARE(fields("Categories"), sl({"CategoryID:3", "CategoryName:202", "Description:203", "Picture:205"}));
-    QCOMPARE(fields("Products").last(), qs("Discontinued:11"));
-    QCOMPARE(fields("Orders").at(3), qs("OrderDate:7"));
 
     const SourceTable &details = tableNamed(m_tables, qs("Order Details"));
     QCOMPARE(rowTexts(details.rows.front()), sl({"10248", "11", "14", "12", "0"}));
