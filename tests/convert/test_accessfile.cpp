@@ -177,8 +177,6 @@ void TestAccessFile::sampleTablesFieldsAndValues()
     };
     QCOMPARE(fields("Order Details"), sl({"OrderID:3", "ProductID:3", "UnitPrice:6", "Quantity:2", "Discount:4"}));
     QCOMPARE(fields("Categories"), sl({"CategoryID:3", "CategoryName:202", "Description:203", "Picture:205"}));
-    QCOMPARE(fields("Products").last(), qs("Discontinued:11"));
-    QCOMPARE(fields("Orders").at(3), qs("OrderDate:7"));
 
     const SourceTable &details = tableNamed(m_tables, qs("Order Details"));
     QCOMPARE(rowTexts(details.rows.front()), sl({"10248", "11", "14", "12", "0"}));
@@ -253,7 +251,6 @@ void TestAccessFile::damagedFilesGiveAnError_data()
     QTest::newRow("header page only") << s.left(kPage);
     QTest::newRow("cut inside a page") << s.left(s.size() / 2 + 100);
     QTest::newRow("cut at a page boundary") << s.left(s.size() / 2 / kPage * kPage);
-    QTest::newRow("last quarter missing") << s.left(s.size() * 3 / 4 / kPage * kPage);
     QTest::newRow("signature flipped") << signature;
     QTest::newRow("catalog definition zeroed") << zeroPage(s, 2);
     QTest::newRow("a table definition zeroed") << zeroPage(s, 415); // Order Details

@@ -242,7 +242,6 @@ void TestConvertDb::convertsTheSampleIntoANewDatabase()
                                 .arg(kTarget)));
     QCOMPARE(writes.filter(qs("Create Table ")).size(), 9);
     QCOMPARE(writes.filter(qs("Insert into ")).size(), 8 + 91 + 9 + 830 + 77 + 3 + 29 + 830);
-    QVERIFY(writes.contains(qs("Insert into %1.Shippers values ('1','Speedy Express','(503) 555-9831')").arg(kTarget)));
     QVERIFY(writes.contains(qs("Insert into %1.Orders values ('10330','LILAS','3','16-11-1994','14-12-1994',"
                                "'28-11-1994','1','12.75','LILA-Supermercado',"
                                "'Carrera 52 con Ave. Bolívar #65-98 Llano Largo','Barquisimeto','Lara','3508',"
@@ -336,7 +335,6 @@ void TestConvertDb::convertsADataSource()
     QCOMPARE(window->findChild<QLineEdit *>(qs("Text2"))->text(), qs("nwindsource"));
     run(window, kTarget);
     QCOMPARE(m_operator->told, sl({"Couldn't parse SQL"})); // the driver's word for the unknown Order_Details
-    QCOMPARE(written().filter(qs("Create Table ")).size(), 9);
     QCOMPARE(columns("'Order_Details','Orders'"),
              QStringList({qs("Orders|OrderID int,CustomerID longtext,EmployeeID int,OrderDate longtext,RequiredDate "
                              "longtext,ShippedDate longtext,ShipVia int,Freight double,ShipName longtext,ShipAddress "

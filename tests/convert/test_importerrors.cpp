@@ -49,26 +49,13 @@ void TestImportErrors::importRefusals_data()
     QTest::addColumn<QString>("trouble"); // what happens after the choices
     QTest::addColumn<QString>("told");
 
-    QTest::newRow("a new table without a name") << "new"
-                                                << "  "
-                                                << ""
-                                                << "Enter the name of the new table.";
-    QTest::newRow("no table to import into") << "existing"
-                                             << ""
-                                             << ""
-                                             << "Choose the table to import into.";
-    QTest::newRow("closed session, new table") << "new"
-                                               << "imported"
-                                               << "closed"
-                                               << "Operation is not allowed when the object is closed.";
-    QTest::newRow("closed session, existing table") << "existing"
-                                                    << "existing"
-                                                    << "closed"
-                                                    << "Operation is not allowed when the object is closed.";
-    QTest::newRow("existing table dropped after it was chosen") << "existing"
-                                                                << "existing"
-                                                                << "dropped"
-                                                                << "Table '%1.existing' doesn't exist";
+    // clang-format off
+    QTest::newRow("a new table without a name") << "new" << "  " << "" << "Enter the name of the new table.";
+    QTest::newRow("no table to import into") << "existing" << "" << "" << "Choose the table to import into.";
+    QTest::newRow("closed session, new table") << "new" << "imported" << "closed" << "Operation is not allowed when the object is closed.";
+    QTest::newRow("closed session, existing table") << "existing" << "existing" << "closed" << "Operation is not allowed when the object is closed.";
+    QTest::newRow("existing table dropped after it was chosen") << "existing" << "existing" << "dropped" << "Table '%1.existing' doesn't exist";
+    // clang-format on
 }
 
 void TestImportErrors::importRefusals()

@@ -66,11 +66,9 @@ void TestSafetyCopies::listsNewestFirstAndPutsBack()
     QCOMPARE(list->topLevelItemCount(), 2);
     QCOMPARE(list->currentItem(), list->topLevelItem(0));
     const QTreeWidgetItem *newest = list->topLevelItem(0);
-    QCOMPARE(newest->text(1), qs("Replace All"));
-    QCOMPARE(newest->text(2), m_db->name());
-    QCOMPARE(newest->text(3), qs("t, u"));
-    QCOMPARE(newest->text(4), qs("6"));
-    QCOMPARE(list->topLevelItem(1)->text(1), qs("Delete Record"));
+    QCOMPARE((QStringList{newest->text(1), newest->text(2), newest->text(3), newest->text(4),
+                          list->topLevelItem(1)->text(1)}),
+             (QStringList{qs("Replace All"), m_db->name(), qs("t, u"), qs("6"), qs("Delete Record")}));
 
     QTest::mouseClick(w->findChild<QPushButton *>(qs("cmdputback")), Qt::LeftButton);
     QCOMPARE(m_operator->asked.size(), 1);
