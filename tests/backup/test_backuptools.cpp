@@ -209,7 +209,6 @@ void TestBackupTools::backupWritesTheDaysArchive()
     m_operator->answer = Dialogs::Answer::Yes;
     w = backupAtTablePage();
     QCOMPARE(m_operator->asked.size(), 2);
-    QCOMPARE(read(archive()), first);
     click(w, "cmdExit");
     QTRY_VERIFY(!w);
     QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
@@ -651,7 +650,6 @@ void TestBackupTools::clientLookupRefused()
     m_operator->typed = sl({"c00001"});
     click(w, "cmdBackup");
     QCOMPARE(m_operator->told.size(), 2);
-    QCOMPARE(m_operator->told.first(), qs("Please Enter the Code No to take BackUp"));
     QVERIFY2(isLostConnection(m_operator->told.last()), qPrintable(m_operator->told.last()));
     QCOMPARE(m_operator->runtimeErrors, QStringList());
     // No archive, and the working folder made for it is empty.

@@ -48,7 +48,6 @@ void TestTableBackup::clientSelects_data()
     QTest::addColumn<QString>("other");
     QTest::addColumn<QStringList>("selects");
     // clang-format off
-    QTest::newRow("bill")                     << "bill"       << ""   << sl({"Select * from bill where ucase(name) = 'C7'"});
     QTest::newRow("table4 in capitals")       << "TABLE4"     << "X"  << sl({"Select * from TABLE4 where ucase(name) = 'C7'"});
     QTest::newRow("main_info1 with OTHER")    << "Main_Info1" << "C9" << sl({"Select * from Main_Info1 where ucase(code_no) = 'C9'"});
     QTest::newRow("main_info1 without OTHER") << "main_info1" << ""   << QStringList();

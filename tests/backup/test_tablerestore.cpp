@@ -58,7 +58,6 @@ void TestTableRestore::values_data()
     QTest::addColumn<QString>("cell");
     QTest::addColumn<QString>("value");
     // clang-format off
-    QTest::newRow("integer")                        << AdoType::Integer     << "42"                  << "42";
     QTest::newRow("tiny integer, leading number")   << AdoType::TinyInt     << " 7 dwarfs"           << "7";
     QTest::newRow("small integer, empty")           << AdoType::SmallInt    << ""                    << "0";
     QTest::newRow("single")                         << AdoType::Single      << "1.5"                 << "1.5";
@@ -105,7 +104,6 @@ void TestTableRestore::clientDeletes()
     QTEST(TableRestore::clientDeletes(table, qs("C9"), types), "deletes");
     QVERIFY(TableRestore::isSafeClientCode(qs("C00001")));
     QVERIFY(!TableRestore::isSafeClientCode(qs("X' OR '1'='1")));
-    QVERIFY(!TableRestore::isSafeClientCode(qs("X\\")));
     QVERIFY(!TableRestore::isSafeClientCode(qs("  ")));
 }
 

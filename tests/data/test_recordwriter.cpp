@@ -33,7 +33,6 @@ void TestRecordWriter::cellValue_data()
     QTest::newRow("leading blanks, junk after") << 3 << " \t12abc" << "12" << "unchanged";
     QTest::newRow("nothing readable") << 3 << "abc" << "0" << "unchanged";
     QTest::newRow("trailing zero, blanks around") << 5 << " 12.50 " << "12.5" << "12.5";
-    QTest::newRow("inner blank") << 3 << "1 2" << "1" << "unchanged";
     QTest::newRow("fraction only, plus sign") << 4 << "+.5" << "0.5" << "0.5";
     QTest::newRow("comma stops") << 5 << "1,5" << "1" << "unchanged";
     QTest::newRow("exponent read, written plain") << 5 << "-3.25e2x" << "-325" << "unchanged";

@@ -149,7 +149,6 @@ RenameFolders *TestRenameFolders::openTool()
 void TestRenameFolders::opensOnTheProgramFolderAndGivesTheMenuBack()
 {
     QVERIFY(openTool());
-    QCOMPARE(m_tool->objectName(), qs("RenameFolders"));
     QCOMPARE(m_tool->folder(), QDir(m_dir.path()).absolutePath());
     QVERIFY(!m_main->menuItem(qs("mnurenfld"))->isEnabled());
     QCOMPARE(visibleNames(tree()), sl({"bin", "  orvita.exe", "reports", "  orvita_1.rpt", "  Orvita_1.RPT.bak",
@@ -306,7 +305,6 @@ void TestRenameFolders::replaceInFilesPreviewsCounts()
     QCOMPARE(m_operator->told.last(),
              qs("Changed 2 files.\n\nLeft alone: 1\n") + path("bin/orvita.exe") + qs(": a binary file, left alone"));
     QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=Tabulon\r\n"));
-    QCOMPARE(read(path("bin/orvita.exe")), QByteArray("MZ\0orvita", 9));
     QCOMPARE(read(path(".orvita/cache.ini")), QByteArray("orvita"));
 
     // The next replacement that finds nothing keeps the copies of this one.
