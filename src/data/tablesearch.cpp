@@ -3,6 +3,7 @@
 #include "data/recordwriter.h"
 #include "db/databasesession.h"
 #include "db/progress.h"
+#include "db/typecodes.h"
 
 #include <algorithm>
 
@@ -290,6 +291,12 @@ DbResult<ReplaceResult> replaceHit(DatabaseSession &session, const Hit &hit, con
         return key.error();
     target.key = std::move(*key);
     const QString written = replacementValue(changed.type, replaceText);
+    // The write mode is not strict, so a column of numbers would take a text as 0 without a
+    // word: such a replacement is refused instead.
+    if (ServerTypes::isNumber(changed.serverType) && !RecordWriter::isNumeric(written))
+        return DbError::generic(
+            QStringLiteral("%1 is not a number, and %2 of %3 holds numbers only; it was not changed.")
+                .arg(written, hit.field, hit.table));
     target.changes.emplace_back(field, written);
     const QByteArray update =
         SessionSql::buildUpdate(target, [&session](QByteArrayView value) { return session.escape(value); });

@@ -49,6 +49,24 @@ bool isBit(int serverType)
     return serverType == MYSQL_TYPE_BIT;
 }
 
+bool isNumber(int serverType)
+{
+    switch (static_cast<enum_field_types>(serverType)) {
+    case MYSQL_TYPE_TINY:
+    case MYSQL_TYPE_SHORT:
+    case MYSQL_TYPE_LONG:
+    case MYSQL_TYPE_INT24:
+    case MYSQL_TYPE_LONGLONG:
+    case MYSQL_TYPE_FLOAT:
+    case MYSQL_TYPE_DOUBLE:
+    case MYSQL_TYPE_DECIMAL:
+    case MYSQL_TYPE_NEWDECIMAL:
+    case MYSQL_TYPE_YEAR:
+    case MYSQL_TYPE_BIT: return true;
+    default: return false;
+    }
+}
+
 bool holdsEmptyText(int serverType, bool isEnum)
 {
     switch (static_cast<enum_field_types>(serverType)) {

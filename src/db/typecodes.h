@@ -50,6 +50,8 @@ int adoTypeFor(const ServerColumnType &column);
 // rules need, without the client library's header.
 namespace ServerTypes {
 bool isBit(int serverType);
+// Integers, decimals, floating point, YEAR and BIT: columns that hold numbers only.
+bool isNumber(int serverType);
 // Texts, binaries and SET, in which '' is a value of its own; not numbers, dates, ENUM.
 bool holdsEmptyText(int serverType, bool isEnum);
 } // namespace ServerTypes

@@ -94,7 +94,10 @@ QStringList logArguments(DatabaseSession &observer, const QString &where)
 
 QStringList statementsReceived(DatabaseSession &observer, unsigned long connectionId)
 {
-    return logArguments(observer, QStringLiteral("thread_id = %1 AND command_type = 'Query'").arg(connectionId));
+    // The session asks the server's packet limit for itself, once, before its first long statement.
+    return logArguments(observer, QStringLiteral("thread_id = %1 AND command_type = 'Query' AND "
+                                                 "argument <> 'SELECT @@max_allowed_packet'")
+                                      .arg(connectionId));
 }
 
 QStringList connectsReceived(DatabaseSession &observer)
