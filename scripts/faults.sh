@@ -92,7 +92,9 @@ for row in "${rows[@]}"; do
   fi
   args=(--tool "$tool" --fault "$fault" --server-dir "$dbdir" --work "$work" --source "$sample")
   server_up
-  count=$(timeout 120 "$driver" "${args[@]}" --count 2>>"$log" | sed -n 's/^statements //p' || true)
+  counted=$(timeout 120 "$driver" "${args[@]}" --count 2>>"$log" || true)
+  printf '%s %s without a fault: %s\n' "$fault" "$tool" "$counted" >>"$log"
+  count=$(sed -n 's/^statements //p' <<<"$counted")
   if [ -z "$count" ] || [ "$count" -eq 0 ]; then
     notes+=("$fault $tool: the work without a fault did not run (see $log)")
     failed=1
