@@ -36,10 +36,13 @@ start)
       || { cat "$dir/install.log" >&2; exit 1; }
   fi
   echo "$port" > "$dir/port"
-  "$mariadbd_bin" --no-defaults --datadir="$data" --socket="$sock" --port="$port" \
+  # The server runs as an operator's does: the server's own defaults (packet size, sql_mode,
+  # durability), Debian's packaged character set and collation, and the local time of a zone
+  # with daylight saving (time_zone SYSTEM, as installed). A test that needs another setting
+  # sets it itself and says why.
+  TZ=Europe/Oslo "$mariadbd_bin" --no-defaults --datadir="$data" --socket="$sock" --port="$port" \
     --bind-address=127.0.0.1 --pid-file="$pidf" --log-error="$logf" --user="$user" \
     --skip-name-resolve --general-log="$general_log" --log-output=TABLE \
-    --max-allowed-packet=256M --innodb-buffer-pool-size=256M --innodb-flush-log-at-trx-commit=2 \
     --character-set-server=utf8mb4 --collation-server=utf8mb4_general_ci \
     >/dev/null 2>&1 &
   for _ in $(seq 1 120); do
@@ -55,6 +58,10 @@ GRANT ALL PRIVILEGES ON *.* TO 'dbop'@'localhost' WITH GRANT OPTION;
 GRANT ALL PRIVILEGES ON *.* TO 'dbop'@'127.0.0.1' WITH GRANT OPTION;
 FLUSH PRIVILEGES;
 SQL
+  # Named time zones, as a server with its time-zone tables loaded knows them.
+  if [ "$("$client_bin" --no-defaults -uroot --socket="$sock" -N -e 'SELECT COUNT(*) FROM mysql.time_zone_name')" = 0 ]; then
+    mariadb-tzinfo-to-sql /usr/share/zoneinfo 2>/dev/null | "$client_bin" --no-defaults -uroot --socket="$sock" mysql
+  fi
   # The log table outlives the server, and a new server numbers its connections from 1 again:
   # statements of an earlier run would read as this run's.
   "$client_bin" --no-defaults -uroot --socket="$sock" -e 'TRUNCATE TABLE mysql.general_log'

@@ -5,6 +5,21 @@
 
 namespace tabulon::ScriptRunner {
 
+namespace {
+
+// Dashes the server read as minus signs (a ";" or a comment came right after them) go out
+// apart: before a blank or the end, "--" would start a comment.
+void separateTrailingDashes(QString &text)
+{
+    qsizetype dashes = 0;
+    while (dashes < text.size() && text.at(text.size() - 1 - dashes) == QLatin1Char('-'))
+        ++dashes;
+    if (dashes > 1)
+        text = text.left(text.size() - dashes) + QStringList(dashes, QStringLiteral("-")).join(QLatin1Char(' '));
+}
+
+} // namespace
+
 QStringList splitStatements(const QString &script)
 {
     QStringList out;
@@ -12,10 +27,13 @@ QStringList splitStatements(const QString &script)
     QChar quote;
     const qsizetype size = script.size();
     const auto at = [&script, size](qsizetype i) { return i < size ? script.at(i) : QChar(); };
-    const auto flush = [&out, &current] {
-        if (!current.trimmed().isEmpty())
-            out << current.trimmed();
+    const auto flush = [&out, &current, &quote] {
+        QString statement = current.trimmed();
         current.clear();
+        if (quote.isNull())
+            separateTrailingDashes(statement);
+        if (!statement.isEmpty())
+            out << statement;
     };
     for (qsizetype i = 0; i < size; ++i) {
         const QChar c = script.at(i);
@@ -27,14 +45,15 @@ QStringList splitStatements(const QString &script)
                 quote = QChar();
             continue;
         }
-        // Comments are read as the server reads them: "#" and "-- " to the line's end, "/* */"
-        // to its close. They are left out of the statements, except the versioned "/*!" and
-        // "/*M!" forms, whose content the server runs.
-        const bool dashes =
-            c == QLatin1Char('-') && at(i + 1) == QLatin1Char('-') && (i + 2 >= size || at(i + 2).isSpace());
+        // Comments are read as the server reads them: "#", and "--" before a blank or a control
+        // character, to the line's end, "/* */" to its close. They are left out of the
+        // statements, except the versioned "/*!" and "/*M!" forms, whose content the server runs.
+        const ushort after = at(i + 2).unicode(); // the end reads as 0
+        const bool dashes = c == QLatin1Char('-') && at(i + 1) == QLatin1Char('-') && (after <= 0x20 || after == 0x7f);
         if (c == QLatin1Char('#') || dashes) {
             while (i + 1 < size && script.at(i + 1) != QLatin1Char('\n'))
                 ++i;
+            separateTrailingDashes(current);
             current += QLatin1Char(' ');
             continue;
         }
@@ -43,6 +62,8 @@ QStringList splitStatements(const QString &script)
             const qsizetype end = close < 0 ? size : close + 2;
             const bool versioned =
                 at(i + 2) == QLatin1Char('!') || (at(i + 2) == QLatin1Char('M') && at(i + 3) == QLatin1Char('!'));
+            if (!versioned)
+                separateTrailingDashes(current);
             current += versioned ? script.mid(i, end - i) : QStringLiteral(" ");
             i = end - 1;
             continue;

@@ -153,7 +153,9 @@ DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &
     std::vector<Source> sources;
     QStringList seen;
     for (const QString &table : tables) {
-        if (table.isEmpty() || seen.contains(table, Qt::CaseInsensitive))
+        // Names that differ only in case are two tables on a server that keeps them apart
+        // (lower_case_table_names=0, as on Linux): each gets its copy.
+        if (table.isEmpty() || seen.contains(table))
             continue;
         seen << table;
         auto described = describe(source, table);

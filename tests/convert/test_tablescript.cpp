@@ -73,6 +73,7 @@ void TestTableScript::lineRules_data()
     QTest::newRow("split: semicolons inside quotes") << ScriptRunner::splitStatements(qs("insert into t values ('a;b', \"c;\\\"d\", `e;f`);select 1")) << sl({"insert into t values ('a;b', \"c;\\\"d\", `e;f`)", "select 1"});
     QTest::newRow("split: an apostrophe in a comment") << ScriptRunner::splitStatements(qs("-- don't stop here\r\nUse a;\r\n# isn't either\r\nselect 1; /* it's; */ select 2;select 3 -- the end's")) << sl({"Use a", "select 1", "select 2", "select 3"});
     QTest::newRow("split: not comments") << ScriptRunner::splitStatements(qs("select 1--2;select '#', \"/*\";select 3 /*!40101 + 4 */")) << sl({"select 1--2", "select '#', \"/*\"", "select 3 /*!40101 + 4 */"});
+    QTest::newRow("split: dashes before the end stay minus signs") << ScriptRunner::splitStatements(qs("select 1--;----\n--\x01x\n;select 2 --")) << sl({"select 1- -", "- -", "select 2"});
     QTest::newRow("split: a comment alone, one left open") << ScriptRunner::splitStatements(qs("/* just; a note */;\n--\nselect 1;/* open; to the end")) << sl({"select 1"});
     QTest::newRow("split: nothing") << ScriptRunner::splitStatements(qs(" ;\r\n; ")) << QStringList();
 }

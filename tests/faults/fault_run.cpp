@@ -1,16 +1,28 @@
 // One run of a fault campaign: drives one tool of the real program through its windows (as the
-// window tests do, with the operator stand-in answering every box), injects one fault right
-// before the N-th statement the work sends, lets the work end, and judges the outcome and the
-// data. scripts/faults.sh runs it many times per tool and fault and prints the table.
+// window tests do, with the operator stand-in answering every box), injects one fault during
+// the work, lets the work end, and judges the tool on its own output. scripts/faults.sh runs it
+// many times per tool and fault and prints the table.
 //
 //   fault_run --tool T --fault F --count          the work without a fault: prints its statement
-//                                                count and keeps the state it leaves as expected
-//   fault_run --tool T --fault F --at N           the work with the fault before statement N
+//                                                count and keeps what it leaves as expected
+//   fault_run --tool T --fault F --at N           the work with the fault at N (see below)
 //
-// Options: --server-dir DIR (the private server's folder, for kill and restart), --work DIR (a
-// folder for archives and scripts; for disk faults a small file system), --source FILE (the
-// Access sample). Prints one line: "ending=<clean|false-success> data=<kept|expected|recovered|
-// lost> told=<last message>". A hang is reported by the watchdog (exit 3); a crash is a signal.
+// Where the fault lands: a killed server or connection, and a folder made read-only, right
+// before the N-th statement; a full disk leaves N % of the output's size free; the unpacked
+// archive's files are removed or cut between the restore's pages. Options: --server-dir DIR (the
+// private server's folder, for kill and restart), --work DIR (a folder for archives and scripts;
+// for disk faults a small file system), --source FILE (the Access sample).
+//
+// Prints one line: "ending=<clean|false-success> data=<kept|expected|whole|partial-output|
+// damaged|lost> fired=<0|1> ... told=<last message>". What the judge compares, item by item: the
+// tables of the database, and the tool's own output (the archive at the final path, the script,
+// the converted database, Import Data's table, the safety copy the work writes first). An item
+// is as it was or as the work leaves it without a fault; a new output the work was told to
+// have failed may be partial or missing; a table that
+// is neither is damaged when one put-back of the safety copy this run wrote gives it back, and
+// lost otherwise; an archive or script at its final path that is neither is lost. A success
+// message while any item differs from the work without a fault is a false success. A hang is
+// reported by the watchdog (exit 3); a crash is a signal.
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
 #include "backup/backuparchive.h"
@@ -32,6 +44,7 @@
 #include <QDialog>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QLineEdit>
 #include <QPointer>
 #include <QProcess>
@@ -41,11 +54,15 @@
 #include <QTemporaryDir>
 #include <QThread>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <linux/capability.h>
 #include <map>
+#include <optional>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <thread>
 #include <unistd.h>
@@ -105,21 +122,6 @@ struct Server {
     }
 };
 
-QString checksumsOf(DatabaseSession &admin, const QStringList &tables)
-{
-    QStringList sums;
-    for (const QString &table : tables) {
-        auto rs = admin.openQuery(QStringLiteral("CHECKSUM TABLE ") + table + QStringLiteral(" EXTENDED"));
-        if (!rs) {
-            sums << table + QStringLiteral("=error ") + rs.error().description;
-            continue;
-        }
-        const auto value = rs->value(0, 1);
-        sums << table + QLatin1Char('=') + value.value_or(QStringLiteral("NULL"));
-    }
-    return sums.join(QLatin1Char(' '));
-}
-
 QByteArray fileHash(const QString &path)
 {
     QFile f(path);
@@ -171,6 +173,39 @@ const QStringList &allTables()
     return t;
 }
 
+// Root writes through permission bits: while the work folder is read-only, the run goes without
+// the capabilities that let it (on this thread, the one that does the work), and takes them
+// back from its permitted set afterwards.
+void setFileOverrides(bool on)
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct caps[2]{};
+    if (::syscall(SYS_capget, &header, caps) != 0)
+        return;
+    const unsigned mask = (1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH) | (1u << CAP_FOWNER);
+    caps[0].effective = on ? caps[0].effective | (caps[0].permitted & mask) : caps[0].effective & ~mask;
+    (void)::syscall(SYS_capset, &header, caps);
+}
+
+// What the judge compares: item (a table, or the tool's output) to its state.
+using State = std::map<QString, QString>;
+
+QString stateText(const State &state)
+{
+    QStringList lines;
+    for (const auto &[item, value] : state)
+        lines << item + QLatin1Char('=') + value;
+    return lines.join(QLatin1Char('\n'));
+}
+
+State stateFromText(const QString &text)
+{
+    State state;
+    for (const QString &line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+        state[line.section(QLatin1Char('='), 0, 0)] = line.section(QLatin1Char('='), 1);
+    return state;
+}
+
 class Run final {
 public:
     explicit Run(Options options) : m_o(std::move(options)) { m_server.dir = m_o.serverDir; }
@@ -192,37 +227,102 @@ private:
         m_main->menuItem(QString::fromUtf8(menu))->trigger();
         return m_op->modals.isEmpty() ? nullptr : m_op->modals.last();
     }
+    bool tool(const char *name) const { return m_o.tool == QLatin1String(name); }
+    bool fault(const char *name) const { return m_o.fault == QLatin1String(name); }
     void openMain();
     void prepare();
     void work();
     void makeArchive(bool client);
+    void damageUnpackedArchive();
     QString archivePath() const
     {
         return m_o.work + QLatin1Char('/') + BackupArchive::datedName(QDate::currentDate()) + QStringLiteral(".zip");
     }
-    bool archiveWhole(const QString &path) const
+    QString scriptPath() const { return m_o.work + QStringLiteral("/import.sql"); }
+    QString safetyFolder() const { return m_o.work + QStringLiteral("/safety"); }
+    // The archive's tables and the hash of each unpacked file: equal to the work's archive
+    // without a fault means whole and holding the tables as they are.
+    QString archiveContent(const QString &path) const
     {
+        if (!QFileInfo::exists(path))
+            return QStringLiteral("missing");
         QTemporaryDir into;
         QStringList tables;
-        return !BackupArchive::extract(path, into.path(), &tables).isError();
+        if (DbError error = BackupArchive::extract(path, into.filePath(QStringLiteral("x")), &tables))
+            return QStringLiteral("unreadable");
+        tables.sort();
+        QStringList parts;
+        for (const QString &table : std::as_const(tables))
+            parts << table + QLatin1Char(':') +
+                         QString::fromLatin1(fileHash(into.filePath(QStringLiteral("x/")) + table).left(16));
+        return parts.join(QLatin1Char(','));
     }
-    QString state();
-    // The damage the work left, undone by one put-back of the newest safety copy: true when the
-    // tables are then as they were before the work.
-    bool recovered(const QString &before)
+    State state();
+    // Outputs the work makes anew (the safety copy among them): partial or missing ones are
+    // allowed after the work told its failure.
+    static bool isNewOutput(const QString &item)
     {
-        const QList<SafetyCopyInfo> copies = SafetyNet::listCopies(m_o.work + QStringLiteral("/safety"));
-        if (copies.isEmpty() || m_o.tool == QStringLiteral("put-back"))
+        return item.startsWith(QLatin1String("faults_converted")) || item == QLatin1String("faults.imported") ||
+               item == QLatin1String("copy");
+    }
+    // The complete safety copies this run wrote, by their tables.
+    QString copiesWritten() const
+    {
+        QStringList copies;
+        for (const SafetyCopyInfo &copy : SafetyNet::listCopies(safetyFolder()))
+            if (!m_copiesBefore.contains(copy.path))
+                copies << copy.tables.join(QLatin1Char(','));
+        copies.sort();
+        return copies.isEmpty() ? QStringLiteral("none") : copies.join(QLatin1Char(';'));
+    }
+    static bool isTable(const QString &item) { return item.startsWith(QLatin1String("faults.")); }
+    // The run's own success message (for tools whose success is silence: no box at all), or
+    // nothing when the tool tells no success.
+    std::optional<bool> claimedSuccess() const;
+    QString toldAll() const { return (m_op->told + m_op->runtimeErrors).join(QLatin1Char('\x1f')); }
+    QString lastTold() const
+    {
+        return m_op->runtimeErrors.isEmpty() ? m_op->told.value(m_op->told.size() - 1) : m_op->runtimeErrors.last();
+    }
+    // The damage the work left, undone by one put-back of the safety copy this run wrote (the
+    // first of them, taken before anything changed): true when every table is then as it was.
+    bool putBackRestores(const State &before)
+    {
+        if (tool("put-back"))
+            return false;
+        QList<SafetyCopyInfo> written;
+        for (const SafetyCopyInfo &copy : SafetyNet::listCopies(safetyFolder()))
+            if (!m_copiesBefore.contains(copy.path))
+                written << copy;
+        if (written.isEmpty())
             return false;
         DatabaseSession session;
         check(openSession(session, QString::fromUtf8(kDatabase)), "opening the put-back session");
         NoProgress progress;
-        if (!PutBack::putBack(session, copies.first(), progress))
+        if (!PutBack::putBack(session, written.last(), progress))
             return false;
-        return state() == before;
+        const State now = state();
+        for (const auto &[item, value] : before)
+            if (isTable(item) && !isNewOutput(item) && now.at(item) != value)
+                return false;
+        return true;
     }
-    // Leaves `free` bytes free on the work folder's file system (a small one the campaign made).
-    void fillDisk(qint64 free)
+    // Bytes the work's output takes in the work folder (the size a full disk is measured in).
+    qint64 outputBytes() const
+    {
+        if (tool("backup") || tool("client-backup"))
+            return QFileInfo(archivePath()).size();
+        if (tool("table-script"))
+            return QFileInfo(scriptPath()).size();
+        qint64 bytes = 0;
+        for (const SafetyCopyInfo &copy : SafetyNet::listCopies(safetyFolder()))
+            if (!m_copiesBefore.contains(copy.path))
+                bytes += copy.size;
+        return bytes;
+    }
+    // Leaves `free` bytes free on the work folder's file system (a small one the campaign made);
+    // returns what is free then.
+    qint64 fillDisk(qint64 free)
     {
         const qint64 available = QStorageInfo(m_o.work).bytesAvailable();
         QFile filler(m_o.work + QStringLiteral("/filler"));
@@ -233,18 +333,23 @@ private:
             if (filler.write(block.constData(), std::min<qint64>(left, block.size())) <= 0)
                 break;
         filler.close();
+        return QStorageInfo(m_o.work).bytesAvailable();
     }
-    // Root writes through permission bits, so as root the folder's own file system is mounted
-    // read-only instead; elsewhere the folder loses its write bits.
-    void setWritable(bool writable)
+    // The work folder loses its write bits (root loses the power to write through them); true
+    // when nothing can be made in it any more.
+    bool setWritable(bool writable)
     {
-        if (::geteuid() == 0)
-            QProcess::execute(QStringLiteral("mount"),
-                              {QStringLiteral("-o"),
-                               writable ? QStringLiteral("remount,rw") : QStringLiteral("remount,ro"), m_o.work});
-        else
-            QFile::setPermissions(m_o.work, writable ? QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner
-                                                     : QFile::ReadOwner | QFile::ExeOwner);
+        if (!writable)
+            setFileOverrides(false);
+        QFile::setPermissions(m_o.work, writable ? QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner
+                                                 : QFile::ReadOwner | QFile::ExeOwner);
+        if (writable)
+            setFileOverrides(true);
+        QFile probe(m_o.work + QStringLiteral("/.probe"));
+        const bool created = probe.open(QIODevice::WriteOnly);
+        if (created)
+            probe.remove();
+        return created == writable;
     }
 
     Options m_o;
@@ -252,7 +357,8 @@ private:
     DatabaseSession m_admin;
     std::unique_ptr<Operator> m_op;
     std::unique_ptr<MDIForm1> m_main;
-    QByteArray m_earlierArchive; // hash of the archive that stood at the final path before the work
+    QStringList m_copiesBefore; // safety copies that stood before the work
+    QString m_toldWithoutFault; // every message of the work without a fault
     int m_statements = 0;
     bool m_fired = false;
 };
@@ -274,7 +380,7 @@ void Run::openMain()
     m_main->enableAllMenus();
     // The safety copies of this run go to the work folder (a small file system for disk faults).
     SafetySettings safety;
-    safety.folder = m_o.work + QStringLiteral("/safety");
+    safety.folder = safetyFolder();
     SafetySettings::store(safety);
 }
 
@@ -287,14 +393,22 @@ void Run::prepare()
     check(m_admin.execute(QStringLiteral("USE ") + QString::fromUtf8(kDatabase)), "use");
     for (const QString &statement : setupStatements())
         check(m_admin.execute(statement), "filling the tables");
+    QFile::remove(scriptPath());
     openMain();
-    // Archive-reading works start from an archive made beforehand, without a fault.
-    if (m_o.tool == QStringLiteral("restore") || m_o.tool == QStringLiteral("client-restore"))
-        makeArchive(m_o.tool == QStringLiteral("client-restore"));
+    // Archive-reading works start from an archive made beforehand, without a fault, and from
+    // tables changed since, so that the work has something to put back.
+    if (tool("restore") || tool("client-restore")) {
+        makeArchive(tool("client-restore"));
+        for (const char *change :
+             {"UPDATE people SET city = 'Changed' WHERE id <= 20", "DELETE FROM ledger WHERE id > 200",
+              "UPDATE main_info1 SET fname = 'Changed' WHERE code_no = 'C00007'",
+              "UPDATE owner1 SET oname = 'Changed' WHERE code = 'C00007'"})
+            check(m_admin.execute(QString::fromUtf8(change)), "changing the tables after the backup");
+    }
     // Put-back starts from a Save Table's copy and a table damaged after it: the work puts the
     // copy back, so "before" is the damaged table and "expected" the table of the copy.
-    if (m_o.tool == QStringLiteral("put-back")) {
-        QDir(m_o.work + QStringLiteral("/safety")).removeRecursively();
+    if (tool("put-back")) {
+        QDir(safetyFolder()).removeRecursively();
         m_main->menuItem(QStringLiteral("mnuTabData"))->trigger();
         auto *w = qobject_cast<TableData *>(m_main->toolWindow(QStringLiteral("mnuTabData")));
         if (!w)
@@ -305,12 +419,15 @@ void Run::prepare()
         check(m_admin.execute(QStringLiteral("DELETE FROM ledger WHERE id > 100")), "damaging the table");
         check(m_admin.execute(QStringLiteral("UPDATE people SET city='Nowhere'")), "damaging the table");
     }
-    // An earlier archive of the same day stands at the final path: it must survive the work.
-    if (m_o.tool == QStringLiteral("backup") || m_o.tool == QStringLiteral("client-backup")) {
-        QFile::remove(archivePath());
+    // An earlier archive of the same day, of the tables before a change, stands at the final
+    // path: the work replaces it whole or leaves it.
+    if (tool("backup") || tool("client-backup")) {
         makeArchive(false);
-        m_earlierArchive = fileHash(archivePath());
+        check(m_admin.execute(QStringLiteral("UPDATE owner1 SET oname = 'Changed' WHERE code = 'C00007'")),
+              "changing the tables after the backup");
     }
+    for (const SafetyCopyInfo &copy : SafetyNet::listCopies(safetyFolder()))
+        m_copiesBefore << copy.path;
 }
 
 void Run::makeArchive(bool client)
@@ -336,31 +453,46 @@ void Run::makeArchive(bool client)
     }
 }
 
+// Between the restore's pages, what it unpacked is what it will read: the files go (all of
+// them), or the last table's file is cut to its first half.
+void Run::damageUnpackedArchive()
+{
+    const QString unpacked = archivePath().chopped(4);
+    QStringList files = QDir(unpacked).entryList(QDir::Files, QDir::Name);
+    if (files.isEmpty())
+        return;
+    if (fault("archive-gone")) {
+        for (const QString &name : std::as_const(files))
+            m_fired = QFile::remove(unpacked + QLatin1Char('/') + name) || m_fired;
+        return;
+    }
+    QFile f(unpacked + QLatin1Char('/') + files.last());
+    const qint64 size = f.size();
+    m_fired = size > 1 && f.resize(size / 2);
+}
+
 // The work of one tool, from its menu command to its end.
 void Run::work()
 {
-    const QString &t = m_o.tool;
-    if (t == QStringLiteral("put-back")) {
+    if (tool("put-back")) {
         QWidget *w = openModal("mnusafety");
         if (!w)
             fail(QStringLiteral("the safety copies window did not open"));
         click(w, "cmdputback");
-    } else if (t == QStringLiteral("save-table") || t == QStringLiteral("delete-record") ||
-               t == QStringLiteral("safety-copy")) {
+    } else if (tool("save-table") || tool("delete-record") || tool("safety-copy")) {
         m_main->menuItem(QStringLiteral("mnuTabData"))->trigger();
         auto *w = qobject_cast<TableData *>(m_main->toolWindow(QStringLiteral("mnuTabData")));
         if (!w)
             fail(QStringLiteral("no table data window"));
         auto *combo = child<QComboBox>(w, "Combo1");
-        w->selectTable(
-            combo->findText(t == QStringLiteral("save-table") ? QStringLiteral("ledger") : QStringLiteral("people")));
-        if (t == QStringLiteral("save-table")) {
+        w->selectTable(combo->findText(tool("save-table") ? QStringLiteral("ledger") : QStringLiteral("people")));
+        if (tool("save-table")) {
             w->SaveTable();
         } else {
             w->grid()->setCurrentCell(3, 2);
             w->DeleteRecord();
         }
-    } else if (t == QStringLiteral("replace-all")) {
+    } else if (tool("replace-all")) {
         m_main->menuItem(QStringLiteral("mnureplace"))->trigger();
         QWidget *w = m_main->toolWindow(QStringLiteral("mnureplace"));
         child<QLineEdit>(w, "txtfind")->setText(QStringLiteral("Oslo"));
@@ -369,52 +501,47 @@ void Run::work()
         click(w, "cmdfind");
         if (child<QPushButton>(w, "cmdrepall")->isEnabled())
             click(w, "cmdrepall");
-    } else if (t == QStringLiteral("search")) {
+    } else if (tool("search")) {
         m_main->menuItem(QStringLiteral("mnusearch"))->trigger();
         QWidget *w = m_main->toolWindow(QStringLiteral("mnusearch"));
         child<QRadioButton>(w, "optall")->click();
         child<QLineEdit>(w, "txtsdata")->setText(QStringLiteral("Z99999"));
         click(w, "cmdsearch");
-    } else if (t == QStringLiteral("check") || t == QStringLiteral("repair")) {
-        QWidget *w = openModal(t == QStringLiteral("check") ? "mnuchktab" : "mnureptab");
+    } else if (tool("check") || tool("repair")) {
+        QWidget *w = openModal(tool("check") ? "mnuchktab" : "mnureptab");
         child<TableChecklist>(w, "TableChecklist")->selectAll();
-        click(w, t == QStringLiteral("check") ? "cmdcheck" : "cmdrepair");
-    } else if (t == QStringLiteral("backup") || t == QStringLiteral("client-backup")) {
-        if (t == QStringLiteral("client-backup"))
+        click(w, tool("check") ? "cmdcheck" : "cmdrepair");
+    } else if (tool("backup") || tool("client-backup")) {
+        if (tool("client-backup"))
             m_op->typed = {QStringLiteral("C00007")};
         QWidget *w = openModal("mnubackup");
         child<QLineEdit>(w, "txtpath")->setText(m_o.work + QLatin1Char('/'));
         click(w, "cmdok");
-        child<QCheckBox>(w, "Check1")->setChecked(t == QStringLiteral("client-backup"));
+        child<QCheckBox>(w, "Check1")->setChecked(tool("client-backup"));
         click(w, "cmdBackup");
-    } else if (t == QStringLiteral("restore") || t == QStringLiteral("client-restore")) {
-        if (t == QStringLiteral("client-restore"))
+    } else if (tool("restore") || tool("client-restore")) {
+        if (tool("client-restore"))
             m_op->typed = {QStringLiteral("C00007"), QStringLiteral("C00007")};
         QWidget *w = openModal("mnurestore");
         child<QLineEdit>(w, "txtpath")->setText(archivePath());
         click(w, "cmdok");
-        if (m_o.fault == QStringLiteral("archive-gone"))
-            QFile::remove(archivePath());
-        if (m_o.fault == QStringLiteral("archive-swapped")) {
-            QFile f(archivePath());
-            if (f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-                f.write("PK\x03\x04 not an archive any more");
-        }
         child<QLineEdit>(w, "txtdbpath")->setText(QString::fromUtf8(kDatabase));
-        child<QCheckBox>(w, "Check1")->setChecked(t == QStringLiteral("client-restore"));
+        child<QCheckBox>(w, "Check1")->setChecked(tool("client-restore"));
         click(w, "Command2");
         if (auto *all = w->findChild<QCheckBox *>(QStringLiteral("chkdel")))
             all->setChecked(true);
         child<TableChecklist>(w, "TableChecklist")->selectAll();
+        if (!m_o.count && (fault("archive-gone") || fault("archive-swapped")))
+            damageUnpackedArchive();
         click(w, "cmdrestore");
-    } else if (t == QStringLiteral("convert")) {
+    } else if (tool("convert")) {
         m_op->chosenFile = m_o.source;
         QWidget *w = openModal("mnuconvertdb");
         if (!w)
             fail(QStringLiteral("the conversion window did not open: ") + m_op->told.join(QLatin1Char('/')));
         child<QLineEdit>(w, "Text2")->setText(QStringLiteral("faults_converted"));
         click(w, "Command2");
-    } else if (t == QStringLiteral("import-data")) {
+    } else if (tool("import-data")) {
         QWidget *w = openModal("mnuimpdata");
         child<QLineEdit>(w, "txtsource")->setText(m_o.source);
         QTest::keyClick(child<QLineEdit>(w, "txtsource"), Qt::Key_Return);
@@ -423,50 +550,113 @@ void Run::work()
         child<QRadioButton>(w, "optnew")->click();
         child<QLineEdit>(w, "txtnewtable")->setText(QStringLiteral("imported"));
         click(w, "cmdimport");
-    } else if (t == QStringLiteral("table-script")) {
+    } else if (tool("table-script")) {
         m_main->menuItem(QStringLiteral("mnuctf"))->trigger();
     } else {
-        fail(QStringLiteral("unknown tool ") + t);
+        fail(QStringLiteral("unknown tool ") + m_o.tool);
     }
 }
 
-// What a finished work leaves behind: the checksums of every table, and the archive's state.
-QString Run::state()
+std::optional<bool> Run::claimedSuccess() const
+{
+    const QString told = lastTold();
+    if (tool("backup") || tool("client-backup"))
+        return told.startsWith(QLatin1String("Backup Sucessfully"));
+    if (tool("restore") || tool("client-restore"))
+        return told == QLatin1String("Restored Sucessfully");
+    if (tool("table-script"))
+        return told == QLatin1String("Finished");
+    if (tool("import-data"))
+        return told.startsWith(QLatin1String("The import is complete."));
+    if (tool("put-back"))
+        return told.startsWith(QLatin1String("Put back "));
+    if (tool("repair"))
+        return told == QLatin1String("Database Repaired Sucessfully");
+    if (tool("check"))
+        return told == QLatin1String("No Error Found.") || told == QLatin1String("Completed.");
+    if (tool("search"))
+        return std::nullopt;
+    // Save Table, Delete Record, Replace All and the conversion end without a success message:
+    // they claim success by telling no more than the same work without a fault tells (nothing,
+    // or for the conversion the sample's tables it always refuses).
+    return toldAll() == m_toldWithoutFault;
+}
+
+// What a finished work leaves behind: every table, and the tool's own output.
+State Run::state()
 {
     if (!m_admin.isOpen() || m_admin.execute(QStringLiteral("DO 1")).isError())
         check(openSession(m_admin, QString::fromUtf8(kDatabase)), "reopening the admin session");
-    QString s = checksumsOf(m_admin, allTables());
-    if (m_o.tool == QStringLiteral("table-script"))
-        s += QStringLiteral(" script=") + QString::fromLatin1(fileHash(m_o.work + QStringLiteral("/import.sql")));
+    State s;
+    QStringList tables = allTables();
+    if (tool("import-data"))
+        tables << QStringLiteral("imported");
+    for (const QString &table : std::as_const(tables)) {
+        auto rs = m_admin.openQuery(QStringLiteral("CHECKSUM TABLE faults.") + table + QStringLiteral(" EXTENDED"));
+        const auto sum = rs ? rs->value(0, 1) : std::nullopt;
+        s[QStringLiteral("faults.") + table] = sum.value_or(QStringLiteral("missing"));
+    }
+    if (tool("convert")) {
+        auto names = m_admin.openQuery(QStringLiteral("SHOW TABLES FROM faults_converted"));
+        QStringList converted;
+        for (qsizetype r = 0; names && r < names->recordCount(); ++r)
+            converted << names->value(r, 0).value_or(QString());
+        s[QStringLiteral("faults_converted")] = names ? converted.join(QLatin1Char(',')) : QStringLiteral("missing");
+        for (const QString &table : std::as_const(converted)) {
+            auto rs = m_admin.openQuery(QStringLiteral("CHECKSUM TABLE faults_converted.`") + table +
+                                        QStringLiteral("` EXTENDED"));
+            s[QStringLiteral("faults_converted.") + table] =
+                (rs ? rs->value(0, 1) : std::nullopt).value_or(QStringLiteral("missing"));
+        }
+    }
+    if (tool("table-script"))
+        s[QStringLiteral("script")] =
+            QFileInfo::exists(scriptPath()) ? QString::fromLatin1(fileHash(scriptPath())) : QStringLiteral("missing");
+    if (tool("backup") || tool("client-backup"))
+        s[QStringLiteral("archive")] = archiveContent(archivePath());
+    s[QStringLiteral("copy")] = copiesWritten();
     return s;
 }
 
 int Run::exec()
 {
     prepare();
-    const QString before = state();
+    const State before = state();
     const QString expectedFile = m_o.work + QStringLiteral("/expected-") + m_o.tool;
+
+    QFile f(expectedFile);
+    const QStringList kept = !m_o.count && f.open(QIODevice::ReadOnly)
+                                 ? QString::fromUtf8(f.readAll()).split(QStringLiteral("\n--\n"))
+                                 : QStringList();
+    f.close();
+    if (!m_o.count && kept.size() != 3)
+        fail(QStringLiteral("no expected state: run with --count first"));
+    const State expected = m_o.count ? State{} : stateFromText(kept.at(1));
+    m_toldWithoutFault = m_o.count ? QString() : kept.at(2);
 
     StatementHook::set([this](QByteArrayView) {
         ++m_statements;
         if (m_o.count || m_fired || m_statements != m_o.at)
             return;
-        m_fired = true;
-        if (m_o.fault == QStringLiteral("server-kill")) {
+        if (fault("server-kill")) {
             m_server.kill();
-        } else if (m_o.fault == QStringLiteral("conn-kill")) {
+            m_fired = true;
+        } else if (fault("conn-kill")) {
             auto ids = m_admin.openQuery(QStringLiteral(
                 "SELECT id FROM information_schema.processlist WHERE user='dbop' AND id <> CONNECTION_ID()"));
-            if (ids) {
-                for (qsizetype r = 0; r < ids->recordCount(); ++r)
-                    (void)m_admin.execute(QStringLiteral("KILL CONNECTION ") + ids->value(r, 0).value_or(QString()));
-            }
+            for (qsizetype r = 0; ids && r < ids->recordCount(); ++r)
+                m_fired = !m_admin.execute(QStringLiteral("KILL CONNECTION ") + ids->value(r, 0).value_or(QString()))
+                               .isError() ||
+                          m_fired;
+        } else if (fault("read-only")) {
+            m_fired = setWritable(false);
         }
     });
-    if (!m_o.count && m_o.fault == QStringLiteral("disk-full"))
-        fillDisk(qint64(m_o.at) * 1024);
-    if (!m_o.count && m_o.fault == QStringLiteral("read-only"))
-        setWritable(false);
+    qint64 needed = 0;
+    if (!m_o.count && fault("disk-full")) {
+        needed = kept.at(0).toLongLong();
+        m_fired = needed > 0 && fillDisk(needed * m_o.at / 100) < needed;
+    }
     // Any work that has not ended 30 seconds after it started is a hang.
     std::thread([] {
         std::this_thread::sleep_for(std::chrono::seconds(30));
@@ -476,53 +666,62 @@ int Run::exec()
     }).detach();
     work();
     StatementHook::clear();
-    if (!m_o.count && m_o.fault == QStringLiteral("read-only"))
-        setWritable(true);
+    if (!m_o.count && fault("read-only"))
+        (void)setWritable(true);
     QFile::remove(m_o.work + QStringLiteral("/filler"));
     QApplication::processEvents();
 
     if (!m_server.alive())
         m_server.start();
-    const QString after = state();
+    const State after = state();
+    const std::optional<bool> success = claimedSuccess();
     if (m_o.count) {
-        QFile f(expectedFile);
+        m_toldWithoutFault = toldAll();
+        if (claimedSuccess() == false)
+            fail(QStringLiteral("the work without a fault told no success: ") + lastTold());
         if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
             fail(QStringLiteral("cannot keep the expected state"));
-        f.write(after.toUtf8());
+        f.write(QByteArray::number(outputBytes()) + "\n--\n" + stateText(after).toUtf8() + "\n--\n" +
+                m_toldWithoutFault.toUtf8());
         std::printf("statements %d\n", m_statements);
         std::fflush(stdout);
         return 0;
     }
-    QFile f(expectedFile);
-    const QString expected = f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
 
-    QString data;
-    if (after == before)
-        data = QStringLiteral("kept");
-    else if (after == expected)
-        data = QStringLiteral("expected");
-    else if (recovered(before))
-        data = QStringLiteral("recovered");
-    else
-        data = QStringLiteral("lost");
-
-    // An archive at the final path is the earlier one or a whole new one, never a half one.
-    if (!m_earlierArchive.isEmpty()) {
-        const QString path = archivePath();
-        if (!QFile::exists(path) || (fileHash(path) != m_earlierArchive && !archiveWhole(path)))
+    // Item by item: as it was, as the work leaves it, or neither.
+    QStringList neither;
+    bool allBefore = true, allExpected = true;
+    for (const auto &[item, value] : after) {
+        const bool wasBefore = before.count(item) && before.at(item) == value;
+        const bool asExpected = expected.count(item) && expected.at(item) == value;
+        allBefore = allBefore && wasBefore;
+        allExpected = allExpected && asExpected;
+        if (!wasBefore && !asExpected)
+            neither << item;
+    }
+    QString data = allBefore     ? QStringLiteral("kept")
+                   : allExpected ? QStringLiteral("expected")
+                                 : QStringLiteral("whole");
+    if (!neither.isEmpty()) {
+        const bool tablesOnly =
+            std::all_of(neither.begin(), neither.end(), [](const QString &i) { return isTable(i) || isNewOutput(i); });
+        const bool outputsOnly = std::all_of(neither.begin(), neither.end(), isNewOutput);
+        if (outputsOnly && success != true)
+            data = QStringLiteral("partial-output");
+        else if (tablesOnly && putBackRestores(before))
+            data = QStringLiteral("damaged");
+        else
             data = QStringLiteral("lost");
     }
-
-    const QString told =
-        m_op->runtimeErrors.isEmpty() ? m_op->told.value(m_op->told.size() - 1) : m_op->runtimeErrors.last();
-    static const QStringList successes{QStringLiteral("Backup Sucessfully"), QStringLiteral("Restored Sucessfully")};
-    const bool falseSuccess = m_fired && successes.contains(told) && after != expected;
-    std::printf("ending=%s data=%s fired=%d statements=%d told=%s\n", falseSuccess ? "false-success" : "clean",
-                qPrintable(data), m_fired ? 1 : 0, m_statements,
+    const bool falseSuccess = success == true && !allExpected;
+    const QString told = lastTold();
+    std::printf("ending=%s data=%s fired=%d statements=%d neither=%s told=%s\n",
+                falseSuccess ? "false-success" : "clean", qPrintable(data), m_fired ? 1 : 0, m_statements,
+                qPrintable(neither.join(QLatin1Char(','))),
                 qPrintable(QString(told).replace(QLatin1Char('\n'), QLatin1Char(' ')).left(160)));
-    if (data == QStringLiteral("lost"))
-        std::printf("before: %s\nafter:  %s\nexpect: %s\n", qPrintable(before), qPrintable(after),
-                    qPrintable(expected));
+    if (data == QStringLiteral("lost") || falseSuccess)
+        std::printf("before:\n%s\nafter:\n%s\nexpected:\n%s\n", qPrintable(stateText(before)),
+                    qPrintable(stateText(after)), qPrintable(stateText(expected)));
     std::fflush(stdout);
     m_main.reset();
     return 0;

@@ -1,6 +1,8 @@
-// libFuzzer target for the conversion's name and value rules: the first byte picks a type code,
-// the rest is a name or a value. Names come out as the rules make them (no character the
-// statements cannot carry as a name), values and statements are built whatever the text holds.
+// libFuzzer target for the conversion's name and value rules: the first byte picks a type code
+// (its index in the table below), the rest is a name or a value. A name comes out without the
+// blanks, dashes and parentheses the rules replace, and the rules give it back unchanged when
+// applied again (the table's retry applies them twice); a value never holds the apostrophe
+// that would end its quotes in the row's statement; statements are built whatever the text holds.
 #include "convert/conversionrules.h"
 
 #include <cstddef>
@@ -18,11 +20,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     QString name = text;
     tabulon::Conversion::SanitizeName(name);
-    (void)tabulon::Conversion::MapFieldType(type);
-    (void)tabulon::Conversion::copyValue(std::optional<QString>(text), type);
-    (void)tabulon::Conversion::copyValue(std::nullopt, type);
+    for (const char c : {' ', '-', '(', ')'}) {
+        if (name.contains(QLatin1Char(c)))
+            __builtin_trap();
+    }
+    QString again = name;
+    if (tabulon::Conversion::SanitizeName(again) != name)
+        __builtin_trap();
+    if (tabulon::Conversion::MapFieldType(type).isEmpty())
+        __builtin_trap();
+    const QString value = tabulon::Conversion::copyValue(std::optional<QString>(text), type);
+    if (value.contains(QLatin1Char('\'')) || !tabulon::Conversion::copyValue(std::nullopt, type).isEmpty())
+        __builtin_trap();
     (void)tabulon::Conversion::dayMonthYear(text);
-    (void)tabulon::Conversion::insertStatement(QStringLiteral("db"), name, {text, name});
+    (void)tabulon::Conversion::insertStatement(QStringLiteral("db"), name, {value, name});
     (void)tabulon::Conversion::createTableStatement(QStringLiteral("db"), name, {name, text}, {type, 3}, false);
     (void)tabulon::Conversion::proposedDatabaseName(text);
     if (tabulon::Conversion::isDataSourceFile(text))

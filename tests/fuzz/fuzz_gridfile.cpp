@@ -25,8 +25,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             __builtin_trap(); // a row always has every column
         ++seen;
     }
-    // A file that verified reads to its end with exactly the rows its trailer counts.
+    // A file that verified reads to its end with exactly the rows its trailer counts, and one
+    // read to its end without an error is one that verifies (its trailer was checked).
     if (!verified.isError() && (reader.error().isError() || seen != rows))
+        __builtin_trap();
+    if (verified.isError() && !reader.error().isError())
         __builtin_trap();
     return 0;
 }

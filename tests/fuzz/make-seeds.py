@@ -62,10 +62,13 @@ write("fuzz_scriptsplit", "tables", (
     "# it's a comment\nInsert into t values ('a;b', \"c'd\", `e;f`);\n"
     "/* multi\n line; it's */ Create Table owner1 (code varchar(10));\n").encode())
 write("fuzz_scriptsplit", "quotes", b"select 'it''s'; select \"a\\\"b\"; select `x``y`;;")
+write("fuzz_scriptsplit", "dashes", b"select 1--;----\n-- x\n--\x01;select 2 --")
 
+# The target picks the type code by its index in its own table of codes.
+types = [2, 3, 4, 5, 6, 7, 11, 16, 17, 72, 128, 129, 130, 131, 133, 135, 200, 201, 202, 203, 204, 205]
 for i, (t, text) in enumerate([(130, "Order Details"), (7, "12/31/1999 10:15:00"),
                                (11, "True"), (3, ""), (202, "O'Brien\\"), (201, "(Name)-Key")]):
-    write("fuzz_conversionrules", "rule%d" % i, bytes([t % 256]) + text.encode())
+    write("fuzz_conversionrules", "rule%d" % i, bytes([types.index(t)]) + text.encode())
 
 # Access reader: patches over the sample file (5 bytes each: offset, byte); empty = the file itself.
 write("fuzz_accessfile", "unpatched", b"")
