@@ -33,6 +33,7 @@ MDIForm1::MDIForm1(AppEnvironment env, QWidget *parent)
     setCentralWidget(m_mdi);
     // Beside the tools' status lines, which come and go.
     m_security->setObjectName(QStringLiteral("lblTls"));
+    m_security->setText(QStringLiteral("Not connected"));
     statusBar()->addPermanentWidget(m_security);
     m_loaded << QPointer<QWidget>(this);
     buildMenus();

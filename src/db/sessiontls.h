@@ -42,8 +42,10 @@ TlsConfig programDefault();
 DbError apply(st_mysql *mysql, const TlsConfig &config);
 // The failed connect's error, put in the operator's terms when TLS was the reason.
 DbError connectError(st_mysql *mysql, const TlsConfig &config, const QString &host);
-// After connecting: a mode that requires TLS refuses a connection that has none (the client
-// library falls back to plain text when the server offers no TLS).
+// After connecting: a mode that requires TLS refuses a connection that has none. The client
+// library falls back to plain text when the server offers no TLS, except with the host name
+// check, so for required and verify-ca the refusal comes after the login exchange (with the
+// server's usual authentication, a scrambled hash of the password, not the password).
 DbError checkConnected(st_mysql *mysql, const TlsConfig &config);
 TlsState stateOf(st_mysql *mysql);
 
