@@ -11,7 +11,7 @@ packages=(
   clang-14 libclang-rt-14-dev
   xvfb xauth xdotool imagemagick fonts-dejavu-core
   appstream desktop-file-utils dpkg-dev file
-  time gzip
+  time gzip openssl
 )
 
 missing=()

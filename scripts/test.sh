@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The test command: installs what is missing, builds Release with warnings as errors in build/,
 # starts a private MariaDB server of its own (temporary folder, first free port from 13400, general
-# query log on), runs every test against it offscreen, and stops and removes the server again.
+# query log on) and a second one that offers TLS for the TLS tests, runs every test against them
+# offscreen, and stops and removes the servers again.
 # Exits non-zero when anything fails. Needs no display and reads no input. TABULON_BUILD_DIR
 # names another build folder.
 #
@@ -54,6 +55,7 @@ cmake --build "$build" -j"$(nproc)"
 # A short path keeps the server's socket under the 107-byte limit whatever the clone's path.
 dbdir=$(mktemp -d "${TMPDIR:-/tmp}/tabulon-test.XXXXXX")
 cleanup() {
+  bash "$mariadb_script" stop "$dbdir/tls-server" >/dev/null 2>&1 || true
   bash "$mariadb_script" stop "$dbdir" >/dev/null 2>&1 || true
   rm -rf "$dbdir"
 }
@@ -63,23 +65,37 @@ trap 'exit 130' INT TERM
 # Something answers on the port: taken.
 port_taken() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 
-port=13400
-started=no
-for _ in 1 2 3; do
-  while port_taken "$port"; do
+# start_server DIR FIRST_PORT OPTIONS...: starts a server in DIR on the first free port from
+# FIRST_PORT and sets `port` to it.
+start_server() {
+  local dir=$1 started=no
+  port=$2
+  shift 2
+  for _ in 1 2 3; do
+    while port_taken "$port"; do
+      port=$((port + 1))
+      [ "$port" -lt 13500 ] || die "no free port between 13400 and 13499"
+    done
+    say "starting a private MariaDB server on 127.0.0.1:$port $*"
+    if bash "$mariadb_script" start "$dir" "$port" "$@"; then
+      started=yes
+      break
+    fi
+    # Another process took the port between the probe and the start.
+    bash "$mariadb_script" stop "$dir" >/dev/null 2>&1 || true
     port=$((port + 1))
-    [ "$port" -lt 13500 ] || die "no free port between 13400 and 13499"
   done
-  say "starting a private MariaDB server on 127.0.0.1:$port"
-  if bash "$mariadb_script" start "$dbdir" "$port" --general-log; then
-    started=yes
-    break
-  fi
-  # Another process took the port between the probe and the start.
-  bash "$mariadb_script" stop "$dbdir" >/dev/null 2>&1 || true
-  port=$((port + 1))
-done
-[ "$started" = yes ] || die "the private MariaDB server did not start (see above)"
+  [ "$started" = yes ] || die "the private MariaDB server did not start (see above)"
+}
+
+start_server "$dbdir" 13400 --general-log
+main_port=$port
+# The TLS tests' server, with certificates of its own; here rather than in the test so that it
+# is stopped whatever becomes of the test.
+start_server "$dbdir/tls-server" $((main_port + 1)) --tls
+export TABULON_TEST_TLS_SERVER="127.0.0.1:$port"
+export TABULON_TEST_TLS_DIR="$dbdir/tls-server/tls"
+port=$main_port
 
 export TABULON_TEST_SERVER="127.0.0.1:$port"
 if [ "$sanitize" = yes ]; then

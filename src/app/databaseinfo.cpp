@@ -76,9 +76,14 @@ void DatabaseInfo::accept()
     DbError e = s->open(ConnectionString::mysql(svr, uid, pwd, db), QString(), QString());
     if (!e)
         e = s->execute(QStringLiteral("Show Tables"));
+    m_main.showSessionSecurity();
     if (e) {
         m_main.disableDatabaseMenus();
-        Dialogs::message(this, QStringLiteral("Error connecting to Database."), Dialogs::Icon::Information);
+        QString text = QStringLiteral("Error connecting to Database.");
+        // The server answered but TLS stood in the way: say why, and which setting to change.
+        if (SessionTls::isRefusal(e))
+            text += QStringLiteral("\n\n") + e.description;
+        Dialogs::message(this, text, Dialogs::Icon::Information);
         return;
     }
     m_main.Database = db;

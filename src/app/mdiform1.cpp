@@ -13,6 +13,7 @@
 #include <QDialog>
 #include <QDir>
 #include <QFileInfo>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMdiArea>
 #include <QMdiSubWindow>
@@ -24,17 +25,23 @@ namespace tabulon {
 
 MDIForm1::MDIForm1(AppEnvironment env, QWidget *parent)
     : QMainWindow(parent), m_env(std::move(env)),
-      m_settings(m_env.settingsPath.isEmpty() ? Settings() : Settings(m_env.settingsPath)), m_mdi(new QMdiArea(this))
+      m_settings(m_env.settingsPath.isEmpty() ? Settings() : Settings(m_env.settingsPath)), m_mdi(new QMdiArea(this)),
+      m_security(new QLabel(this))
 {
     setObjectName(QStringLiteral("MDIForm1"));
     setWindowTitle(QStringLiteral("Tabulon"));
     setCentralWidget(m_mdi);
+    // Beside the tools' status lines, which come and go.
+    m_security->setObjectName(QStringLiteral("lblTls"));
+    m_security->setText(QStringLiteral("Not connected"));
+    statusBar()->addPermanentWidget(m_security);
     m_loaded << QPointer<QWidget>(this);
     buildMenus();
 }
 
 MDIForm1::~MDIForm1()
 {
+    SessionTls::setProgramDefault(std::nullopt);
     // Tool windows go first, while the menu items their close handlers touch still exist.
     for (Tool &tool : m_tools) {
         if (tool.window) {
@@ -143,6 +150,21 @@ void MDIForm1::replaceSession()
     m_session->setCursorLocation(3);
 }
 
+void MDIForm1::showSessionSecurity()
+{
+    QString text = QStringLiteral("Not connected");
+    if (m_session && m_session->isOpen()) {
+        const TlsState tls = m_session->tlsState();
+        if (tls.encrypted())
+            text = QStringLiteral("Encrypted: %1, %2").arg(tls.version, tls.cipher);
+        else if (SessionTls::programDefault().mode == TlsMode::Off)
+            text = QStringLiteral("Not encrypted: TlsMode is off");
+        else
+            text = QStringLiteral("Not encrypted: the server offers no TLS");
+    }
+    m_security->setText(text);
+}
+
 void MDIForm1::startUp()
 {
     show();
@@ -153,14 +175,21 @@ void MDIForm1::startUp()
                                              Settings::kDefaultPassword);
     Server =
         m_settings.ReadRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer, Settings::kDefaultServer);
+    // Every connection the program opens, the tools' own included, takes this store's TLS
+    // settings.
+    const TlsConfig tls = m_settings.readTls();
+    SessionTls::setProgramDefault(tls);
+    if (!tls.problem.isEmpty())
+        Dialogs::message(this, tls.problem);
     if (!m_session)
         m_session = std::make_unique<DatabaseSession>();
     m_session->setCursorLocation(3);
     // The trial deliberately uses an empty password and the server's own "mysql" database.
-    m_session->open(ConnectionString::mysql(Server, User, QString(), QStringLiteral("mysql")), QString(), QString());
+    const DbError trial = m_session->open(ConnectionString::mysql(Server, User, QString(), QStringLiteral("mysql")),
+                                          QString(), QString());
     if (m_session->state() == 1)
         m_session->close();
-    else
+    else if (!SessionTls::isRefusal(trial)) // a refusal for TLS reasons came from a running server
         StartMySqlServer(m_env.serverStart);
     auto *setup = new DatabaseInfo(*this);
     Dialogs::showModal(setup);

@@ -15,6 +15,7 @@
 #include <functional>
 #include <memory>
 
+class QLabel;
 class QMdiArea;
 class QMenu;
 
@@ -53,10 +54,14 @@ public:
     void showStatus(const QString &text) override;
 
     void replaceSession();
+    // The status bar's note on the shared session: encrypted (TLS version and cipher), not
+    // encrypted and why, or not connected.
+    void showSessionSecurity();
     Settings &settingsStore() { return m_settings; }
 
-    // Shows the window's state after start-up: reads settings, tries the server, starts it
-    // when the trial fails, and shows the connection setup.
+    // Shows the window's state after start-up: reads settings (a TlsMode that is none of the
+    // modes is reported here; every connection refuses it), tries the server, starts it when
+    // the trial fails, and shows the connection setup.
     void startUp();
 
     QAction *menuItem(const QString &name) const { return m_items.value(name); }
@@ -102,6 +107,7 @@ private:
     Settings m_settings;
     std::unique_ptr<DatabaseSession> m_session;
     QMdiArea *m_mdi;
+    QLabel *m_security;
     QHash<QString, QAction *> m_items;
     QList<QAction *> m_order;
     QHash<QString, QMenu *> m_popups;

@@ -212,6 +212,9 @@ DbError DatabaseSession::open(const QString &connectionString, const QString &us
     const my_bool noReconnect = 0;
     mysql_optionsv(m, MYSQL_OPT_RECONNECT, &noReconnect);
     mysql_optionsv(m, MYSQL_SET_CHARSET_NAME, "utf8mb4");
+    const TlsConfig tls = m_tls ? *m_tls : SessionTls::programDefault();
+    if (DbError refused = SessionTls::apply(m, tls))
+        return refused;
     if (t.port != 0) {
         // A port only makes sense over TCP, even for "localhost".
         const unsigned tcp = MYSQL_PROTOCOL_TCP;
@@ -227,8 +230,10 @@ DbError DatabaseSession::open(const QString &connectionString, const QString &us
     if (!mysql_real_connect(m, host.isEmpty() ? nullptr : host.constData(), userBytes.constData(),
                             passwordBytes.constData(), database.isEmpty() ? nullptr : database.constData(), t.port,
                             nullptr, CLIENT_FOUND_ROWS)) {
-        return errorOf(m);
+        return SessionTls::connectError(m, tls, t.host);
     }
+    if (DbError refused = SessionTls::checkConnected(m, tls))
+        return refused;
     m_connection = std::move(connection);
     m_connectionString = connectionString;
     m_user = user;
@@ -241,6 +246,7 @@ DbError DatabaseSession::openSibling(DatabaseSession &other) const
     if (!isOpen())
         return notOpen();
     other.setTimeouts(m_connectTimeout, m_readTimeout, m_writeTimeout);
+    other.m_tls = m_tls;
     return other.open(m_connectionString, m_user, m_password);
 }
 
@@ -252,6 +258,11 @@ void DatabaseSession::close()
 bool DatabaseSession::isOpen() const
 {
     return m_connection && m_connection->mysql;
+}
+
+TlsState DatabaseSession::tlsState() const
+{
+    return isOpen() ? SessionTls::stateOf(m_connection->mysql) : TlsState{};
 }
 
 DbError DatabaseSession::lastError() const

@@ -5,6 +5,7 @@
 
 #include "db/dberror.h"
 #include "db/recordset.h"
+#include "db/sessiontls.h"
 
 #include <QByteArray>
 #include <QString>
@@ -40,13 +41,19 @@ public:
     // it is set again or the session reopens (which takes the setTimeouts() value again).
     void setOpenReadTimeout(unsigned seconds);
 
+    // The TLS configuration open() uses; without one it takes SessionTls::programDefault().
+    void setTls(const TlsConfig &config) { m_tls = config; }
+    // Whether the open connection is encrypted, and how.
+    TlsState tlsState() const;
+
     // Opens on "server=host[:port];uid=...;pwd=...;database=...;" (other attributes are read
-    // and ignored). A non-empty user or password argument overrides the string's.
+    // and ignored). A non-empty user or password argument overrides the string's. The
+    // connection follows the TLS configuration's mode; a refusal for TLS reasons says why.
     DbError open(const QString &connectionString, const QString &user = QString(), const QString &password = QString());
     void close();
     bool isOpen() const;
-    // Opens `other` as a second connection with this session's connection string, user and
-    // password: work that must not change this session's state, nor be seen among its
+    // Opens `other` as a second connection with this session's connection string, user,
+    // password and TLS configuration: work that must not change this session's state, nor be seen among its
     // statements, runs there.
     DbError openSibling(DatabaseSession &other) const;
     // ADO's connection state: 1 open, 0 closed.
@@ -112,6 +119,7 @@ private:
     QString m_connectionString; // as opened, with the overriding user and password
     QString m_user;
     QString m_password;
+    std::optional<TlsConfig> m_tls;
     int m_cursorLocation = 2;
     unsigned m_connectTimeout = 15;
     unsigned m_readTimeout = 600;

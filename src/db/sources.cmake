@@ -8,9 +8,11 @@ tabulon_logic_library(tabulon_db
         db/typecodes.cpp db/typecodes.h
         db/connectionstring.cpp db/connectionstring.h
         db/databasesession.cpp db/databasesession.h
+        db/sessiontls.cpp db/sessiontls.h
         db/tablenames.cpp db/tablenames.h
         db/memorypolicy.cpp db/memorypolicy.h
         db/textsplit.cpp db/textsplit.h
         db/statementhook.cpp db/statementhook.h
         db/writemode.cpp db/writemode.h
+    DEPS tabulon_settings
     PRIVATE_DEPS PkgConfig::MARIADB)

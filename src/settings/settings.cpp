@@ -125,4 +125,32 @@ void Settings::WriteRegistryString(Hive, const QString &subKey, const QString &v
         QFile::setPermissions(m_path, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }
 
+TlsConfig Settings::readTls() const
+{
+    const auto read = [this](const QString &name) {
+        return ReadRegistryString(Hive::LocalMachine, kKey, name, QString());
+    };
+    TlsConfig config;
+    config.ca = read(kTlsCa);
+    config.cert = read(kTlsCert);
+    config.key = read(kTlsKey);
+    const QString modeText = read(kTlsMode);
+    if (const auto mode = Tls::modeFromText(modeText)) {
+        config.mode = *mode;
+    } else {
+        config.problem = QStringLiteral("The setting TlsMode holds \"%1\", which is not a TLS mode. Change TlsMode in "
+                                        "%2 to off, preferred, required, verify-ca or verify-identity.")
+                             .arg(modeText, m_path);
+    }
+    return config;
+}
+
+void Settings::writeTls(const TlsConfig &config)
+{
+    WriteRegistryString(Hive::LocalMachine, kKey, kTlsMode, Tls::modeText(config.mode));
+    WriteRegistryString(Hive::LocalMachine, kKey, kTlsCa, config.ca);
+    WriteRegistryString(Hive::LocalMachine, kKey, kTlsCert, config.cert);
+    WriteRegistryString(Hive::LocalMachine, kKey, kTlsKey, config.key);
+}
+
 } // namespace tabulon

@@ -1,6 +1,8 @@
-// The four persisted connection settings, kept where the registry key would be on Windows:
-// an INI file (owner-only, it holds the password) read with the system file as fallback.
+// The persisted connection settings, kept where the registry key would be on Windows: an INI
+// file (owner-only, it holds the password) read with the system file as fallback.
 #pragma once
+
+#include "settings/tlsconfig.h"
 
 #include <QString>
 
@@ -19,6 +21,11 @@ public:
     static inline const QString kDefaultUser = QStringLiteral("dbop");
     static inline const QString kDefaultPassword = QString();
     static inline const QString kDefaultDatabase = QStringLiteral("Orvita");
+    // How every connection uses TLS (TlsConfig); beside the four, under the same key.
+    static inline const QString kTlsMode = QStringLiteral("TlsMode");
+    static inline const QString kTlsCa = QStringLiteral("TlsCa");
+    static inline const QString kTlsCert = QStringLiteral("TlsCert");
+    static inline const QString kTlsKey = QStringLiteral("TlsKey");
 
     // The user's own file (organisation Corvane, application Tabulon).
     Settings();
@@ -31,6 +38,11 @@ public:
                                const QString &defaultText) const;
     // Creates the key when needed and stores the text; failures are ignored.
     void WriteRegistryString(Hive hive, const QString &subKey, const QString &valueName, const QString &text);
+
+    // The TLS settings; a TlsMode that is none of the modes leaves `problem` saying so and
+    // which setting to change.
+    TlsConfig readTls() const;
+    void writeTls(const TlsConfig &config);
 
     QString fileName() const { return m_path; }
 
