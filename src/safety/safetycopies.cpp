@@ -110,6 +110,8 @@ void SafetyCopies::putBack()
     });
     progress.setBusyState(&m_busy);
     const auto done = PutBack::putBack(m_host.sessionOrClosed(), *copy, progress);
+    // The put-back wrote a copy of what it replaced.
+    refresh();
     if (!done) {
         Dialogs::message(this, QStringLiteral("The safety copy was not put back.\n") + done.error().description,
                          Dialogs::Icon::Critical);

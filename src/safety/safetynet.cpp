@@ -98,6 +98,23 @@ DbResult<std::optional<Source>> describe(DatabaseSession &db, const QString &tab
         if (const auto form = CopySql::formFor(column))
             source.table.columns.push_back({column.name, *form});
     }
+    const QString nameLiteral = QLatin1Char('\'') + QString::fromUtf8(db.escape(table.toUtf8())) + QLatin1Char('\'');
+    auto triggers = db.openQuery(
+        QStringLiteral("SELECT TRIGGER_NAME FROM information_schema.TRIGGERS WHERE EVENT_OBJECT_SCHEMA = DATABASE() "
+                       "AND EVENT_OBJECT_TABLE = BINARY ") +
+        nameLiteral + QStringLiteral(" ORDER BY ACTION_TIMING, EVENT_MANIPULATION, ACTION_ORDER"));
+    if (!triggers)
+        return triggers.error();
+    for (qsizetype r = 0; r < triggers->recordCount(); ++r) {
+        const QString name = triggers->text(r, 0);
+        auto shown = db.openQuery(QStringLiteral("SHOW CREATE TRIGGER ") + DatabaseSession::quoteIdentifier(name));
+        if (!shown)
+            return shown.error();
+        if (shown->recordCount() == 0 || shown->fieldCount() < 3)
+            return DbError::generic(QStringLiteral("The trigger ") + name + QStringLiteral(" of table ") + table +
+                                    QStringLiteral(" could not be read."));
+        source.table.triggers.push_back({name, shown->text(0, 1).toUtf8(), shown->text(0, 2).toUtf8()});
+    }
     auto status = db.openQuery(
         QStringLiteral("SELECT DATA_LENGTH FROM information_schema.TABLES WHERE TABLE_SCHEMA = DATABASE() AND "
                        "TABLE_NAME = '") +
@@ -122,12 +139,13 @@ DbResult<QString> openCopy(const SafetySettings &settings, SafetyCopyInfo &heade
     return path;
 }
 
-// Makes the copy at `path` whole and keeps the folder within its limits.
-DbResult<QString> finishCopy(const SafetySettings &settings, SafetyCopyWriter &out, const QString &path)
+// Makes the copy whole and keeps the folder within its limits; returns where the copy went.
+DbResult<QString> finishCopy(const SafetySettings &settings, SafetyCopyWriter &out, const QString &alsoKeep)
 {
     if (DbError e = out.commit())
         return e;
-    prune(settings, path);
+    const QString path = out.finalPath();
+    prune(settings, {path, alsoKeep});
     return path;
 }
 
@@ -146,7 +164,7 @@ QString failureText(const DbError &error)
 }
 
 DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &settings, const QString &command,
-                                 const QStringList &tables, const Confirm &confirm)
+                                 const QStringList &tables, const Confirm &confirm, const QString &alsoKeep)
 {
     if (DbError e = source.execute(CopySql::sessionSetup()))
         return e;
@@ -197,11 +215,12 @@ DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &
         if (DbError e = out.endTable())
             return e;
     }
-    return finishCopy(settings, out, path);
+    return finishCopy(settings, out, alsoKeep);
 }
 
 DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &command, const QString &database,
-                                const QString &folder, const QStringList &files, const Confirm &confirm)
+                                const QString &folder, const QStringList &files, const Confirm &confirm,
+                                const QString &alsoKeep)
 {
     qint64 total = 0;
     for (const QString &name : files)
@@ -242,23 +261,29 @@ DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &c
         if (DbError e = out.endFile())
             return e;
     }
-    return finishCopy(settings, out, path);
+    return finishCopy(settings, out, alsoKeep);
 }
 
 DbError protectTables(DatabaseSession &session, const QString &command, const QStringList &tables)
 {
     if (!session.isOpen() || tables.isEmpty())
         return {};
+    const auto settings = SafetySettings::read();
+    if (!settings)
+        return settings.error();
     DatabaseSession reader;
     if (DbError e = session.openSibling(reader))
         return e;
-    auto written = writeTableCopy(reader, SafetySettings::current(), command, tables, installedConfirm());
+    auto written = writeTableCopy(reader, settings.value(), command, tables, installedConfirm());
     return written.error();
 }
 
 DbError protectFiles(const QString &command, const QString &database, const QString &folder, const QStringList &files)
 {
-    auto written = writeFileCopy(SafetySettings::current(), command, database, folder, files, installedConfirm());
+    const auto settings = SafetySettings::read();
+    if (!settings)
+        return settings.error();
+    auto written = writeFileCopy(settings.value(), command, database, folder, files, installedConfirm());
     return written.error();
 }
 
@@ -278,18 +303,27 @@ QList<SafetyCopyInfo> listCopies(const QString &folder)
     return copies;
 }
 
-QStringList prune(const SafetySettings &settings, const QString &keep)
+const Confirm &confirm()
+{
+    return installedConfirm();
+}
+
+QStringList prune(const SafetySettings &settings, const QStringList &keep)
 {
     QList<SafetyCopyInfo> copies = listCopies(settings.folder);
     qint64 total = 0;
     for (const SafetyCopyInfo &c : copies)
         total += c.size;
     QStringList removed;
-    const QString kept = QFileInfo(keep).absoluteFilePath();
+    QStringList kept;
+    for (const QString &path : keep) {
+        if (!path.isEmpty())
+            kept << QFileInfo(path).absoluteFilePath();
+    }
     while (!copies.isEmpty() && (copies.size() > settings.keepCount || total > settings.maxBytes())) {
         // Oldest last; the copy just written is never the one to go.
         qsizetype victim = copies.size() - 1;
-        while (victim >= 0 && QFileInfo(copies[victim].path).absoluteFilePath() == kept)
+        while (victim >= 0 && kept.contains(QFileInfo(copies[victim].path).absoluteFilePath()))
             --victim;
         if (victim < 0)
             break;

@@ -38,17 +38,21 @@ DbError protectFiles(const QString &command, const QString &database, const QStr
 // ---- The parts, with the settings given (the window and the tests call these) ----
 
 // Writes the copy of `tables` read over `source`; returns its path, or "" when none of the
-// tables exists.
+// tables exists. Keeping the folder within its limits spares the new copy and `alsoKeep`.
 DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &settings, const QString &command,
-                                 const QStringList &tables, const Confirm &confirm);
+                                 const QStringList &tables, const Confirm &confirm, const QString &alsoKeep = {});
 DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &command, const QString &database,
-                                const QString &folder, const QStringList &files, const Confirm &confirm);
+                                const QString &folder, const QStringList &files, const Confirm &confirm,
+                                const QString &alsoKeep = {});
 
 // The complete copies in `folder`, newest first.
 QList<SafetyCopyInfo> listCopies(const QString &folder);
 // Removes the oldest copies until at most keepCount remain and they hold at most maxBytes
-// together; `keep` (the copy just written) always stays. Returns the paths removed.
-QStringList prune(const SafetySettings &settings, const QString &keep);
+// together; the copies in `keep` (the one just written) always stay. Returns the paths removed.
+QStringList prune(const SafetySettings &settings, const QStringList &keep);
+
+// The question put to the operator by the commands (No for every question when none is set).
+const Confirm &confirm();
 
 // The message a command shows when its copy could not be written.
 QString failureText(const DbError &error);
