@@ -302,7 +302,7 @@ bool ReplaceData::actOnCurrent(Step step)
 
 bool ReplaceData::keepSafetyCopy(const QString &command, const QStringList &tables)
 {
-    const DbError error = SafetyNet::protectTables(m_host.sessionOrClosed(), command, tables);
+    const DbError error = SafetyNet::protectTables(m_host.sessionOrClosed(), command, tables, SafetyNet::Reach::Rows);
     if (error)
         Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
     return !error;

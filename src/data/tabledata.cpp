@@ -228,7 +228,9 @@ void TableData::showError(const DbError &error)
 
 bool TableData::keepSafetyCopy(const QString &command)
 {
-    const DbError error = SafetyNet::protectTables(session(), command, {m_combo->currentText()});
+    const DbError error = SafetyNet::protectTables(
+        session(), command, {m_combo->currentText()},
+        command == QLatin1String("Modify Record") ? SafetyNet::Reach::Rows : SafetyNet::Reach::WholeTable);
     if (error)
         Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
     return !error;

@@ -398,6 +398,9 @@ DbResult<Summary> putBack(DatabaseSession &session, const SafetyCopyInfo &copy, 
         ~EndProgress() { p.end(); }
     } endProgress{progress};
 
+    if (copy.withoutCopy)
+        return DbError::generic(copy.command +
+                                QStringLiteral(" went on without a safety copy, so there is nothing to put back."));
     // The whole copy is read once before anything is changed: a damaged one puts nothing back.
     SafetyCopyVisitor check;
     if (DbError e = SafetyCopy::read(copy.path, check))

@@ -71,8 +71,9 @@ void SafetyCopies::refresh()
     m_list->clear();
     const QLocale locale;
     for (const SafetyCopyInfo &copy : SafetyNet::listCopies(SafetySettings::current().folder)) {
-        const QString rows =
-            copy.kind == SafetyCopyInfo::Kind::Files ? QStringLiteral("(files)") : locale.toString(copy.rows);
+        const QString rows = copy.withoutCopy                           ? QStringLiteral("(no copy)")
+                             : copy.kind == SafetyCopyInfo::Kind::Files ? QStringLiteral("(files)")
+                                                                        : locale.toString(copy.rows);
         auto *item = new QTreeWidgetItem(
             m_list, {copy.time.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")), copy.command,
                      copy.database, copy.tables.join(QStringLiteral(", ")), rows, sizeText(copy.size)});

@@ -67,6 +67,8 @@ QJsonObject headerJson(const SafetyCopyInfo &info)
     o[QStringLiteral("kind")] =
         info.kind == SafetyCopyInfo::Kind::Files ? QStringLiteral("files") : QStringLiteral("tables");
     o[QStringLiteral("folder")] = info.folder;
+    if (info.withoutCopy)
+        o[QStringLiteral("withoutCopy")] = true;
     return o;
 }
 
@@ -362,6 +364,7 @@ DbResult<Layout> readLayout(QFile &file)
     info.kind = h.value(QStringLiteral("kind")).toString() == QLatin1String("files") ? SafetyCopyInfo::Kind::Files
                                                                                      : SafetyCopyInfo::Kind::Tables;
     info.folder = h.value(QStringLiteral("folder")).toString();
+    info.withoutCopy = h.value(QStringLiteral("withoutCopy")).toBool();
     info.rows = static_cast<qint64>(trailer.object().value(QStringLiteral("rows")).toDouble());
     info.size = size;
     return layout;

@@ -25,13 +25,23 @@ namespace SafetyNet {
 using Confirm = std::function<bool(const QString &question)>;
 void setConfirm(Confirm confirm);
 
+// How far a command's statements reach into a table.
+enum class Reach {
+    WholeTable, // the table is emptied and written again (Save Table, Delete Record, a restore)
+    Rows,       // single rows change (Modify Record, Replace)
+};
+
 // Copies `tables` of the session's database before `command` changes them, over a second
 // connection of the session's own (the session sees none of the copy's statements). Tables
-// that do not exist are left out; with nothing left no copy is written. A table bigger than
-// the size limit asks whether to go on without its copy. An error means the command must
-// not start: its description says why and, for a copy that could not be written, names the
-// path. A closed session changes nothing, so it needs no copy.
-DbError protectTables(DatabaseSession &session, const QString &command, const QStringList &tables);
+// that do not exist are left out; with nothing left no copy is written. A view stands for
+// the tables it shows: a whole-table rewrite through it is refused, naming the view and its
+// tables, since it would empty their columns the view does not show; for single rows its
+// tables are copied. Tables bigger together than the size limit ask whether to go on without
+// a copy, and a Yes is listed among the copies as a command without one. An error means the
+// command must not start: its description says why and, for a copy that could not be written,
+// names the path. A closed session changes nothing, so it needs no copy.
+DbError protectTables(DatabaseSession &session, const QString &command, const QStringList &tables,
+                      Reach reach = Reach::WholeTable);
 // The same for files of `folder` (named relative to it) that a command will overwrite.
 DbError protectFiles(const QString &command, const QString &database, const QString &folder, const QStringList &files);
 
@@ -40,7 +50,8 @@ DbError protectFiles(const QString &command, const QString &database, const QStr
 // Writes the copy of `tables` read over `source`; returns its path, or "" when none of the
 // tables exists. Keeping the folder within its limits spares the new copy and `alsoKeep`.
 DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &settings, const QString &command,
-                                 const QStringList &tables, const Confirm &confirm, const QString &alsoKeep = {});
+                                 const QStringList &tables, const Confirm &confirm, const QString &alsoKeep = {},
+                                 Reach reach = Reach::WholeTable);
 DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &command, const QString &database,
                                 const QString &folder, const QStringList &files, const Confirm &confirm,
                                 const QString &alsoKeep = {});

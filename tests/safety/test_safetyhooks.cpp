@@ -46,6 +46,7 @@ private Q_SLOTS:
     void tableDataCommands_data();
     void tableDataCommands();
     void saveTableRefusedByForeignKey();
+    void throughAView();
     void fieldCommands_data();
     void fieldCommands();
     void createTableDrop();
@@ -157,6 +158,32 @@ void TestSafetyHooks::saveTableRefusedByForeignKey()
     QVERIFY(tableState(*m_db, qs("tree")) != before);
     putBackNewest(qs("Save Table"), {qs("tree")});
     QCOMPARE(tableState(*m_db, qs("tree")), before);
+}
+
+// Save Table on a view would empty its base table's other columns: it is refused, naming both.
+// Modify Record through the view copies the base table first.
+void TestSafetyHooks::throughAView()
+{
+    QVERIFY_DB(m_db->run({qs("DROP VIEW IF EXISTS v"), qs("DROP TABLE IF EXISTS base"),
+                          qs("CREATE TABLE base (id INT PRIMARY KEY, name VARCHAR(10), secret VARCHAR(10))"),
+                          qs("INSERT INTO base VALUES (1, 'a', 's1'), (2, 'b', 's2')"),
+                          qs("CREATE VIEW v AS SELECT id, name FROM base")}));
+    const TableState before = tableState(*m_db, qs("base"));
+    TableData *w = openTableData(qs("v"));
+    QVERIFY(w);
+    w->grid()->setCurrentCell(1, 3);
+    w->grid()->setTextMatrix(1, 3, qs("changed"));
+    m_main->menuItem(qs("mnusavetable"))->trigger();
+    QCOMPARE(m_operator->told.size(), 1);
+    QVERIFY2(m_operator->told.first().contains(qs("v, which is a view of the table(s) base")),
+             qPrintable(m_operator->told.first()));
+    QCOMPARE(tableState(*m_db, qs("base")), before);
+    QVERIFY(SafetyNet::listCopies(m_safety.settings().folder).isEmpty());
+
+    m_main->menuItem(qs("mnumr"))->trigger();
+    putBackNewest(qs("Modify Record"), {qs("base")});
+    QCOMPARE(tableState(*m_db, qs("base")), before);
+    QVERIFY_DB(m_db->run({qs("DROP VIEW v")}));
 }
 
 void TestSafetyHooks::fieldCommands_data()

@@ -40,6 +40,7 @@ private Q_SLOTS:
     void oldestCopiesGo();
     void unwritableFolderStops();
     void tooBigTableAsks();
+    void viewsTwinsAndQualifiedNames();
     void literals_data();
     void literals();
 
@@ -544,8 +545,86 @@ void TestSafetyNet::tooBigTableAsks()
     QVERIFY2(asked.first().contains(qs("big")) && asked.first().contains(qs("1 MB")), qPrintable(asked.first()));
     const auto yes = copy({qs("big")}, settings, [](const QString &) { return true; });
     QVERIFY_DB(yes.error());
-    QCOMPARE(yes.value(), QString()); // went on without a copy
-    QVERIFY(SafetyNet::listCopies(settings.folder).isEmpty());
+    // The command went on without a copy, and the list says so.
+    const auto listed = SafetyNet::listCopies(settings.folder);
+    QCOMPARE(listed.size(), 1);
+    QVERIFY(listed.first().withoutCopy);
+    QCOMPARE(listed.first().tables, sl({"big"}));
+    const auto nothing = putBack(listed.first().path);
+    QVERIFY(!nothing);
+    QVERIFY2(nothing.error().description.contains(qs("without a safety copy")),
+             qPrintable(nothing.error().description));
+
+    // The limit is the command's: two tables under it alone but over it together ask once.
+    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS half"), qs("CREATE TABLE half (b LONGBLOB) ENGINE=MyISAM"),
+                          qs("INSERT INTO half VALUES (REPEAT('x', 600 * 1024))"), qs("DELETE FROM big"),
+                          qs("INSERT INTO big VALUES (REPEAT('x', 600 * 1024))")}));
+    asked.clear();
+    const auto both = copy({qs("big"), qs("half")}, settings, [&asked](const QString &q) {
+        asked << q;
+        return false;
+    });
+    QVERIFY(!both);
+    QCOMPARE(asked.size(), 1);
+    QVERIFY2(asked.first().contains(qs("big, half")), qPrintable(asked.first()));
+    QCOMPARE(SafetyNet::listCopies(settings.folder).size(), 1);
+}
+
+// Names as the server reads them: a view stands for its tables, `Foo` and `foo` are two
+// tables, and otherdb.keep is a table of another database, not a missing one.
+void TestSafetyNet::viewsTwinsAndQualifiedNames()
+{
+    ScratchSafety safety;
+    ScratchDatabase other(qs("safetyother"));
+    QVERIFY_DB(other.error());
+    QVERIFY_DB(
+        m_db->run({qs("DROP VIEW IF EXISTS v, vv"), qs("DROP TABLE IF EXISTS base, Foo, foo"),
+                   qs("CREATE TABLE base (id INT PRIMARY KEY, name VARCHAR(10), secret VARCHAR(10))"),
+                   qs("INSERT INTO base VALUES (1, 'a', 's1'), (2, 'b', 's2')"),
+                   qs("CREATE VIEW v AS SELECT b.id, b.name FROM base b"), qs("CREATE VIEW vv AS SELECT id FROM v"),
+                   qs("CREATE TABLE Foo (a INT)"), qs("CREATE TABLE foo (a INT)"), qs("INSERT INTO Foo VALUES (1)"),
+                   qs("INSERT INTO foo VALUES (2), (3)")}));
+    QVERIFY_DB(other.run({qs("CREATE TABLE keep (a INT)"), qs("INSERT INTO keep VALUES (1)")}));
+    const auto whole = [&](const QStringList &tables) {
+        DatabaseSession reader;
+        if (DbError e = m_session.openSibling(reader))
+            return DbResult<QString>(e);
+        return SafetyNet::writeTableCopy(reader, safety.settings(), qs("Save Table"), tables, {});
+    };
+    const auto rows = [&](const QStringList &tables) {
+        DatabaseSession reader;
+        if (DbError e = m_session.openSibling(reader))
+            return DbResult<QString>(e);
+        return SafetyNet::writeTableCopy(reader, safety.settings(), qs("Replace"), tables, {}, {},
+                                         SafetyNet::Reach::Rows);
+    };
+    for (const char *view : {"v", "vv"}) {
+        const auto listed = SafetyNet::listCopies(safety.settings().folder).size();
+        const auto refused = whole({qs(view)});
+        QVERIFY(!refused);
+        QVERIFY2(refused.error().description.contains(qs(view) + qs(", which is a view of the table(s) base:")),
+                 qPrintable(refused.error().description));
+        QCOMPARE(SafetyNet::listCopies(safety.settings().folder).size(), listed);
+        const auto written = rows({qs(view)});
+        QVERIFY_DB(written.error());
+        const auto info = SafetyCopy::readInfo(written.value());
+        QVERIFY_DB(info.error());
+        QCOMPARE(info->tables, sl({"base"}));
+        QCOMPARE(info->rows, 2);
+    }
+    const auto twins = whole({qs("Foo"), qs("foo")});
+    QVERIFY_DB(twins.error());
+    const auto info = SafetyCopy::readInfo(twins.value());
+    QVERIFY_DB(info.error());
+    QCOMPARE(info->tables, sl({"Foo", "foo"}));
+    QCOMPARE(info->rows, 3);
+
+    const QString keep = other.name() + qs(".keep");
+    const auto elsewhere = whole({keep});
+    QVERIFY(!elsewhere);
+    QVERIFY2(elsewhere.error().description.contains(qs("of database ") + other.name()),
+             qPrintable(elsewhere.error().description));
+    QVERIFY_DB(whole({qs("nodb.nothing")}).error()); // nothing there, nothing to lose
 }
 
 void TestSafetyNet::literals_data()
