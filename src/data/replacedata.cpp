@@ -259,7 +259,7 @@ ReplaceData::Done ReplaceData::replaceRow(int row, bool tellUnchanged)
     const auto outcome = TableSearch::replaceHit(m_host.sessionOrClosed(), *hit, m_findText, m_replaceText);
     if (!outcome.ok()) {
         const DbError error = outcome.error();
-        Dialogs::message(this, error.description);
+        Dialogs::message(this, SafetyNet::afterCopy(error).description);
         // A record that can no longer be located was left as it was: the other hits can go on.
         return error.number == AdoError::RowNotFound ? Done::Told : Done::Failed;
     }

@@ -264,7 +264,7 @@ void TableData::rewriteTable(bool skipSelectedRows)
         showError(tableRows.error());
 
     if (const DbError error = session().execute(RecordWriter::deleteAllStatement(table)))
-        showError(error);
+        showError(SafetyNet::afterCopy(error));
 
     const int rows = m_grid->rows();
     const int cols = m_grid->cols();
@@ -294,7 +294,7 @@ void TableData::rewriteTable(bool skipSelectedRows)
         for (int c = 2; c < cols; ++c)
             values << RecordWriter::insertValue(types[static_cast<size_t>(c - 2)], m_grid->textMatrix(row, c));
         if (const DbError error = session().execute(RecordWriter::insertStatement(table, names, values)))
-            showError(error);
+            showError(SafetyNet::afterCopy(error));
     }
     if (tableRows.ok())
         tableRows->close();

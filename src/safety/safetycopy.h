@@ -32,7 +32,7 @@ struct SafetyCopyInfo final {
     QString database;
     QStringList tables; // the tables, or for a copy of files the file names
     Kind kind = Kind::Tables;
-    QString folder; // a copy of files: the folder they were taken from
+    QString folder;           // a copy of files: the folder they were taken from
     bool withoutCopy = false; // the operator let the command go on without a copy: no data here
     qint64 rows = 0;
     qint64 size = 0; // bytes on disk

@@ -22,6 +22,13 @@ Confirm &installedConfirm()
     return confirm;
 }
 
+// The copy the last protect call wrote ("" when it wrote none).
+QString &lastCopy()
+{
+    static QString path;
+    return path;
+}
+
 bool ask(const Confirm &confirm, const QString &question)
 {
     return confirm && confirm(question);
@@ -248,6 +255,24 @@ QString failureText(const DbError &error)
     return error.description;
 }
 
+DbError afterCopy(const DbError &error)
+{
+    if (!error || lastCopy().isEmpty())
+        return error;
+    auto info = SafetyCopy::readInfo(lastCopy());
+    if (!info || info->withoutCopy)
+        return error;
+    DbError e = error;
+    const QString what =
+        info->kind == SafetyCopyInfo::Kind::Files ? QStringLiteral("the files ") : QStringLiteral("the tables ");
+    e.description += QStringLiteral("\n\nThe safety copy of ") +
+                     info->time.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) +
+                     QStringLiteral(" holds ") + what + info->tables.join(QStringLiteral(", ")) +
+                     QStringLiteral(" as they were before ") + info->command +
+                     QStringLiteral(": Safety Copies under Database Utilities puts them back.");
+    return e;
+}
+
 DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &settings, const QString &command,
                                  const QStringList &tables, const Confirm &confirm, const QString &alsoKeep,
                                  Reach reach)
@@ -278,10 +303,13 @@ DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &
             continue;
         Source &s = **described;
         if (s.isView) {
+            if (reach == Reach::Definition)
+                continue;
             auto bases = baseTables(source, table);
             if (!bases)
                 return bases.error();
-            if (reach == Reach::WholeTable)
+            // A view that reads no table (one whose tables are gone) has no rows to lose.
+            if (reach == Reach::WholeTable && !bases->isEmpty())
                 return DbError::generic(command + QStringLiteral(" writes the whole of ") + table +
                                         QStringLiteral(", which is a view of the table(s) ") +
                                         bases->join(QStringLiteral(", ")) +
@@ -401,6 +429,7 @@ DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &c
 
 DbError protectTables(DatabaseSession &session, const QString &command, const QStringList &tables, Reach reach)
 {
+    lastCopy().clear();
     if (!session.isOpen() || tables.isEmpty())
         return {};
     const auto settings = SafetySettings::read();
@@ -410,15 +439,20 @@ DbError protectTables(DatabaseSession &session, const QString &command, const QS
     if (DbError e = session.openSibling(reader))
         return e;
     auto written = writeTableCopy(reader, settings.value(), command, tables, installedConfirm(), {}, reach);
+    if (written)
+        lastCopy() = *written;
     return written.error();
 }
 
 DbError protectFiles(const QString &command, const QString &database, const QString &folder, const QStringList &files)
 {
+    lastCopy().clear();
     const auto settings = SafetySettings::read();
     if (!settings)
         return settings.error();
     auto written = writeFileCopy(settings.value(), command, database, folder, files, installedConfirm());
+    if (written)
+        lastCopy() = *written;
     return written.error();
 }
 

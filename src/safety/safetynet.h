@@ -28,7 +28,9 @@ void setConfirm(Confirm confirm);
 // How far a command's statements reach into a table.
 enum class Reach {
     WholeTable, // the table is emptied and written again (Save Table, Delete Record, a restore)
-    Rows,       // single rows change (Modify Record, Replace)
+    Rows,       // single rows change (Modify Record, Replace, a client's rows restored)
+    Definition, // the table is altered or dropped: the server refuses that of a view, so a
+                // view needs no copy
 };
 
 // Copies `tables` of the session's database before `command` changes them, over a second
@@ -67,6 +69,11 @@ const Confirm &confirm();
 
 // The message a command shows when its copy could not be written.
 QString failureText(const DbError &error);
+
+// `error` of a command that has begun to change its tables, its description ending with which
+// safety copy holds them as they were before the command and where to put it back. The copy is
+// the one the last protectTables or protectFiles call wrote; without one the error is as given.
+DbError afterCopy(const DbError &error);
 
 } // namespace SafetyNet
 } // namespace tabulon
