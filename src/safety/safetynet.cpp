@@ -444,6 +444,55 @@ DbError protectTables(DatabaseSession &session, const QString &command, const QS
     return written.error();
 }
 
+DbError protectTableFiles(DatabaseSession &session, const QString &command, const QStringList &tables)
+{
+    lastCopy().clear();
+    if (!session.isOpen() || tables.isEmpty())
+        return {};
+    // Over a connection of its own: the session sees none of these statements.
+    DatabaseSession reader;
+    if (DbError e = session.openSibling(reader))
+        return e;
+    const QString database = reader.databaseName();
+    auto where = reader.openQuery(QStringLiteral("SELECT @@datadir"));
+    if (!where)
+        return where.error();
+    const QString folder = QDir(where->recordCount() > 0 ? where->text(0, 0) : QString()).filePath(database);
+    QStringList files;
+    for (const QString &table : tables) {
+        auto engine =
+            reader.openQuery(QStringLiteral("SELECT ENGINE FROM information_schema.TABLES WHERE TABLE_SCHEMA = "
+                                            "DATABASE() AND TABLE_NAME = BINARY ") +
+                             literal(reader, table));
+        if (!engine)
+            return engine.error();
+        const QString kind = engine->recordCount() > 0 ? engine->text(0, 0).toLower() : QString();
+        const QStringList suffixes =
+            kind == QLatin1String("myisam") ? QStringList{QStringLiteral(".MYD"), QStringLiteral(".MYI")}
+            : kind == QLatin1String("aria") ? QStringList{QStringLiteral(".MAD"), QStringLiteral(".MAI")}
+                                            : QStringList();
+        if (suffixes.isEmpty())
+            continue;
+        if (!QFileInfo(QDir(folder).filePath(table + suffixes.first())).isFile()) {
+            if (!ask(installedConfirm(), QStringLiteral("The files of table ") + table +
+                                             QStringLiteral(" are not reachable here (") + folder +
+                                             QStringLiteral("). Go on without a safety copy of them?")))
+                return declined();
+            continue;
+        }
+        for (const QString &suffix : suffixes + QStringList{QStringLiteral(".frm")})
+            files << table + suffix;
+    }
+    if (files.isEmpty())
+        return {};
+    // The server writes what it holds of the tables to their files first.
+    QStringList quoted;
+    for (const QString &table : tables)
+        quoted << DatabaseSession::quoteIdentifier(table);
+    (void)reader.execute(QStringLiteral("FLUSH TABLES ") + quoted.join(QStringLiteral(", ")));
+    return protectFiles(command, database, folder, files);
+}
+
 DbError protectFiles(const QString &command, const QString &database, const QString &folder, const QStringList &files)
 {
     lastCopy().clear();

@@ -44,6 +44,11 @@ enum class Reach {
 // names the path. A closed session changes nothing, so it needs no copy.
 DbError protectTables(DatabaseSession &session, const QString &command, const QStringList &tables,
                       Reach reach = Reach::WholeTable);
+// Before a repair of `tables`, which can drop rows of a MyISAM or Aria table it cannot read:
+// copies the files of those tables from the server's data folder, as a copy of files. Tables
+// of other engines are left out (a repair does not rewrite them). Files the program cannot
+// reach ask whether to go on without a copy.
+DbError protectTableFiles(DatabaseSession &session, const QString &command, const QStringList &tables);
 // The same for files of `folder` (named relative to it) that a command will overwrite.
 DbError protectFiles(const QString &command, const QString &database, const QString &folder, const QStringList &files);
 
