@@ -39,6 +39,8 @@ void registerTools(MDIForm1 &main)
     // The safety net reads its folder and limits from the same store as the connection, and
     // asks its questions through the program's own boxes.
     SafetySettings::useStore(main.settingsStore().fileName());
+    if (const auto safety = SafetySettings::read(); !safety)
+        Dialogs::message(&main, safety.error().description, Dialogs::Icon::Critical);
     SafetyNet::setConfirm([](const QString &question) {
         return Dialogs::ask(nullptr, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) ==
                Dialogs::Answer::Yes;

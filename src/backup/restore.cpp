@@ -239,7 +239,9 @@ void Restore::restorePressed()
 
 bool Restore::keepSafetyCopy(const QString &command)
 {
-    const DbError error = SafetyNet::protectTables(*m_target, command, m_list->tickedTables());
+    const DbError error = SafetyNet::protectTables(
+        *m_target, command, m_list->tickedTables(),
+        command == QLatin1String("Client Restore") ? SafetyNet::Reach::Rows : SafetyNet::Reach::WholeTable);
     if (error)
         Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
     return !error;
@@ -254,7 +256,7 @@ bool Restore::failed(const DbError &error, bool counted)
     }
     m_ended = true;
     m_list->busy().requestStop();
-    Dialogs::runtimeError(this, error); // and the program ends
+    Dialogs::runtimeError(this, SafetyNet::afterCopy(error)); // and the program ends
     return false;
 }
 

@@ -266,7 +266,7 @@ ReplaceData::Done ReplaceData::replaceRow(int row, bool tellUnchanged)
     const auto outcome = TableSearch::replaceHit(m_host.sessionOrClosed(), *hit, m_findText, m_replaceText);
     if (!outcome.ok()) {
         const DbError error = outcome.error();
-        Dialogs::message(this, error.description);
+        Dialogs::message(this, SafetyNet::afterCopy(error).description);
         // A record that can no longer be located was left as it was: the other hits can go on.
         return error.number == AdoError::RowNotFound ? Done::Told : Done::Failed;
     }
@@ -309,7 +309,7 @@ bool ReplaceData::actOnCurrent(Step step)
 
 bool ReplaceData::keepSafetyCopy(const QString &command, const QStringList &tables)
 {
-    const DbError error = SafetyNet::protectTables(m_host.sessionOrClosed(), command, tables);
+    const DbError error = SafetyNet::protectTables(m_host.sessionOrClosed(), command, tables, SafetyNet::Reach::Rows);
     if (error)
         Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
     return !error;

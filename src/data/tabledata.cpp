@@ -231,7 +231,9 @@ void TableData::showError(const DbError &error)
 
 bool TableData::keepSafetyCopy(const QString &command)
 {
-    const DbError error = SafetyNet::protectTables(session(), command, {m_combo->currentText()});
+    const DbError error = SafetyNet::protectTables(
+        session(), command, {m_combo->currentText()},
+        command == QLatin1String("Modify Record") ? SafetyNet::Reach::Rows : SafetyNet::Reach::WholeTable);
     if (error)
         Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
     return !error;
@@ -334,7 +336,7 @@ void TableData::rewriteTable(bool skipSelectedRows, const QString &command)
             return;
         }
         if (const DbError error = session().execute(RecordWriter::deleteAllStatement(table)))
-            showError(error);
+            showError(SafetyNet::afterCopy(error));
         QStringList values;
         for (int row = 1; row < rows; ++row) {
             if (skip[static_cast<size_t>(row)])
@@ -354,7 +356,7 @@ void TableData::rewriteTable(bool skipSelectedRows, const QString &command)
                                         .arg(row)
                                         .arg(table, longestValueField(row), error.description);
             if (error)
-                showError(error);
+                showError(SafetyNet::afterCopy(error));
         }
     }
 

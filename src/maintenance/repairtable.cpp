@@ -2,6 +2,7 @@
 
 #include "db/databasesession.h"
 #include "maintenance/tablecheck.h"
+#include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/tablechecklist.h"
 #include "ui/toolhost.h"
@@ -43,6 +44,11 @@ RepairTable::~RepairTable() = default;
 void RepairTable::repair()
 {
     DatabaseSession &session = m_host.sessionOrClosed();
+    if (const DbError error =
+            SafetyNet::protectTableFiles(session, QStringLiteral("Repair Tables"), m_list->tickedTables())) {
+        Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+        return;
+    }
     const TableChecklist::Run run = m_list->run([&session](const QString &table) {
         // What the server says, and whether it could repair at all, is not shown.
         (void)TableCheck::repairTable(session, table);

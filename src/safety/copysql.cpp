@@ -22,6 +22,9 @@ std::optional<CopyValueForm> formFor(const ColumnDescription &column)
     const QString type = column.type.toLower();
     if (type.startsWith(QLatin1String("bit")))
         return CopyValueForm::Number;
+    // The text form of a FLOAT keeps six significant digits; read as DOUBLE it keeps them all.
+    if (type.startsWith(QLatin1String("float")))
+        return CopyValueForm::Float;
     static const QRegularExpression binary(QStringLiteral(
         "^(binary|varbinary|tinyblob|blob|mediumblob|longblob|geometry|point|linestring|polygon|multipoint|"
         "multilinestring|multipolygon|geometrycollection)\\b"));
@@ -36,8 +39,12 @@ QString selectFor(const QString &table, const std::vector<CopyColumn> &columns)
     for (const CopyColumn &c : columns) {
         const QString name = DatabaseSession::quoteIdentifier(c.name);
         // BIT values would otherwise arrive as their raw bytes turned into text.
-        exprs << (c.form == CopyValueForm::Number ? QStringLiteral("CAST(") + name + QStringLiteral(" AS UNSIGNED)")
-                                                  : name);
+        if (c.form == CopyValueForm::Number)
+            exprs << QStringLiteral("CAST(") + name + QStringLiteral(" AS UNSIGNED)");
+        else if (c.form == CopyValueForm::Float)
+            exprs << QStringLiteral("CAST(") + name + QStringLiteral(" AS DOUBLE)");
+        else
+            exprs << name;
     }
     return QStringLiteral("SELECT ") + exprs.join(QStringLiteral(", ")) + QStringLiteral(" FROM ") +
            DatabaseSession::quoteIdentifier(table);
@@ -53,6 +60,14 @@ QByteArray literal(const std::optional<QByteArrayView> &value, CopyValueForm for
         const bool digits =
             !value->isEmpty() && std::all_of(value->begin(), value->end(), [](char c) { return c >= '0' && c <= '9'; });
         if (digits)
+            return value->toByteArray();
+        break;
+    }
+    case CopyValueForm::Float: {
+        const bool number = !value->isEmpty() && std::all_of(value->begin(), value->end(), [](char c) {
+            return (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E';
+        });
+        if (number)
             return value->toByteArray();
         break;
     }

@@ -44,6 +44,7 @@ public:
     TableLoader &operator=(const TableLoader &) = delete;
 
     Summary summary;
+    QStringList done; // the tables put back so far
 
     DbError table(const CopyTable &table) override
     {
@@ -68,7 +69,6 @@ public:
         m_insertHead = (QStringLiteral("INSERT INTO ") + CopySql::qualified(m_database, m_newName) +
                         QStringLiteral(" (") + names.join(QLatin1Char(',')) + QStringLiteral(") VALUES "))
                            .toUtf8();
-        m_columnList = names.join(QLatin1Char(','));
         m_batch.clear();
         return {};
     }
@@ -96,6 +96,7 @@ public:
             return tableError(m_table.name, e);
         m_building = false;
         ++summary.tables;
+        done << m_table.name;
         return {};
     }
 
@@ -127,25 +128,31 @@ private:
         const QString current = CopySql::qualified(m_database, m_table.name);
         const QString fresh = CopySql::qualified(m_database, m_newName);
         const QString old = CopySql::qualified(m_database, m_oldName);
-        auto exists = count(QStringLiteral("SELECT COUNT(*) FROM information_schema.TABLES WHERE TABLE_SCHEMA = ") +
-                            nameLiteral(m_database) + QStringLiteral(" AND TABLE_NAME = ") + nameLiteral(m_table.name));
+        auto exists =
+            count(QStringLiteral("SELECT COUNT(*) FROM information_schema.TABLES WHERE TABLE_SCHEMA = ") +
+                  nameLiteral(m_database) + QStringLiteral(" AND TABLE_NAME = BINARY ") + nameLiteral(m_table.name));
         if (!exists)
             return exists.error();
         // Other tables' foreign keys follow a table through a rename: swapping a table they
-        // point at would leave them pointing at the one dropped. Such a table keeps its
-        // identity and takes the copy's rows in one transaction instead.
+        // point at would leave them pointing at the one dropped. Such a table is dropped and
+        // the new one takes its name, which their keys (checked by name) then find.
         auto children = count(QStringLiteral("SELECT COUNT(*) FROM information_schema.REFERENTIAL_CONSTRAINTS WHERE "
                                              "UNIQUE_CONSTRAINT_SCHEMA = ") +
-                              nameLiteral(m_database) + QStringLiteral(" AND REFERENCED_TABLE_NAME = ") +
+                              nameLiteral(m_database) + QStringLiteral(" AND REFERENCED_TABLE_NAME = BINARY ") +
                               nameLiteral(m_table.name) + QStringLiteral(" AND NOT (CONSTRAINT_SCHEMA = ") +
-                              nameLiteral(m_database) + QStringLiteral(" AND TABLE_NAME = ") +
+                              nameLiteral(m_database) + QStringLiteral(" AND TABLE_NAME = BINARY ") +
                               nameLiteral(m_table.name) + QLatin1Char(')'));
         if (!children)
             return children.error();
-        if (*exists > 0 && *children > 0)
-            return refill(current, fresh);
 
-        if (*exists > 0) {
+        if (*exists > 0 && *children > 0) {
+            // The session runs without foreign key checks, so the drop is allowed.
+            if (DbError e = m_db.execute(QStringLiteral("DROP TABLE ") + current))
+                return e;
+            if (DbError e = m_db.execute(QStringLiteral("RENAME TABLE ") + fresh + QStringLiteral(" TO ") + current))
+                return e;
+            m_building = false;
+        } else if (*exists > 0) {
             if (DbError e = m_db.execute(QStringLiteral("RENAME TABLE ") + current + QStringLiteral(" TO ") + old +
                                          QStringLiteral(", ") + fresh + QStringLiteral(" TO ") + current))
                 return e;
@@ -165,24 +172,69 @@ private:
                                          adds.join(QStringLiteral(", "))))
                 return e;
         }
+        makeTriggers();
+        checkKeys();
         return {};
     }
 
-    DbError refill(const QString &current, const QString &fresh)
+    // The copy's triggers, each under the sql_mode it was made with. One that cannot be made
+    // again is told, not hidden: the table's rows are back either way.
+    void makeTriggers()
     {
-        if (DbError e = m_db.execute(QStringLiteral("START TRANSACTION")))
-            return e;
-        DbError e = m_db.execute(QStringLiteral("DELETE FROM ") + current);
-        if (!e)
-            e = m_db.execute(QStringLiteral("INSERT INTO ") + current + QStringLiteral(" (") + m_columnList +
-                             QStringLiteral(") SELECT ") + m_columnList + QStringLiteral(" FROM ") + fresh);
-        if (e) {
-            (void)m_db.execute(QStringLiteral("ROLLBACK"));
-            return e;
+        for (const CopyTrigger &t : m_table.triggers) {
+            DbError e =
+                m_db.execute(QStringLiteral("SET SESSION sql_mode = ") + nameLiteral(QString::fromUtf8(t.sqlMode)));
+            if (!e)
+                e = m_db.executeBytes(t.statement);
+            if (e)
+                summary.notes << QStringLiteral("Table ") + m_table.name + QStringLiteral(": its trigger ") + t.name +
+                                     QStringLiteral(" could not be made again: ") + e.description;
         }
-        if (DbError c = m_db.execute(QStringLiteral("COMMIT")))
-            return c;
-        return m_db.execute(QStringLiteral("DROP TABLE ") + fresh);
+        if (!m_table.triggers.empty())
+            (void)m_db.execute(CopySql::sessionSetup());
+    }
+
+    // The foreign keys from and to the table put back, row by row: rows changed elsewhere since
+    // the copy may have no match any more, and the keys were not checked while it went in.
+    void checkKeys()
+    {
+        auto keys = m_db.openQuery(
+            QStringLiteral("SELECT CONSTRAINT_NAME, TABLE_NAME, COLUMN_NAME, REFERENCED_TABLE_NAME, "
+                           "REFERENCED_COLUMN_NAME FROM information_schema.KEY_COLUMN_USAGE WHERE TABLE_SCHEMA = ") +
+            nameLiteral(m_database) + QStringLiteral(" AND REFERENCED_TABLE_SCHEMA = ") + nameLiteral(m_database) +
+            QStringLiteral(" AND (TABLE_NAME = BINARY ") + nameLiteral(m_table.name) +
+            QStringLiteral(" OR REFERENCED_TABLE_NAME = BINARY ") + nameLiteral(m_table.name) +
+            QStringLiteral(") ORDER BY TABLE_NAME, CONSTRAINT_NAME, ORDINAL_POSITION"));
+        if (!keys) {
+            summary.notes << QStringLiteral("Table ") + m_table.name +
+                                 QStringLiteral(": its foreign keys could not be checked: ") + keys.error().description;
+            return;
+        }
+        const auto q = [](const QString &n) { return DatabaseSession::quoteIdentifier(n); };
+        for (qsizetype r = 0; r < keys->recordCount();) {
+            const QString name = keys->text(r, 0);
+            const QString child = keys->text(r, 1);
+            const QString parent = keys->text(r, 3);
+            QStringList notNull, match;
+            for (; r < keys->recordCount() && keys->text(r, 0) == name && keys->text(r, 1) == child; ++r) {
+                notNull << QStringLiteral("c.") + q(keys->text(r, 2)) + QStringLiteral(" IS NOT NULL");
+                match << QStringLiteral("p.") + q(keys->text(r, 4)) + QStringLiteral(" = c.") + q(keys->text(r, 2));
+            }
+            auto orphans =
+                count(QStringLiteral("SELECT COUNT(*) FROM ") + CopySql::qualified(m_database, child) +
+                      QStringLiteral(" c WHERE ") + notNull.join(QStringLiteral(" AND ")) +
+                      QStringLiteral(" AND NOT EXISTS (SELECT 1 FROM ") + CopySql::qualified(m_database, parent) +
+                      QStringLiteral(" p WHERE ") + match.join(QStringLiteral(" AND ")) + QLatin1Char(')'));
+            if (!orphans)
+                summary.notes << QStringLiteral("The foreign key ") + name + QStringLiteral(" of table ") + child +
+                                     QStringLiteral(" could not be checked: ") + orphans.error().description;
+            else if (*orphans > 0)
+                summary.notes << QStringLiteral("Table %1 has %2 row(s) that its foreign key %3 finds no match for in "
+                                                "table %4.")
+                                     .arg(child)
+                                     .arg(*orphans)
+                                     .arg(name, parent);
+        }
     }
 
     DatabaseSession &m_db;
@@ -193,7 +245,6 @@ private:
     CopyTable m_table;
     QStringList m_foreignKeys;
     QByteArray m_insertHead;
-    QString m_columnList;
     QByteArray m_batch;
     bool m_building = false;
 };
@@ -212,6 +263,7 @@ public:
             name.isEmpty())
             return DbError::file(name, QStringLiteral("not a plain file name"));
         m_progress.step(name);
+        m_name = name;
         m_path = QDir(m_folder).filePath(name);
         m_existed = existed;
         if (!existed)
@@ -237,10 +289,14 @@ public:
             return DbError::file(m_path, QStringLiteral("could not be removed"));
         }
         ++summary.tables;
+        done << m_name;
         return {};
     }
 
+    QStringList done;
+
 private:
+    QString m_name;
     QString m_folder;
     Progress &m_progress;
     QString m_path;
@@ -251,6 +307,51 @@ private:
 QString timeText(const SafetyCopyInfo &copy)
 {
     return copy.time.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+}
+
+QString timeText(const QString &copyPath)
+{
+    auto info = SafetyCopy::readInfo(copyPath);
+    return info ? timeText(*info) : copyPath;
+}
+
+// Which of the copy's tables went back before `error` stopped the put-back, and which did not.
+DbError partWay(const DbError &error, const QStringList &all, const QStringList &done, const QString &undoCopy)
+{
+    DbError e = error;
+    QStringList left;
+    for (const QString &t : all) {
+        if (!done.contains(t))
+            left << t;
+    }
+    if (done.isEmpty())
+        e.description += QStringLiteral("\nNothing was put back.");
+    else
+        e.description += QStringLiteral("\nPut back: ") + done.join(QStringLiteral(", ")) +
+                         QStringLiteral(".\nNot put back: ") + left.join(QStringLiteral(", ")) + QLatin1Char('.');
+    if (!undoCopy.isEmpty() && !done.isEmpty())
+        e.description += QStringLiteral("\nThe safety copy of ") + timeText(undoCopy) +
+                         QStringLiteral(" holds them as they were before this put-back.");
+    return e;
+}
+
+// The copy's tables that are views now: a view cannot be swapped for a table, and dropping it
+// would lose its definition.
+DbResult<QStringList> viewsAmong(DatabaseSession &db, const SafetyCopyInfo &copy)
+{
+    const auto literal = [&db](const QString &text) -> QString {
+        return QLatin1Char('\'') + QString::fromUtf8(db.escape(text.toUtf8())) + QLatin1Char('\'');
+    };
+    auto rs = db.openQuery(QStringLiteral("SELECT TABLE_NAME FROM information_schema.TABLES WHERE TABLE_SCHEMA = ") +
+                           literal(copy.database) + QStringLiteral(" AND TABLE_TYPE = 'VIEW'"));
+    if (!rs)
+        return rs.error();
+    QStringList views;
+    for (qsizetype r = 0; r < rs->recordCount(); ++r) {
+        if (copy.tables.contains(rs->text(r, 0)))
+            views << rs->text(r, 0);
+    }
+    return views;
 }
 
 } // namespace
@@ -268,17 +369,28 @@ QString question(const SafetyCopyInfo &copy)
 
 QString summaryText(const SafetyCopyInfo &copy, const Summary &summary)
 {
-    if (copy.kind == SafetyCopyInfo::Kind::Files)
-        return QStringLiteral("Put back %1 file(s) from the safety copy of %2.")
-            .arg(summary.tables)
-            .arg(timeText(copy));
-    return QStringLiteral("Put back %1 table(s) with %2 row(s) from the safety copy of %3.")
-        .arg(summary.tables)
-        .arg(summary.rows)
-        .arg(timeText(copy));
+    if (copy.kind == SafetyCopyInfo::Kind::Files) {
+        QString text =
+            QStringLiteral("Put back %1 file(s) from the safety copy of %2.").arg(summary.tables).arg(timeText(copy));
+        if (!summary.undoCopy.isEmpty())
+            text += QStringLiteral("\nThe safety copy of ") + timeText(summary.undoCopy) +
+                    QStringLiteral(" holds the files as they were before this put-back.");
+        return text;
+    }
+    QString text = QStringLiteral("Put back %1 table(s) with %2 row(s) from the safety copy of %3.")
+                       .arg(summary.tables)
+                       .arg(summary.rows)
+                       .arg(timeText(copy));
+    for (const QString &note : summary.notes)
+        text += QLatin1Char('\n') + note;
+    if (!summary.undoCopy.isEmpty())
+        text += QStringLiteral("\nThe safety copy of ") + timeText(summary.undoCopy) +
+                QStringLiteral(" holds the tables as they were before this put-back.");
+    return text;
 }
 
-DbResult<Summary> putBack(DatabaseSession &session, const SafetyCopyInfo &copy, Progress &progress)
+DbResult<Summary> putBack(DatabaseSession &session, const SafetyCopyInfo &copy, Progress &progress,
+                          const SafetySettings &settings, const SafetyNet::Confirm &confirm)
 {
     progress.begin(static_cast<int>(copy.tables.size()));
     struct EndProgress {
@@ -286,22 +398,28 @@ DbResult<Summary> putBack(DatabaseSession &session, const SafetyCopyInfo &copy, 
         ~EndProgress() { p.end(); }
     } endProgress{progress};
 
-    if (copy.kind == SafetyCopyInfo::Kind::Files) {
-        SafetyCopyVisitor check;
-        if (DbError e = SafetyCopy::read(copy.path, check))
-            return e;
-        FileLoader loader(copy.folder, progress);
-        if (DbError e = SafetyCopy::read(copy.path, loader))
-            return e;
-        if (session.isOpen())
-            (void)session.execute(QStringLiteral("FLUSH TABLES"));
-        return loader.summary;
-    }
-
+    if (copy.withoutCopy)
+        return DbError::generic(copy.command +
+                                QStringLiteral(" went on without a safety copy, so there is nothing to put back."));
     // The whole copy is read once before anything is changed: a damaged one puts nothing back.
     SafetyCopyVisitor check;
     if (DbError e = SafetyCopy::read(copy.path, check))
         return e;
+
+    if (copy.kind == SafetyCopyInfo::Kind::Files) {
+        auto undo = SafetyNet::writeFileCopy(settings, QStringLiteral("Put Back"), copy.database, copy.folder,
+                                             copy.tables, confirm, copy.path);
+        if (!undo)
+            return undo.error();
+        FileLoader loader(copy.folder, progress);
+        if (DbError e = SafetyCopy::read(copy.path, loader))
+            return partWay(e, copy.tables, loader.done, *undo);
+        if (session.isOpen())
+            (void)session.execute(QStringLiteral("FLUSH TABLES"));
+        loader.summary.undoCopy = *undo;
+        return loader.summary;
+    }
+
     DatabaseSession db;
     if (DbError e = session.openSibling(db))
         return e;
@@ -310,10 +428,31 @@ DbResult<Summary> putBack(DatabaseSession &session, const SafetyCopyInfo &copy, 
     // Foreign key clauses name their referenced tables without a database.
     if (DbError e = db.execute(QStringLiteral("USE ") + DatabaseSession::quoteIdentifier(copy.database)))
         return e;
+    auto views = viewsAmong(db, copy);
+    if (!views)
+        return views.error();
+    if (!views->isEmpty())
+        return DbError::generic(QStringLiteral("Nothing was put back: ") + views->join(QStringLiteral(", ")) +
+                                (views->size() == 1 ? QStringLiteral(" is a view now, not a table.")
+                                                    : QStringLiteral(" are views now, not tables.")));
+    auto undo = SafetyNet::writeTableCopy(db, settings, QStringLiteral("Put Back"), copy.tables, confirm, copy.path);
+    if (!undo)
+        return undo.error();
+    if (DbError e = db.execute(CopySql::sessionSetup()))
+        return e;
     TableLoader loader(db, copy.database, progress);
     if (DbError e = SafetyCopy::read(copy.path, loader))
-        return e;
+        return partWay(e, copy.tables, loader.done, *undo);
+    loader.summary.undoCopy = *undo;
     return loader.summary;
+}
+
+DbResult<Summary> putBack(DatabaseSession &session, const SafetyCopyInfo &copy, Progress &progress)
+{
+    auto settings = SafetySettings::read();
+    if (!settings)
+        return settings.error();
+    return putBack(session, copy, progress, *settings, SafetyNet::confirm());
 }
 
 } // namespace tabulon::PutBack

@@ -71,8 +71,9 @@ void SafetyCopies::refresh()
     m_list->clear();
     const QLocale locale;
     for (const SafetyCopyInfo &copy : SafetyNet::listCopies(SafetySettings::current().folder)) {
-        const QString rows =
-            copy.kind == SafetyCopyInfo::Kind::Files ? QStringLiteral("(files)") : locale.toString(copy.rows);
+        const QString rows = copy.withoutCopy                           ? QStringLiteral("(no copy)")
+                             : copy.kind == SafetyCopyInfo::Kind::Files ? QStringLiteral("(files)")
+                                                                        : locale.toString(copy.rows);
         auto *item = new QTreeWidgetItem(
             m_list, {copy.time.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")), copy.command,
                      copy.database, copy.tables.join(QStringLiteral(", ")), rows, sizeText(copy.size)});
@@ -110,6 +111,8 @@ void SafetyCopies::putBack()
     });
     progress.setBusyState(&m_busy);
     const auto done = PutBack::putBack(m_host.sessionOrClosed(), *copy, progress);
+    // The put-back wrote a copy of what it replaced.
+    refresh();
     if (!done) {
         Dialogs::message(this, QStringLiteral("The safety copy was not put back.\n") + done.error().description,
                          Dialogs::Icon::Critical);

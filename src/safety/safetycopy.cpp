@@ -1,6 +1,8 @@
-// The safety copy file: magic, header length and JSON header; a zlib stream of tagged records;
-// the JSON trailer, its length and an end mark. Records in the stream:
-//   'T' name create columns(count, then name and value form each)   a table starts
+// The safety copy file: magic, header length, JSON header and the CRC-32 of all three; a zlib
+// stream of tagged records; the JSON trailer, its CRC-32, its length and an end mark. Records in
+// the stream:
+//   'T' name create columns(count, then name and value form each)
+//       triggers(count, then name, sql_mode and statement each)     a table starts
 //   'R' one length-prefixed cell per column (0xFFFFFFFF: NULL)       a row
 //   'E' row count                                                   the table ends
 //   'F' name existed, then 'D' chunks and 'G'                       a file
@@ -12,7 +14,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSaveFile>
+#include <QTemporaryFile>
 #include <QtEndian>
 
 #include <zlib.h>
@@ -23,10 +25,17 @@ namespace tabulon {
 
 namespace {
 
-const QByteArray kMagic = QByteArrayLiteral("TABULON SAFETY COPY 1\n");
+const QByteArray kMagic = QByteArrayLiteral("TABULON SAFETY COPY 2\n");
 const QByteArray kEndMark = QByteArrayLiteral("SAFEEND\n");
 constexpr quint32 kNull = 0xFFFFFFFFu;
 constexpr qsizetype kChunk = 256 * 1024;
+constexpr qint64 kFooter = 16; // trailer checksum, trailer length, end mark
+
+quint32 crc(QByteArrayView bytes)
+{
+    return static_cast<quint32>(
+        crc32(crc32(0L, Z_NULL, 0), reinterpret_cast<const Bytef *>(bytes.data()), static_cast<uInt>(bytes.size())));
+}
 
 void putU32(QByteArray &out, quint32 v)
 {
@@ -58,6 +67,8 @@ QJsonObject headerJson(const SafetyCopyInfo &info)
     o[QStringLiteral("kind")] =
         info.kind == SafetyCopyInfo::Kind::Files ? QStringLiteral("files") : QStringLiteral("tables");
     o[QStringLiteral("folder")] = info.folder;
+    if (info.withoutCopy)
+        o[QStringLiteral("withoutCopy")] = true;
     return o;
 }
 
@@ -71,7 +82,7 @@ DbError corrupt(const QString &path, const QString &why)
 // ---- Writing ----
 
 struct SafetyCopyWriter::Impl final {
-    QSaveFile file;
+    std::unique_ptr<QTemporaryFile> file;
     QString path;
     z_stream z{};
     bool zOpen = false;
@@ -90,13 +101,13 @@ struct SafetyCopyWriter::Impl final {
 
     DbError fileError()
     {
-        failed = DbError::file(path, file.errorString());
+        failed = DbError::file(path, file->errorString());
         return failed;
     }
 
     DbError writeRaw(QByteArrayView bytes)
     {
-        if (file.write(bytes.data(), bytes.size()) != bytes.size())
+        if (file->write(bytes.data(), bytes.size()) != bytes.size())
             return fileError();
         return {};
     }
@@ -149,9 +160,10 @@ DbError SafetyCopyWriter::open(const QString &path, const SafetyCopyInfo &header
     m_rows = 0;
     Impl &d = *m_impl;
     d.path = path;
-    d.file.setFileName(path);
-    d.file.setDirectWriteFallback(false);
-    if (!d.file.open(QIODevice::WriteOnly))
+    m_finalPath.clear();
+    // Beside the final name, under a name no other writer takes.
+    d.file = std::make_unique<QTemporaryFile>(path + QStringLiteral(".part-XXXXXX"));
+    if (!d.file->open())
         return d.fileError();
     if (deflateInit(&d.z, Z_BEST_SPEED) != Z_OK)
         return d.failed = DbError::file(path, QStringLiteral("compression could not start"));
@@ -159,6 +171,7 @@ DbError SafetyCopyWriter::open(const QString &path, const SafetyCopyInfo &header
     QByteArray head = kMagic;
     const QByteArray json = QJsonDocument(headerJson(header)).toJson(QJsonDocument::Compact);
     putBytes(head, json);
+    putU32(head, crc(head));
     return d.writeRaw(head);
 }
 
@@ -172,6 +185,12 @@ DbError SafetyCopyWriter::beginTable(const CopyTable &table)
     for (const CopyColumn &c : table.columns) {
         putBytes(d.pending, c.name.toUtf8());
         d.pending.append(static_cast<char>(c.form));
+    }
+    putU32(d.pending, static_cast<quint32>(table.triggers.size()));
+    for (const CopyTrigger &t : table.triggers) {
+        putBytes(d.pending, t.name.toUtf8());
+        putBytes(d.pending, t.sqlMode);
+        putBytes(d.pending, t.statement);
     }
     d.columns = table.columns.size();
     d.tableRowCount = 0;
@@ -245,20 +264,42 @@ DbError SafetyCopyWriter::commit()
         perTable.append(static_cast<double>(n));
     trailer[QStringLiteral("tableRows")] = perTable;
     QByteArray tail = QJsonDocument(trailer).toJson(QJsonDocument::Compact);
-    putU32(tail, static_cast<quint32>(tail.size()));
+    const quint32 tailCrc = crc(tail);
+    const auto tailSize = static_cast<quint32>(tail.size());
+    putU32(tail, tailCrc);
+    putU32(tail, tailSize);
     tail.append(kEndMark);
     if (DbError e = d.writeRaw(tail))
         return e;
-    if (!d.file.commit())
+    if (!d.file->flush())
         return d.fileError();
-    m_impl.reset();
-    return {};
+    d.file->close();
+    if (d.file->error() != QFileDevice::NoError)
+        return d.fileError();
+    // The move never replaces a file: a name taken meanwhile (by another program sharing the
+    // folder) sends the copy to the next free one.
+    const QString base = d.path.endsWith(SafetyCopy::kSuffix) ? d.path.chopped(SafetyCopy::kSuffix.size()) : d.path;
+    const QString suffix = d.path.endsWith(SafetyCopy::kSuffix) ? SafetyCopy::kSuffix : QString();
+    for (int n = 0; n < 10000; ++n) {
+        const QString target = n == 0 ? d.path : base + QLatin1Char('-') + QString::number(n) + suffix;
+        if (QFile::exists(target))
+            continue;
+        QFile written(d.file->fileName());
+        if (written.rename(target)) {
+            d.file->setAutoRemove(false);
+            m_finalPath = target;
+            m_impl.reset();
+            return {};
+        }
+        if (!QFile::exists(target))
+            return DbError::file(target, written.errorString());
+    }
+    return DbError::file(d.path, QStringLiteral("no free name for the copy"));
 }
 
 void SafetyCopyWriter::cancel()
 {
-    if (m_impl && m_impl->file.isOpen())
-        m_impl->file.cancelWriting();
+    // The unfinished file goes with its QTemporaryFile.
     m_impl.reset();
 }
 
@@ -283,23 +324,32 @@ DbResult<Layout> readLayout(QFile &file)
     if (file.read(lenBytes, 4) != 4)
         return corrupt(path, QStringLiteral("header cut short"));
     const quint32 headerLen = qFromLittleEndian<quint32>(lenBytes);
-    if (headerLen > 64 * 1024 * 1024 || kMagic.size() + 4 + qint64(headerLen) + 12 > size)
+    if (headerLen > 64 * 1024 * 1024 || kMagic.size() + 8 + qint64(headerLen) + kFooter > size)
         return corrupt(path, QStringLiteral("header cut short"));
-    const QJsonDocument header = QJsonDocument::fromJson(file.read(headerLen));
+    const QByteArray headerText = file.read(headerLen);
+    char crcBytes[4];
+    if (headerText.size() != qsizetype(headerLen) || file.read(crcBytes, 4) != 4 ||
+        qFromLittleEndian<quint32>(crcBytes) != crc(QByteArray(kMagic + QByteArray(lenBytes, 4) + headerText)))
+        return corrupt(path, QStringLiteral("damaged header"));
+    const QJsonDocument header = QJsonDocument::fromJson(headerText);
     if (!header.isObject())
         return corrupt(path, QStringLiteral("unreadable header"));
     layout.bodyStart = file.pos();
 
-    if (!file.seek(size - 12))
+    if (size < layout.bodyStart + kFooter || !file.seek(size - kFooter))
         return corrupt(path, QStringLiteral("no end mark"));
-    const QByteArray footer = file.read(12);
-    if (footer.size() != 12 || footer.mid(4) != kEndMark)
+    const QByteArray footer = file.read(kFooter);
+    if (footer.size() != kFooter || footer.mid(8) != kEndMark)
         return corrupt(path, QStringLiteral("no end mark"));
-    const quint32 trailerLen = qFromLittleEndian<quint32>(footer.constData());
-    layout.bodyEnd = size - 12 - qint64(trailerLen);
+    const quint32 trailerCrc = qFromLittleEndian<quint32>(footer.constData());
+    const quint32 trailerLen = qFromLittleEndian<quint32>(footer.constData() + 4);
+    layout.bodyEnd = size - kFooter - qint64(trailerLen);
     if (layout.bodyEnd < layout.bodyStart || !file.seek(layout.bodyEnd))
         return corrupt(path, QStringLiteral("trailer out of place"));
-    const QJsonDocument trailer = QJsonDocument::fromJson(file.read(trailerLen));
+    const QByteArray trailerText = file.read(trailerLen);
+    if (crc(trailerText) != trailerCrc)
+        return corrupt(path, QStringLiteral("damaged trailer"));
+    const QJsonDocument trailer = QJsonDocument::fromJson(trailerText);
     if (!trailer.isObject())
         return corrupt(path, QStringLiteral("unreadable trailer"));
 
@@ -314,6 +364,7 @@ DbResult<Layout> readLayout(QFile &file)
     info.kind = h.value(QStringLiteral("kind")).toString() == QLatin1String("files") ? SafetyCopyInfo::Kind::Files
                                                                                      : SafetyCopyInfo::Kind::Tables;
     info.folder = h.value(QStringLiteral("folder")).toString();
+    info.withoutCopy = h.value(QStringLiteral("withoutCopy")).toBool();
     info.rows = static_cast<qint64>(trailer.object().value(QStringLiteral("rows")).toDouble());
     info.size = size;
     return layout;
@@ -471,14 +522,24 @@ DbError read(const QString &path, SafetyCopyVisitor &visitor)
             quint32 n = 0;
             if (!body.bytes(text))
                 return damaged();
-            table = CopyTable{QString::fromUtf8(text), {}, {}};
+            table = CopyTable{QString::fromUtf8(text), {}, {}, {}};
             if (!body.bytes(table.createText) || !body.u32(n) || n > 65536)
                 return damaged();
             for (quint32 i = 0; i < n; ++i) {
                 quint8 form = 0;
-                if (!body.bytes(text) || !body.u8(form) || form > 2)
+                if (!body.bytes(text) || !body.u8(form) || form > 3)
                     return damaged();
                 table.columns.push_back({QString::fromUtf8(text), static_cast<CopyValueForm>(form)});
+            }
+            quint32 triggers = 0;
+            if (!body.u32(triggers) || triggers > 65536)
+                return damaged();
+            for (quint32 i = 0; i < triggers; ++i) {
+                CopyTrigger trigger;
+                if (!body.bytes(text) || !body.bytes(trigger.sqlMode) || !body.bytes(trigger.statement))
+                    return damaged();
+                trigger.name = QString::fromUtf8(text);
+                table.triggers.push_back(std::move(trigger));
             }
             cellBytes.assign(n, QByteArray());
             cells.assign(n, std::nullopt);

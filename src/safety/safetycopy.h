@@ -1,8 +1,9 @@
 // The file form of a safety copy: a short header (time, command, database, tables), a
-// compressed body holding each table's CREATE TABLE text and every row with its exact bytes
-// (or the bytes of table files), and a trailer with the row counts that marks the file whole.
-// The file is written beside its final name and renamed only when complete, so a copy that
-// lists is a copy that reads.
+// compressed body holding each table's CREATE TABLE text, triggers and every row with its exact
+// bytes (or the bytes of table files), and a trailer with the row counts that marks the file
+// whole. Header and trailer carry checksums of their own, as the body does. The file is written
+// beside its final name and moved there only when complete, never over another file, so a copy
+// that lists is a copy that reads and two programs sharing a folder keep each other's copies.
 #pragma once
 
 #include "db/dberror.h"
@@ -31,7 +32,8 @@ struct SafetyCopyInfo final {
     QString database;
     QStringList tables; // the tables, or for a copy of files the file names
     Kind kind = Kind::Tables;
-    QString folder; // a copy of files: the folder they were taken from
+    QString folder;           // a copy of files: the folder they were taken from
+    bool withoutCopy = false; // the operator let the command go on without a copy: no data here
     qint64 rows = 0;
     qint64 size = 0; // bytes on disk
 };
@@ -41,6 +43,14 @@ enum class CopyValueForm : quint8 {
     Text = 0,   // an escaped, quoted literal
     Binary = 1, // a hex literal: the bytes as they are, whatever the connection's character set
     Number = 2, // bare (BIT columns, read as their number)
+    Float = 3,  // FLOAT columns, read as DOUBLE: every digit of the stored value, written bare
+};
+
+// A trigger of a table as SHOW CREATE TRIGGER gives it.
+struct CopyTrigger final {
+    QString name;
+    QByteArray sqlMode;
+    QByteArray statement; // CREATE DEFINER=... TRIGGER ...
 };
 
 struct CopyColumn final {
@@ -52,6 +62,7 @@ struct CopyTable final {
     QString name;
     QByteArray createText; // SHOW CREATE TABLE's second field
     std::vector<CopyColumn> columns;
+    std::vector<CopyTrigger> triggers; // in the order they fire
 };
 
 using CopyCells = std::span<const std::optional<QByteArrayView>>;
@@ -63,7 +74,7 @@ public:
     SafetyCopyWriter(const SafetyCopyWriter &) = delete;
     SafetyCopyWriter &operator=(const SafetyCopyWriter &) = delete;
 
-    // Starts the copy at `path` (the file appears there only on commit).
+    // Starts the copy meant for `path` (the file appears only on commit).
     DbError open(const QString &path, const SafetyCopyInfo &header);
     DbError beginTable(const CopyTable &table);
     DbError writeRow(CopyCells cells);
@@ -72,9 +83,11 @@ public:
     DbError beginFile(const QString &name, bool existed);
     DbError writeFileData(QByteArrayView data);
     DbError endFile();
-    // Finishes the body, writes the trailer and puts the file in place.
+    // Finishes the body, writes the trailer and puts the file in place: at `path`, or when a
+    // file of that name exists already, at the first free name beside it (finalPath()).
     DbError commit();
     void cancel();
+    const QString &finalPath() const { return m_finalPath; }
 
     qint64 rowsWritten() const { return m_rows; }
 
@@ -82,6 +95,7 @@ private:
     struct Impl;
     std::unique_ptr<Impl> m_impl;
     qint64 m_rows = 0;
+    QString m_finalPath;
 };
 
 // What a reader hands over while it walks a copy's body.

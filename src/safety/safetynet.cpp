@@ -7,6 +7,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
+#include <QSet>
 
 #include <algorithm>
 
@@ -18,6 +20,13 @@ Confirm &installedConfirm()
 {
     static Confirm confirm;
     return confirm;
+}
+
+// The copy the last protect call wrote ("" when it wrote none).
+QString &lastCopy()
+{
+    static QString path;
+    return path;
 }
 
 bool ask(const Confirm &confirm, const QString &question)
@@ -37,9 +46,14 @@ QString megabytes(qint64 bytes)
 
 QString tooBigQuestion(const QString &what, qint64 bytes, const SafetySettings &settings)
 {
-    return what + QStringLiteral(" holds about ") + megabytes(bytes) +
+    return what + QStringLiteral(" hold about ") + megabytes(bytes) +
            QStringLiteral(" MB, more than the safety copy limit of ") + QString::number(settings.maxMB) +
-           QStringLiteral(" MB. Go on without a safety copy of it?");
+           QStringLiteral(" MB. Go on without a safety copy?");
+}
+
+QString literal(DatabaseSession &db, const QString &text)
+{
+    return QLatin1Char('\'') + QString::fromUtf8(db.escape(text.toUtf8())) + QLatin1Char('\'');
 }
 
 // A new file name in the folder, named by the copy's time so that names sort as the copies were
@@ -69,7 +83,65 @@ DbError makeFolder(const QString &folder)
 struct Source final {
     CopyTable table;
     qint64 dataBytes = 0;
+    bool isView = false;
 };
+
+// "The tables a, b" or "The table a".
+QString tablesText(const QStringList &tables)
+{
+    return (tables.size() == 1 ? QStringLiteral("The table ") : QStringLiteral("The tables ")) +
+           tables.join(QStringLiteral(", "));
+}
+
+// The base tables a view of the session's database shows rows of, views within it followed
+// down; tables of other databases come back as "database.table".
+DbResult<QStringList> baseTables(DatabaseSession &db, const QString &view, int depth = 0)
+{
+    auto definition =
+        db.openQuery(QStringLiteral("SELECT VIEW_DEFINITION, TABLE_SCHEMA FROM information_schema.VIEWS WHERE "
+                                    "TABLE_SCHEMA = DATABASE() AND TABLE_NAME = BINARY ") +
+                     literal(db, view));
+    if (!definition)
+        return definition.error();
+    if (definition->recordCount() == 0 || depth > 16)
+        return DbError::generic(QStringLiteral("The tables of the view ") + view +
+                                QStringLiteral(" could not be learned, so no safety copy of them can be made."));
+    const QString schema = definition->text(0, 1);
+    // The server writes every table a view reads as `database`.`table`; the pairs that name an
+    // existing table or view are the ones it reads.
+    static const QRegularExpression pair(QStringLiteral("`((?:[^`]|``)*)`\\.`((?:[^`]|``)*)`"));
+    QStringList bases;
+    QSet<QString> checked;
+    for (auto it = pair.globalMatch(definition->text(0, 0)); it.hasNext();) {
+        const auto m = it.next();
+        const QString db1 = m.captured(1).replace(QStringLiteral("``"), QStringLiteral("`"));
+        const QString name = m.captured(2).replace(QStringLiteral("``"), QStringLiteral("`"));
+        const QString key = db1 + QLatin1Char('\0') + name;
+        if (checked.contains(key))
+            continue;
+        checked.insert(key);
+        auto kind = db.openQuery(QStringLiteral("SELECT TABLE_TYPE FROM information_schema.TABLES WHERE TABLE_SCHEMA = "
+                                                "BINARY ") +
+                                 literal(db, db1) + QStringLiteral(" AND TABLE_NAME = BINARY ") + literal(db, name));
+        if (!kind)
+            return kind.error();
+        if (kind->recordCount() == 0)
+            continue;
+        const QString qualified = db1 == schema ? name : db1 + QLatin1Char('.') + name;
+        if (kind->text(0, 0) == QLatin1String("VIEW") && db1 == schema) {
+            auto inner = baseTables(db, name, depth + 1);
+            if (!inner)
+                return inner.error();
+            for (const QString &t : *inner) {
+                if (!bases.contains(t))
+                    bases << t;
+            }
+        } else if (!bases.contains(qualified)) {
+            bases << qualified;
+        }
+    }
+    return bases;
+}
 
 // Reads what a copy of `table` needs; nullopt (without error) when there is no such table.
 DbResult<std::optional<Source>> describe(DatabaseSession &db, const QString &table)
@@ -77,15 +149,35 @@ DbResult<std::optional<Source>> describe(DatabaseSession &db, const QString &tab
     const QString quoted = DatabaseSession::quoteIdentifier(table);
     auto create = db.openQuery(QStringLiteral("SHOW CREATE TABLE ") + quoted);
     if (!create) {
-        // No such table (or a name no table can have): nothing of it can be lost.
         const int code = create.error().serverCode;
+        if (code == 1146 && table.contains(QLatin1Char('.'))) {
+            // Not a table of that whole name, but a statement that writes the name bare reads
+            // it as database.table: if such a table is there it would be changed uncopied.
+            const QString database = table.section(QLatin1Char('.'), 0, 0);
+            const QString name = table.section(QLatin1Char('.'), 1);
+            auto there = db.openQuery(QStringLiteral("SELECT 1 FROM information_schema.TABLES WHERE TABLE_SCHEMA = ") +
+                                      literal(db, database) + QStringLiteral(" AND TABLE_NAME = ") + literal(db, name));
+            if (!there)
+                return there.error();
+            if (there->recordCount() > 0)
+                return DbError::generic(QStringLiteral("The name ") + table + QStringLiteral(" stands for the table ") +
+                                        name + QStringLiteral(" of database ") + database +
+                                        QStringLiteral(", of which no safety copy can be made here. Nothing was "
+                                                       "changed."));
+        }
+        // No such table (or a name no table can have): nothing of it can be lost.
         if (code == 1146 || code == 1103 || code == 1049)
             return std::optional<Source>();
         return create.error();
     }
-    if (create->recordCount() == 0 || create->fieldCount() < 2 ||
-        create->field(0).name.compare(QLatin1String("Table"), Qt::CaseInsensitive) != 0)
-        return std::optional<Source>(); // a view: its rows belong to other tables
+    if (create->recordCount() == 0 || create->fieldCount() < 2)
+        return std::optional<Source>();
+    if (create->field(0).name.compare(QLatin1String("View"), Qt::CaseInsensitive) == 0) {
+        Source view;
+        view.table.name = table;
+        view.isView = true;
+        return std::optional<Source>(std::move(view));
+    }
     Source source;
     source.table.name = table;
     source.table.createText = create->text(0, 1).toUtf8();
@@ -97,6 +189,23 @@ DbResult<std::optional<Source>> describe(DatabaseSession &db, const QString &tab
         const CopySql::ColumnDescription column{columns->text(r, 0), columns->text(r, 1), columns->text(r, 5)};
         if (const auto form = CopySql::formFor(column))
             source.table.columns.push_back({column.name, *form});
+    }
+    const QString nameLiteral = QLatin1Char('\'') + QString::fromUtf8(db.escape(table.toUtf8())) + QLatin1Char('\'');
+    auto triggers = db.openQuery(
+        QStringLiteral("SELECT TRIGGER_NAME FROM information_schema.TRIGGERS WHERE EVENT_OBJECT_SCHEMA = DATABASE() "
+                       "AND EVENT_OBJECT_TABLE = BINARY ") +
+        nameLiteral + QStringLiteral(" ORDER BY ACTION_TIMING, EVENT_MANIPULATION, ACTION_ORDER"));
+    if (!triggers)
+        return triggers.error();
+    for (qsizetype r = 0; r < triggers->recordCount(); ++r) {
+        const QString name = triggers->text(r, 0);
+        auto shown = db.openQuery(QStringLiteral("SHOW CREATE TRIGGER ") + DatabaseSession::quoteIdentifier(name));
+        if (!shown)
+            return shown.error();
+        if (shown->recordCount() == 0 || shown->fieldCount() < 3)
+            return DbError::generic(QStringLiteral("The trigger ") + name + QStringLiteral(" of table ") + table +
+                                    QStringLiteral(" could not be read."));
+        source.table.triggers.push_back({name, shown->text(0, 1).toUtf8(), shown->text(0, 2).toUtf8()});
     }
     auto status = db.openQuery(
         QStringLiteral("SELECT DATA_LENGTH FROM information_schema.TABLES WHERE TABLE_SCHEMA = DATABASE() AND "
@@ -122,12 +231,13 @@ DbResult<QString> openCopy(const SafetySettings &settings, SafetyCopyInfo &heade
     return path;
 }
 
-// Makes the copy at `path` whole and keeps the folder within its limits.
-DbResult<QString> finishCopy(const SafetySettings &settings, SafetyCopyWriter &out, const QString &path)
+// Makes the copy whole and keeps the folder within its limits; returns where the copy went.
+DbResult<QString> finishCopy(const SafetySettings &settings, SafetyCopyWriter &out, const QString &alsoKeep)
 {
     if (DbError e = out.commit())
         return e;
-    prune(settings, path);
+    const QString path = out.finalPath();
+    prune(settings, {path, alsoKeep});
     return path;
 }
 
@@ -145,17 +255,45 @@ QString failureText(const DbError &error)
     return error.description;
 }
 
+DbError afterCopy(const DbError &error)
+{
+    if (!error || lastCopy().isEmpty())
+        return error;
+    auto info = SafetyCopy::readInfo(lastCopy());
+    if (!info || info->withoutCopy)
+        return error;
+    DbError e = error;
+    const QString what =
+        info->kind == SafetyCopyInfo::Kind::Files ? QStringLiteral("the files ") : QStringLiteral("the tables ");
+    e.description += QStringLiteral("\n\nThe safety copy of ") +
+                     info->time.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) +
+                     QStringLiteral(" holds ") + what + info->tables.join(QStringLiteral(", ")) +
+                     QStringLiteral(" as they were before ") + info->command +
+                     QStringLiteral(": Safety Copies under Database Utilities puts them back.");
+    return e;
+}
+
 DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &settings, const QString &command,
-                                 const QStringList &tables, const Confirm &confirm)
+                                 const QStringList &tables, const Confirm &confirm, const QString &alsoKeep,
+                                 Reach reach)
 {
     if (DbError e = source.execute(CopySql::sessionSetup()))
         return e;
+    // Table names compare as the server compares them: `Foo` and `foo` are two tables unless
+    // the server folds names to lower case.
+    auto folding = source.openQuery(QStringLiteral("SELECT @@lower_case_table_names"));
+    if (!folding)
+        return folding.error();
+    const Qt::CaseSensitivity nameCase = folding->recordCount() > 0 && folding->text(0, 0) != QLatin1String("0")
+                                             ? Qt::CaseInsensitive
+                                             : Qt::CaseSensitive;
     std::vector<Source> sources;
     QStringList seen;
-    for (const QString &table : tables) {
-        // Names that differ only in case are two tables on a server that keeps them apart
-        // (lower_case_table_names=0, as on Linux): each gets its copy.
-        if (table.isEmpty() || seen.contains(table))
+    QStringList work = tables;
+    qint64 total = 0;
+    for (qsizetype i = 0; i < work.size(); ++i) {
+        const QString table = work[i];
+        if (table.isEmpty() || seen.contains(table, nameCase))
             continue;
         seen << table;
         auto described = describe(source, table);
@@ -164,15 +302,53 @@ DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &
         if (!*described)
             continue;
         Source &s = **described;
-        if (s.dataBytes > settings.maxBytes()) {
-            if (!ask(confirm, tooBigQuestion(QStringLiteral("The table ") + table, s.dataBytes, settings)))
-                return declined();
+        if (s.isView) {
+            if (reach == Reach::Definition)
+                continue;
+            auto bases = baseTables(source, table);
+            if (!bases)
+                return bases.error();
+            // A view that reads no table (one whose tables are gone) has no rows to lose.
+            if (reach == Reach::WholeTable && !bases->isEmpty())
+                return DbError::generic(command + QStringLiteral(" writes the whole of ") + table +
+                                        QStringLiteral(", which is a view of the table(s) ") +
+                                        bases->join(QStringLiteral(", ")) +
+                                        QStringLiteral(": their columns the view does not show would be emptied. "
+                                                       "Nothing was changed."));
+            for (const QString &base : *bases) {
+                if (base.contains(QLatin1Char('.')))
+                    return DbError::generic(QStringLiteral("The view ") + table +
+                                            QStringLiteral(" shows rows of the table ") + base +
+                                            QStringLiteral(" of another database, of which no safety copy can be "
+                                                           "made here. Nothing was changed."));
+                work << base;
+            }
             continue;
         }
+        total += s.dataBytes;
         sources.push_back(std::move(s));
     }
     if (sources.empty())
         return QString();
+    QStringList copied;
+    for (const Source &s : sources)
+        copied << s.table.name;
+    if (total > settings.maxBytes()) {
+        // The limit holds for the command as a whole: one copy, or none with the operator's Yes,
+        // which the list of copies then shows.
+        if (!ask(confirm, tooBigQuestion(tablesText(copied), total, settings)))
+            return declined();
+        SafetyCopyInfo marker;
+        marker.command = command;
+        marker.database = source.databaseName();
+        marker.tables = copied;
+        marker.withoutCopy = true;
+        SafetyCopyWriter out;
+        auto opened = openCopy(settings, marker, out);
+        if (!opened)
+            return opened.error();
+        return finishCopy(settings, out, alsoKeep);
+    }
 
     SafetyCopyInfo header;
     header.command = command;
@@ -199,20 +375,21 @@ DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &
         if (DbError e = out.endTable())
             return e;
     }
-    return finishCopy(settings, out, path);
+    return finishCopy(settings, out, alsoKeep);
 }
 
 DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &command, const QString &database,
-                                const QString &folder, const QStringList &files, const Confirm &confirm)
+                                const QString &folder, const QStringList &files, const Confirm &confirm,
+                                const QString &alsoKeep)
 {
     qint64 total = 0;
     for (const QString &name : files)
         total += QFileInfo(QDir(folder).filePath(name)).size();
+    if (files.isEmpty())
+        return QString();
     if (total > settings.maxBytes() &&
         !ask(confirm, tooBigQuestion(QStringLiteral("The files to be replaced"), total, settings)))
         return declined();
-    if (total > settings.maxBytes() || files.isEmpty())
-        return QString();
 
     SafetyCopyInfo header;
     header.command = command;
@@ -220,10 +397,13 @@ DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &c
     header.tables = files;
     header.kind = SafetyCopyInfo::Kind::Files;
     header.folder = folder;
+    header.withoutCopy = total > settings.maxBytes();
     SafetyCopyWriter out;
     auto opened = openCopy(settings, header, out);
     if (!opened)
         return opened.error();
+    if (header.withoutCopy)
+        return finishCopy(settings, out, alsoKeep);
     const QString path = *opened;
     for (const QString &name : files) {
         QFile in(QDir(folder).filePath(name));
@@ -244,23 +424,84 @@ DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &c
         if (DbError e = out.endFile())
             return e;
     }
-    return finishCopy(settings, out, path);
+    return finishCopy(settings, out, alsoKeep);
 }
 
-DbError protectTables(DatabaseSession &session, const QString &command, const QStringList &tables)
+DbError protectTables(DatabaseSession &session, const QString &command, const QStringList &tables, Reach reach)
 {
+    lastCopy().clear();
     if (!session.isOpen() || tables.isEmpty())
         return {};
+    const auto settings = SafetySettings::read();
+    if (!settings)
+        return settings.error();
     DatabaseSession reader;
     if (DbError e = session.openSibling(reader))
         return e;
-    auto written = writeTableCopy(reader, SafetySettings::current(), command, tables, installedConfirm());
+    auto written = writeTableCopy(reader, settings.value(), command, tables, installedConfirm(), {}, reach);
+    if (written)
+        lastCopy() = *written;
     return written.error();
+}
+
+DbError protectTableFiles(DatabaseSession &session, const QString &command, const QStringList &tables)
+{
+    lastCopy().clear();
+    if (!session.isOpen() || tables.isEmpty())
+        return {};
+    // Over a connection of its own: the session sees none of these statements.
+    DatabaseSession reader;
+    if (DbError e = session.openSibling(reader))
+        return e;
+    const QString database = reader.databaseName();
+    auto where = reader.openQuery(QStringLiteral("SELECT @@datadir"));
+    if (!where)
+        return where.error();
+    const QString folder = QDir(where->recordCount() > 0 ? where->text(0, 0) : QString()).filePath(database);
+    QStringList files;
+    for (const QString &table : tables) {
+        auto engine =
+            reader.openQuery(QStringLiteral("SELECT ENGINE FROM information_schema.TABLES WHERE TABLE_SCHEMA = "
+                                            "DATABASE() AND TABLE_NAME = BINARY ") +
+                             literal(reader, table));
+        if (!engine)
+            return engine.error();
+        const QString kind = engine->recordCount() > 0 ? engine->text(0, 0).toLower() : QString();
+        const QStringList suffixes =
+            kind == QLatin1String("myisam") ? QStringList{QStringLiteral(".MYD"), QStringLiteral(".MYI")}
+            : kind == QLatin1String("aria") ? QStringList{QStringLiteral(".MAD"), QStringLiteral(".MAI")}
+                                            : QStringList();
+        if (suffixes.isEmpty())
+            continue;
+        if (!QFileInfo(QDir(folder).filePath(table + suffixes.first())).isFile()) {
+            if (!ask(installedConfirm(), QStringLiteral("The files of table ") + table +
+                                             QStringLiteral(" are not reachable here (") + folder +
+                                             QStringLiteral("). Go on without a safety copy of them?")))
+                return declined();
+            continue;
+        }
+        for (const QString &suffix : suffixes + QStringList{QStringLiteral(".frm")})
+            files << table + suffix;
+    }
+    if (files.isEmpty())
+        return {};
+    // The server writes what it holds of the tables to their files first.
+    QStringList quoted;
+    for (const QString &table : tables)
+        quoted << DatabaseSession::quoteIdentifier(table);
+    (void)reader.execute(QStringLiteral("FLUSH TABLES ") + quoted.join(QStringLiteral(", ")));
+    return protectFiles(command, database, folder, files);
 }
 
 DbError protectFiles(const QString &command, const QString &database, const QString &folder, const QStringList &files)
 {
-    auto written = writeFileCopy(SafetySettings::current(), command, database, folder, files, installedConfirm());
+    lastCopy().clear();
+    const auto settings = SafetySettings::read();
+    if (!settings)
+        return settings.error();
+    auto written = writeFileCopy(settings.value(), command, database, folder, files, installedConfirm());
+    if (written)
+        lastCopy() = *written;
     return written.error();
 }
 
@@ -280,18 +521,27 @@ QList<SafetyCopyInfo> listCopies(const QString &folder)
     return copies;
 }
 
-QStringList prune(const SafetySettings &settings, const QString &keep)
+const Confirm &confirm()
+{
+    return installedConfirm();
+}
+
+QStringList prune(const SafetySettings &settings, const QStringList &keep)
 {
     QList<SafetyCopyInfo> copies = listCopies(settings.folder);
     qint64 total = 0;
     for (const SafetyCopyInfo &c : copies)
         total += c.size;
     QStringList removed;
-    const QString kept = QFileInfo(keep).absoluteFilePath();
+    QStringList kept;
+    for (const QString &path : keep) {
+        if (!path.isEmpty())
+            kept << QFileInfo(path).absoluteFilePath();
+    }
     while (!copies.isEmpty() && (copies.size() > settings.keepCount || total > settings.maxBytes())) {
         // Oldest last; the copy just written is never the one to go.
         qsizetype victim = copies.size() - 1;
-        while (victim >= 0 && QFileInfo(copies[victim].path).absoluteFilePath() == kept)
+        while (victim >= 0 && kept.contains(QFileInfo(copies[victim].path).absoluteFilePath()))
             --victim;
         if (victim < 0)
             break;

@@ -1,10 +1,13 @@
 #include "safety/safetysettings.h"
 
+#include "settings/settings.h"
+
 #include <QDir>
 #include <QSettings>
 #include <QStandardPaths>
 
 #include <memory>
+#include <optional>
 
 namespace tabulon {
 
@@ -32,15 +35,34 @@ QString key(const char *name)
     return QStringLiteral("Software/Corvane/Tabulon/") + QLatin1String(name);
 }
 
-qint64 positive(const QVariant &value, qint64 fallback)
+constexpr qint64 kMaxKeepCount = 1000000;
+constexpr qint64 kMaxMB = qint64(1) << 30;
+
+// The stored text of a value (a hand-typed one with a comma stays one text); nullopt when the
+// value is not there.
+std::optional<QString> storedText(const char *name)
 {
-    if (!value.isValid())
+    if (!openStore()->contains(key(name)))
+        return std::nullopt;
+    return Settings(SafetySettings::storePath())
+        .ReadRegistryString(Hive::LocalMachine, Settings::kKey, QLatin1String(name), QString());
+}
+
+// A whole number from 1 to `most`; an error naming the setting otherwise.
+DbResult<qint64> count(const char *name, qint64 fallback, qint64 most)
+{
+    const auto text = storedText(name);
+    if (!text)
         return fallback;
     bool ok = false;
-    const qint64 n = value.toString().trimmed().toLongLong(&ok);
-    if (!ok)
-        return fallback;
-    return n < 1 ? 1 : n;
+    const qint64 n = text->trimmed().toLongLong(&ok);
+    if (ok && n >= 1 && n <= most)
+        return n;
+    return DbError::generic(QStringLiteral("The setting ") + QLatin1String(name) + QStringLiteral(" is \"") + *text +
+                            QStringLiteral("\": it must be a whole number from 1 to ") + QString::number(most) +
+                            QStringLiteral(". No safety copy can be written, so no command that changes data will "
+                                           "run until it is put right in ") +
+                            SafetySettings::storePath() + QLatin1Char('.'));
 }
 
 } // namespace
@@ -66,17 +88,31 @@ QString SafetySettings::storePath()
     return s.fileName();
 }
 
+DbResult<SafetySettings> SafetySettings::read()
+{
+    SafetySettings settings;
+    const QString folder = storedText("SafetyFolder").value_or(QString()).trimmed();
+    settings.folder = folder.isEmpty() ? defaultFolder() : folder;
+    auto keep = count("SafetyKeepCount", kDefaultKeepCount, kMaxKeepCount);
+    if (!keep)
+        return keep.error();
+    auto size = count("SafetyMaxMB", kDefaultMaxMB, kMaxMB);
+    if (!size)
+        return size.error();
+    settings.keepCount = static_cast<int>(*keep);
+    settings.maxMB = *size;
+    return settings;
+}
+
 SafetySettings SafetySettings::current()
 {
     SafetySettings settings;
-    const auto store = openStore();
-    const QVariant folder = store->value(key("SafetyFolder"));
-    settings.folder = folder.typeId() == QMetaType::QString && !folder.toString().trimmed().isEmpty()
-                          ? folder.toString().trimmed()
-                          : defaultFolder();
-    settings.keepCount =
-        static_cast<int>(qMin<qint64>(positive(store->value(key("SafetyKeepCount")), kDefaultKeepCount), 1000000));
-    settings.maxMB = qMin<qint64>(positive(store->value(key("SafetyMaxMB")), kDefaultMaxMB), qint64(1) << 30);
+    const QString folder = storedText("SafetyFolder").value_or(QString()).trimmed();
+    settings.folder = folder.isEmpty() ? defaultFolder() : folder;
+    if (auto keep = count("SafetyKeepCount", kDefaultKeepCount, kMaxKeepCount))
+        settings.keepCount = static_cast<int>(*keep);
+    if (auto size = count("SafetyMaxMB", kDefaultMaxMB, kMaxMB))
+        settings.maxMB = *size;
     return settings;
 }
 

@@ -2,6 +2,8 @@
 // beside the connection values (SafetyFolder, SafetyKeepCount, SafetyMaxMB).
 #pragma once
 
+#include "db/dberror.h"
+
 #include <QString>
 
 namespace tabulon {
@@ -24,8 +26,11 @@ struct SafetySettings final {
     static void useStore(const QString &storePath);
     static QString storePath();
 
-    // The settings as stored now; a missing or unreadable value takes its default, a count or
-    // size below 1 counts as 1.
+    // The settings as stored now. A value that is not there takes its default; a count or size
+    // that is not a whole number from 1 up is an error naming the setting and the store: the
+    // safety net then writes no copy, so no command that needs one runs until it is put right.
+    static DbResult<SafetySettings> read();
+    // The same, with the default in place of a value in error (for listing the copies).
     static SafetySettings current();
     // Writes the three values to the store.
     static void store(const SafetySettings &settings);

@@ -8,7 +8,7 @@ tabulon_logic_library(tabulon_safety_logic
         safety/safetynet.cpp safety/safetynet.h
         safety/putback.cpp safety/putback.h
     DEPS tabulon_db
-    PRIVATE_DEPS ZLIB::ZLIB)
+    PRIVATE_DEPS tabulon_settings ZLIB::ZLIB)
 tabulon_window_library(tabulon_safety
     SOURCES
         safety/safetycopies.cpp safety/safetycopies.h

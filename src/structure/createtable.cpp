@@ -192,13 +192,15 @@ void CreateTable::SaveTable()
         QStringList dropped;
         for (const QString &part : name.split(QLatin1Char(',')))
             dropped << part.trimmed().remove(QLatin1Char('`'));
-        if (const DbError copyError = SafetyNet::protectTables(session, QStringLiteral("Create Table"), dropped)) {
+        if (const DbError copyError = SafetyNet::protectTables(session, QStringLiteral("Create Table"), dropped,
+                                                               SafetyNet::Reach::Definition)) {
             Dialogs::message(this, SafetyNet::failureText(copyError), Dialogs::Icon::Critical);
             return;
         }
         for (const QString &statement : {StructureSql::dropTable(name), create}) {
             if (const DbError again = session.execute(statement)) {
-                Dialogs::runtimeError(this, again);
+                // Once the drop has gone through, the table lives only in its safety copy.
+                Dialogs::runtimeError(this, statement == create ? SafetyNet::afterCopy(again) : again);
                 return;
             }
         }

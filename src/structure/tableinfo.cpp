@@ -203,7 +203,8 @@ bool TableInfo::canEditFields()
 
 bool TableInfo::keepSafetyCopy(const QString &command)
 {
-    const DbError error = SafetyNet::protectTables(m_host.sessionOrClosed(), command, {m_combo->currentText()});
+    const DbError error = SafetyNet::protectTables(m_host.sessionOrClosed(), command, {m_combo->currentText()},
+                                                   SafetyNet::Reach::Definition);
     if (error)
         Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
     return !error;

@@ -10,6 +10,7 @@
 #include <QAction>
 #include <QPointer>
 #include <QPushButton>
+#include <QSettings>
 #include <QTreeWidget>
 
 using namespace tabulon;
@@ -24,6 +25,7 @@ private Q_SLOTS:
 
     void listsNewestFirstAndPutsBack();
     void noAndEscapeChangeNothing();
+    void wrongSettingToldAtStart();
 
 private:
     SafetyCopies *open()
@@ -79,6 +81,11 @@ void TestSafetyCopies::listsNewestFirstAndPutsBack()
              qPrintable(m_operator->told.first()));
     QCOMPARE(tableState(*m_db, qs("t")), t);
     QCOMPARE(tableState(*m_db, qs("u")), u);
+    // What the put-back replaced is listed as a copy of its own.
+    QCOMPARE(list->topLevelItemCount(), 3);
+    QCOMPARE(list->topLevelItem(0)->text(1), qs("Put Back"));
+    QVERIFY2(m_operator->told.first().contains(qs("as they were before this put-back")),
+             qPrintable(m_operator->told.first()));
 
     // Exit asks first.
     m_operator->answer = Dialogs::Answer::No;
@@ -111,6 +118,26 @@ void TestSafetyCopies::noAndEscapeChangeNothing()
     QTest::keyClick(w, Qt::Key_Escape);
     QTRY_VERIFY(w.isNull());
     QVERIFY(m_main->menuItem(qs("mnusafety"))->isEnabled());
+}
+
+// A safety setting that is not a count is told at start, and the net refuses to work with it
+// rather than using a value of its own.
+void TestSafetyCopies::wrongSettingToldAtStart()
+{
+    closeMain();
+    {
+        QSettings ini(m_settingsDir.filePath(qs("settings.ini")), QSettings::IniFormat);
+        ini.setValue(qs("Software/Corvane/Tabulon/SafetyMaxMB"), qs("0"));
+    }
+    openMain();
+    QCOMPARE(m_operator->told.size(), 1);
+    QVERIFY2(m_operator->told.first().contains(qs("SafetyMaxMB is \"0\"")), qPrintable(m_operator->told.first()));
+    m_main->Database = m_db->name();
+    markLog();
+    const DbError refused = SafetyNet::protectTables(session(), qs("Save Table"), {qs("u")});
+    QCOMPARE(refused.description, m_operator->told.first());
+    QVERIFY(SafetyNet::listCopies(m_safety.settings().folder).isEmpty());
+    SafetySettings::store(m_safety.settings());
 }
 
 QTEST_MAIN(TestSafetyCopies)

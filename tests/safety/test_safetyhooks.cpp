@@ -14,6 +14,7 @@
 #include "db/progress.h"
 #include "grid/grid.h"
 #include "maintenance/checktable.h"
+#include "maintenance/repairtable.h"
 #include "maintenance/tablecheck.h"
 #include "safety/putback.h"
 #include "safety/safetynet.h"
@@ -46,6 +47,7 @@ private Q_SLOTS:
     void tableDataCommands_data();
     void tableDataCommands();
     void saveTableRefusedByForeignKey();
+    void throughAView();
     void fieldCommands_data();
     void fieldCommands();
     void createTableDrop();
@@ -55,6 +57,7 @@ private Q_SLOTS:
     void restoreLosesRows();
     void importIntoExistingTable();
     void checkTablesReplace();
+    void repairTablesCopiesFiles();
     void unwritableFolderStopsCommand();
 
 private:
@@ -133,6 +136,8 @@ void TestSafetyHooks::tableDataCommands()
         // The first failing insert's message is up when the connection goes.
         const unsigned long id = session().connectionId();
         Dialogs::setResponder([this, id](const Dialogs::Prompt &p) {
+            if (p.kind == Dialogs::Prompt::Kind::Message)
+                m_operator->told << p.text;
             if (p.kind == Dialogs::Prompt::Kind::Message && m_db->admin().isOpen())
                 (void)m_db->admin().execute(qs("KILL %1").arg(id));
             return Dialogs::Reply{Dialogs::Answer::Yes, {}};
@@ -140,6 +145,14 @@ void TestSafetyHooks::tableDataCommands()
     }
     m_main->menuItem(menu)->trigger();
     QVERIFY2(tableState(*m_db, table) != before, qPrintable(m_operator->told.join(u'|')));
+    if (menu != qs("mnumr")) {
+        // A failing statement after the delete names the copy that holds the table as it was:
+        // the first refused insert, and the one that lost the connection.
+        const QString note =
+            qs("holds the tables t as they were before ") + command + qs(": Safety Copies under Database Utilities");
+        const QStringList told = killed ? m_operator->told.filter(qs("Lost connection")) : m_operator->told;
+        QVERIFY2(!told.isEmpty() && told.first().contains(note), qPrintable(m_operator->told.join(u'|')));
+    }
     putBackNewest(command, {table});
     QCOMPARE(tableState(*m_db, table), before);
 }
@@ -157,6 +170,32 @@ void TestSafetyHooks::saveTableRefusedByForeignKey()
     QVERIFY(tableState(*m_db, qs("tree")) != before);
     putBackNewest(qs("Save Table"), {qs("tree")});
     QCOMPARE(tableState(*m_db, qs("tree")), before);
+}
+
+// Save Table on a view would empty its base table's other columns: it is refused, naming both.
+// Modify Record through the view copies the base table first.
+void TestSafetyHooks::throughAView()
+{
+    QVERIFY_DB(m_db->run({qs("DROP VIEW IF EXISTS v"), qs("DROP TABLE IF EXISTS base"),
+                          qs("CREATE TABLE base (id INT PRIMARY KEY, name VARCHAR(10), secret VARCHAR(10))"),
+                          qs("INSERT INTO base VALUES (1, 'a', 's1'), (2, 'b', 's2')"),
+                          qs("CREATE VIEW v AS SELECT id, name FROM base")}));
+    const TableState before = tableState(*m_db, qs("base"));
+    TableData *w = openTableData(qs("v"));
+    QVERIFY(w);
+    w->grid()->setCurrentCell(1, 3);
+    w->grid()->setTextMatrix(1, 3, qs("changed"));
+    m_main->menuItem(qs("mnusavetable"))->trigger();
+    QCOMPARE(m_operator->told.size(), 1);
+    QVERIFY2(m_operator->told.first().contains(qs("v, which is a view of the table(s) base")),
+             qPrintable(m_operator->told.first()));
+    QCOMPARE(tableState(*m_db, qs("base")), before);
+    QVERIFY(SafetyNet::listCopies(m_safety.settings().folder).isEmpty());
+
+    m_main->menuItem(qs("mnumr"))->trigger();
+    putBackNewest(qs("Modify Record"), {qs("base")});
+    QCOMPARE(tableState(*m_db, qs("base")), before);
+    QVERIFY_DB(m_db->run({qs("DROP VIEW v")}));
 }
 
 void TestSafetyHooks::fieldCommands_data()
@@ -353,6 +392,23 @@ void TestSafetyHooks::importIntoExistingTable()
 
 // Replace copies a good table's files over the damaged ones; the put-back gives the files the
 // command overwrote back, byte for byte.
+// A repair can drop rows of a MyISAM table it cannot read: the table's files are copied first,
+// and putting them back gives the table as it was before, rows and counter alike.
+void TestSafetyHooks::repairTablesCopiesFiles()
+{
+    QVERIFY_DB(m_db->run(awkwardTable(qs("ledger"), qs("MyISAM"))));
+    const TableState before = tableState(*m_db, qs("ledger"));
+    m_main->menuItem(qs("mnureptab"))->trigger();
+    QCOMPARE(m_operator->modals.size(), 1);
+    auto *w = qobject_cast<RepairTable *>(m_operator->modals.first());
+    QVERIFY(w);
+    w->checklist()->setTicked(qs("ledger"), true);
+    w->findChild<QPushButton *>(qs("cmdrepair"))->click();
+    QVERIFY_DB(m_db->run({qs("DELETE FROM ledger WHERE id > 1"), qs("FLUSH TABLES")}));
+    putBackNewest(qs("Repair Tables"), sl({"ledger.MYD", "ledger.MYI", "ledger.frm"}));
+    QCOMPARE(tableState(*m_db, qs("ledger")), before);
+}
+
 void TestSafetyHooks::checkTablesReplace()
 {
     ScratchDatabase good(qs("safetyhooks_good"));
