@@ -334,15 +334,21 @@ QStringList outermostPaths(const QStringList &paths)
 {
     QStringList sorted;
     for (const QString &p : paths)
-        sorted << QFileInfo(p).absoluteFilePath();
+        sorted << QDir::cleanPath(QFileInfo(p).absoluteFilePath());
     sorted.sort();
     sorted.removeDuplicates();
+    // Sorting alone does not put a folder's content right after it: "a b" sorts between "a" and
+    // "a/x". Each path's own folders are looked up instead.
+    const QSet<QString> chosen(sorted.cbegin(), sorted.cend());
     QStringList out;
     for (const QString &p : std::as_const(sorted)) {
-        // Sorted, a folder comes right before everything inside it.
-        if (!out.isEmpty() && p.startsWith(out.last() + QLatin1Char('/')))
-            continue;
-        out << p;
+        bool inside = false;
+        for (QString up = p, next = QFileInfo(p).path(); !inside && next != up; next = QFileInfo(up).path()) {
+            up = next;
+            inside = chosen.contains(up);
+        }
+        if (!inside)
+            out << p;
     }
     return out;
 }

@@ -98,7 +98,7 @@ struct DeleteCount final {
     int folders = 0;
     int files = 0;
 };
-// Drops paths that lie inside another path of the list.
+// Drops paths that lie inside another path of the list, and paths given twice.
 QStringList outermostPaths(const QStringList &paths);
 DeleteCount countForDelete(const QStringList &paths);
 // Deletes the entries, folders with their content. Read-only files are kept (and so the folders

@@ -210,16 +210,18 @@ void TestFolderWork::deleteKeepsReadOnlyAndLinkTargets()
     write(path("app/data/free.dat"), "x");
     makeReadOnly(path("app/data/locked.dat"));
     QVERIFY(QFile::link(m_outside->path(), path("app/outside")));
-    const QStringList chosen{path("app"), path("app/bin/run.exe")};
-    QCOMPARE(outermostPaths(chosen), QStringList{path("app")});
+    // "app x" sorts between "app" and "app/bin": it must not hide that run.exe is inside "app".
+    write(path("app x"), "sibling");
+    const QStringList chosen{path("app"), path("app/bin/run.exe"), path("app x")};
+    QCOMPARE(outermostPaths(chosen), QStringList({path("app"), path("app x")}));
     const DeleteCount count = countForDelete(chosen);
     QCOMPARE(count.folders, 3);
-    QCOMPARE(count.files, 4);
+    QCOMPARE(count.files, 5);
 
     CountingProgress progress;
     const Outcome outcome = deleteEntries(chosen, progress);
-    QCOMPARE(progress.totals, QList<int>{7});
-    QCOMPARE(outcome.changed, 4); // bin/run.exe, bin, free.dat, the link
+    QCOMPARE(progress.totals, QList<int>{8});
+    QCOMPARE(outcome.changed, 5); // bin/run.exe, bin, free.dat, the link, app x
     QCOMPARE(tree(m_dir->path()), QStringList({qs("app/"), qs("app/data/"), qs("app/data/locked.dat")}));
     QCOMPARE(read(m_outside->filePath(qs("secret.txt"))), QByteArray("Orvita outside"));
     QStringList reasons;
