@@ -39,7 +39,7 @@ QString renameQuestion(const RenamePlan &plan, const QString &unit)
     QString text = QStringLiteral("Rename %1?\n").arg(plural(int(plan.renames.size()), unit));
     QStringList lines;
     for (const Rename &r : plan.renames)
-        lines << QStringLiteral("%1  ->  %2").arg(QFileInfo(r.from).fileName(), QFileInfo(r.to).fileName());
+        lines << QStringLiteral("%1  ->  %2").arg(QDir(plan.root).relativeFilePath(r.from), QFileInfo(r.to).fileName());
     appendPreview(text, lines);
     if (!plan.skipped.empty())
         text += QStringLiteral("\n\n%1 cannot be renamed and will be left alone.")
@@ -47,7 +47,7 @@ QString renameQuestion(const RenamePlan &plan, const QString &unit)
     return text;
 }
 
-QString contentQuestion(const ContentPlan &plan, const TextReplacement &replacement, const QString &base)
+QString contentQuestion(const ContentPlan &plan, const TextReplacement &replacement)
 {
     QString text = QStringLiteral("Replace %1 of \"%2\" with \"%3\" in %4?\n")
                        .arg(plural(plan.occurrences, QStringLiteral("occurrence")), replacement.find, replacement.with,
@@ -55,7 +55,7 @@ QString contentQuestion(const ContentPlan &plan, const TextReplacement &replacem
     const int shown = std::min(int(plan.files.size()), kPreviewFiles);
     for (int i = 0; i < shown; ++i) {
         const FileChange &f = plan.files[size_t(i)];
-        text += QStringLiteral("\n%1 (%2)").arg(QDir(base).relativeFilePath(f.path)).arg(f.occurrences);
+        text += QStringLiteral("\n%1 (%2)").arg(QDir(plan.root).relativeFilePath(f.path)).arg(f.occurrences);
         for (const MatchedLine &line : f.lines)
             text += QStringLiteral("\n    %1: %2").arg(line.number).arg(line.text);
         if (f.matchedLines > int(f.lines.size()))
@@ -106,6 +106,15 @@ QString deleteSummary(const TrashOutcome &trash, const std::optional<Outcome> &f
             all.skipped.push_back(Skipped{path, QStringLiteral("not deleted: %1").arg(trash.reason)});
     }
     return said.join(QLatin1Char('\n')) + leftAloneText(all);
+}
+
+QString putBackSummary(const Outcome &outcome, int copiesKept)
+{
+    QString text = summaryText(QStringLiteral("Put back"), QStringLiteral("file"), outcome);
+    if (copiesKept > 0)
+        text += QStringLiteral("\n\nKept the copies of %1 not put back: Undo Replace in Files can try again.")
+                    .arg(plural(copiesKept, QStringLiteral("file")));
+    return text;
 }
 
 } // namespace tabulon::Files

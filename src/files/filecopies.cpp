@@ -3,7 +3,6 @@
 #include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
 namespace tabulon::Files {
 
@@ -43,44 +42,52 @@ void FileCopies::forgetLast()
     m_kept.pop_back();
 }
 
-Outcome FileCopies::restore(Progress &progress) const
+Outcome FileCopies::restore(Progress &progress)
 {
     Outcome out;
+    std::vector<Kept> notPutBack;
     progress.begin(size());
     for (auto k = m_kept.rbegin(); k != m_kept.rend(); ++k) {
         if (progress.stopRequested()) {
             out.stopped = true;
+            notPutBack.insert(notPutBack.begin(), m_kept.begin(), k.base());
             break;
         }
+        const auto keepCopy = [&notPutBack, &k] { notPutBack.insert(notPutBack.begin(), *k); };
         progress.step(QFileInfo(k->path).fileName());
         const QFileInfo info(k->path);
         if (info.isSymLink() || !info.isFile()) {
+            keepCopy();
             out.skipped.push_back(Skipped{k->path, QStringLiteral("no longer there")});
             continue;
         }
         QFile now(k->path);
         if (!now.open(QIODevice::ReadOnly)) {
+            keepCopy();
             out.skipped.push_back(Skipped{k->path, now.errorString()});
             continue;
         }
         if (digest(now.readAll()) != k->written) {
+            keepCopy();
             out.skipped.push_back(Skipped{k->path, QStringLiteral("changed again since, left as it is")});
             continue;
         }
         now.close();
         QFile copy(k->copy);
         if (!copy.open(QIODevice::ReadOnly)) {
+            keepCopy();
             out.skipped.push_back(Skipped{k->path, copy.errorString()});
             continue;
         }
-        const QByteArray before = copy.readAll();
-        QSaveFile file(k->path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(before) != before.size() || !file.commit()) {
-            out.skipped.push_back(Skipped{k->path, file.errorString()});
+        if (const QString problem = writeWhole(k->path, copy.readAll()); !problem.isEmpty()) {
+            keepCopy();
+            out.skipped.push_back(Skipped{k->path, problem});
             continue;
         }
+        QFile::remove(k->copy);
         ++out.changed;
     }
+    m_kept = std::move(notPutBack);
     progress.end();
     return out;
 }

@@ -26,9 +26,10 @@ public:
     int size() const { return int(m_kept.size()); }
 
     // Writes each file back as it was before the change, last first, unless it is gone or holds
-    // something else than the change wrote (changed again since). The copies are kept, so a
-    // failure leaves nothing lost.
-    Outcome restore(Progress &progress) const;
+    // something else than the change wrote (changed again since). Only the copies of the files
+    // put back are dropped: the copy of a file not put back, for whatever reason, is kept for
+    // another try, so a failure leaves nothing lost.
+    Outcome restore(Progress &progress);
 
 private:
     struct Kept final {

@@ -2,7 +2,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QStringDecoder>
 #include <QStringEncoder>
 
@@ -45,22 +44,60 @@ QByteArray encodeWith(QStringConverter::Encoding encoding, const QString &text)
     return encoder(text);
 }
 
+// The bytes of the text in a named encoding; nothing when a character has no bytes there, or
+// when the bytes do not read back as the same text.
+std::optional<QByteArray> encodeNamed(const QString &encoding, const QString &text)
+{
+    const QByteArray name = encoding.toLatin1();
+    QStringEncoder encoder(name.constData());
+    if (!encoder.isValid())
+        return std::nullopt;
+    QByteArray bytes = encoder(text);
+    QStringDecoder decoder(name.constData());
+    if (encoder.hasError() || QString(decoder(bytes)) != text || decoder.hasError())
+        return std::nullopt;
+    return bytes;
+}
+
+// The text of bytes in a named encoding; nothing when they do not decode, or when the text would
+// not be written back as the very same bytes.
+std::optional<QString> decodeNamed(const QString &encoding, QByteArrayView bytes)
+{
+    const QByteArray name = encoding.toLatin1();
+    QStringDecoder decoder(name.constData());
+    if (!decoder.isValid())
+        return std::nullopt;
+    QString text = decoder(bytes);
+    if (decoder.hasError())
+        return std::nullopt;
+    const std::optional<QByteArray> back = encodeNamed(encoding, text);
+    if (!back || *back != bytes)
+        return std::nullopt;
+    return text;
+}
+
 struct Read final {
-    std::optional<TextFile> text;
+    Decoded decoded;
     QString problem; // set when the file could not be read
     QByteArray bytes;
 };
 
-Read readTextFile(const QString &path)
+Read readTextFile(const QString &path, const QString &encoding)
 {
     QFile file(path);
     if (file.size() > kMaxTextFileBytes)
-        return {std::nullopt, QStringLiteral("larger than %1 MB, not read").arg(kMaxTextFileBytes / (1024 * 1024)), {}};
+        return {{}, QStringLiteral("larger than %1 MB, not read").arg(kMaxTextFileBytes / (1024 * 1024)), {}};
     if (!file.open(QIODevice::ReadOnly))
-        return {std::nullopt, file.errorString(), {}};
+        return {{}, file.errorString(), {}};
     QByteArray bytes = file.readAll();
-    std::optional<TextFile> text = decodeText(bytes);
-    return {std::move(text), {}, std::move(bytes)};
+    Decoded decoded = decodeText(bytes, encoding);
+    return {std::move(decoded), {}, std::move(bytes)};
+}
+
+QString unknownEncodingReason(const QString &encoding)
+{
+    return encoding.isEmpty() ? QStringLiteral("not text in a known encoding")
+                              : QStringLiteral("not text in %1").arg(encoding);
 }
 
 // Notes the lines that hold the text, the first few with their text.
@@ -86,16 +123,26 @@ void matchLines(FileChange &change, const QString &text, const QString &find, Qt
 
 } // namespace
 
-std::optional<TextFile> decodeText(const QByteArray &bytes)
+QStringList choosableEncodings()
 {
-    const auto withBom = [&bytes](TextForm form, QStringConverter::Encoding encoding,
-                                  qsizetype bom) -> std::optional<TextFile> {
+    QStringList out;
+    for (const char *name : {"ISO-8859-1", "windows-1252", "ISO-8859-15", "ISO-8859-2", "windows-1250", "windows-1251",
+                             "KOI8-R", "Shift_JIS", "EUC-JP", "GBK", "Big5", "EUC-KR"}) {
+        if (QStringDecoder(name).isValid())
+            out << QLatin1String(name);
+    }
+    return out;
+}
+
+Decoded decodeText(const QByteArray &bytes, const QString &encoding)
+{
+    const auto withBom = [&bytes](TextForm form, QStringConverter::Encoding encoding, qsizetype bom) -> Decoded {
         const QByteArrayView body = QByteArrayView(bytes).sliced(bom);
         if (encoding != QStringConverter::Utf8 && body.size() % 2 != 0)
-            return std::nullopt;
+            return {std::nullopt, true};
         if (auto text = decodeStrictly(encoding, body))
-            return TextFile{form, *std::move(text)};
-        return std::nullopt;
+            return {TextFile{form, *std::move(text), {}}, false};
+        return {std::nullopt, true};
     };
     if (bytes.startsWith(kUtf8Bom))
         return withBom(TextForm::Utf8Bom, QStringConverter::Utf8, kUtf8Bom.size());
@@ -104,10 +151,15 @@ std::optional<TextFile> decodeText(const QByteArray &bytes)
     if (bytes.startsWith(kUtf16BEBom))
         return withBom(TextForm::Utf16BE, QStringConverter::Utf16BE, kUtf16BEBom.size());
     if (looksBinary(bytes))
-        return std::nullopt;
+        return {std::nullopt, true};
+    if (!encoding.isEmpty()) {
+        if (auto text = decodeNamed(encoding, bytes))
+            return {TextFile{TextForm::Chosen, *std::move(text), encoding}, false};
+        return {std::nullopt, false};
+    }
     if (auto text = decodeStrictly(QStringConverter::Utf8, bytes))
-        return TextFile{TextForm::Utf8, *std::move(text)};
-    return TextFile{TextForm::SingleByte, QString::fromLatin1(bytes)};
+        return {TextFile{TextForm::Utf8, *std::move(text), {}}, false};
+    return {std::nullopt, false};
 }
 
 std::optional<QByteArray> encodeText(const TextFile &file)
@@ -117,20 +169,17 @@ std::optional<QByteArray> encodeText(const TextFile &file)
     case TextForm::Utf8Bom: return kUtf8Bom + file.text.toUtf8();
     case TextForm::Utf16LE: return kUtf16LEBom + encodeWith(QStringConverter::Utf16LE, file.text);
     case TextForm::Utf16BE: return kUtf16BEBom + encodeWith(QStringConverter::Utf16BE, file.text);
-    case TextForm::SingleByte:
-        for (const QChar c : file.text) {
-            if (c.unicode() > 0xFF)
-                return std::nullopt;
-        }
-        return file.text.toLatin1();
+    case TextForm::Chosen: return encodeNamed(file.encoding, file.text);
     }
     return std::nullopt;
 }
 
-ContentPlan planReplaceInFiles(const QString &target, const TextReplacement &replacement, Progress &progress)
+ContentPlan planReplaceInFiles(const QString &root, const QString &target, const TextReplacement &replacement,
+                               Progress &progress)
 {
     ContentPlan plan;
-    const auto &[find, with, cs, hidden] = replacement;
+    plan.root = root;
+    const auto &[find, with, cs, hidden, encoding] = replacement;
     if (find.isEmpty())
         return plan;
     const QFileInfo targetInfo(target);
@@ -152,12 +201,22 @@ ContentPlan planReplaceInFiles(const QString &target, const TextReplacement &rep
         }
         if (!info.isFile())
             continue; // devices, sockets and pipes are no text files
-        const Read read = readTextFile(path);
+        if (!liesBelow(root, path)) {
+            plan.skipped.push_back(Skipped{path, outsideReason()});
+            continue;
+        }
+        const Read read = readTextFile(path, encoding);
         if (!read.problem.isEmpty()) {
             plan.skipped.push_back(Skipped{path, read.problem});
             continue;
         }
-        if (!read.text) {
+        const std::optional<TextFile> &text = read.decoded.text;
+        if (!text && !read.decoded.binary) {
+            // Whether it holds the text cannot be told without knowing how to read it.
+            plan.skipped.push_back(Skipped{path, unknownEncodingReason(encoding)});
+            continue;
+        }
+        if (!text) {
             // Binary files are many in an installation; only those that seem to hold the text
             // are worth a line of the report.
             QFile file(path);
@@ -166,19 +225,19 @@ ContentPlan planReplaceInFiles(const QString &target, const TextReplacement &rep
                 plan.skipped.push_back(Skipped{path, QStringLiteral("a binary file, left alone")});
             continue;
         }
-        const int occurrences = int(read.text->text.count(find, cs));
+        const int occurrences = int(text->text.count(find, cs));
         if (occurrences == 0)
             continue;
         if (isReadOnly(path)) {
             plan.skipped.push_back(Skipped{path, QStringLiteral("read-only")});
             continue;
         }
-        if (!encodeText(TextFile{read.text->form, with})) {
+        if (!encodeText(TextFile{text->form, with, text->encoding})) {
             plan.skipped.push_back(Skipped{path, QStringLiteral("the new text does not fit the file's encoding")});
             continue;
         }
         FileChange change{path, occurrences, {}, 0};
-        matchLines(change, read.text->text, find, cs);
+        matchLines(change, text->text, find, cs);
         plan.occurrences += occurrences;
         plan.files.push_back(std::move(change));
     }
@@ -189,7 +248,7 @@ ContentPlan planReplaceInFiles(const QString &target, const TextReplacement &rep
 Outcome applyReplaceInFiles(const ContentPlan &plan, const TextReplacement &replacement, FileCopies &copies,
                             Progress &progress)
 {
-    const auto &[find, with, cs, hidden] = replacement;
+    const auto &[find, with, cs, hidden, encoding] = replacement;
     Q_UNUSED(hidden);
     Outcome out;
     out.skipped = plan.skipped;
@@ -205,14 +264,19 @@ Outcome applyReplaceInFiles(const ContentPlan &plan, const TextReplacement &repl
             out.skipped.push_back(Skipped{change.path, QStringLiteral("a link: what it points at is left alone")});
             continue;
         }
-        Read read = readTextFile(change.path);
-        if (!read.problem.isEmpty() || !read.text) {
+        if (!liesBelow(plan.root, change.path)) {
+            out.skipped.push_back(Skipped{change.path, outsideReason()});
+            continue;
+        }
+        Read read = readTextFile(change.path, encoding);
+        std::optional<TextFile> &text = read.decoded.text;
+        if (!read.problem.isEmpty() || !text) {
             out.skipped.push_back(
                 Skipped{change.path, read.problem.isEmpty() ? QStringLiteral("no longer a text file") : read.problem});
             continue;
         }
-        read.text->text.replace(find, with, cs);
-        const std::optional<QByteArray> bytes = encodeText(*read.text);
+        text->text.replace(find, with, cs);
+        const std::optional<QByteArray> bytes = encodeText(*text);
         if (!bytes) {
             out.skipped.push_back(
                 Skipped{change.path, QStringLiteral("the new text does not fit the file's encoding")});
@@ -222,11 +286,9 @@ Outcome applyReplaceInFiles(const ContentPlan &plan, const TextReplacement &repl
             out.skipped.push_back(Skipped{change.path, problem});
             continue;
         }
-        // Written beside the file and put in its place in one step: a failure leaves it as it was.
-        QSaveFile file(change.path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(*bytes) != bytes->size() || !file.commit()) {
+        if (const QString problem = writeWhole(change.path, *bytes); !problem.isEmpty()) {
             copies.forgetLast();
-            out.skipped.push_back(Skipped{change.path, file.errorString()});
+            out.skipped.push_back(Skipped{change.path, problem});
             continue;
         }
         ++out.changed;

@@ -4,6 +4,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QSaveFile>
 #include <QSet>
 
 #include <algorithm>
@@ -73,10 +74,58 @@ void listInto(Listing &out, const QString &folder, int parent, Progress &progres
 
 } // namespace
 
+QString chosenFolder(const QString &folder)
+{
+    const QFileInfo info(folder);
+    const QString canonical = info.canonicalFilePath();
+    return canonical.isEmpty() ? QDir::cleanPath(info.absoluteFilePath()) : canonical;
+}
+
+bool liesBelow(const QString &root, const QString &path)
+{
+    if (root.isEmpty())
+        return false;
+    const QFileInfo info(path);
+    const QString name = info.fileName();
+    if (name.isEmpty() || name == QLatin1String(".") || name == QLatin1String(".."))
+        return false;
+    // The folder holding the entry, resolved now: a link on the way that leads elsewhere since
+    // the folder was chosen shows here.
+    const QString holder = QFileInfo(info.absolutePath()).canonicalFilePath();
+    if (holder.isEmpty())
+        return false;
+    const QString inside = root.endsWith(QLatin1Char('/')) ? root : root + QLatin1Char('/');
+    return holder == root || holder.startsWith(inside);
+}
+
+QString outsideReason()
+{
+    return QStringLiteral("outside the chosen folder, left alone");
+}
+
 bool entryExists(const QString &path)
 {
     const QFileInfo info(path);
     return info.exists() || info.isSymLink();
+}
+
+QString writeWhole(const QString &path, const QByteArray &bytes)
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return file.errorString();
+    // commit() puts the file in place even when writing out its buffer failed (a full disk, a
+    // file size limit): the flush is checked here first.
+    errno = 0;
+    if (file.write(bytes) != bytes.size() || !file.flush()) {
+        const int error = errno;
+        const QString problem = error != 0 ? qt_error_string(error) : file.errorString();
+        file.cancelWriting();
+        return problem;
+    }
+    if (!file.commit())
+        return file.errorString();
+    return {};
 }
 
 QString moveWithoutReplacing(const QString &from, const QString &to)
@@ -228,10 +277,10 @@ QString leftAloneText(const Outcome &outcome, int listed)
     return text;
 }
 
-RenamePlan planReplaceInNames(const QStringList &paths, const QString &find, const QString &with,
+RenamePlan planReplaceInNames(const QString &root, const QStringList &paths, const QString &find, const QString &with,
                               Qt::CaseSensitivity cs)
 {
-    RenamePlan plan;
+    RenamePlan plan{root, {}, {}};
     if (find.isEmpty())
         return plan;
     QStringList ordered = paths;
@@ -242,6 +291,10 @@ RenamePlan planReplaceInNames(const QStringList &paths, const QString &find, con
         const QString name = info.fileName();
         if (!nameContains(name, find, cs))
             continue;
+        if (!liesBelow(root, path)) {
+            plan.skipped.push_back(Skipped{path, outsideReason()});
+            continue;
+        }
         const QString newName = QString(name).replace(find, with, cs);
         if (newName == name)
             continue;
@@ -264,12 +317,16 @@ RenamePlan planReplaceInNames(const QStringList &paths, const QString &find, con
     return plan;
 }
 
-RenamePlan planRename(const QString &path, const QString &newName)
+RenamePlan planRename(const QString &root, const QString &path, const QString &newName)
 {
-    RenamePlan plan;
+    RenamePlan plan{root, {}, {}};
     const QFileInfo info(path);
     if (newName == info.fileName())
         return plan;
+    if (!liesBelow(root, path)) {
+        plan.skipped.push_back(Skipped{path, outsideReason()});
+        return plan;
+    }
     if (const QString problem = nameProblem(newName); !problem.isEmpty()) {
         plan.skipped.push_back(Skipped{path, problem});
         return plan;
@@ -293,6 +350,10 @@ Outcome applyRenames(const RenamePlan &plan, Progress &progress)
             break;
         }
         progress.step(QFileInfo(r.from).fileName());
+        if (!liesBelow(plan.root, r.from) || !liesBelow(plan.root, r.to)) {
+            out.skipped.push_back(Skipped{r.from, outsideReason()});
+            continue;
+        }
         if (const QString problem = moveWithoutReplacing(r.from, r.to); !problem.isEmpty()) {
             out.skipped.push_back(Skipped{r.from, problem});
             continue;
@@ -334,15 +395,21 @@ QStringList outermostPaths(const QStringList &paths)
 {
     QStringList sorted;
     for (const QString &p : paths)
-        sorted << QFileInfo(p).absoluteFilePath();
+        sorted << QDir::cleanPath(QFileInfo(p).absoluteFilePath());
     sorted.sort();
     sorted.removeDuplicates();
+    // Sorting alone does not put a folder's content right after it: "a b" sorts between "a" and
+    // "a/x". Each path's own folders are looked up instead.
+    const QSet<QString> chosen(sorted.cbegin(), sorted.cend());
     QStringList out;
     for (const QString &p : std::as_const(sorted)) {
-        // Sorted, a folder comes right before everything inside it.
-        if (!out.isEmpty() && p.startsWith(out.last() + QLatin1Char('/')))
-            continue;
-        out << p;
+        bool inside = false;
+        for (QString up = p, next = QFileInfo(p).path(); !inside && next != up; next = QFileInfo(up).path()) {
+            up = next;
+            inside = chosen.contains(up);
+        }
+        if (!inside)
+            out << p;
     }
     return out;
 }

@@ -2,7 +2,8 @@
 // renaming by a text replaced in names, deleting, and the outcome every change reports.
 //
 // Nothing here follows a link: a link is listed, renamed and deleted as the entry it is, and
-// never descended into, so no change reaches outside the chosen folder. No change overwrites
+// never descended into. The chosen folder itself is taken with its links resolved, and every
+// change checks again, entry by entry, that it stays below that folder. No change overwrites
 // anything: a name that is already taken is reported and left alone.
 #pragma once
 
@@ -39,6 +40,16 @@ enum class Kind { Folders, Files };
 // Without `hidden`, hidden entries are left out, and so is everything inside hidden folders.
 QStringList itemsBelow(const QString &folder, Kind kind, bool hidden = true);
 
+// The chosen folder as the changes work below it: the folder a link or a path through links
+// leads to; the cleaned path itself when it leads nowhere.
+QString chosenFolder(const QString &folder);
+// Whether the entry at `path` lies below `root` (a chosen folder): the folder holding it, its
+// links resolved, is `root` or inside it. The entry itself may be a link; a change acts on the
+// link, not on what it points at.
+bool liesBelow(const QString &root, const QString &path);
+// The reason given for an entry that does not.
+QString outsideReason();
+
 // Whether the name holds the text; an empty text holds nowhere.
 bool nameContains(const QString &name, const QString &text, Qt::CaseSensitivity cs);
 // What is wrong with a new name for an entry: "" when nothing is.
@@ -70,18 +81,20 @@ QString summaryText(const QString &done, const QString &unit, const Outcome &out
 QString leftAloneText(const Outcome &outcome, int listed = 15);
 
 struct RenamePlan final {
+    QString root;                // the chosen folder every rename stays below
     std::vector<Rename> renames; // deepest first, so a folder is renamed after its content
     std::vector<Skipped> skipped;
 };
 
 // The renames that replacing `find` by `with` in the names of `paths` makes. Names that do not
-// change are left out; a new name that is invalid or already taken (on disk or by an earlier
-// rename of the plan) is skipped with its reason.
-RenamePlan planReplaceInNames(const QStringList &paths, const QString &find, const QString &with,
+// change are left out; an entry that does not lie below `root`, or whose new name is invalid or
+// already taken (on disk or by an earlier rename of the plan), is skipped with its reason.
+RenamePlan planReplaceInNames(const QString &root, const QStringList &paths, const QString &find, const QString &with,
                               Qt::CaseSensitivity cs);
 // The plan of one entry given a new name.
-RenamePlan planRename(const QString &path, const QString &newName);
-// Carries the renames out, never replacing an existing entry; one progress step each.
+RenamePlan planRename(const QString &root, const QString &path, const QString &newName);
+// Carries the renames out, never replacing an existing entry and checking again that each stays
+// below the plan's root; one progress step each.
 Outcome applyRenames(const RenamePlan &plan, Progress &progress);
 // Takes back renames that were carried out (`Outcome::moved`), last first: each entry gets its
 // old name again unless it is gone or its old name has been taken meanwhile.
@@ -92,13 +105,16 @@ Outcome undoRenames(const std::vector<Rename> &done, Progress &progress);
 QString moveWithoutReplacing(const QString &from, const QString &to);
 // Whether anything, a dangling link included, has this path.
 bool entryExists(const QString &path);
+// Writes a file whole: beside it first, then put in its place (its permissions kept), so that a
+// failure leaves it as it was. Returns the reason of a failure, "" on success.
+QString writeWhole(const QString &path, const QByteArray &bytes);
 
 // How much a deletion of `paths` removes, every entry inside the folders counted.
 struct DeleteCount final {
     int folders = 0;
     int files = 0;
 };
-// Drops paths that lie inside another path of the list.
+// Drops paths that lie inside another path of the list, and paths given twice.
 QStringList outermostPaths(const QStringList &paths);
 DeleteCount countForDelete(const QStringList &paths);
 // Deletes the entries, folders with their content. Read-only files are kept (and so the folders

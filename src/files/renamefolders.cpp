@@ -12,6 +12,7 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QCloseEvent>
+#include <QComboBox>
 #include <QDir>
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -52,8 +53,8 @@ auto runBusy(BusyState &busy, QProgressBar *bar, QLabel *status, const QString &
 RenameFolders::RenameFolders(ToolHost &host, QWidget *parent)
     : QDialog(parent), m_host(host), m_folder(new QLineEdit(this)), m_tree(new FolderTree(this)),
       m_case(new QCheckBox(QStringLiteral("&Match Case"), this)),
-      m_hidden(new QCheckBox(QStringLiteral("Include &Hidden Files"), this)), m_bar(new QProgressBar(this)),
-      m_status(new QLabel(this)), m_keys(new KeyPreview(this)), m_busy(this)
+      m_hidden(new QCheckBox(QStringLiteral("Include &Hidden Files"), this)), m_encoding(new QComboBox(this)),
+      m_bar(new QProgressBar(this)), m_status(new QLabel(this)), m_keys(new KeyPreview(this)), m_busy(this)
 {
     setObjectName(QStringLiteral("RenameFolders"));
     setWindowTitle(QStringLiteral("Rename Folders & Files"));
@@ -80,6 +81,12 @@ RenameFolders::RenameFolders(ToolHost &host, QWidget *parent)
     m_case->setObjectName(QStringLiteral("chkcase"));
     m_hidden->setObjectName(QStringLiteral("chkhidden"));
     m_hidden->setToolTip(QStringLiteral("Replace in Files also changes hidden files and the files in hidden folders"));
+    m_encoding->setObjectName(QStringLiteral("cboencoding"));
+    m_encoding->addItem(QStringLiteral("UTF-8"), QString());
+    for (const QString &name : Files::choosableEncodings())
+        m_encoding->addItem(name, name);
+    m_encoding->setToolTip(QStringLiteral("How Replace in Files reads files without a byte order mark; with UTF-8, "
+                                          "files that are not UTF-8 are left alone"));
     m_bar->setObjectName(QStringLiteral("ProgressBar1"));
     m_bar->setTextVisible(false);
     m_status->setObjectName(QStringLiteral("lblstatus"));
@@ -98,6 +105,10 @@ RenameFolders::RenameFolders(ToolHost &host, QWidget *parent)
     auto *bottom = new QHBoxLayout;
     bottom->addWidget(m_case);
     bottom->addWidget(m_hidden);
+    auto *encodingLabel = new QLabel(QStringLiteral("&Encoding:"), this);
+    encodingLabel->setBuddy(m_encoding);
+    bottom->addWidget(encodingLabel);
+    bottom->addWidget(m_encoding);
     bottom->addStretch(1);
     bottom->addWidget(exitButton);
     auto *layout = new QVBoxLayout(this);
@@ -134,7 +145,8 @@ Qt::CaseSensitivity RenameFolders::caseSensitivity() const
 
 void RenameFolders::openFolder(const QString &folder)
 {
-    m_root = QDir::cleanPath(QFileInfo(folder).absoluteFilePath());
+    // A folder reached through a link is worked on where it is: every change stays below it.
+    m_root = Files::chosenFolder(folder);
     m_folder->setText(QDir::toNativeSeparators(m_root));
     m_tree->clear();
     reload();
@@ -263,7 +275,7 @@ void RenameFolders::ReplaceString()
     if (!replacement)
         return;
     const auto &[find, with] = *replacement;
-    carryOut(Files::planReplaceInNames(paths, find, with, caseSensitivity()), find, QStringLiteral("item"));
+    carryOut(Files::planReplaceInNames(m_root, paths, find, with, caseSensitivity()), find, QStringLiteral("item"));
 }
 
 void RenameFolders::Rename()
@@ -279,7 +291,7 @@ void RenameFolders::Rename()
     if (name.isEmpty() || name == item->text(0))
         return;
     // The typed name is the preview of this change.
-    const auto outcome = applyRenames(Files::planRename(FolderTree::pathOf(item), name));
+    const auto outcome = applyRenames(Files::planRename(m_root, FolderTree::pathOf(item), name));
     if (!outcome)
         return;
     if (outcome->changed > 0)
@@ -303,7 +315,7 @@ void RenameFolders::RenameItems(const QString &kind)
     const auto &[find, with] = *replacement;
     const QStringList paths =
         Files::itemsBelow(FolderTree::folderOf(item), folders ? Files::Kind::Folders : Files::Kind::Files);
-    carryOut(Files::planReplaceInNames(paths, find, with, caseSensitivity()), find,
+    carryOut(Files::planReplaceInNames(m_root, paths, find, with, caseSensitivity()), find,
              folders ? QStringLiteral("folder") : QStringLiteral("file"));
 }
 
@@ -317,10 +329,11 @@ void RenameFolders::ReplaceFiles()
     const auto asked = askReplacement();
     if (!asked)
         return;
-    const Files::TextReplacement replacement{asked->find, asked->with, caseSensitivity(), m_hidden->isChecked()};
+    const Files::TextReplacement replacement{asked->find, asked->with, caseSensitivity(), m_hidden->isChecked(),
+                                             m_encoding->currentData().toString()};
     const QString target = FolderTree::pathOf(item);
     const auto planned = runBusy(m_busy, m_bar, m_status, QStringLiteral("Reading"), [&](Progress &progress) {
-        return Files::planReplaceInFiles(target, replacement, progress);
+        return Files::planReplaceInFiles(m_root, target, replacement, progress);
     });
     if (!planned || planned->stopped)
         return;
@@ -333,7 +346,7 @@ void RenameFolders::ReplaceFiles()
         Dialogs::message(this, text);
         return;
     }
-    const QString question = Files::contentQuestion(plan, replacement, FolderTree::folderOf(item));
+    const QString question = Files::contentQuestion(plan, replacement);
     if (Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Question) != Dialogs::Answer::Yes)
         return;
     auto copies = std::make_unique<Files::FileCopies>();
@@ -363,7 +376,7 @@ void RenameFolders::Delete()
     if (Dialogs::ask(this, question, Dialogs::Buttons::YesNo, Dialogs::Icon::Exclamation) != Dialogs::Answer::Yes)
         return;
     const auto trashed = runBusy(m_busy, m_bar, m_status, QStringLiteral("Deleting"),
-                                 [&paths](Progress &progress) { return Files::moveToTrash(paths, progress); });
+                                 [&](Progress &progress) { return Files::moveToTrash(m_root, paths, progress); });
     if (!trashed)
         return;
     if (!trashed->outcome.moved.empty()) {
@@ -405,9 +418,12 @@ void RenameFolders::UndoReplaceFiles()
                                  [this](Progress &progress) { return m_copies->restore(progress); });
     if (!outcome)
         return;
-    m_copies.reset();
+    // The copies of files not put back stay for another try.
+    const int kept = m_copies->size();
+    if (kept == 0)
+        m_copies.reset();
     updateUndo();
-    Dialogs::message(this, Files::summaryText(QStringLiteral("Put back"), QStringLiteral("file"), *outcome));
+    Dialogs::message(this, Files::putBackSummary(*outcome, kept));
 }
 
 void RenameFolders::UndoDelete()

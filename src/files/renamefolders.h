@@ -17,6 +17,7 @@
 
 class QAction;
 class QCheckBox;
+class QComboBox;
 class QLabel;
 class QLineEdit;
 class QProgressBar;
@@ -81,6 +82,7 @@ private:
     FolderTree *m_tree;
     QCheckBox *m_case;
     QCheckBox *m_hidden;
+    QComboBox *m_encoding; // of the files without a byte order mark, for Replace in Files
     QAction *m_undoRename;
     QAction *m_undoReplace;
     QAction *m_undoDelete;

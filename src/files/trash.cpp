@@ -1,9 +1,16 @@
 #include "files/trash.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
+
+#include <optional>
+
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
 
 namespace tabulon::Files {
 
@@ -36,18 +43,68 @@ bool haveTrash()
 #endif
 }
 
+#ifdef Q_OS_UNIX
+std::optional<dev_t> deviceOf(const QString &path)
+{
+    struct stat st {};
+    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
+        return std::nullopt;
+    return st.st_dev;
+}
+#endif
+
+// Why the entry may not go to the trash of the chosen folder's file system: it lies on another
+// one, or holds something that does (a file system mounted inside a folder). "" when it may.
+QString otherFileSystem(const QString &root, const QString &path)
+{
+#ifdef Q_OS_UNIX
+    const std::optional<dev_t> home = deviceOf(root);
+    const std::optional<dev_t> own = deviceOf(path);
+    if (!home || !own)
+        return QStringLiteral("its file system could not be told");
+    if (*own != *home)
+        return QStringLiteral("on another file system than the chosen folder, left alone");
+    const QFileInfo info(path);
+    if (!info.isDir() || info.isSymLink())
+        return {};
+    // Without FollowSymlinks the walk stays out of linked folders.
+    QDirIterator it(path, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString inner = it.next();
+        if (deviceOf(inner).value_or(*home) != *home)
+            return QStringLiteral("%1 inside it is on another file system than the chosen folder, left alone")
+                .arg(QDir(path).relativeFilePath(inner));
+    }
+#else
+    Q_UNUSED(root);
+    Q_UNUSED(path);
+#endif
+    return {};
+}
+
+// Why the entry is left alone whatever the operator says, "" when it may go.
+QString leftAlone(const QString &root, const QString &path)
+{
+    if (!entryExists(path))
+        return QStringLiteral("no longer there");
+    if (!liesBelow(root, path))
+        return outsideReason();
+    return otherFileSystem(root, path);
+}
+
 } // namespace
 
-TrashOutcome moveToTrash(const QStringList &paths, Progress &progress)
+TrashOutcome moveToTrash(const QString &root, const QStringList &paths, Progress &progress)
 {
     TrashOutcome out;
     const QStringList outermost = outermostPaths(paths);
     if (!haveTrash()) {
         for (const QString &path : outermost) {
-            if (entryExists(path))
-                out.notTrashed << path;
+            if (const QString reason = leftAlone(root, path); !reason.isEmpty())
+                out.outcome.skipped.push_back(Skipped{path, reason});
             else
-                out.outcome.skipped.push_back(Skipped{path, QStringLiteral("no longer there")});
+                out.notTrashed << path;
         }
         out.reason = QStringLiteral("this desktop has no trash");
         return out;
@@ -59,8 +116,8 @@ TrashOutcome moveToTrash(const QStringList &paths, Progress &progress)
             break;
         }
         progress.step(QFileInfo(path).fileName());
-        if (!entryExists(path)) {
-            out.outcome.skipped.push_back(Skipped{path, QStringLiteral("no longer there")});
+        if (const QString reason = leftAlone(root, path); !reason.isEmpty()) {
+            out.outcome.skipped.push_back(Skipped{path, reason});
             continue;
         }
         QFile file(path);

@@ -1,6 +1,7 @@
 // The folders and files tool's disk work on real temporary folders: what a listing holds,
-// renames that must never overwrite, deletion that keeps read-only files and never follows a
-// link, the trash, text replacement that keeps every file's encoding and leaves binaries alone,
+// renames that must never overwrite, changes that stay below the chosen folder, deletion that
+// keeps read-only files and never follows a link, the trash and its file system, text
+// replacement that keeps every file's encoding and leaves binaries and unknown encodings alone,
 // and taking each change back.
 #include "files.h"
 #include "files/filecopies.h"
@@ -13,6 +14,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <sys/mount.h>
 
 using namespace tabulon;
 using namespace tabulon::Files;
@@ -33,6 +36,20 @@ QStringList tree(const QString &root)
     for (const Entry &e : listFolder(root, quiet).entries)
         out << QDir(root).relativeFilePath(e.path) + (e.folder ? qs("/") : QString()) + (e.link ? qs("@") : QString());
     return out;
+}
+
+// Unmounts every file system mounted below `folder`, wherever a change has taken it.
+void unmountBelow(const QString &folder)
+{
+    QFile mounts(qs("/proc/self/mounts"));
+    if (!mounts.open(QIODevice::ReadOnly))
+        return;
+    const QList<QByteArray> lines = mounts.readAll().split('\n');
+    for (auto line = lines.crbegin(); line != lines.crend(); ++line) {
+        const QList<QByteArray> fields = line->split(' ');
+        if (fields.size() > 1 && fields[1].startsWith(QByteArray(QFile::encodeName(folder) + '/')))
+            ::umount2(fields[1].constData(), MNT_DETACH);
+    }
 }
 
 class CountingProgress final : public Progress {
@@ -64,10 +81,13 @@ private Q_SLOTS:
     void replaceInNames_data();
     void replaceInNames();
     void renamesNeverOverwrite();
+    void changesStayBelowTheChosenFolder();
     void deleteKeepsReadOnlyAndLinkTargets();
     void textForms_data();
     void textForms();
     void replaceInFilesLeavesTheAwkwardOnesAlone();
+    void onlyKnownEncodingsAreChanged_data();
+    void onlyKnownEncodingsAreChanged();
     void replaceInFilesKeepsPermissionsAndStops();
     void matchedLines_data();
     void matchedLines();
@@ -75,9 +95,11 @@ private Q_SLOTS:
     void undoRenamesGivesOldNamesBack();
     void copiesPutFilesBackUnlessChangedAgain();
     void trashTakesEntriesAndGivesThemBack();
+    void trashStaysOnTheChosenFileSystem();
 
 private:
     QString path(const char *relative) const { return m_dir->filePath(qs(relative)); }
+    QString root() const { return chosenFolder(m_dir->path()); }
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<QTemporaryDir> m_outside;
 };
@@ -160,7 +182,8 @@ void TestFolderWork::replaceInNames()
             write(m_dir->filePath(name), name.toUtf8());
         paths << QDir::cleanPath(m_dir->filePath(name));
     }
-    const RenamePlan plan = planReplaceInNames(paths, find, with, matchCase ? Qt::CaseSensitive : Qt::CaseInsensitive);
+    const RenamePlan plan =
+        planReplaceInNames(root(), paths, find, with, matchCase ? Qt::CaseSensitive : Qt::CaseInsensitive);
     NoProgress quiet;
     const Outcome outcome = applyRenames(plan, quiet);
     QStringList got;
@@ -182,7 +205,8 @@ void TestFolderWork::renamesNeverOverwrite()
     QDir().mkpath(path("dir_a"));
     write(path("dir_a/keep.txt"), "kept");
     write(path("file_a"), "first");
-    const RenamePlan plan = planReplaceInNames({path("dir_a"), path("file_a")}, qs("_a"), qs("_b"), Qt::CaseSensitive);
+    const RenamePlan plan =
+        planReplaceInNames(root(), {path("dir_a"), path("file_a")}, qs("_a"), qs("_b"), Qt::CaseSensitive);
     QDir().mkpath(path("dir_b"));
     write(path("file_b"), "second");
     NoProgress quiet;
@@ -194,7 +218,7 @@ void TestFolderWork::renamesNeverOverwrite()
 
     // A link is renamed as itself; what it points at keeps its name.
     QVERIFY(QFile::link(m_outside->filePath(qs("secret.txt")), path("link_a")));
-    QCOMPARE(applyRenames(planRename(path("link_a"), qs("link_b")), quiet).changed, 1);
+    QCOMPARE(applyRenames(planRename(root(), path("link_a"), qs("link_b")), quiet).changed, 1);
     QVERIFY(QFileInfo(path("link_b")).isSymLink());
     QCOMPARE(read(m_outside->filePath(qs("secret.txt"))), QByteArray("Orvita outside"));
 
@@ -210,16 +234,18 @@ void TestFolderWork::deleteKeepsReadOnlyAndLinkTargets()
     write(path("app/data/free.dat"), "x");
     makeReadOnly(path("app/data/locked.dat"));
     QVERIFY(QFile::link(m_outside->path(), path("app/outside")));
-    const QStringList chosen{path("app"), path("app/bin/run.exe")};
-    QCOMPARE(outermostPaths(chosen), QStringList{path("app")});
+    // "app x" sorts between "app" and "app/bin": it must not hide that run.exe is inside "app".
+    write(path("app x"), "sibling");
+    const QStringList chosen{path("app"), path("app/bin/run.exe"), path("app x")};
+    QCOMPARE(outermostPaths(chosen), QStringList({path("app"), path("app x")}));
     const DeleteCount count = countForDelete(chosen);
     QCOMPARE(count.folders, 3);
-    QCOMPARE(count.files, 4);
+    QCOMPARE(count.files, 5);
 
     CountingProgress progress;
     const Outcome outcome = deleteEntries(chosen, progress);
-    QCOMPARE(progress.totals, QList<int>{7});
-    QCOMPARE(outcome.changed, 4); // bin/run.exe, bin, free.dat, the link
+    QCOMPARE(progress.totals, QList<int>{8});
+    QCOMPARE(outcome.changed, 5); // bin/run.exe, bin, free.dat, the link, app x
     QCOMPARE(tree(m_dir->path()), QStringList({qs("app/"), qs("app/data/"), qs("app/data/locked.dat")}));
     QCOMPARE(read(m_outside->filePath(qs("secret.txt"))), QByteArray("Orvita outside"));
     QStringList reasons;
@@ -229,37 +255,90 @@ void TestFolderWork::deleteKeepsReadOnlyAndLinkTargets()
                                    qs("app: something inside it was kept")}));
 }
 
+void TestFolderWork::changesStayBelowTheChosenFolder()
+{
+    write(path("app/orvita.ini"), "orvita");
+    write(path("app/sub/orvita.rpt"), "orvita");
+    write(path("orvita.txt"), "orvita");
+    QVERIFY(QFile::link(path("app"), path("applink")));
+    // Chosen through the link, the folder is where it leads.
+    const QString app = chosenFolder(path("applink"));
+    QCOMPARE(app, chosenFolder(path("app")));
+    QVERIFY(!QFileInfo(app).isSymLink());
+    QVERIFY(liesBelow(app, path("applink/orvita.ini")));
+    QVERIFY(!liesBelow(app, path("orvita.txt")));
+    QVERIFY(!liesBelow(app, path("app/..")));
+    QVERIFY(!liesBelow(app, path("app/../orvita.txt")));
+    QVERIFY(!liesBelow(app, path("app")));
+
+    NoProgress quiet;
+    const QString outside = outsideReason();
+    RenamePlan plan =
+        planReplaceInNames(app, {path("orvita.txt"), path("app/orvita.ini")}, qs("orvita"), qs("x"), Qt::CaseSensitive);
+    QCOMPARE(int(plan.renames.size()), 1);
+    QCOMPARE(plan.skipped[0].path, path("orvita.txt"));
+    QCOMPARE(plan.skipped[0].reason, outside);
+    QCOMPARE(planRename(app, path("orvita.txt"), qs("x")).skipped[0].reason, outside);
+    const TextReplacement replacement{qs("orvita"), qs("x"), Qt::CaseSensitive, false, {}};
+    QCOMPARE(planReplaceInFiles(app, path("orvita.txt"), replacement, quiet).skipped[0].reason, outside);
+    const TrashOutcome trashed = moveToTrash(app, {path("orvita.txt")}, quiet);
+    QCOMPARE(trashed.outcome.skipped[0].reason, outside);
+
+    // A folder turned into a link after the preview: the change would land where it leads.
+    plan = planReplaceInNames(app, {path("app/sub/orvita.rpt")}, qs("orvita"), qs("x"), Qt::CaseSensitive);
+    ContentPlan content = planReplaceInFiles(app, path("app/sub"), replacement, quiet);
+    QCOMPARE(int(content.files.size()), 1);
+    QVERIFY(QDir(path("app/sub")).removeRecursively());
+    write(m_outside->filePath(qs("orvita.rpt")), "orvita");
+    QVERIFY(QFile::link(m_outside->path(), path("app/sub")));
+    FileCopies copies;
+    QCOMPARE(applyReplaceInFiles(content, replacement, copies, quiet).skipped[0].reason, outside);
+    const Outcome renamed = applyRenames(plan, quiet);
+    QCOMPARE(renamed.changed, 0);
+    QCOMPARE(renamed.skipped[0].reason, outside);
+    QCOMPARE(read(m_outside->filePath(qs("orvita.rpt"))), QByteArray("orvita"));
+    QCOMPARE(read(path("orvita.txt")), QByteArray("orvita"));
+}
+
 void TestFolderWork::textForms_data()
 {
     QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<int>("form"); // -1: binary
+    QTest::addColumn<QString>("encoding"); // chosen for files without a mark
+    QTest::addColumn<int>("form");         // -1: binary, -2: not in a known encoding
     QTest::addColumn<QByteArray>("replaced");
 
     QTest::newRow("utf-8, CRLF kept") << QByteArray("Orvita\r\nStra\xc3\x9f"
                                                     "e Orvita\r\n")
-                                      << int(TextForm::Utf8)
+                                      << QString() << int(TextForm::Utf8)
                                       << QByteArray("Tabby\r\nStra\xc3\x9f"
                                                     "e Tabby\r\n");
-    QTest::newRow("utf-8 with mark") << QByteArray("\xEF\xBB\xBFOrvita") << int(TextForm::Utf8Bom)
+    QTest::newRow("utf-8 with mark") << QByteArray("\xEF\xBB\xBFOrvita") << QString() << int(TextForm::Utf8Bom)
                                      << QByteArray("\xEF\xBB\xBFTabby");
-    QTest::newRow("utf-16 little end") << QByteArray("\xFF\xFEO\0r\0v\0i\0t\0a\0\r\0\n\0", 16) << int(TextForm::Utf16LE)
-                                       << QByteArray("\xFF\xFET\0a\0b\0b\0y\0\r\0\n\0", 14);
-    QTest::newRow("utf-16 big end") << QByteArray("\xFE\xFF\0O\0r\0v\0i\0t\0a", 14) << int(TextForm::Utf16BE)
-                                    << QByteArray("\xFE\xFF\0T\0a\0b\0b\0y", 12);
-    QTest::newRow("single byte kept byte for byte")
-        << QByteArray("caf\xe9 Orvita \x80\xff") << int(TextForm::SingleByte) << QByteArray("caf\xe9 Tabby \x80\xff");
-    QTest::newRow("zero byte: binary") << QByteArray("Orvita\0\x01", 8) << -1 << QByteArray();
-    QTest::newRow("odd utf-16: binary") << QByteArray("\xFF\xFEO\0r", 5) << -1 << QByteArray();
-    QTest::newRow("control bytes: binary") << QByteArray("Orvita\x01\x02\x03\x04") << -1 << QByteArray();
+    QTest::newRow("utf-16 little end, a choice does not count")
+        << QByteArray("\xFF\xFEO\0r\0v\0i\0t\0a\0\r\0\n\0", 16) << qs("Shift_JIS") << int(TextForm::Utf16LE)
+        << QByteArray("\xFF\xFET\0a\0b\0b\0y\0\r\0\n\0", 14);
+    QTest::newRow("utf-16 big end") << QByteArray("\xFE\xFF\0O\0r\0v\0i\0t\0a", 14) << QString()
+                                    << int(TextForm::Utf16BE) << QByteArray("\xFE\xFF\0T\0a\0b\0b\0y", 12);
+    QTest::newRow("latin-1 unchosen: not known") << QByteArray("caf\xe9 Orvita") << QString() << -2 << QByteArray();
+    QTest::newRow("latin-1 chosen: byte for byte") << QByteArray("caf\xe9 Orvita \x80\xff") << qs("ISO-8859-1")
+                                                   << int(TextForm::Chosen) << QByteArray("caf\xe9 Tabby \x80\xff");
+    QTest::newRow("shift-jis chosen") << QByteArray("\x83\x5C Orvita") << qs("Shift_JIS") << int(TextForm::Chosen)
+                                      << QByteArray("\x83\x5C Tabby");
+    QTest::newRow("not shift-jis as chosen") << QByteArray("\x83 Orvita") << qs("Shift_JIS") << -2 << QByteArray();
+    QTest::newRow("zero byte: binary") << QByteArray("Orvita\0\x01", 8) << QString() << -1 << QByteArray();
+    QTest::newRow("odd utf-16: binary") << QByteArray("\xFF\xFEO\0r", 5) << QString() << -1 << QByteArray();
+    QTest::newRow("control bytes: binary") << QByteArray("Orvita\x01\x02\x03\x04") << QString() << -1 << QByteArray();
 }
 
 void TestFolderWork::textForms()
 {
     QFETCH(QByteArray, bytes);
+    QFETCH(QString, encoding);
     QFETCH(int, form);
     QFETCH(QByteArray, replaced);
-    std::optional<TextFile> text = decodeText(bytes);
-    QCOMPARE(text ? int(text->form) : -1, form);
+    Decoded decoded = decodeText(bytes, encoding);
+    std::optional<TextFile> &text = decoded.text;
+    QCOMPARE(text ? int(text->form) : decoded.binary ? -1 : -2, form);
     if (!text)
         return;
     QCOMPARE(encodeText(*text).value_or("<none>"), bytes);
@@ -279,8 +358,8 @@ void TestFolderWork::replaceInFilesLeavesTheAwkwardOnesAlone()
     QVERIFY(QFile::link(m_outside->filePath(qs("secret.txt")), path("cfg/link.txt")));
 
     CountingProgress progress;
-    const TextReplacement replacement{qs("orvita"), qs("Tabulon \u2713"), Qt::CaseInsensitive, false};
-    const ContentPlan plan = planReplaceInFiles(m_dir->path(), replacement, progress);
+    const TextReplacement replacement{qs("orvita"), qs("Tabulon \u2713"), Qt::CaseInsensitive, false, {}};
+    const ContentPlan plan = planReplaceInFiles(root(), m_dir->path(), replacement, progress);
     QCOMPARE(plan.occurrences, 2);
     QCOMPARE(int(plan.files.size()), 1);
     QCOMPARE(plan.files[0].path, path("cfg/a.ini"));
@@ -288,10 +367,10 @@ void TestFolderWork::replaceInFilesLeavesTheAwkwardOnesAlone()
     for (const Skipped &s : plan.skipped)
         reasons << QDir(m_dir->path()).relativeFilePath(s.path) + qs(": ") + s.reason;
     reasons.sort();
-    QCOMPARE(reasons, QStringList({qs("bin/tool.dll: a binary file, left alone"),
-                                   qs("cfg/latin.txt: the new text does not fit the file's encoding"),
-                                   qs("cfg/link.txt: a link: what it points at is left alone"),
-                                   qs("cfg/locked.ini: read-only")}));
+    QCOMPARE(
+        reasons,
+        QStringList({qs("bin/tool.dll: a binary file, left alone"), qs("cfg/latin.txt: not text in a known encoding"),
+                     qs("cfg/link.txt: a link: what it points at is left alone"), qs("cfg/locked.ini: read-only")}));
 
     FileCopies copies;
     const Outcome outcome = applyReplaceInFiles(plan, replacement, copies, progress);
@@ -303,6 +382,50 @@ void TestFolderWork::replaceInFilesLeavesTheAwkwardOnesAlone()
     QCOMPARE(read(path("bin/tool.dll")), QByteArray("MZ\0\0Orvita\0", 12));
 }
 
+void TestFolderWork::onlyKnownEncodingsAreChanged_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("encoding");
+    QTest::addColumn<QString>("find");
+    QTest::addColumn<QString>("with");
+    QTest::addColumn<QByteArray>("after");
+    QTest::addColumn<QString>("reason"); // why the file is left alone, "" when it is changed
+
+    // In Shift-JIS the second byte of "\x83\x5C" is no backslash of its own.
+    const QByteArray sjis("dir=C:\\app\\\x83\x5C\r\n");
+    QTest::newRow("shift-jis, nothing chosen")
+        << sjis << QString() << qs("\\") << qs("/") << sjis << qs("not text in a known encoding");
+    QTest::newRow("shift-jis chosen") << sjis << qs("Shift_JIS") << qs("\\") << qs("/")
+                                      << QByteArray("dir=C:/app/\x83\x5C\r\n") << QString();
+    QTest::newRow("latin-1 chosen, new text without a place in it")
+        << QByteArray("caf\xe9 orvita") << qs("ISO-8859-1") << qs("orvita") << qs("\u2713")
+        << QByteArray("caf\xe9 orvita") << qs("the new text does not fit the file's encoding");
+    QTest::newRow("not what was chosen") << QByteArray("\x83 orvita") << qs("Shift_JIS") << qs("orvita") << qs("x")
+                                         << QByteArray("\x83 orvita") << qs("not text in Shift_JIS");
+    QTest::newRow("pure ascii, nothing chosen")
+        << QByteArray("name=orvita") << QString() << qs("orvita") << qs("x") << QByteArray("name=x") << QString();
+}
+
+void TestFolderWork::onlyKnownEncodingsAreChanged()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, encoding);
+    QFETCH(QString, find);
+    QFETCH(QString, with);
+    QFETCH(QByteArray, after);
+    QFETCH(QString, reason);
+    if (!encoding.isEmpty() && !choosableEncodings().contains(encoding))
+        QSKIP("this system cannot convert the encoding");
+    write(path("file.ini"), bytes);
+    NoProgress quiet;
+    const TextReplacement replacement{find, with, Qt::CaseSensitive, false, encoding};
+    const ContentPlan plan = planReplaceInFiles(root(), m_dir->path(), replacement, quiet);
+    QCOMPARE(plan.skipped.empty() ? QString() : plan.skipped[0].reason, reason);
+    FileCopies copies;
+    applyReplaceInFiles(plan, replacement, copies, quiet);
+    QCOMPARE(read(path("file.ini")), after);
+}
+
 void TestFolderWork::replaceInFilesKeepsPermissionsAndStops()
 {
     const QFile::Permissions mode = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup;
@@ -312,8 +435,8 @@ void TestFolderWork::replaceInFilesKeepsPermissionsAndStops()
     }
     NoProgress quiet;
     FileCopies copies;
-    const TextReplacement replacement{qs("old"), qs("new"), Qt::CaseSensitive, false};
-    ContentPlan plan = planReplaceInFiles(path("one.bat"), replacement, quiet);
+    const TextReplacement replacement{qs("old"), qs("new"), Qt::CaseSensitive, false, {}};
+    ContentPlan plan = planReplaceInFiles(root(), path("one.bat"), replacement, quiet);
     QCOMPARE(int(plan.files.size()), 1);
     // Changed again between the count and the change: the text now there is what counts.
     write(path("one.bat"), "echo old old");
@@ -321,7 +444,7 @@ void TestFolderWork::replaceInFilesKeepsPermissionsAndStops()
     QCOMPARE(read(path("one.bat")), QByteArray("echo new new"));
     QCOMPARE(QFile::permissions(path("one.bat")) & ~(QFile::ReadUser | QFile::WriteUser | QFile::ExeUser), mode);
 
-    plan = planReplaceInFiles(m_dir->path(), replacement, quiet);
+    plan = planReplaceInFiles(root(), m_dir->path(), replacement, quiet);
     QCOMPARE(int(plan.files.size()), 2);
     CountingProgress stopping;
     stopping.stopAfter = 1;
@@ -358,7 +481,8 @@ void TestFolderWork::matchedLines()
     write(path("file.ini"), bytes);
     NoProgress quiet;
     const ContentPlan plan = planReplaceInFiles(
-        path("file.ini"), {qs("orvita"), qs("x"), matchCase ? Qt::CaseSensitive : Qt::CaseInsensitive, false}, quiet);
+        root(), path("file.ini"),
+        {qs("orvita"), qs("x"), matchCase ? Qt::CaseSensitive : Qt::CaseInsensitive, false, {}}, quiet);
     QCOMPARE(int(plan.files.size()), 1);
     QStringList got;
     for (const MatchedLine &line : plan.files[0].lines)
@@ -377,7 +501,7 @@ void TestFolderWork::hiddenFilesOnlyWhenAsked()
     const auto planned = [&](const QString &target, bool hidden) {
         QStringList files;
         for (const FileChange &f :
-             planReplaceInFiles(target, {qs("orvita"), qs("x"), Qt::CaseInsensitive, hidden}, quiet).files)
+             planReplaceInFiles(root(), target, {qs("orvita"), qs("x"), Qt::CaseInsensitive, hidden, {}}, quiet).files)
             files << QDir(m_dir->path()).relativeFilePath(f.path);
         files.sort();
         return files;
@@ -394,9 +518,10 @@ void TestFolderWork::undoRenamesGivesOldNamesBack()
     write(path("old/old.txt"), "content");
     write(path("old/old_2.txt"), "second");
     NoProgress quiet;
-    const Outcome renamed = applyRenames(planReplaceInNames({path("old"), path("old/old.txt"), path("old/old_2.txt")},
-                                                            qs("old"), qs("new"), Qt::CaseSensitive),
-                                         quiet);
+    const Outcome renamed =
+        applyRenames(planReplaceInNames(root(), {path("old"), path("old/old.txt"), path("old/old_2.txt")}, qs("old"),
+                                        qs("new"), Qt::CaseSensitive),
+                     quiet);
     QCOMPARE(renamed.changed, 3);
     QCOMPARE(tree(m_dir->path()), sl({"new/", "new/new.txt", "new/new_2.txt"}));
 
@@ -409,7 +534,7 @@ void TestFolderWork::undoRenamesGivesOldNamesBack()
     QCOMPARE(int(undone.skipped.size()), 1);
     QCOMPARE(undone.skipped[0].reason, qs("no longer there"));
 
-    const Outcome again = applyRenames(planRename(path("old/old.txt"), qs("renamed.txt")), quiet);
+    const Outcome again = applyRenames(planRename(root(), path("old/old.txt"), qs("renamed.txt")), quiet);
     write(path("old/old.txt"), "taken meanwhile");
     const Outcome refused = undoRenames(again.moved, quiet);
     QCOMPARE(refused.changed, 0);
@@ -426,8 +551,8 @@ void TestFolderWork::copiesPutFilesBackUnlessChangedAgain()
     write(path("c.ini"), "orvita");
     QFile::setPermissions(path("a.ini"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     NoProgress quiet;
-    const TextReplacement replacement{qs("orvita"), qs("Tabulon"), Qt::CaseInsensitive, false};
-    const ContentPlan plan = planReplaceInFiles(m_dir->path(), replacement, quiet);
+    const TextReplacement replacement{qs("orvita"), qs("Tabulon"), Qt::CaseInsensitive, false, {}};
+    const ContentPlan plan = planReplaceInFiles(root(), m_dir->path(), replacement, quiet);
     FileCopies copies;
     QCOMPARE(applyReplaceInFiles(plan, replacement, copies, quiet).changed, 3);
     QCOMPARE(read(path("b.ini")), QByteArray("Tabulon\r\n"));
@@ -441,6 +566,12 @@ void TestFolderWork::copiesPutFilesBackUnlessChangedAgain()
     QCOMPARE(read(path("c.ini")), QByteArray("edited by hand"));
     QCOMPARE(int(restored.skipped.size()), 1);
     QCOMPARE(restored.skipped[0].reason, qs("changed again since, left as it is"));
+    // Only the copy of the file not put back is left, and it still holds the old text.
+    QCOMPARE(copies.size(), 1);
+    write(path("c.ini"), "Tabulon");
+    QCOMPARE(copies.restore(quiet).changed, 1);
+    QCOMPARE(read(path("c.ini")), QByteArray("orvita"));
+    QCOMPARE(copies.size(), 0);
 }
 
 void TestFolderWork::trashTakesEntriesAndGivesThemBack()
@@ -455,7 +586,7 @@ void TestFolderWork::trashTakesEntriesAndGivesThemBack()
 
     CountingProgress progress;
     const TrashOutcome trashed =
-        moveToTrash({path("app"), path("app/reports"), path("readme.txt"), path("link")}, progress);
+        moveToTrash(root(), {path("app"), path("app/reports"), path("readme.txt"), path("link")}, progress);
     QCOMPARE(progress.totals, QList<int>{3});
     QCOMPARE(trashed.outcome.changed, 3);
     QVERIFY(trashed.notTrashed.isEmpty());
@@ -475,6 +606,41 @@ void TestFolderWork::trashTakesEntriesAndGivesThemBack()
     QCOMPARE(read(path("readme.txt")), QByteArray("new text"));
     QCOMPARE(QDir(trash + qs("/info")).entryList(QDir::Files), sl({"readme.txt.trashinfo"}));
     QCOMPARE(read(trash + qs("/files/readme.txt")), QByteArray("text"));
+    qunsetenv("XDG_DATA_HOME");
+}
+
+void TestFolderWork::trashStaysOnTheChosenFileSystem()
+{
+    QTemporaryDir dataHome;
+    qputenv("XDG_DATA_HOME", QFile::encodeName(dataHome.path()));
+    QDir().mkpath(path("app/mnt"));
+    QDir().mkpath(path("mnt"));
+    if (::mount("tmpfs", QFile::encodeName(path("mnt")).constData(), "tmpfs", 0, "size=1m") != 0)
+        QSKIP("no file system can be mounted here");
+    if (::mount("tmpfs", QFile::encodeName(path("app/mnt")).constData(), "tmpfs", 0, "size=1m") != 0) {
+        unmountBelow(m_dir->path());
+        QFAIL("the second file system could not be mounted");
+    }
+    write(path("mnt/other.txt"), "other");
+    write(path("app/mnt/deep.txt"), "deep");
+    write(path("app/own.txt"), "own");
+    write(path("own.txt"), "own");
+
+    NoProgress quiet;
+    const TrashOutcome trashed = moveToTrash(root(), {path("mnt/other.txt"), path("app"), path("own.txt")}, quiet);
+    const QStringList mounted = tree(m_dir->path());
+    unmountBelow(m_dir->path());
+    unmountBelow(dataHome.path());
+    QCOMPARE(trashed.outcome.changed, 1);
+    QCOMPARE(trashed.outcome.moved[0].from, path("own.txt"));
+    QVERIFY(trashed.notTrashed.isEmpty());
+    QStringList reasons;
+    for (const Skipped &s : trashed.outcome.skipped)
+        reasons << QDir(m_dir->path()).relativeFilePath(s.path) + qs(": ") + s.reason;
+    QCOMPARE(reasons, sl({"app: mnt inside it is on another file system than the chosen folder, left alone",
+                          "mnt/other.txt: on another file system than the chosen folder, left alone"}));
+    // Nothing went anywhere, and no trash was made on the other file systems.
+    QCOMPARE(mounted, sl({"app/", "app/mnt/", "app/mnt/deep.txt", "app/own.txt", "mnt/", "mnt/other.txt"}));
     qunsetenv("XDG_DATA_HOME");
 }
 

@@ -1,7 +1,7 @@
 // The folders and files window through the main window's menu and pop-up, on a real temporary
 // installation folder: what each change asks, what it changes on disk, its summary, and its
-// undo; and the refusals, told once, that ask nothing more and change nothing on disk. The trash
-// is a temporary one of the test's own.
+// undo; a folder chosen through a link; and the refusals, told once, that ask nothing more and
+// change nothing on disk. The trash is a temporary one of the test's own.
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
 #include "files.h"
@@ -11,6 +11,7 @@
 
 #include <QAction>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -23,6 +24,9 @@
 #include <QTest>
 #include <QTimer>
 #include <QTreeWidget>
+
+#include <csignal>
+#include <sys/resource.h>
 
 using namespace tabulon;
 using namespace tabulon::test;
@@ -66,6 +70,8 @@ private Q_SLOTS:
     void findMarksAndShowsOnlyTheFound();
     void renamesAskFirstAndReportCollisions();
     void replaceInFilesPreviewsCounts();
+    void undoReplaceKeepsTheCopiesNotPutBack();
+    void folderChosenThroughALink();
     void deleteMovesToTheTrashAndBack();
     void withoutTrashDeletesOnlyWhenAskedAgain();
     void nothingToActOn_data();
@@ -223,7 +229,7 @@ void TestRenameFolders::renamesAskFirstAndReportCollisions()
     m_operator->answer = Dialogs::Answer::No;
     run("mnurenfiles");
     QCOMPARE(m_operator->asked.last(),
-             qs("Rename 2 files?\n\nOrvita_1.RPT.bak  ->  client_1.RPT.bak\norvita_1.rpt  ->  "
+             qs("Rename 2 files?\n\nreports/Orvita_1.RPT.bak  ->  client_1.RPT.bak\nreports/orvita_1.rpt  ->  "
                 "client_1.rpt\n\n1 file cannot be renamed and will be left alone."));
     QVERIFY(QFile::exists(path("reports/orvita_1.rpt")));
 
@@ -314,6 +320,87 @@ void TestRenameFolders::replaceInFilesPreviewsCounts()
     QCOMPARE(m_operator->told.last(), qs("Put back 2 files."));
     QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
     QCOMPARE(read(path("reports/orvita_1.rpt")), QByteArray("Orvita report"));
+
+    // A folder chosen below: its files are named from the folder the window shows. A file that
+    // is not UTF-8 is changed only once its encoding is chosen.
+    write(path("reports/legacy.rpt"), "orvita \x83\x5C");
+    choose("reports");
+    m_operator->typed = sl({"orvita", "Tabulon"});
+    m_operator->answer = Dialogs::Answer::No;
+    run("mnurepfiles");
+    QCOMPARE(m_operator->asked.last(), qs("Replace 1 occurrence of \"orvita\" with \"Tabulon\" in 1 file?\n\n"
+                                          "reports/orvita_1.rpt (1)\n    1: Orvita report\n\n"
+                                          "1 file will be left alone."));
+    auto *encoding = m_tool->findChild<QComboBox *>(qs("cboencoding"));
+    QCOMPARE(encoding->currentText(), qs("UTF-8"));
+    const int sjis = encoding->findData(qs("Shift_JIS"));
+    if (sjis < 0)
+        QSKIP("this system cannot convert Shift-JIS");
+    encoding->setCurrentIndex(sjis);
+    m_operator->typed = sl({"orvita", "Tabulon"});
+    run("mnurepfiles");
+    QCOMPARE(m_operator->asked.last(), qs("Replace 2 occurrences of \"orvita\" with \"Tabulon\" in 2 files?\n\n"
+                                          "reports/legacy.rpt (1)\n    1: orvita \u30BD\n"
+                                          "reports/orvita_1.rpt (1)\n    1: Orvita report"));
+}
+
+void TestRenameFolders::undoReplaceKeepsTheCopiesNotPutBack()
+{
+    const QByteArray big = "orvita" + QByteArray(4000, 'x');
+    write(path("big.ini"), big);
+    QVERIFY(openTool());
+    m_operator->typed = sl({"orvita", "T"});
+    run("mnurepfiles");
+    QCOMPARE(m_operator->told.last().left(16), qs("Changed 3 files."));
+
+    // Files may not grow past the new big.ini for a while: the old one cannot be written back.
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit old{};
+    QVERIFY(::getrlimit(RLIMIT_FSIZE, &old) == 0);
+    rlimit small = old;
+    small.rlim_cur = rlim_t(big.size() - 1);
+    QVERIFY(::setrlimit(RLIMIT_FSIZE, &small) == 0);
+    m_tool->findChild<QAction *>(qs("mnuundorep"))->trigger();
+    ::setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, oldHandler);
+    const QString told = m_operator->told.last();
+    QVERIFY2(told.startsWith(qs("Put back 2 files.\n\nLeft alone: 1\n") + path("big.ini") + qs(": ")) &&
+                 told.endsWith(qs("\n\nKept the copies of 1 file not put back: Undo Replace in Files can try again.")),
+             qPrintable(told));
+    QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
+    QCOMPARE(read(path("big.ini")), "T" + QByteArray(4000, 'x'));
+
+    undo("mnuundorep");
+    QCOMPARE(m_operator->told.last(), qs("Put back 1 file."));
+    QCOMPARE(read(path("big.ini")), big);
+}
+
+void TestRenameFolders::folderChosenThroughALink()
+{
+    // parent/applink leads to parent/app; parent holds files of its own and another folder.
+    QTemporaryDir parent;
+    write(parent.filePath(qs("app/orvita_1.rpt")), "app");
+    write(parent.filePath(qs("app/sub/orvita_2.rpt")), "app");
+    write(parent.filePath(qs("other/orvita_3.rpt")), "other");
+    write(parent.filePath(qs("orvita_4.rpt")), "parent");
+    QVERIFY(QFile::link(parent.filePath(qs("app")), parent.filePath(qs("applink"))));
+    QVERIFY(openTool());
+    auto *box = m_tool->findChild<QLineEdit *>(qs("txtfolder"));
+    box->setText(parent.filePath(qs("applink")));
+    QTest::keyClick(box, Qt::Key_Return);
+    const QString app = QFileInfo(parent.filePath(qs("app"))).canonicalFilePath();
+    QCOMPARE(m_tool->folder(), app);
+    QCOMPARE(box->text(), QDir::toNativeSeparators(app));
+
+    tree()->setCurrentItem(tree()->topLevelItem(0));
+    m_operator->typed = sl({"orvita", "client"});
+    run("mnurenfiles");
+    QCOMPARE(m_operator->asked.last(),
+             qs("Rename 2 files?\n\nsub/orvita_2.rpt  ->  client_2.rpt\norvita_1.rpt  ->  client_1.rpt"));
+    QCOMPARE(m_operator->told.last(), qs("Renamed 2 files."));
+    QCOMPARE(read(parent.filePath(qs("app/sub/client_2.rpt"))), QByteArray("app"));
+    QCOMPARE(read(parent.filePath(qs("other/orvita_3.rpt"))), QByteArray("other"));
+    QCOMPARE(read(parent.filePath(qs("orvita_4.rpt"))), QByteArray("parent"));
 }
 
 void TestRenameFolders::deleteMovesToTheTrashAndBack()
