@@ -1,7 +1,7 @@
 // libFuzzer target for the script runner's statement splitter: any text. Every statement it
 // returns is trimmed and not empty, and splitting the statements joined again by ";\n" gives
 // the same statements back, so no text is lost or invented between two statements.
-#include "convert/scriptrunner.h"
+#include "script/scriptrunner.h"
 
 #include <cstddef>
 #include <cstdint>

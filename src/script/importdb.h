@@ -3,7 +3,7 @@
 // is running and leaves the window closed, so that the program can end at once.
 #pragma once
 
-#include "convert/scriptrunner.h"
+#include "script/scriptrunner.h"
 #include "ui/progressview.h"
 #include "ui/toolwindow.h"
 

@@ -1,4 +1,4 @@
-#include "convert/frmimportdata.h"
+#include "import/frmimportdata.h"
 
 #include "convert/conversionrules.h"
 #include "convert/conversionsource.h"

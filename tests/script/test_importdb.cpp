@@ -1,8 +1,8 @@
 // The import_db companion's window against the real server: it comes up minimised, and a close
 // during the run asks, stops after the running statement and tells the program to end.
-#include "convert/importdb.h"
 #include "db/databasesession.h"
 #include "operator.h"
+#include "script/importdb.h"
 #include "testdb.h"
 
 #include <QTest>

@@ -1,4 +1,4 @@
-#include "convert/importdata.h"
+#include "import/importdata.h"
 
 #include "convert/conversionrules.h"
 #include "db/progress.h"

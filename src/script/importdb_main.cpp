@@ -3,10 +3,10 @@
 // shows its progress, and ends with a summary of what ran and what failed. A close of the window
 // during the run asks, stops after the current statement, prints what ran and ends the program;
 // with --batch it prints the summary and ends at once.
-#include "convert/importdb.h"
-#include "convert/scriptrunner.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "script/importdb.h"
+#include "script/scriptrunner.h"
 #include "settings/settings.h"
 
 #include <QApplication>

@@ -1,4 +1,4 @@
-#include "convert/importdb.h"
+#include "script/importdb.h"
 
 #include "ui/dialogs.h"
 

@@ -2,11 +2,11 @@
 // memory, and the Import Data window on the sample Access file, all against the real server.
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
-#include "convert/frmimportdata.h"
-#include "convert/importdata.h"
 #include "db/typecodes.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
+#include "import/frmimportdata.h"
+#include "import/importdata.h"
 #include "operator.h"
 #include "testdb.h"
 #include "wholevaluesource.h"
