@@ -11,6 +11,11 @@ foreach(test test_accessfile test_convertdb)
     target_compile_definitions(${test} PRIVATE TABULON_FIXTURES_DIR="${PROJECT_SOURCE_DIR}/tests/fixtures")
 endforeach()
 add_dependencies(test_accessfile tabulon-accessreader)
+# The Access reader made slow, for the test that a slow reader is not taken for a stopped one.
+add_executable(test-slowaccessreader convert/slowreader_main.cpp)
+target_link_libraries(test-slowaccessreader PRIVATE tabulon_convert_logic tabulon_common_cfg)
+add_dependencies(test_accessfile test-slowaccessreader)
+target_compile_definitions(test_accessfile PRIVATE TABULON_SLOW_READER="$<TARGET_FILE:test-slowaccessreader>")
 # The test writes a long memo into a copy of the sample with the library's own row writer.
 target_link_libraries(test_accessfile PRIVATE PkgConfig::LIBMDB)
 # The SQLite ODBC driver keeps some memory to the end of the process and has no frame pointers:
