@@ -8,10 +8,10 @@ tabulon_logic_library(tabulon_script_logic
 tabulon_window_library(tabulon_script
     SOURCES
         script/importdb.cpp script/importdb.h
-    DEPS tabulon_script_logic tabulon_ui)
+    DEPS tabulon_script_logic tabulon_ui tabulon_settings)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_script)
 
 # The companion "Execute Text File" starts; built beside the program, installed with it.
 add_executable(import_db script/importdb_main.cpp)
-target_link_libraries(import_db PRIVATE tabulon_script tabulon_settings tabulon_common_cfg)
+target_link_libraries(import_db PRIVATE tabulon_script tabulon_common_cfg)
 set_target_properties(import_db PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
