@@ -6,6 +6,7 @@
 #include "backup/tablerestore.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "db/writemode.h"
 #include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/tablechecklist.h"
@@ -297,15 +298,46 @@ void Restore::restoreTable(const QString &table, const TableRestore::ClientCode 
         if (DbError error = m_target->execute(sql); error && !failed(error, counted))
             return;
     }
-    if (DbError error = TableRestore::insertRows(*m_target, table, file, fit->types, client,
+    if (DbError error = TableRestore::insertRows(*m_target, table, file, fit->columns, client, m_exact,
                                                  [this, counted](const DbError &e) { return failed(e, counted); });
         error && !m_ended)
         (void)failed(error, counted); // the file itself, read whole before, fails to read again
 }
 
+bool Restore::chooseExactValues(const TableRestore::ClientCode *client)
+{
+    // Every ticked table's file against its target table, before the first statement that
+    // changes anything. A table the target lacks, or whose file does not fit, is left to the
+    // restore's own handling of it.
+    std::vector<ExactValues::TableFindings> findings;
+    for (const QString &table : m_list->tickedTables()) {
+        auto columns = TableRestore::fieldColumns(*m_target, table);
+        if (!columns)
+            continue;
+        auto found = TableRestore::checkValues(*m_target, table, QDir(m_extracted).filePath(table), *columns, client);
+        if (found)
+            findings.push_back(*found);
+    }
+    m_exact = false;
+    const QString question = ExactValues::question(findings);
+    if (question.isEmpty())
+        return true;
+    switch (Dialogs::ask(this, question, Dialogs::Buttons::YesNoCancel)) {
+    case Dialogs::Answer::Yes: m_exact = true; return true;
+    case Dialogs::Answer::No: return true;
+    default: return false;
+    }
+}
+
 void Restore::runTableRestore()
 {
-    if (!keepSafetyCopy(QStringLiteral("Restore"))) {
+    if (!chooseExactValues(nullptr) || !keepSafetyCopy(QStringLiteral("Restore"))) {
+        showTablePage();
+        return;
+    }
+    const WriteSessionMode mode(*m_target);
+    if (mode.error()) {
+        Dialogs::message(this, mode.error().description);
         showTablePage();
         return;
     }
@@ -372,11 +404,17 @@ void Restore::runClientRestore()
         showTablePage();
         return;
     }
-    if (!keepSafetyCopy(QStringLiteral("Client Restore"))) {
+    const TableRestore::ClientCode client{code};
+    if (!chooseExactValues(&client) || !keepSafetyCopy(QStringLiteral("Client Restore"))) {
         showTablePage();
         return;
     }
-    const TableRestore::ClientCode client{code};
+    const WriteSessionMode mode(*m_target);
+    if (mode.error()) {
+        Dialogs::message(this, mode.error().description);
+        showTablePage();
+        return;
+    }
     const auto run = m_list->run([this, &client](const QString &table) {
         // From here on failed statements are counted and skipped: a row the server refuses, a
         // table whose fields cannot be read.

@@ -69,6 +69,10 @@ private:
     // Writes the safety copy of the ticked tables of the target before `command` changes
     // them; false (the operator told why) when the restore must not go on.
     bool keepSafetyCopy(const QString &command);
+    // The check before the first statement: every ticked table's file against its target, and
+    // the operator's choice when some values would not be restored exactly (m_exact). False
+    // after Cancel: nothing is sent.
+    bool chooseExactValues(const TableRestore::ClientCode *client);
     void showTablePage();
 
     ToolHost &m_host;
@@ -95,6 +99,7 @@ private:
     bool m_stopped = false; // the loop ends at the table in hand
     QString m_stopReason;   // told after the loop ("" after No to the missing table's question)
     int m_failures = 0;     // the client restore's failed statements
+    bool m_exact = false;   // rows the usual values would change go with exact values
     DbError m_firstFailure;
 };
 

@@ -46,27 +46,31 @@ QString existenceTest(const QString &table)
     return QStringLiteral("Select * from ") + table;
 }
 
-DbResult<QHash<QString, int>> fieldTypes(DatabaseSession &target, const QString &table)
+DbResult<FieldColumns> fieldColumns(DatabaseSession &target, const QString &table)
 {
-    QHash<QString, int> types;
-    const DbError error = target.streamQuery(QStringLiteral("SELECT * FROM ") + DatabaseSession::quoteIdentifier(table),
-                                             [&types](const std::vector<FieldInfo> &fields) {
+    FieldColumns columns;
+    const DbError error = target.streamQuery(QStringLiteral("SELECT * FROM ") +
+                                                 DatabaseSession::quoteIdentifier(table) + QStringLiteral(" LIMIT 0"),
+                                             [&columns](const std::vector<FieldInfo> &fields) {
                                                  for (const FieldInfo &f : fields)
-                                                     types.insert(f.name.toUpper(), f.type);
+                                                     columns.insert(f.name.toUpper(), ExactValues::Column::of(f));
                                                  return DbError{};
                                              },
                                              {});
     if (error)
         return error;
-    return types;
+    return columns;
 }
 
 DbResult<TableFit> checkFit(DatabaseSession &target, const QString &table, const QString &tableFile)
 {
-    auto types = fieldTypes(target, table);
-    if (!types)
-        return types.error();
-    TableFit fit{*types, {}};
+    auto columns = fieldColumns(target, table);
+    if (!columns)
+        return columns.error();
+    TableFit fit;
+    fit.columns = std::move(*columns);
+    for (auto it = fit.columns.cbegin(); it != fit.columns.cend(); ++it)
+        fit.types.insert(it.key(), it->adoType);
     GridFileReader in;
     DbError error = in.open(tableFile);
     if (!error && !in.next())
@@ -120,49 +124,156 @@ bool isSafeClientCode(const QString &code)
     return !code.trimmed().isEmpty() && !code.contains(QLatin1Char('\'')) && !code.contains(QLatin1Char('\\'));
 }
 
-DbError insertRows(DatabaseSession &target, const QString &table, const QString &tableFile,
-                   const QHash<QString, int> &types, const ClientCode *client,
-                   const StatementErrorHandler &onStatementError)
-{
+namespace {
+
+// A table file opened for its rows, with each column's target field and whether the client's
+// code replaces its value.
+struct FileRows final {
     GridFileReader in;
-    if (DbError error = in.open(tableFile))
-        return error;
-    if (!in.next())
-        return in.error();
     QStringList header;
-    for (const QByteArray &cell : in.row())
-        header << QString::fromUtf8(cell);
-
-    // Per column: its type, or nullopt for a name the target lacks; and whether the client's
-    // code replaces its value.
-    std::vector<std::optional<int>> columnTypes;
+    std::vector<std::optional<ExactValues::Column>> columns;
     std::vector<bool> takesCode;
-    for (const QString &name : header) {
-        const QString upper = name.toUpper();
-        const auto found = types.constFind(upper);
-        columnTypes.push_back(found == types.constEnd() ? std::nullopt : std::optional<int>(*found));
-        takesCode.push_back(client && (upper == QLatin1String("CODE_NO") || upper == QLatin1String("CODE") ||
-                                       (upper == QLatin1String("NAME") && namesClient(table))));
-    }
+    QByteArray code;
 
-    QStringList values;
-    while (in.next()) {
-        values.clear();
-        DbError error;
-        const auto &row = in.row();
-        for (size_t c = 0; c < row.size(); ++c) {
-            if (!columnTypes[c]) {
-                error = DbError::itemNotFound();
-                break;
-            }
-            values << value(*columnTypes[c], takesCode[c] ? client->code : QString::fromUtf8(row[c]));
+    DbError open(const QString &tableFile, const QString &table, const FieldColumns &fields, const ClientCode *client)
+    {
+        if (DbError error = in.open(tableFile))
+            return error;
+        if (!in.next())
+            return in.error();
+        if (client)
+            code = client->code.toUtf8();
+        for (const QByteArray &cell : in.row()) {
+            const QString name = QString::fromUtf8(cell);
+            header << name;
+            const QString upper = name.toUpper();
+            const auto found = fields.constFind(upper);
+            columns.push_back(found == fields.constEnd() ? std::nullopt : std::optional<ExactValues::Column>(*found));
+            takesCode.push_back(client && (upper == QLatin1String("CODE_NO") || upper == QLatin1String("CODE") ||
+                                           (upper == QLatin1String("NAME") && namesClient(table))));
         }
-        if (!error)
-            error = target.execute(insertStatement(table, header, values));
+        return {};
+    }
+    QByteArrayView cell(size_t c) const { return takesCode[c] ? QByteArrayView(code) : QByteArrayView(in.row()[c]); }
+    // The reasons of the current row's cells; -1 in `missing` for a column the target lacks.
+    unsigned reasons(bool *missing) const
+    {
+        unsigned why = 0;
+        for (size_t c = 0; c < in.row().size(); ++c) {
+            if (!columns[c]) {
+                *missing = true;
+                continue;
+            }
+            why |= ExactValues::reasons(ExactValues::Rules::Restore, *columns[c], cell(c), false);
+        }
+        return why;
+    }
+    QByteArray exactStatement(const QString &table) const
+    {
+        QByteArray sql = insertStatement(table, header, {}).toUtf8();
+        sql.chop(1);
+        for (size_t c = 0; c < in.row().size(); ++c) {
+            if (c > 0)
+                sql += ',';
+            sql += ExactValues::exactLiteral(ExactValues::Rules::Restore, *columns[c], cell(c), false);
+        }
+        sql += ')';
+        return sql;
+    }
+    qint64 bound() const
+    {
+        qint64 n = 30;
+        for (qsizetype c = 0; c < header.size(); ++c)
+            n += header.at(c).size() + 1 + ExactValues::literalBound(cell(static_cast<size_t>(c)));
+        return n;
+    }
+    QString longestField() const
+    {
+        size_t longest = 0;
+        for (size_t c = 0; c < in.row().size(); ++c) {
+            if (cell(c).size() > cell(longest).size())
+                longest = c;
+        }
+        return header.value(static_cast<qsizetype>(longest));
+    }
+};
+
+} // namespace
+
+DbResult<ExactValues::TableFindings> checkValues(DatabaseSession &target, const QString &table,
+                                                 const QString &tableFile, const FieldColumns &columns,
+                                                 const ClientCode *client)
+{
+    ExactValues::TableFindings findings;
+    findings.table = table;
+    FileRows rows;
+    if (DbError error = rows.open(tableFile, table, columns, client))
+        return error;
+    qint64 limit = -1;
+    QStringList values;
+    while (rows.in.next()) {
+        bool missing = false;
+        const unsigned why = rows.reasons(&missing);
+        findings.addRow(why);
+        if (missing || rows.bound() + table.size() < 1024)
+            continue;
+        if (limit < 0)
+            limit = target.statementLimit();
+        // The statement the row goes with under Yes: exact where it differs, usual elsewhere.
+        qint64 length = 0;
+        if (why != 0) {
+            length = rows.exactStatement(table).size();
+        } else {
+            values.clear();
+            for (size_t c = 0; c < rows.in.row().size(); ++c)
+                values << value(rows.columns[c]->adoType, QString::fromUtf8(rows.cell(c)));
+            length = insertStatement(table, rows.header, values).toUtf8().size();
+        }
+        if (length > limit && findings.tooLong++ == 0) {
+            findings.longestRow = findings.rows;
+            findings.longestField = rows.longestField();
+        }
+    }
+    if (DbError error = rows.in.error())
+        return error;
+    return findings;
+}
+
+DbError insertRows(DatabaseSession &target, const QString &table, const QString &tableFile, const FieldColumns &columns,
+                   const ClientCode *client, bool exact, const StatementErrorHandler &onStatementError)
+{
+    FileRows rows;
+    if (DbError error = rows.open(tableFile, table, columns, client))
+        return error;
+    QStringList values;
+    qint64 row = 0;
+    while (rows.in.next()) {
+        ++row;
+        bool missing = false;
+        const unsigned why = exact ? rows.reasons(&missing) : 0;
+        DbError error;
+        if (exact && why != 0 && !missing) {
+            error = target.executeBytes(rows.exactStatement(table));
+        } else {
+            values.clear();
+            for (size_t c = 0; c < rows.in.row().size(); ++c) {
+                if (!rows.columns[c]) {
+                    error = DbError::itemNotFound();
+                    break;
+                }
+                values << value(rows.columns[c]->adoType, QString::fromUtf8(rows.cell(c)));
+            }
+            if (!error)
+                error = target.execute(insertStatement(table, rows.header, values));
+        }
+        if (error.serverCode == kStatementTooLong)
+            error.description = QStringLiteral("Row %1 of %2 was not restored, its longest value being in %3: %4")
+                                    .arg(row)
+                                    .arg(table, rows.longestField(), error.description);
         if (error && !onStatementError(error))
             return error;
     }
-    return in.error();
+    return rows.in.error();
 }
 
 } // namespace tabulon::TableRestore

@@ -4,6 +4,7 @@
 // and one statement in memory.
 #pragma once
 
+#include "data/exactvalues.h"
 #include "db/dberror.h"
 #include "db/recordset.h"
 
@@ -31,9 +32,10 @@ QString deleteAllStatement(const QString &table);
 // "Select * from T": the table exists when it runs without an error.
 QString existenceTest(const QString &table);
 
-// The target table's field types by upper-case name, learnt from opening it (rows are not
-// read into memory).
-DbResult<QHash<QString, int>> fieldTypes(DatabaseSession &target, const QString &table);
+// The target table's fields by upper-case name, with what the value rules and the exact-value
+// check need of each, learnt from its fields alone (no row is read).
+using FieldColumns = QHash<QString, ExactValues::Column>;
+DbResult<FieldColumns> fieldColumns(DatabaseSession &target, const QString &table);
 
 // The table file set against the target table before the first statement that changes it: the
 // file must hold exactly the table's fields, each once, for its rows to go in whole. `misfit`
@@ -41,6 +43,7 @@ DbResult<QHash<QString, int>> fieldTypes(DatabaseSession &target, const QString 
 // the table's fields come back as the error.
 struct TableFit final {
     QHash<QString, int> types;
+    FieldColumns columns;
     QString misfit; // empty when the file fits
 };
 DbResult<TableFit> checkFit(DatabaseSession &target, const QString &table, const QString &tableFile);
@@ -59,14 +62,22 @@ QStringList clientDeletes(const QString &table, const QString &code, const QHash
 // delete into one that matches other clients' rows.
 bool isSafeClientCode(const QString &code);
 
+// The check before the first statement: which rows of the table file the usual values would not
+// restore exactly, and which are longer than `target` accepts. The file is read through once,
+// a row at a time.
+DbResult<ExactValues::TableFindings> checkValues(DatabaseSession &target, const QString &table,
+                                                 const QString &tableFile, const FieldColumns &columns,
+                                                 const ClientCode *client);
+
 // Inserts every row of the table file into `table` on `target`. With `client`, the code
-// columns take its code. `onStatementError` decides about a failed statement: return true to
-// go on with the next row, false to stop and return the error (the table restore's untrapped
-// error). File errors are always returned.
+// columns take its code. With `exact`, a row the usual values would not carry exactly is
+// written with exact values instead (ExactValues::exactLiteral); other rows go as usual.
+// `onStatementError` decides about a failed statement: return true to go on with the next
+// row, false to stop and return the error (the table restore's untrapped error). File errors
+// are always returned.
 using StatementErrorHandler = std::function<bool(const DbError &error)>;
-DbError insertRows(DatabaseSession &target, const QString &table, const QString &tableFile,
-                   const QHash<QString, int> &types, const ClientCode *client,
-                   const StatementErrorHandler &onStatementError);
+DbError insertRows(DatabaseSession &target, const QString &table, const QString &tableFile, const FieldColumns &columns,
+                   const ClientCode *client, bool exact, const StatementErrorHandler &onStatementError);
 
 } // namespace TableRestore
 } // namespace tabulon

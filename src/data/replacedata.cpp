@@ -2,6 +2,7 @@
 
 #include "data/tablesearch.h"
 #include "db/dberror.h"
+#include "db/writemode.h"
 #include "grid/grid.h"
 #include "safety/safetynet.h"
 #include "ui/dialogs.h"
@@ -17,6 +18,8 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScopeGuard>
+
+#include <optional>
 
 namespace tabulon {
 
@@ -256,6 +259,10 @@ ReplaceData::Done ReplaceData::replaceRow(int row, bool tellUnchanged)
     TableSearch::Hit *hit = hitOfRow(row);
     if (!hit)
         return Done::Unchanged;
+    // Replace All holds the write mode for all of its hits.
+    std::optional<WriteSessionMode> mode;
+    if (!m_replacingAll)
+        mode.emplace(m_host.sessionOrClosed());
     const auto outcome = TableSearch::replaceHit(m_host.sessionOrClosed(), *hit, m_findText, m_replaceText);
     if (!outcome.ok()) {
         const DbError error = outcome.error();
@@ -323,6 +330,7 @@ void ReplaceData::replaceAll()
     tables.removeDuplicates();
     if (!keepSafetyCopy(QStringLiteral("Replace All"), tables))
         return;
+    const WriteSessionMode mode(m_host.sessionOrClosed());
     m_replacingAll = true;
     const auto resetFlag = qScopeGuard([this] { m_replacingAll = false; });
     // Hits left unchanged are told about once, at the end, not one message each.

@@ -1,6 +1,7 @@
 tabulon_logic_library(tabulon_data_logic
     SOURCES
         data/recordwriter.cpp data/recordwriter.h
+        data/exactvalues.cpp data/exactvalues.h
         data/findcursor.cpp data/findcursor.h
         data/tablesearch.cpp data/tablesearch.h
     DEPS tabulon_db)

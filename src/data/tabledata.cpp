@@ -1,9 +1,12 @@
 #include "data/tabledata.h"
 
+#include "data/exactvalues.h"
 #include "data/recordwriter.h"
 #include "db/databasesession.h"
 #include "db/typecodes.h"
+#include "db/writemode.h"
 #include "grid/grid.h"
+#include "grid/griddata.h"
 #include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/tablelist.h"
@@ -238,31 +241,24 @@ void TableData::DeleteRecord()
 {
     if (Dialogs::ask(this, QStringLiteral("This will Delete the record from Table")) != Dialogs::Answer::Yes)
         return;
-    if (!keepSafetyCopy(QStringLiteral("Delete Record")))
-        return;
-    rewriteTable(true);
+    rewriteTable(true, QStringLiteral("Delete Record"));
 }
 
 void TableData::SaveTable()
 {
     if (Dialogs::ask(this, QStringLiteral("This will update the Table")) != Dialogs::Answer::Yes)
         return;
-    if (!keepSafetyCopy(QStringLiteral("Save Table")))
-        return;
-    rewriteTable(false);
+    rewriteTable(false, QStringLiteral("Save Table"));
 }
 
-void TableData::rewriteTable(bool skipSelectedRows)
+void TableData::rewriteTable(bool skipSelectedRows, const QString &command)
 {
     const QString table = m_combo->currentText();
-    // Opened only to learn each field's type. When it fails, or a header names no field of
-    // the table, the operator is told; such a column is then written as text.
+    // Opened to learn each field's type. When it fails, or a header names no field of the
+    // table, the operator is told; such a column is then written as text.
     auto tableRows = session().openTable(table);
     if (!tableRows.ok())
         showError(tableRows.error());
-
-    if (const DbError error = session().execute(RecordWriter::deleteAllStatement(table)))
-        showError(error);
 
     const int rows = m_grid->rows();
     const int cols = m_grid->cols();
@@ -274,28 +270,93 @@ void TableData::rewriteTable(bool skipSelectedRows)
         }
     }
     QStringList names;
-    std::vector<int> types;
+    std::vector<ExactValues::Column> columns;
     for (int c = 2; c < cols; ++c) {
         const QString name = m_grid->textMatrix(0, c);
         names << name;
         const int field = tableRows.ok() ? tableRows->fieldIndex(name) : -1;
         if (tableRows.ok() && field < 0)
             showError(DbError::itemNotFound());
-        types.push_back(field >= 0 ? tableRows->field(field).type : AdoType::Empty);
-    }
-
-    QStringList values;
-    for (int row = 1; row < rows; ++row) {
-        if (skip[static_cast<size_t>(row)])
-            continue;
-        values.clear();
-        for (int c = 2; c < cols; ++c)
-            values << RecordWriter::insertValue(types[static_cast<size_t>(c - 2)], m_grid->textMatrix(row, c));
-        if (const DbError error = session().execute(RecordWriter::insertStatement(table, names, values)))
-            showError(error);
+        columns.push_back(field >= 0 ? ExactValues::Column::of(tableRows->field(field)) : ExactValues::Column{});
     }
     if (tableRows.ok())
         tableRows->close();
+
+    // The check before the first write: rows whose usual statement would change or lose a value.
+    const GridData &cells = m_grid->cells();
+    const QByteArray head = RecordWriter::insertStatement(table, names, {}).toUtf8();
+    const auto rowReasons = [&](int row) {
+        unsigned why = 0;
+        for (int c = 2; c < cols; ++c)
+            why |= ExactValues::reasons(ExactValues::Rules::TableData, columns[static_cast<size_t>(c - 2)],
+                                        cells.utf8(row, c), cells.isNull(row, c));
+        return why;
+    };
+    std::vector<char> affected(static_cast<size_t>(std::max(rows, 0)), 0);
+    ExactValues::TableFindings findings;
+    findings.table = table;
+    qint64 limit = -1;
+    for (int row = 1; row < rows; ++row) {
+        if (skip[static_cast<size_t>(row)])
+            continue;
+        const unsigned why = rowReasons(row);
+        affected[static_cast<size_t>(row)] = why != 0;
+        findings.addRow(why);
+        qint64 bound = head.size();
+        for (int c = 2; c < cols; ++c)
+            bound += ExactValues::literalBound(cells.utf8(row, c));
+        if (bound < 1024)
+            continue;
+        if (limit < 0)
+            limit = session().statementLimit();
+        if (bound > limit && insertBytes(table, names, columns, row, why != 0).size() > limit) {
+            if (findings.tooLong++ == 0) {
+                findings.longestRow = row;
+                findings.longestField = longestValueField(row);
+            }
+        }
+    }
+    bool exact = false;
+    if (const QString question = ExactValues::question({findings}); !question.isEmpty()) {
+        switch (Dialogs::ask(this, question, Dialogs::Buttons::YesNoCancel)) {
+        case Dialogs::Answer::Yes: exact = true; break;
+        case Dialogs::Answer::No: break;
+        default: return;
+        }
+    }
+    if (!keepSafetyCopy(command))
+        return;
+
+    {
+        const WriteSessionMode mode(session());
+        if (mode.error()) {
+            showError(mode.error());
+            return;
+        }
+        if (const DbError error = session().execute(RecordWriter::deleteAllStatement(table)))
+            showError(error);
+        QStringList values;
+        for (int row = 1; row < rows; ++row) {
+            if (skip[static_cast<size_t>(row)])
+                continue;
+            DbError error;
+            if (exact && affected[static_cast<size_t>(row)]) {
+                error = session().executeBytes(insertBytes(table, names, columns, row, true));
+            } else {
+                values.clear();
+                for (int c = 2; c < cols; ++c)
+                    values << RecordWriter::insertValue(columns[static_cast<size_t>(c - 2)].adoType,
+                                                        m_grid->textMatrix(row, c));
+                error = session().execute(RecordWriter::insertStatement(table, names, values));
+            }
+            if (error.serverCode == kStatementTooLong)
+                error.description = QStringLiteral("Row %1 of %2 was not written, its longest value being in %3: %4")
+                                        .arg(row)
+                                        .arg(table, longestValueField(row), error.description);
+            if (error)
+                showError(error);
+        }
+    }
 
     if (const DbError error = loadTableSteps())
         showError(error);
@@ -304,12 +365,44 @@ void TableData::rewriteTable(bool skipSelectedRows)
     renumber();
 }
 
+QByteArray TableData::insertBytes(const QString &table, const QStringList &names,
+                                  const std::vector<ExactValues::Column> &columns, int row, bool exact) const
+{
+    const GridData &cells = m_grid->cells();
+    QByteArray sql = QStringLiteral("Insert into %1 (%2) values (").arg(table, names.join(QLatin1Char(','))).toUtf8();
+    for (int c = 2; c < m_grid->cols(); ++c) {
+        if (c > 2)
+            sql += ',';
+        const ExactValues::Column &column = columns[static_cast<size_t>(c - 2)];
+        sql += exact ? ExactValues::exactLiteral(ExactValues::Rules::TableData, column, cells.utf8(row, c),
+                                                 cells.isNull(row, c))
+                     : ExactValues::usualLiteral(ExactValues::Rules::TableData, column, cells.utf8(row, c));
+    }
+    sql += ')';
+    return sql;
+}
+
+QString TableData::longestValueField(int row) const
+{
+    int longest = 2;
+    for (int c = 2; c < m_grid->cols(); ++c) {
+        if (m_grid->cells().utf8(row, c).size() > m_grid->cells().utf8(row, longest).size())
+            longest = c;
+    }
+    return m_grid->textMatrix(0, longest);
+}
+
 void TableData::ModifyRecord()
 {
     if (Dialogs::ask(this, QStringLiteral("This will Update the current record in Table")) != Dialogs::Answer::Yes)
         return;
     if (!keepSafetyCopy(QStringLiteral("Modify Record")))
         return;
+    const WriteSessionMode mode(session());
+    if (mode.error()) {
+        showError(mode.error());
+        return;
+    }
     auto tableRows = session().openTable(m_combo->currentText());
     if (!tableRows.ok()) {
         showError(tableRows.error());
@@ -321,6 +414,7 @@ void TableData::ModifyRecord()
     qsizetype loadIndex = m_grid->textMatrix(row, 1).toLongLong(&ok);
     if (!ok)
         loadIndex = 0;
+    const GridData &cells = m_grid->cells();
 
     // The record is found by its place at load time, which is what the hidden column holds.
     records.moveFirst();
@@ -329,11 +423,21 @@ void TableData::ModifyRecord()
             records.moveNext();
             continue;
         }
+        const qsizetype at = records.position();
         for (int field = 0; field < records.fieldCount(); ++field) {
+            // A cell that still holds what the record holds is left alone: giving it back
+            // through the value rules could only change it (a NULL, a date and time, bytes).
+            const std::optional<QByteArray> held = records.bytes(at, field);
+            if (cells.isNull(row, field + 2) ? !held : held && QByteArrayView(*held) == cells.utf8(row, field + 2))
+                continue;
             const RecordWriter::FieldChange change =
                 RecordWriter::modifyValue(records.field(field).type, m_grid->textMatrix(row, field + 2));
             if (change)
                 records.setField(field, *change);
+        }
+        if (!records.hasPendingChanges()) {
+            records.moveNext();
+            continue;
         }
         if (const DbError error = records.update()) {
             showError(error);

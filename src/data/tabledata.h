@@ -3,12 +3,14 @@
 // window's record pop-up menu calls.
 #pragma once
 
+#include "data/exactvalues.h"
 #include "data/findcursor.h"
 #include "db/dberror.h"
 
 #include <QWidget>
 
 #include <optional>
+#include <vector>
 
 class QComboBox;
 class QLabel;
@@ -68,7 +70,14 @@ private:
     // Writes the safety copy of the current table before `command` changes it; false (the
     // operator told why) when the command must not go on.
     bool keepSafetyCopy(const QString &command);
-    void rewriteTable(bool skipSelectedRows);
+    // DeleteRecord and SaveTable after their question: the check of values the usual statements
+    // would not carry exactly (and the operator's choice), the safety copy, the delete and the
+    // inserts in the write mode, and the reload.
+    void rewriteTable(bool skipSelectedRows, const QString &command);
+    // Row `row`'s INSERT as bytes, its values usual or, with `exact`, exact where they differ.
+    QByteArray insertBytes(const QString &table, const QStringList &names,
+                           const std::vector<ExactValues::Column> &columns, int row, bool exact) const;
+    QString longestValueField(int row) const;
     void renumber();
     void sortByRemembered();
     void showError(const DbError &error);

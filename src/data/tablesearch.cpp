@@ -125,12 +125,12 @@ DbResult<bool> clientCodeExists(DatabaseSession &session, const QString &code)
     return false;
 }
 
-QString identityQuery(const QString &table, const std::vector<FieldInfo> &fields, int field, const QString &value)
+QString identityQuery(const QString &table, const std::vector<FieldInfo> &fields, const std::vector<int> &key,
+                      int field, const QString &value)
 {
-    const bool keyed = std::any_of(fields.begin(), fields.end(), [](const FieldInfo &f) { return f.primaryKey; });
     QStringList columns;
     for (int f = 0; f < static_cast<int>(fields.size()); ++f) {
-        if (!keyed || f == field || fields[static_cast<size_t>(f)].primaryKey)
+        if (key.empty() || f == field || std::find(key.begin(), key.end(), f) != key.end())
             columns << DatabaseSession::quoteIdentifier(fields[static_cast<size_t>(f)].name);
     }
     return QStringLiteral("SELECT ") + columns.join(QLatin1Char(',')) + QStringLiteral(" FROM ") +
@@ -144,7 +144,7 @@ bool RowIdentity::matches(const Recordset &records, qsizetype row) const
         return false;
     for (qsizetype i = 0; i < fields.size(); ++i) {
         const int f = records.fieldIndex(fields.at(i));
-        if (f < 0 || records.value(row, f) != values[static_cast<size_t>(i)])
+        if (f < 0 || records.bytes(row, f) != values[static_cast<size_t>(i)])
             return false;
     }
     return true;
@@ -152,20 +152,18 @@ bool RowIdentity::matches(const Recordset &records, qsizetype row) const
 
 namespace {
 
-// The hits of one field from its identity query: the key fields (or all fields) of each row
+// The hits of one field from its identity query: the key's fields (or all fields) of each row
 // and the field's own value.
-std::vector<Hit> hitsOf(const Recordset &rows, const QString &table, const QString &field, int fieldPosition)
+std::vector<Hit> hitsOf(const Recordset &rows, const QString &table, const QString &field, int fieldPosition,
+                        const QStringList &keyNames)
 {
     std::vector<Hit> hits;
     const int valueField = rows.fieldIndex(field);
     if (!rows.isOpen() || valueField < 0)
         return hits;
-    bool keyed = false;
-    for (int f = 0; f < rows.fieldCount(); ++f)
-        keyed = keyed || rows.field(f).primaryKey;
     std::vector<int> identity;
     for (int f = 0; f < rows.fieldCount(); ++f) {
-        if (!keyed || rows.field(f).primaryKey)
+        if (keyNames.isEmpty() || keyNames.contains(rows.field(f).name, Qt::CaseInsensitive))
             identity.push_back(f);
     }
     hits.reserve(static_cast<size_t>(rows.recordCount()));
@@ -173,7 +171,7 @@ std::vector<Hit> hitsOf(const Recordset &rows, const QString &table, const QStri
         Hit hit{table, field, rows.text(r, valueField), fieldPosition, {}};
         for (const int f : identity) {
             hit.row.fields << rows.field(f).name;
-            hit.row.values.push_back(rows.value(r, f));
+            hit.row.values.push_back(rows.bytes(r, f));
         }
         hits.push_back(std::move(hit));
     }
@@ -200,6 +198,12 @@ DbError scanTables(DatabaseSession &session, const QStringList &tables, const QS
         std::vector<FieldInfo> infos;
         for (int f = 0; f < fields->fieldCount(); ++f)
             infos.push_back(fields->field(f));
+        auto key = session.rowKey(QString(), table, infos);
+        if (!key.ok())
+            return key.error();
+        QStringList keyNames;
+        for (const int f : *key)
+            keyNames << infos[static_cast<size_t>(f)].name;
         for (int f = 0; f < fields->fieldCount(); ++f) {
             const FieldInfo &field = fields->field(f);
             const std::optional<QString> value = comparisonValue(field.type, findText);
@@ -214,10 +218,10 @@ DbError scanTables(DatabaseSession &session, const QStringList &tables, const QS
                 continue;
             // The field's query tells only the values; its rows are read again with what
             // identifies them, so that a replacement changes the very row the operator saw.
-            auto rows = session.openQuery(identityQuery(table, infos, f, *value));
+            auto rows = session.openQuery(identityQuery(table, infos, *key, f, *value));
             if (!rows.ok())
                 return rows.error();
-            FieldHits hits{table, t, field.name, f, hitsOf(*rows, table, field.name, f)};
+            FieldHits hits{table, t, field.name, f, hitsOf(*rows, table, field.name, f, keyNames)};
             if (!hits.hits.empty())
                 onHits(hits);
         }
@@ -281,6 +285,10 @@ DbResult<ReplaceResult> replaceHit(DatabaseSession &session, const Hit &hit, con
         target.fields.push_back(records.field(f));
         target.original.push_back(records.bytes(row, f));
     }
+    auto key = session.rowKey(target.database, target.table, target.fields);
+    if (!key.ok())
+        return key.error();
+    target.key = std::move(*key);
     const QString written = replacementValue(changed.type, replaceText);
     target.changes.emplace_back(field, written);
     const QByteArray update =
@@ -308,7 +316,7 @@ void followReplacement(std::vector<Hit> &hits, const Hit &replaced, const QStrin
     for (Hit &hit : hits) {
         if (hit.row == before && hit.table == replaced.table &&
             hit.field.compare(replaced.field, Qt::CaseInsensitive) != 0)
-            hit.row.values[static_cast<size_t>(changed)] = written;
+            hit.row.values[static_cast<size_t>(changed)] = written.toUtf8();
     }
 }
 

@@ -52,14 +52,16 @@ QString ownerCodeQuery(const QString &code);
 // table is repaired before it is asked.
 DbResult<bool> clientCodeExists(DatabaseSession &session, const QString &code);
 
-// Which row of its table a hit was read from: the row's primary key, or in a table without
-// one every value of the row, as the scan read them.
+// Which row of its table a hit was read from: the row's whole unique key (DatabaseSession::rowKey)
+// or, in a table without one or through a view, every value of the row, as the scan read their
+// bytes.
 struct RowIdentity final {
     QStringList fields;
-    std::vector<std::optional<QString>> values;
+    std::vector<std::optional<QByteArray>> values;
 
     bool operator==(const RowIdentity &) const = default;
-    // Whether row `row` of `records` (which must hold every identity field) is this row.
+    // Whether row `row` of `records` (which must hold every identity field) holds the very
+    // bytes this row was read with.
     bool matches(const Recordset &records, qsizetype row) const;
 };
 
@@ -80,9 +82,11 @@ struct FieldHits final {
     std::vector<Hit> hits;
 };
 
-// The statement that reads the rows of a field's hits with what identifies each row: the
-// primary key's fields and the field, or without a key every field. `value` as for fieldQuery.
-QString identityQuery(const QString &table, const std::vector<FieldInfo> &fields, int field, const QString &value);
+// The statement that reads the rows of a field's hits with what identifies each row: the key's
+// fields (`key`, positions in `fields`) and the field, or without a key every field. `value` as
+// for fieldQuery.
+QString identityQuery(const QString &table, const std::vector<FieldInfo> &fields, const std::vector<int> &key,
+                      int field, const QString &value);
 
 // Every field of every table: "Repair Table" before the table and again before each field's
 // query, one query per comparable field; a field whose query returns rows has them read again

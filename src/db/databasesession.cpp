@@ -9,13 +9,17 @@
 // The transport's own settings; it builds on the types of mysql.h.
 #include <ma_pvio.h>
 
+#include <algorithm>
 #include <exception>
+#include <limits>
 
 namespace tabulon {
 
 namespace detail {
 struct Connection final {
     MYSQL *mysql = nullptr;
+    // The server's max_allowed_packet, read the first time a statement might exceed it.
+    qint64 maxPacket = -1;
     ~Connection()
     {
         if (mysql)
@@ -51,15 +55,56 @@ DbError notOpen()
     return DbError::generic(QStringLiteral("Operation is not allowed when the object is closed."));
 }
 
-// Text of a BIT value: bit(1) reads as a boolean, wider ones as their number.
-QByteArray bitText(const char *data, unsigned long length, bool boolean)
+// Text of a BIT value: its number, whatever its width, so that writing the text back as a
+// number stores the same bits.
+QByteArray bitText(const char *data, unsigned long length)
 {
     quint64 v = 0;
     for (unsigned long i = 0; i < length; ++i)
         v = (v << 8) | static_cast<unsigned char>(data[i]);
-    if (boolean)
-        return v ? QByteArrayLiteral("True") : QByteArrayLiteral("False");
     return QByteArray::number(v);
+}
+
+// No server accepts less than this; shorter statements never need the limit looked up.
+constexpr qint64 kSmallestPacketLimit = 1024;
+
+// The server's packet limit, asked once per connection (the query bypasses the statement hook:
+// it is the session's own, not the program's).
+qint64 packetLimitOf(detail::Connection &c)
+{
+    if (c.maxPacket >= 0)
+        return c.maxPacket;
+    qint64 limit = 0;
+    if (mysql_query(c.mysql, "SELECT @@max_allowed_packet") == 0) {
+        if (MYSQL_RES *r = mysql_store_result(c.mysql)) {
+            if (MYSQL_ROW row = mysql_fetch_row(r); row && row[0])
+                limit = QByteArray(row[0]).toLongLong();
+            mysql_free_result(r);
+        }
+    }
+    // Unknown: let the statement go and the server decide, as before.
+    c.maxPacket = limit > 0 ? limit : std::numeric_limits<qint64>::max();
+    return c.maxPacket;
+}
+
+// Sends a statement unless the server would refuse it for its length: a packet over the limit
+// makes the server drop the connection, and with it every tool's work after.
+DbError sendOn(detail::Connection &c, const QByteArray &bytes)
+{
+    if (bytes.size() + 1 > kSmallestPacketLimit) {
+        const qint64 limit = packetLimitOf(c);
+        if (bytes.size() + 1 > limit)
+            return DbError{AdoError::Generic,
+                           QStringLiteral("The statement is %1 bytes long, more than the server accepts "
+                                          "(max_allowed_packet, %2 bytes); it was not sent.")
+                               .arg(bytes.size())
+                               .arg(limit),
+                           kStatementTooLong};
+    }
+    StatementHook::before(bytes);
+    if (mysql_real_query(c.mysql, bytes.constData(), static_cast<unsigned long>(bytes.size())) != 0)
+        return errorOf(c.mysql);
+    return {};
 }
 
 void drainResults(MYSQL *mysql)
@@ -70,6 +115,57 @@ void drainResults(MYSQL *mysql)
     }
 }
 
+} // namespace
+
+namespace {
+// Which fields of `fields` make up a usable key of the table, asked of the server on `c`.
+DbResult<std::vector<int>> rowKeyOn(detail::Connection &c, const QString &database, const QString &table,
+                                    const std::vector<FieldInfo> &fields)
+{
+    MYSQL *m = c.mysql;
+    // SHOW INDEX of a view lists nothing, so a view has no key here and every column counts.
+    QByteArray sql("SHOW INDEX FROM ");
+    if (!database.isEmpty())
+        sql.append(DatabaseSession::quoteIdentifier(database).toUtf8() + '.');
+    sql.append(DatabaseSession::quoteIdentifier(table).toUtf8());
+    if (DbError error = sendOn(c, sql))
+        return error;
+    MYSQL_RES *r = mysql_store_result(m);
+    if (!r)
+        return errorOf(m);
+    struct Key {
+        QByteArray name;
+        std::vector<int> fields;
+        bool usable = true;
+    };
+    std::vector<Key> keys;
+    // Non_unique, Key_name, Seq_in_index, Column_name, Collation, Cardinality, Sub_part, Packed, Null
+    while (MYSQL_ROW row = mysql_fetch_row(r)) {
+        if (mysql_num_fields(r) < 10 || !row[1] || !row[2] || qstrcmp(row[1], "0") != 0)
+            continue;
+        const QByteArray index(row[2]);
+        if (keys.empty() || keys.back().name != index)
+            keys.push_back({index, {}, true});
+        Key &key = keys.back();
+        const QString column = QString::fromUtf8(row[4] ? row[4] : "");
+        int found = -1;
+        for (size_t f = 0; f < fields.size() && found < 0; ++f) {
+            const QString &name = fields[f].originalName.isEmpty() ? fields[f].name : fields[f].originalName;
+            if (name.compare(column, Qt::CaseInsensitive) == 0)
+                found = static_cast<int>(f);
+        }
+        const bool nullable = row[9] && qstrcmp(row[9], "YES") == 0;
+        key.usable = key.usable && found >= 0 && !row[7] && !nullable;
+        key.fields.push_back(found);
+    }
+    mysql_free_result(r);
+    std::stable_partition(keys.begin(), keys.end(), [](const Key &k) { return k.name == "PRIMARY"; });
+    for (const Key &key : keys) {
+        if (key.usable && !key.fields.empty())
+            return key.fields;
+    }
+    return std::vector<int>{};
+}
 } // namespace
 
 DatabaseSession::DatabaseSession() = default;
@@ -172,11 +268,12 @@ DbError DatabaseSession::sendBytes(const QByteArray &bytes)
 {
     if (!isOpen())
         return notOpen();
-    MYSQL *m = m_connection->mysql;
-    StatementHook::before(bytes);
-    if (mysql_real_query(m, bytes.constData(), static_cast<unsigned long>(bytes.size())) != 0)
-        return lastError();
-    return {};
+    return sendOn(*m_connection, bytes);
+}
+
+qint64 DatabaseSession::statementLimit() const
+{
+    return isOpen() ? packetLimitOf(*m_connection) - 1 : 0;
 }
 
 DbError DatabaseSession::execute(const QString &sql)
@@ -225,6 +322,11 @@ FieldInfo fieldInfoOf(const MYSQL_FIELD &f)
     info.primaryKey = (f.flags & PRI_KEY_FLAG) != 0;
     info.isUnsigned = (f.flags & UNSIGNED_FLAG) != 0;
     info.type = adoTypeFor({static_cast<int>(f.type), info.isUnsigned, f.charsetnr == 63, f.length});
+    info.serverType = static_cast<int>(f.type);
+    info.nullable = (f.flags & NOT_NULL_FLAG) == 0;
+    info.binaryCharset = f.charsetnr == 63;
+    info.length = f.length;
+    info.isEnum = (f.flags & ENUM_FLAG) != 0;
     return info;
 }
 } // namespace
@@ -264,7 +366,7 @@ DbResult<Recordset> DatabaseSession::read(const QString &sql, const QString &tab
                 if (!row[i])
                     c.appendNull();
                 else if (isBit[i])
-                    c.append(QByteArrayView(bitText(row[i], lengths[i], rs.m_fields[i].type == AdoType::Boolean)));
+                    c.append(QByteArrayView(bitText(row[i], lengths[i])));
                 else
                     c.append(QByteArrayView(row[i], static_cast<qsizetype>(lengths[i])));
             }
@@ -357,6 +459,10 @@ DbError DatabaseSession::updateRecord(Recordset &rs)
     target.database = rs.m_database;
     target.table = rs.m_table;
     target.fields = rs.m_fields;
+    auto key = rowKeyOn(*connection, rs.m_database, rs.m_table, rs.m_fields);
+    if (!key)
+        return key.error();
+    target.key = std::move(*key);
     const qsizetype row = rs.m_position;
     for (int f = 0; f < rs.fieldCount(); ++f)
         target.original.push_back(rs.bytes(row, f));
@@ -364,9 +470,8 @@ DbError DatabaseSession::updateRecord(Recordset &rs)
         target.changes.emplace_back(field, value);
 
     const QByteArray sql = SessionSql::buildUpdate(target, [m](QByteArrayView v) { return escapeOn(m, v); });
-    StatementHook::before(sql);
-    if (mysql_real_query(m, sql.constData(), static_cast<unsigned long>(sql.size())) != 0)
-        return errorOf(m);
+    if (DbError error = sendOn(*connection, sql))
+        return error;
     if (mysql_affected_rows(m) == 0)
         return DbError{AdoError::RowNotFound, kRowNotFoundText, 0};
 
@@ -378,6 +483,14 @@ DbError DatabaseSession::updateRecord(Recordset &rs)
             c.setNull(row);
     }
     return {};
+}
+
+DbResult<std::vector<int>> DatabaseSession::rowKey(const QString &database, const QString &table,
+                                                   const std::vector<FieldInfo> &fields)
+{
+    if (!isOpen())
+        return notOpen();
+    return rowKeyOn(*m_connection, database, table, fields);
 }
 
 // ---- Reading a result row by row ----
@@ -416,7 +529,7 @@ DbError DatabaseSession::streamQuery(const QString &sql, const FieldsSink &onFie
                 if (!row[i]) {
                     cells[i].reset();
                 } else if (isBit[i]) {
-                    bits[i] = bitText(row[i], lengths[i], infos[i].type == AdoType::Boolean);
+                    bits[i] = bitText(row[i], lengths[i]);
                     cells[i] = QByteArrayView(bits[i]);
                 } else {
                     cells[i] = QByteArrayView(row[i], static_cast<qsizetype>(lengths[i]));
@@ -473,6 +586,67 @@ QByteArray ident(const QString &name)
 }
 } // namespace
 
+namespace {
+// How a column's value is compared byte for byte.
+enum class Compare { Bytes, Text, FloatText, Bit, Value };
+
+Compare compareOf(const FieldInfo &f)
+{
+    switch (static_cast<enum_field_types>(f.serverType)) {
+    case MYSQL_TYPE_BIT: return Compare::Bit;
+    case MYSQL_TYPE_FLOAT:
+    case MYSQL_TYPE_DOUBLE: return Compare::FloatText;
+    case MYSQL_TYPE_STRING:
+    case MYSQL_TYPE_VARCHAR:
+    case MYSQL_TYPE_VAR_STRING:
+    case MYSQL_TYPE_TINY_BLOB:
+    case MYSQL_TYPE_MEDIUM_BLOB:
+    case MYSQL_TYPE_LONG_BLOB:
+    case MYSQL_TYPE_BLOB:
+    case MYSQL_TYPE_ENUM:
+    case MYSQL_TYPE_SET:
+    case MYSQL_TYPE_JSON:
+    case MYSQL_TYPE_GEOMETRY: return f.binaryCharset ? Compare::Bytes : Compare::Text;
+    default: return Compare::Value;
+    }
+}
+
+QByteArray hexLiteral(QByteArrayView bytes)
+{
+    return "X'" + QByteArray(bytes.data(), bytes.size()).toHex().toUpper() + '\'';
+}
+
+QByteArray fieldIdent(const FieldInfo &f)
+{
+    return ident(f.originalName.isEmpty() ? f.name : f.originalName);
+}
+} // namespace
+
+QByteArray sameBytes(const FieldInfo &f, const std::optional<QByteArray> &original, const Escaper &escape)
+{
+    const QByteArray name = fieldIdent(f);
+    if (!original)
+        return name + " IS NULL";
+    switch (compareOf(f)) {
+    case Compare::Bytes: return name + '=' + hexLiteral(*original);
+    case Compare::Text:
+        // The first term lets an index narrow the search; the second demands the very bytes,
+        // which the collation would not (accents, letter case, trailing blanks).
+        return name + '=' + literal(original, escape) + " AND CAST(CONVERT(" + name +
+               " USING utf8mb4) AS BINARY)=" + hexLiteral(*original);
+    case Compare::FloatText:
+        // The server's text of a FLOAT or DOUBLE is all the row was read with.
+        return "CAST(" + name + " AS CHAR)=" + literal(original, escape);
+    case Compare::Bit: {
+        bool ok = false;
+        const qulonglong bits = original->toULongLong(&ok);
+        return name + '=' + (ok ? QByteArray::number(bits) : literal(original, escape));
+    }
+    case Compare::Value: break;
+    }
+    return name + '=' + literal(original, escape);
+}
+
 QByteArray buildUpdate(const UpdateTarget &t, const Escaper &escape)
 {
     QByteArray sql = "UPDATE ";
@@ -484,26 +658,24 @@ QByteArray buildUpdate(const UpdateTarget &t, const Escaper &escape)
         if (!first)
             sql += ',';
         first = false;
-        sql += ident(t.fields[static_cast<size_t>(field)].originalName.isEmpty()
-                         ? t.fields[static_cast<size_t>(field)].name
-                         : t.fields[static_cast<size_t>(field)].originalName);
+        sql += fieldIdent(t.fields[static_cast<size_t>(field)]);
         sql += '=' + literal(value, escape);
     }
 
-    bool hasKey = false;
-    for (const auto &f : t.fields)
-        hasKey = hasKey || f.primaryKey;
     sql += " WHERE ";
     first = true;
-    for (size_t i = 0; i < t.fields.size(); ++i) {
-        const FieldInfo &f = t.fields[i];
-        if (hasKey && !f.primaryKey)
-            continue;
+    const auto where = [&](size_t i) {
         if (!first)
             sql += " AND ";
         first = false;
-        // <=> matches NULL to NULL, which a plain = never does.
-        sql += ident(f.originalName.isEmpty() ? f.name : f.originalName) + "<=>" + literal(t.original[i], escape);
+        sql += sameBytes(t.fields[i], t.original[i], escape);
+    };
+    if (t.key.empty()) {
+        for (size_t i = 0; i < t.fields.size(); ++i)
+            where(i);
+    } else {
+        for (const int i : t.key)
+            where(static_cast<size_t>(i));
     }
     if (first)
         sql += "1=0";

@@ -64,11 +64,23 @@ public:
 
     QString databaseName() const;
     unsigned long connectionId() const;
+    // The longest statement the server takes (its max_allowed_packet less the command byte),
+    // asked of the server once per connection; 0 when closed. Longer statements are never sent:
+    // they fail with kStatementTooLong and the connection stays open.
+    qint64 statementLimit() const;
     // Rows the last statement changed (or matched, for updates).
     qint64 affectedRows() const;
     // Warnings the last statement left (values the server changed to make them fit, say);
     // "SHOW WARNINGS" lists them.
     unsigned warningCount() const;
+
+    // The fields (positions in `fields`) that locate one row of `table` for an update: the
+    // columns of its primary key, or else of a unique key without NULLs or prefixes, when the
+    // table is a base table and `fields` hold every column of that key. Empty otherwise (a view,
+    // a table without such a key), and then a row is located by every field. An empty
+    // `database` is the session's own.
+    DbResult<std::vector<int>> rowKey(const QString &database, const QString &table,
+                                      const std::vector<FieldInfo> &fields);
 
     static QString quoteIdentifier(const QString &name);
     // Escapes a value for use between single quotes on this connection.
@@ -132,12 +144,18 @@ struct UpdateTarget final {
     QString database;
     QString table;
     std::vector<FieldInfo> fields;
+    std::vector<int> key; // the fields that locate the row (DatabaseSession::rowKey); empty: all
     std::vector<std::optional<QByteArray>> original;             // every field, its bytes as read
     std::vector<std::pair<int, std::optional<QString>>> changes; // field index, new value
 };
 
-// "UPDATE `db`.`t` SET `f`=... WHERE <key or every original value> LIMIT 1"
+// "UPDATE `db`.`t` SET `f`=... WHERE <key or every original value> LIMIT 1". The WHERE compares
+// the bytes as they were read, never by the column's collation: 'Muller' does not locate
+// 'Müller', nor 'Oslo' 'Oslo ' or 'OSLO', so LIMIT 1 only ever chooses among rows that read
+// the same byte for byte.
 QByteArray buildUpdate(const UpdateTarget &target, const Escaper &escape);
+// One term of that WHERE: field `f` holds exactly `original`.
+QByteArray sameBytes(const FieldInfo &f, const std::optional<QByteArray> &original, const Escaper &escape);
 
 } // namespace SessionSql
 

@@ -21,6 +21,10 @@ constexpr std::uint32_t ItemNotFound = 0x800A0CC1; // a field name the recordset
 constexpr std::uint32_t FileAccess = 0x800A004B;   // a file or folder could not be read or written
 } // namespace AdoError
 
+// The server's number for a statement longer than its max_allowed_packet. The session refuses
+// such a statement itself, with this number, before the server would drop the connection.
+constexpr int kStatementTooLong = 1153;
+
 struct DbError final {
     std::uint32_t number = AdoError::None;
     QString description;

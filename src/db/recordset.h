@@ -28,6 +28,12 @@ struct FieldInfo final {
     int type = 0; // ADO data type code
     bool primaryKey = false;
     bool isUnsigned = false;
+    // What the value rules and the exact-value check need beyond the ADO code.
+    int serverType = 0;         // the client library's enum_field_types value
+    bool nullable = true;       // false for NOT NULL columns
+    bool binaryCharset = false; // bytes, not text (BINARY, VARBINARY, BLOB, BIT)
+    unsigned long length = 0;   // declared length (in bytes for texts)
+    bool isEnum = false;        // an ENUM, which the server reports as a fixed-length text
 };
 
 class Recordset final {

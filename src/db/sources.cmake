@@ -12,4 +12,5 @@ tabulon_logic_library(tabulon_db
         db/memorypolicy.cpp db/memorypolicy.h
         db/textsplit.cpp db/textsplit.h
         db/statementhook.cpp db/statementhook.h
+        db/writemode.cpp db/writemode.h
     PRIVATE_DEPS PkgConfig::MARIADB)

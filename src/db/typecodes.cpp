@@ -42,4 +42,28 @@ int adoTypeFor(const ServerColumnType &c)
     }
 }
 
+namespace ServerTypes {
+
+bool isBit(int serverType)
+{
+    return serverType == MYSQL_TYPE_BIT;
+}
+
+bool holdsEmptyText(int serverType, bool isEnum)
+{
+    switch (static_cast<enum_field_types>(serverType)) {
+    case MYSQL_TYPE_STRING: return !isEnum;
+    case MYSQL_TYPE_VARCHAR:
+    case MYSQL_TYPE_VAR_STRING:
+    case MYSQL_TYPE_TINY_BLOB:
+    case MYSQL_TYPE_MEDIUM_BLOB:
+    case MYSQL_TYPE_LONG_BLOB:
+    case MYSQL_TYPE_BLOB:
+    case MYSQL_TYPE_SET: return true;
+    default: return false;
+    }
+}
+
+} // namespace ServerTypes
+
 } // namespace tabulon

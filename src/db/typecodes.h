@@ -46,4 +46,12 @@ struct ServerColumnType final {
 
 int adoTypeFor(const ServerColumnType &column);
 
+// Facts of a server column type (the client library's enum_field_types value) that the value
+// rules need, without the client library's header.
+namespace ServerTypes {
+bool isBit(int serverType);
+// Texts, binaries and SET, in which '' is a value of its own; not numbers, dates, ENUM.
+bool holdsEmptyText(int serverType, bool isEnum);
+} // namespace ServerTypes
+
 } // namespace tabulon

@@ -201,6 +201,13 @@ QByteArrayView GridData::utf8(int row, int col) const
     return m_columns[static_cast<size_t>(col)].utf8(physical(row));
 }
 
+bool GridData::isNull(int row, int col) const
+{
+    if (row < 0 || row >= rows() || col < 0 || col >= cols())
+        return false;
+    return m_columns[static_cast<size_t>(col)].isNull(physical(row));
+}
+
 void GridData::setText(int row, int col, const QString &text)
 {
     if (row < 0 || row >= rows() || col < 0 || col >= cols())

@@ -42,6 +42,8 @@ public:
     // The cell's UTF-8 bytes, valid until the grid is next changed; empty out of range.
     QByteArrayView utf8(int row, int col) const;
     void setText(int row, int col, const QString &text);
+    // Whether the cell holds a NULL as read (shown as an empty cell); an edit clears it.
+    bool isNull(int row, int col) const;
     // An identity of the row's cells that sorting, row inserts and column moves keep (not
     // removals of other rows, which may renumber); used to follow rows across a sort.
     std::uint32_t rowKey(int row) const { return physical(row); }

@@ -254,7 +254,12 @@ bool GridModel::setData(const QModelIndex &index, const QVariant &value, int rol
     if (role != Qt::EditRole || !(flags(index) & Qt::ItemIsEditable))
         return false;
     const int row = gridRow(index);
-    m_cells.setText(row, index.column(), value.toString());
+    const QString text = value.toString();
+    // An editor closed without a change leaves the cell as read: a NULL stays NULL, and bytes
+    // that are not UTF-8 keep their bytes rather than the replacement characters shown.
+    if (text == m_cells.text(row, index.column()))
+        return true;
+    m_cells.setText(row, index.column(), text);
     Q_EMIT dataChanged(index, index);
     Q_EMIT cellEdited(row, index.column());
     return true;

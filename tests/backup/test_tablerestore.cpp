@@ -136,10 +136,10 @@ void TestTableRestore::insertRows()
     const QString file =
         tableFile("t", {sl({"note", "id", "qty", "price", "d", "ts"}), sl({"first", "1", "3", "2.5", "2007-12-25", ""}),
                         sl({"", "2", "", "", "2008-01-31", ""})});
-    auto types = TableRestore::fieldTypes(m_session, qs("t"));
+    auto types = TableRestore::fieldColumns(m_session, qs("t"));
     QVERIFY_DB(types.error());
     clearServerLog(m_db->admin());
-    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), file, *types, nullptr, kStop));
+    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), file, *types, nullptr, false, kStop));
     QCOMPARE(statementsReceived(m_db->admin(), m_session.connectionId()),
              sl({"Insert into t (note,id,qty,price,d,ts) values ('first',1,3,2.5,'2007-12-25',0)",
                  "Insert into t (note,id,qty,price,d,ts) values ('',2,0,0,'2008-01-31',0)"}));
@@ -147,7 +147,8 @@ void TestTableRestore::insertRows()
 
     // A header row alone inserts nothing.
     clearServerLog(m_db->admin());
-    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), tableFile("header", {sl({"id"})}), *types, nullptr, kStop));
+    QVERIFY_DB(
+        TableRestore::insertRows(m_session, qs("t"), tableFile("header", {sl({"id"})}), *types, nullptr, false, kStop));
     QCOMPARE(statementsReceived(m_db->admin(), m_session.connectionId()), QStringList());
 }
 
@@ -156,7 +157,7 @@ void TestTableRestore::insertRows()
 void TestTableRestore::failures()
 {
     QVERIFY_DB(m_db->run({qs("DELETE FROM t")}));
-    auto types = TableRestore::fieldTypes(m_session, qs("t"));
+    auto types = TableRestore::fieldColumns(m_session, qs("t"));
     const QString file =
         tableFile("quotes", {sl({"id", "note"}), sl({"10", "fine"}), sl({"11", "it's"}), sl({"12", "after"})});
     int failed = 0;
@@ -164,14 +165,14 @@ void TestTableRestore::failures()
         ++failed;
         return true;
     };
-    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), file, *types, nullptr, goOn));
+    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), file, *types, nullptr, false, goOn));
     QCOMPARE(failed, 1); // the quote of 11
     QCOMPARE(m_db->rows(qs("SELECT id FROM t ORDER BY id")), sl({"10", "12"}));
 
     const DbError missing = TableRestore::insertRows(
-        m_session, qs("t"), tableFile("missing", {sl({"id", "gone"}), sl({"20", "x"})}), *types, nullptr, kStop);
+        m_session, qs("t"), tableFile("missing", {sl({"id", "gone"}), sl({"20", "x"})}), *types, nullptr, false, kStop);
     QCOMPARE(missing.number, AdoError::ItemNotFound);
-    QVERIFY(TableRestore::fieldTypes(m_session, qs("no_such")).error().isError());
+    QVERIFY(TableRestore::fieldColumns(m_session, qs("no_such")).error().isError());
     QCOMPARE(TableRestore::checkFit(m_session, qs("no_such"), file).error().serverCode, 1146);
     const auto unreadable = TableRestore::checkFit(m_session, qs("t"), m_dir.filePath(qs("absent")));
     QVERIFY2(unreadable->misfit.startsWith(qs("its file cannot be read: ")), qPrintable(unreadable->misfit));

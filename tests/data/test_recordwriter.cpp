@@ -1,4 +1,6 @@
-// The value rules and statement texts of the table rewrite, and the find walk, without a server.
+// The value rules and statement texts of the table rewrite, the check of values they would not
+// carry exactly, and the find walk, without a server.
+#include "data/exactvalues.h"
 #include "data/findcursor.h"
 #include "data/recordwriter.h"
 #include "testdb.h"
@@ -18,6 +20,9 @@ private Q_SLOTS:
     void cellValue();
     void findNext_data();
     void findNext();
+    void exactValues_data();
+    void exactValues();
+    void question();
 };
 
 // One row per line reads best here.
@@ -107,6 +112,91 @@ void TestRecordWriter::findNext()
     QTEST(found.found ? QStringLiteral("%1,%2").arg(found.row).arg(found.col) : qs("none"), "hit");
     // After a hit the cursor stands just right of it; after a miss on the first field column.
     QCOMPARE(QPoint(cursor.row, cursor.col), found.found ? QPoint(found.row, found.col + 1) : QPoint(0, 2));
+}
+
+// The server's column type numbers (enum_field_types) the rows below use.
+constexpr int kLong = 3, kLongLong = 8, kDate = 10, kDateTime = 12, kVarString = 253, kString = 254, kBit = 16,
+              kNewDecimal = 246, kBlob = 252;
+
+// One row per line reads best here.
+// clang-format off
+void TestRecordWriter::exactValues_data()
+{
+    QTest::addColumn<bool>("restore"); // the restore's rules, else Save Table's
+    QTest::addColumn<int>("ado");
+    QTest::addColumn<int>("server");
+    QTest::addColumn<bool>("nullable");
+    QTest::addColumn<bool>("binary");
+    QTest::addColumn<bool>("isEnum");
+    QTest::addColumn<QByteArray>("cell");
+    QTest::addColumn<bool>("isNull");
+    QTest::addColumn<uint>("reasons");
+    QTest::addColumn<QByteArray>("exact");
+    using namespace ExactValues;
+    QTest::newRow("quote, doubled") << false << 200 << kVarString << true << false << false << QByteArray("O'Brien") << false << uint(Quote) << QByteArray("'O''Brien'");
+    QTest::newRow("backslash is exact already") << false << 200 << kVarString << true << false << false << QByteArray("C:\\new\\t.txt") << false << 0u << QByteArray("'C:\\new\\t.txt'");
+    QTest::newRow("date-time in full") << false << 135 << kDateTime << true << false << false << QByteArray("2007-12-25 10:30:00") << false << uint(TimeStamp) << QByteArray("'2007-12-25 10:30:00'");
+    QTest::newRow("NULL number") << false << 3 << kLong << true << false << false << QByteArray() << true << uint(Null) << QByteArray("NULL");
+    QTest::newRow("NULL text") << false << 200 << kVarString << true << false << false << QByteArray() << true << uint(Null) << QByteArray("NULL");
+    QTest::newRow("number cleared by the operator") << false << 3 << kLong << true << false << false << QByteArray() << false << 0u << QByteArray("0");
+    QTest::newRow("number column, no number") << false << 3 << kLong << true << false << false << QByteArray("12abc") << false << uint(NotNumber) << QByteArray("'12abc'");
+    QTest::newRow("bytes that are not UTF-8") << false << 205 << kBlob << true << true << false << QByteArray("\x80\x81") << false << uint(Bytes) << QByteArray("X'8081'");
+    QTest::newRow("zero byte") << false << 205 << kBlob << true << true << false << QByteArray("a\0b", 3) << false << uint(Bytes) << QByteArray("X'610062'");
+    QTest::newRow("BIT as its number") << false << 11 << kBit << true << true << false << QByteArray("1") << false << uint(Bit) << QByteArray("1");
+    QTest::newRow("date keeps its date") << false << 133 << kDate << true << false << false << QByteArray("2020-01-02") << false << 0u << QByteArray("'2020-01-02 00:00:00'");
+    QTest::newRow("restore: empty nullable decimal was NULL") << true << 131 << kNewDecimal << true << false << false << QByteArray() << false << uint(Null) << QByteArray("NULL");
+    QTest::newRow("restore: empty nullable big integer") << true << 20 << kLongLong << true << false << false << QByteArray() << false << uint(Null) << QByteArray("NULL");
+    QTest::newRow("restore: empty nullable enum") << true << 129 << kString << true << false << true << QByteArray() << false << uint(Null) << QByteArray("NULL");
+    QTest::newRow("restore: empty nullable text stays empty") << true << 200 << kVarString << true << false << false << QByteArray() << false << 0u << QByteArray("''");
+    QTest::newRow("restore: empty set stays empty") << true << 129 << kString << true << false << false << QByteArray() << false << 0u << QByteArray("''");
+    QTest::newRow("restore: empty date, NOT NULL") << true << 133 << kDate << false << false << false << QByteArray() << false << 0u << QByteArray("''");
+    QTest::newRow("restore: date as it stands") << true << 133 << kDate << true << false << false << QByteArray("2020-01-02") << false << 0u << QByteArray("'2020-01-02'");
+    QTest::newRow("restore: date-time") << true << 135 << kDateTime << true << false << false << QByteArray("2020-01-02 03:04:05") << false << uint(TimeStamp) << QByteArray("'2020-01-02 03:04:05'");
+}
+// clang-format on
+
+void TestRecordWriter::exactValues()
+{
+    QFETCH(bool, restore);
+    QFETCH(QByteArray, cell);
+    QFETCH(bool, isNull);
+    ExactValues::Column column;
+    QFETCH(int, ado);
+    QFETCH(int, server);
+    QFETCH(bool, nullable);
+    QFETCH(bool, binary);
+    QFETCH(bool, isEnum);
+    column = {ado, server, nullable, binary, isEnum};
+    const auto rules = restore ? ExactValues::Rules::Restore : ExactValues::Rules::TableData;
+    QTEST(ExactValues::reasons(rules, column, cell, isNull), "reasons");
+    QTEST(ExactValues::exactLiteral(rules, column, cell, isNull), "exact");
+}
+
+void TestRecordWriter::question()
+{
+    QVERIFY(ExactValues::question({}).isEmpty());
+    ExactValues::TableFindings quotes;
+    quotes.table = qs("main_info1");
+    ExactValues::TableFindings clean;
+    clean.table = qs("owner1");
+    ExactValues::TableFindings mixed;
+    mixed.table = qs("payments");
+    for (int i = 0; i < 2000; ++i) {
+        quotes.addRow(i < 828 ? ExactValues::Quote : 0u);
+        clean.addRow(0);
+        mixed.addRow(i < 3 ? ExactValues::Null | ExactValues::TimeStamp : i < 5 ? ExactValues::Null : 0u);
+    }
+    mixed.tooLong = 1;
+    mixed.longestRow = 7;
+    mixed.longestField = qs("scan");
+    QVERIFY(ExactValues::question({clean}).isEmpty());
+    const QString text = ExactValues::question({quotes, clean, mixed});
+    QVERIFY2(text.contains(qs("828 of 2,000 rows of main_info1 hold a quote.\n")), qPrintable(text));
+    QVERIFY2(text.contains(qs("5 of 2,000 rows of payments hold a date and time the usual statement writes as its "
+                              "year (3), a NULL the usual statement writes as '' or 0 (5).")),
+             qPrintable(text));
+    QVERIFY2(text.contains(qs("1 rows of payments are longer than the server accepts")), qPrintable(text));
+    QVERIFY(!text.contains(qs("owner1")));
 }
 
 QTEST_GUILESS_MAIN(TestRecordWriter)

@@ -4,6 +4,7 @@
 #include "testdb.h"
 
 #include <QElapsedTimer>
+#include <QScopeGuard>
 #include <QTest>
 
 #include <tuple>
@@ -18,6 +19,9 @@ private Q_SLOTS:
     void typesAndNulls_data();
     void typesAndNulls();
     void updates();
+    void updatesLocateByBytes_data();
+    void updatesLocateByBytes();
+    void statementsLongerThanTheServerTakes();
     void errorsAndGuards();
     void streamingRows();
 
@@ -58,7 +62,7 @@ void TestDatabaseSession::typesAndNulls_data()
         {"c_double", 5, "2.25"}, {"c_dec", 131, "12.50"}, {"c_date", 133, "2007-12-25"},
         {"c_datetime", 135, "2007-12-25 10:30:00"}, {"c_ts", 135, "2020-01-02 03:04:05"}, {"c_time", 134, "10:11:12"},
         {"c_char", 129, "ab"}, {"c_varchar", 200, "Müller"}, {"c_text", 201, ""}, {"c_blob", 205, "raw"},
-        {"c_binary", 128, "abcd"}, {"c_varbinary", 204, "xy"}, {"c_bit", 11, "True"}, {"c_bits", 128, "5"},
+        {"c_binary", 128, "abcd"}, {"c_varbinary", 204, "xy"}, {"c_bit", 11, "1"}, {"c_bits", 128, "5"},
         {"c_enum", 129, "b"}};
     // clang-format on
     for (const auto &[field, code, text] : fields)
@@ -94,11 +98,11 @@ void TestDatabaseSession::updates()
     QVERIFY_DB(rs->update());
     QCOMPARE(rs->text(1, 1), qs(R"(O'Brien \ "q")"));
     QCOMPARE(m_db->rows(qs("SELECT * FROM `ke``yed` ORDER BY 1")), sl({"1|a|x", R"(2|O'Brien \ "q"|\N)"}));
-    // One statement to open the table and one to update it, by the key alone, back-ticks doubled.
+    // The table, its key, and the update by the key alone, back-ticks doubled.
     QCOMPARE(statementsReceived(m_db->admin(), s.connectionId()),
-             QStringList({qs("SELECT * FROM `ke``yed`"),
+             QStringList({qs("SELECT * FROM `ke``yed`"), qs("SHOW INDEX FROM `%1`.`ke``yed`").arg(m_db->name()),
                           qs(R"(UPDATE `%1`.`ke``yed` SET `name`='O\'Brien \\ \"q\"',`note`=NULL )"
-                             R"(WHERE `i``d`<=>'2' LIMIT 1)")
+                             R"(WHERE `i``d`='2' LIMIT 1)")
                               .arg(m_db->name())}));
 
     // A row deleted since it was read cannot be located; an update that changes nothing can.
@@ -219,6 +223,64 @@ void TestDatabaseSession::streamingRows()
     QVERIFY(m_session.streamQuery(qs("SELECT * FROM no_such_table"), keepFields, keepRow).isError());
     QVERIFY_DB(m_session.streamQuery(qs("DO 1"), keepFields, keepRow));
     QVERIFY(fields.size() == 1 && rows.isEmpty());
+}
+
+// The second row read is changed, and only it, although the first compares equal to it under
+// the column's collation or shares its key's visible part.
+// clang-format off
+void TestDatabaseSession::updatesLocateByBytes_data()
+{
+    QTest::addColumn<QStringList>("setup"); // ends with the table or view `t` read
+    QTest::addColumn<QString>("check");     // the base rows afterwards, in their order
+    QTest::addColumn<QStringList>("after");
+    const QString read = qs("SELECT * FROM t");
+    QTest::newRow("accents") << sl({"CREATE TABLE t (name VARCHAR(9), city VARCHAR(9)) ENGINE=MyISAM", "INSERT INTO t VALUES ('Muller','Wien'),('Müller','Wien')"}) << read << sl({"Muller|Wien", "Müller|X"});
+    QTest::newRow("accents, latin1 column") << sl({"CREATE TABLE t (name VARCHAR(9) CHARACTER SET latin1, city VARCHAR(9)) ENGINE=MyISAM", "INSERT INTO t VALUES ('Muller','Wien'),('Müller','Wien')"}) << read << sl({"Muller|Wien", "Müller|X"});
+    QTest::newRow("trailing blank") << sl({"CREATE TABLE t (name VARCHAR(9), city VARCHAR(9)) ENGINE=MyISAM", "INSERT INTO t VALUES ('Oslo','a'),('Oslo ','a')"}) << read << sl({"Oslo|a", "Oslo |X"});
+    QTest::newRow("letter case, InnoDB") << sl({"CREATE TABLE t (name VARCHAR(9), city VARCHAR(9)) ENGINE=InnoDB", "INSERT INTO t VALUES ('OSLO','a'),('Oslo','a')"}) << read << sl({"OSLO|a", "Oslo|X"});
+    QTest::newRow("binary bytes") << sl({"CREATE TABLE t (code VARBINARY(4), name VARCHAR(9)) ENGINE=MyISAM", "INSERT INTO t VALUES (X'80','a'),(X'81','a')"}) << qs("SELECT HEX(code), name FROM t") << sl({"80|a", "81|X"});
+    QTest::newRow("view over part of a key") << sl({"CREATE TABLE base (a INT, b INT, v VARCHAR(9), PRIMARY KEY (a, b)) ENGINE=InnoDB", "INSERT INTO base VALUES (1,1,'x'),(1,2,'y')", "CREATE VIEW t AS SELECT a, v FROM base"}) << qs("SELECT * FROM base ORDER BY b") << sl({"1|1|x", "1|2|X"});
+}
+// clang-format on
+
+void TestDatabaseSession::updatesLocateByBytes()
+{
+    QFETCH(QStringList, setup);
+    QVERIFY_DB(m_db->run({qs("DROP VIEW IF EXISTS t"), qs("DROP TABLE IF EXISTS t, base")}));
+    QVERIFY_DB(m_db->run(setup));
+    DatabaseSession s;
+    QVERIFY_DB(openSession(s, m_db->name()));
+    auto rs = s.openTable(qs("t"));
+    QVERIFY_DB(rs.error());
+    QCOMPARE(rs->recordCount(), 2);
+    rs->moveTo(1);
+    rs->setField(rs->fieldCount() - 1, qs("X"));
+    QVERIFY_DB(rs->update());
+    QFETCH(QString, check);
+    QTEST(m_db->rows(check), "after");
+}
+
+// A statement the server would refuse for its length is not sent, and the connection stays.
+void TestDatabaseSession::statementsLongerThanTheServerTakes()
+{
+    // The server's default limit is 16 MiB; a smaller one keeps the test quick. New connections
+    // take it, so it is set before the session opens and put back at the end.
+    auto was = m_db->admin().openQuery(qs("SELECT @@GLOBAL.max_allowed_packet"));
+    QVERIFY_DB(was.error());
+    const QString original = was->text(0, 0);
+    QVERIFY_DB(m_db->run({qs("SET GLOBAL max_allowed_packet = 1048576")}));
+    const auto restore =
+        qScopeGuard([&] { (void)m_db->run({qs("SET GLOBAL max_allowed_packet = %1").arg(original)}); });
+    DatabaseSession s;
+    QVERIFY_DB(openSession(s, m_db->name()));
+    QCOMPARE(s.statementLimit(), 1048575);
+    const QByteArray big(1048576, 'a');
+    const DbError refused = s.executeBytes("SELECT '" + big + "'");
+    QCOMPARE(refused.serverCode, kStatementTooLong);
+    QVERIFY2(refused.description.contains(qs("max_allowed_packet")), qPrintable(refused.description));
+    QVERIFY(s.isOpen());
+    QVERIFY_DB(s.execute(qs("SELECT 1")));
+    QVERIFY_DB(s.executeBytes("SELECT '" + big.left(1048570 - 10) + "'"));
 }
 
 QTEST_GUILESS_MAIN(TestDatabaseSession)
