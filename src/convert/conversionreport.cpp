@@ -65,6 +65,11 @@ qint64 ConversionReport::notCarried() const
     return total(m_tables, [](const TableAccount &t) { return t.notCarried; });
 }
 
+qint64 ConversionReport::tooLong() const
+{
+    return total(m_tables, [](const TableAccount &t) { return t.tooLong; });
+}
+
 qint64 ConversionReport::leftBehind() const
 {
     return total(m_tables, [](const TableAccount &t) { return t.leftBehind; });
@@ -101,7 +106,9 @@ QString ConversionReport::text() const
             out += QStringLiteral("  rows refused: %1 (the rows after it were not copied): %2\n")
                        .arg(t.refused)
                        .arg(t.firstRefusal);
-        else if (!t.firstRefusal.isEmpty())
+        if (t.tooLong > 0)
+            out += QStringLiteral("  rows too long for the server (max_allowed_packet): %1\n").arg(t.tooLong);
+        if (t.refused == 0 && !t.firstRefusal.isEmpty())
             out += QStringLiteral("  rows not read from the source: %1\n").arg(t.firstRefusal);
         if (t.changed > 0) {
             out += QStringLiteral("  values changed by the server: %1\n").arg(t.changed);
@@ -129,6 +136,8 @@ QString ConversionReport::summary(const QString &path) const
                        .arg(refused())
                        .arg(leftBehind())
                        .arg(changed());
+    if (const qint64 n = tooLong())
+        line += QStringLiteral(", %1 rows too long for the server").arg(n);
     if (const qint64 n = notCarried())
         line += QStringLiteral(", %1 not carried exactly").arg(n);
     if (!m_stopped.isEmpty())

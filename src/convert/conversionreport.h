@@ -22,6 +22,8 @@ struct TableAccount final {
                                 // created or not reached, or not read from the source
     qint64 written = 0;         // rows the server took
     qint64 refused = 0;         // rows the server or the source refused (the copy stops there)
+    qint64 tooLong = 0;         // of them, rows whose statement the server's packet limit would
+                                // not take (not sent)
     QString firstRefusal;       // the message of the first of them, or why the source gave no rows
     qint64 changed = 0;         // warnings the server gave while taking the rows
     QStringList changeMessages; // the first few of them, as the server worded them
@@ -50,6 +52,7 @@ public:
     qint64 changed() const;
     qint64 notCarried() const;
     qint64 leftBehind() const;
+    qint64 tooLong() const;
 
     // The whole account as text, one block per table.
     QString text() const;

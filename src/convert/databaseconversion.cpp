@@ -229,6 +229,7 @@ void DatabaseConversion::CopyTableRows(const QString &table)
     });
     if (refusal || error) {
         counts.refused = refusal ? 1 : 0;
+        counts.tooLong = refusal.serverCode == kStatementTooLong ? 1 : 0;
         counts.firstRefusal = (refusal ? refusal : error).description;
         m_prompts->message(counts.firstRefusal);
     }

@@ -378,6 +378,8 @@ void frmimportdata::copyRows(const Import::Plan &plan)
                    .arg(outcome.copied)
                    .arg(outcome.changed)
                    .arg(outcome.refused);
+    if (outcome.tooLong > 0)
+        summary += QStringLiteral("\nRows too long for the server (max_allowed_packet): %1").arg(outcome.tooLong);
     if (outcome.transactionLost)
         summary += QStringLiteral("\n\nThe server ended the transaction: the %1 rows it had taken are not in the "
                                   "table, and the copy stopped there.")
@@ -401,6 +403,7 @@ void frmimportdata::copyRows(const Import::Plan &plan)
                           .arg(outcome.copied)
                           .arg(outcome.changed)
                           .arg(outcome.refused) +
+                      (outcome.tooLong > 0 ? QStringLiteral(", too long: %1").arg(outcome.tooLong) : QString()) +
                       (outcome.lost > 0 ? QStringLiteral(", lost: %1").arg(outcome.lost) : QString()));
     const bool clean = !outcome.error && !outcome.stopped && outcome.refused == 0 && outcome.changed == 0;
     Dialogs::message(this, summary, clean ? Dialogs::Icon::Information : Dialogs::Icon::Exclamation);

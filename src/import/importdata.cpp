@@ -627,6 +627,8 @@ Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan
             session.execute(QString::fromUtf8(insertStatement(plan.targetTable, plan.mapping, row, escape)));
         if (error) {
             ++outcome.refused;
+            if (error.serverCode == kStatementTooLong)
+                ++outcome.tooLong;
             if (outcome.refusals.size() < Outcome::kKeptRefusals)
                 outcome.refusals << error.description;
             // A lost connection would refuse every row after it, and takes an open transaction

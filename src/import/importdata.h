@@ -90,6 +90,8 @@ struct Outcome final {
     qint64 copied = 0;  // rows the server took as they were sent
     qint64 changed = 0; // rows it took with some value cut, rounded or replaced
     qint64 refused = 0;
+    qint64 tooLong = 0;   // of the refused rows, those whose statement the server's packet limit
+                          // (max_allowed_packet) would not take: they were not sent
     QStringList refusals; // the server's texts for the first kKeptRefusals refused rows
     QStringList warnings; // the first warnings of the changed rows, at most kKeptRefusals
     bool stopped = false;

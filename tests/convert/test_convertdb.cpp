@@ -19,6 +19,7 @@
 #include <QFile>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QStatusBar>
 #include <QTemporaryDir>
@@ -105,6 +106,7 @@ private Q_SLOTS:
     void longAndBinaryValuesAsFarAsTheStatementsCarryThem();
     void valuesTravelAsTypedAndTheModeComesBack();
     void namesThatBecomeOneAndRowsLeftBehind();
+    void rowTooLongForTheServer();
     void windowProposesCancelsAndRefusesADamagedFile();
 
 private:
@@ -484,6 +486,32 @@ void TestConvertDb::namesThatBecomeOneAndRowsLeftBehind()
     QCOMPARE(status(), qs("Conversion: 3 tables, 1 rows written, 1 refused, 9 left behind, 0 values changed, stopped: "
                           "table AmtLimit: Table 'AmtLimit' already exists (report: %1)")
                            .arg(QDir::toNativeSeparators(ConversionReport::defaultPath())));
+}
+
+// A row whose statement is longer than the server's packet limit is not sent: the table's copy
+// stops there as at any refused row, the report counts it as too long, and the session stays.
+void TestConvertDb::rowTooLongForTheServer()
+{
+    const QString limit = m_db->rows(qs("SELECT @@GLOBAL.max_allowed_packet")).value(0);
+    // A limit of 64 KiB for the connections opened from now on: the test needs no 16 MiB value.
+    QVERIFY_DB(m_db->run({qs("SET GLOBAL max_allowed_packet=65536")}));
+    const auto restore = qScopeGuard([&] { (void)m_db->run({qs("SET GLOBAL max_allowed_packet=") + limit}); });
+    QVERIFY_DB(openSession(*m_main->session(), m_db->name()));
+    SourceTable memos{qs("Memos"),
+                      {{qs("N"), 3}, {qs("Memo"), 203}},
+                      {{qs("1"), qs("short")}, {qs("2"), QString(100000, u'x')}, {qs("3"), qs("short")}}};
+    DatabaseConversion::shared().setSourceOpener([&](const QString &) -> DbResult<std::unique_ptr<ConversionSource>> {
+        return std::unique_ptr<ConversionSource>(new FakeSource({memos}));
+    });
+    run(chooseSource(qs("memos.mdb")), kTarget);
+    QCOMPARE(m_operator->told.size(), 1);
+    QVERIFY2(m_operator->told.front().contains(qs("max_allowed_packet")), qPrintable(m_operator->told.front()));
+    QCOMPARE(rows(qs("SELECT N FROM %1.Memos")), sl({"1"}));
+    const QString report = fileText(ConversionReport::defaultPath());
+    QVERIFY2(report.contains(qs("  rows too long for the server (max_allowed_packet): 1\n  rows left behind: 1\n")),
+             qPrintable(report));
+    QVERIFY2(status().contains(qs(", 1 rows too long for the server")), qPrintable(status()));
+    QVERIFY(m_main->session()->isOpen());
 }
 
 QTEST_MAIN(TestConvertDb)
