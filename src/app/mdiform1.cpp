@@ -1,10 +1,10 @@
 #include "app/mdiform1.h"
 
 #include "app/databaseinfo.h"
-#include "convert/tablescript.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
 #include "db/textsplit.h"
+#include "script/tablescript.h"
 #include "ui/dialogs.h"
 #include "ui/toolwindow.h"
 

@@ -4,6 +4,7 @@
 #include "convert/valuetext.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 
@@ -11,8 +12,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 #include <unistd.h>
 
 namespace tabulon {
@@ -138,7 +141,29 @@ qint64 longValueLength(MdbHandle *mdb, const MdbColumn *col, const unsigned char
     return length;
 }
 
-qsizetype gFlushThreshold = 1 << 20; // see setFlushThreshold
+// Which columns of the row just fetched are NULL. The library hands a NULL and a zero-length
+// text alike (an empty bound value, no length), so the row's null mask is read again here.
+bool rowNulls(MdbTableDef *table, std::vector<char> &nulls)
+{
+    MdbHandle *mdb = table->entry->mdb;
+    int start = 0;
+    std::size_t size = 0;
+    if (table->cur_row == 0 || mdb_find_row(mdb, static_cast<int>(table->cur_row) - 1, &start, &size) != 0)
+        return false;
+    MdbField fields[kMaxColumns] = {};
+    const int count = mdb_crack_row(table, start & 0x1fff, size, fields);
+    if (count < 0 || static_cast<unsigned>(count) > table->num_cols)
+        return false;
+    std::fill(nulls.begin(), nulls.end(), 0);
+    for (int i = 0; i < count; ++i) {
+        if (fields[i].colnum >= 0 && static_cast<std::size_t>(fields[i].colnum) < nulls.size())
+            nulls[static_cast<std::size_t>(fields[i].colnum)] = fields[i].is_null ? 1 : 0;
+    }
+    return true;
+}
+
+qsizetype gFlushThreshold = 1 << 20;    // see setFlushThreshold
+std::chrono::microseconds gRowPause{0}; // see setRowPause
 
 // A whole file image opened in this process: the checks that come before the library sees the
 // file, then the catalog. The tables are read one at a time from it.
@@ -193,9 +218,10 @@ public:
     const std::vector<Table> &tables() const { return m_tables; }
 
     // Writes table `t` as the child's form ('T' header, then an 'R' per row unless
-    // `headerOnly`). `flush` takes the form as it grows past the threshold.
+    // `headerOnly`). `flush` takes the form as it grows past the threshold; `row`, when given,
+    // is called after every row, and false from it ends the reading.
     bool read(const Table &t, QByteArray &out, QString &reason, bool headerOnly,
-              const std::function<void(QByteArray &)> &flush)
+              const std::function<void(QByteArray &)> &flush, const std::function<bool()> &row = {})
     {
         MdbHandle *mdb = m_mdb.get();
         const unsigned char *data = m_image.data();
@@ -235,9 +261,20 @@ public:
             return true;
         mdb_rewind_table(table.get());
         unsigned long rows = 0;
+        std::vector<char> nulls(columns, 0);
         while (mdb_fetch_row(table.get())) {
             if (++rows > table->num_rows) {
                 reason = QStringLiteral("table %1 holds more rows than its definition says").arg(name);
+                return false;
+            }
+            if (!rowNulls(table.get(), nulls)) {
+                reason = QStringLiteral("a row of table %1 is damaged").arg(name);
+                return false;
+            }
+            if (gRowPause.count() > 0)
+                std::this_thread::sleep_for(gRowPause);
+            if (row && !row()) {
+                reason = QStringLiteral("the program stopped listening");
                 return false;
             }
             if (flush && out.size() > gFlushThreshold)
@@ -245,11 +282,22 @@ public:
             out.append('R');
             for (unsigned c = 0; c < columns; ++c) {
                 auto *col = static_cast<MdbColumn *>(g_ptr_array_index(table->columns, c));
-                const bool fromPage = col->col_type == MDB_MEMO || col->col_type == MDB_BINARY;
+                // An OLE object's bound text keeps the length of the last one that had any: its
+                // own length is the one in the row.
+                const bool fromPage =
+                    col->col_type == MDB_MEMO || col->col_type == MDB_BINARY || col->col_type == MDB_OLE;
                 const int length =
                     fromPage ? col->cur_value_len : std::clamp(lengths[c], 0, static_cast<int>(kBindSize));
-                if (length <= 0 && col->col_type != MDB_BOOL) {
+                // A boolean keeps its value in the null mask and is never NULL.
+                if (col->col_type != MDB_BOOL && nulls[c]) {
                     out.append('\0');
+                    continue;
+                }
+                if (length <= 0 && col->col_type != MDB_BOOL) {
+                    // A zero-length text, memo or binary value stays empty.
+                    const bool binary = col->col_type == MDB_OLE || col->col_type == MDB_BINARY;
+                    out.append(binary ? '\2' : '\1');
+                    putU32(out, 0);
                     continue;
                 }
                 QString value;
@@ -351,6 +399,11 @@ void setFlushThreshold(qsizetype bytes)
     gFlushThreshold = std::max<qsizetype>(bytes, 1);
 }
 
+void setRowPause(std::chrono::microseconds pause)
+{
+    gRowPause = pause;
+}
+
 bool readImage(const unsigned char *data, std::size_t size, QByteArray &out, QString &reason,
                const std::function<void(QByteArray &)> &flush)
 {
@@ -430,9 +483,10 @@ DbResult<std::vector<SourceTable>> decode(QByteArrayView form)
 namespace {
 
 // Frames between the reader program and the program: a kind, a 32-bit length, the bytes.
-// Up: 'P' a table was checked (the reader is alive), 'C' the user tables' headers, 'F' a piece
-// of a table's form, 'D' the table is whole, 'E' the reason the file cannot be read. Down: one
-// line per table wanted, its index among the user tables; the end of input ends the reader.
+// Up: 'P' the reader is alive (a table was checked, or some of its rows read), 'C' the user
+// tables' headers, 'F' a piece of a table's form, 'D' the table is whole, 'E' the reason the
+// file cannot be read. Down: one line per table wanted, its index among the user tables; the
+// end of input ends the reader.
 bool writeAll(int fd, QByteArrayView bytes)
 {
     const char *p = bytes.data();
@@ -448,6 +502,10 @@ bool writeAll(int fd, QByteArrayView bytes)
     }
     return true;
 }
+
+// The longest the reader stays silent while it reads a table: well below the time the program
+// waits for it.
+constexpr qint64 kAliveMs = 250;
 
 bool sendFrame(int fd, char kind, QByteArrayView bytes)
 {
@@ -490,17 +548,30 @@ int serve(const QString &path, int in, int out)
     if (!reader.open(reinterpret_cast<const unsigned char *>(image.constData()), static_cast<std::size_t>(image.size()),
                      reason))
         return fail();
-    // The whole file is checked before the program creates anything from it.
+    // The whole file is checked before the program creates anything from it. While it reads,
+    // the reader says it is alive every so often, row by row: a table of millions of rows takes
+    // longer to read than the program waits for a word from it.
     const auto discard = [](QByteArray &piece) { piece.clear(); };
+    QElapsedTimer sinceSignal;
+    sinceSignal.start();
+    bool listening = true;
+    const auto alive = [&] {
+        if (sinceSignal.elapsed() >= kAliveMs) {
+            listening = sendFrame(out, 'P', {});
+            sinceSignal.restart();
+        }
+        return listening;
+    };
     std::vector<const ImageReader::Table *> user;
     for (const ImageReader::Table &t : reader.tables()) {
         QByteArray scratch;
-        if (!reader.read(t, scratch, reason, false, discard))
-            return fail();
+        if (!reader.read(t, scratch, reason, false, discard, alive))
+            return listening ? fail() : 2;
         if (t.user)
             user.push_back(&t);
         if (!sendFrame(out, 'P', {}))
             return 2;
+        sinceSignal.restart();
     }
     QByteArray catalog;
     for (const ImageReader::Table *t : user) {
@@ -519,13 +590,17 @@ int serve(const QString &path, int in, int out)
             return 3;
         QByteArray form;
         bool sent = true;
-        const bool read =
-            reader.read(*user[static_cast<std::size_t>(index)], form, reason, false, [&](QByteArray &piece) {
+        sinceSignal.restart();
+        const bool read = reader.read(
+            *user[static_cast<std::size_t>(index)], form, reason, false,
+            [&](QByteArray &piece) {
                 sent = sent && sendFrame(out, 'F', piece);
                 piece.clear();
-            });
+                sinceSignal.restart();
+            },
+            alive);
         if (!read)
-            return fail();
+            return listening ? fail() : 2;
         form.append('Z');
         if (!sent || !sendFrame(out, 'F', form) || !sendFrame(out, 'D', {}))
             return 2;

@@ -12,6 +12,7 @@
 #include <QProcess>
 #include <QString>
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -32,11 +33,14 @@ bool readImage(const unsigned char *data, std::size_t size, QByteArray &out, QSt
                const std::function<void(QByteArray &)> &flush = {});
 // The size past which the form goes to `flush` (1 MiB unless set).
 void setFlushThreshold(qsizetype bytes);
+// A pause after every row read (none unless set): a reader made slow, for the tests.
+void setRowPause(std::chrono::microseconds pause);
 // Turns that form back into tables; a form that is cut short or malformed is an error.
 DbResult<std::vector<SourceTable>> decode(QByteArrayView form);
 
 // The reader program's work: checks the file at `path`, sends the user tables' headers up
-// `out`, then each table asked for on `in`. Returns the program's exit code.
+// `out`, then each table asked for on `in`, with a sign of life at least every quarter of a
+// second while it reads. Returns the program's exit code.
 int serve(const QString &path, int in, int out);
 // The reader program the program starts (beside the program unless set).
 void setReaderProgram(const QString &program);

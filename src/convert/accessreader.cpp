@@ -150,6 +150,8 @@ DbResult<SourceTable> AccessReader::table(std::size_t index)
             return e;
         if (kind == 'D')
             break;
+        if (kind == 'P')
+            continue; // the reader is alive, reading a long table
         if (kind != 'F')
             return malformed();
         form += payload;

@@ -19,13 +19,20 @@ void ConversionReport::start(const QString &source, const QString &database, boo
     m_tables.clear();
 }
 
-TableAccount &ConversionReport::table(const QString &name)
+TableAccount &ConversionReport::table(const QString &source)
+{
+    if (!m_tables.empty() && m_tables.back().source == source)
+        return m_tables.back();
+    m_tables.push_back(TableAccount{});
+    m_tables.back().source = m_tables.back().table = source;
+    return m_tables.back();
+}
+
+TableAccount &ConversionReport::created(const QString &name)
 {
     if (!m_tables.empty() && m_tables.back().table == name)
         return m_tables.back();
-    m_tables.push_back(TableAccount{});
-    m_tables.back().table = name;
-    return m_tables.back();
+    return table(name);
 }
 
 namespace {
@@ -58,6 +65,16 @@ qint64 ConversionReport::notCarried() const
     return total(m_tables, [](const TableAccount &t) { return t.notCarried; });
 }
 
+qint64 ConversionReport::tooLong() const
+{
+    return total(m_tables, [](const TableAccount &t) { return t.tooLong; });
+}
+
+qint64 ConversionReport::leftBehind() const
+{
+    return total(m_tables, [](const TableAccount &t) { return t.leftBehind; });
+}
+
 QString ConversionReport::text() const
 {
     QString out;
@@ -66,9 +83,22 @@ QString ConversionReport::text() const
                     m_structureOnly ? QStringLiteral(", structure only") : QString());
     out += QStringLiteral("Run at %1\n\n").arg(QDateTime::currentDateTime().toString(Qt::ISODate));
     for (const TableAccount &t : m_tables) {
-        out += QStringLiteral("Table %1\n").arg(t.table);
+        out += t.source == t.table ? QStringLiteral("Table %1\n").arg(t.table)
+                                   : QStringLiteral("Table %1 (source table %2)\n").arg(t.table, t.source);
+        const QString left =
+            t.leftBehind > 0 ? QStringLiteral("  rows left behind: %1\n").arg(t.leftBehind) : QString();
+        if (!t.reached) {
+            out += QStringLiteral("  not reached: the run stopped before it\n") + left + QLatin1Char('\n');
+            continue;
+        }
         if (!t.created) {
-            out += QStringLiteral("  not created\n\n");
+            if (t.holder.isEmpty())
+                out += QStringLiteral("  not created\n");
+            else
+                out += QStringLiteral("  not created: table %1 holds the rows of source table %2; the rows of "
+                                      "source table %3 were not copied\n")
+                           .arg(t.table, t.holder, t.source);
+            out += left + QLatin1Char('\n');
             continue;
         }
         out += QStringLiteral("  rows written: %1\n").arg(t.written);
@@ -76,7 +106,9 @@ QString ConversionReport::text() const
             out += QStringLiteral("  rows refused: %1 (the rows after it were not copied): %2\n")
                        .arg(t.refused)
                        .arg(t.firstRefusal);
-        else if (!t.firstRefusal.isEmpty())
+        if (t.tooLong > 0)
+            out += QStringLiteral("  rows too long for the server (max_allowed_packet): %1\n").arg(t.tooLong);
+        if (t.refused == 0 && !t.firstRefusal.isEmpty())
             out += QStringLiteral("  rows not read from the source: %1\n").arg(t.firstRefusal);
         if (t.changed > 0) {
             out += QStringLiteral("  values changed by the server: %1\n").arg(t.changed);
@@ -88,7 +120,7 @@ QString ConversionReport::text() const
         if (t.notCarried > 0)
             out += QStringLiteral("  values that cannot travel as they are (binary data written as text): %1\n")
                        .arg(t.notCarried);
-        out += QLatin1Char('\n');
+        out += left + QLatin1Char('\n');
     }
     if (!m_stopped.isEmpty())
         out += QStringLiteral("The run stopped: %1\n").arg(m_stopped);
@@ -97,11 +129,15 @@ QString ConversionReport::text() const
 
 QString ConversionReport::summary(const QString &path) const
 {
-    QString line = QStringLiteral("Conversion: %1 tables, %2 rows written, %3 refused, %4 values changed")
+    QString line = QStringLiteral("Conversion: %1 tables, %2 rows written, %3 refused, %4 left behind, %5 values "
+                                  "changed")
                        .arg(m_tables.size())
                        .arg(written())
                        .arg(refused())
+                       .arg(leftBehind())
                        .arg(changed());
+    if (const qint64 n = tooLong())
+        line += QStringLiteral(", %1 rows too long for the server").arg(n);
     if (const qint64 n = notCarried())
         line += QStringLiteral(", %1 not carried exactly").arg(n);
     if (!m_stopped.isEmpty())

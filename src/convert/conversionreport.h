@@ -1,7 +1,7 @@
-// The account of one conversion run: per table, the rows written, the row the server refused
-// with its message, the values the server changed to make them fit, and the values that could
-// not travel as they are. The run's boxes stay as few as they are; this account goes into a
-// file the operator can read afterwards.
+// The account of one conversion run: per source table, the table it became, the rows written,
+// the row the server refused with its message, the values the server changed to make them fit,
+// the values that could not travel as they are, and the rows left behind. The run's boxes stay
+// as few as they are; this account goes into a file the operator can read afterwards.
 #pragma once
 
 #include <QString>
@@ -12,10 +12,18 @@
 namespace tabulon {
 
 struct TableAccount final {
+    QString source;             // the source table's name
     QString table;              // as created (sanitised)
     bool created = false;       // false when its "Create Table" failed both times
+    bool reached = true;        // false when the run stopped before this table
+    QString holder;             // the source table whose rows the table of this name holds, when
+                                // another source table of the run made it first
+    qint64 leftBehind = 0;      // source rows not copied: after a refused row, of a table not
+                                // created or not reached, or not read from the source
     qint64 written = 0;         // rows the server took
     qint64 refused = 0;         // rows the server or the source refused (the copy stops there)
+    qint64 tooLong = 0;         // of them, rows whose statement the server's packet limit would
+                                // not take (not sent)
     QString firstRefusal;       // the message of the first of them, or why the source gave no rows
     qint64 changed = 0;         // warnings the server gave while taking the rows
     QStringList changeMessages; // the first few of them, as the server worded them
@@ -30,8 +38,12 @@ public:
     void start(const QString &source, const QString &database, bool structureOnly);
     // Ends the run with a reason that stopped it before or between tables ("" when it ran out).
     void setStopped(const QString &reason) { m_stopped = reason; }
-    // The account of `name`: the last one when it is that table's, else a new one.
-    TableAccount &table(const QString &name);
+    // The account of source table `source`: the last one when it is that table's, else a new one
+    // (named `source` until it is created under its sanitised name).
+    TableAccount &table(const QString &source);
+    // The account of the table created as `name`: the last one when it is that table's, else a
+    // new one.
+    TableAccount &created(const QString &name);
     const std::vector<TableAccount> &tables() const { return m_tables; }
     const QString &stopped() const { return m_stopped; }
 
@@ -39,6 +51,8 @@ public:
     qint64 refused() const;
     qint64 changed() const;
     qint64 notCarried() const;
+    qint64 leftBehind() const;
+    qint64 tooLong() const;
 
     // The whole account as text, one block per table.
     QString text() const;

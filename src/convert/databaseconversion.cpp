@@ -4,6 +4,10 @@
 #include "convert/conversionsource.h"
 #include "db/databasesession.h"
 
+#include <QHash>
+
+#include <algorithm>
+
 namespace tabulon {
 
 namespace {
@@ -84,7 +88,11 @@ bool DatabaseConversion::OpenConversionSource(const QString &source)
 
 void DatabaseConversion::ConvertAllTables()
 {
+    // The source table each table of this run was created from, by the name it was created as.
+    QHash<QString, QString> createdFrom;
     for (qsizetype i = 0; i < m_tableNames.size(); ++i) {
+        const QString source = m_tableNames[i];
+        m_report.table(source);
         DbError error = ReadSourceFields(m_tableNames[i]);
         bool created = false;
         if (!error) {
@@ -94,16 +102,46 @@ void DatabaseConversion::ConvertAllTables()
             else
                 error = result.error();
         }
+        m_report.table(source).table = m_tableNames[i];
         if (error) {
-            m_report.table(m_tableNames[i]).created = false;
+            TableAccount &account = m_report.table(source);
+            account.created = false;
+            account.holder = createdFrom.value(m_tableNames[i]);
+            account.leftBehind = sourceRows(source);
             m_report.setStopped(QStringLiteral("table %1: %2").arg(m_tableNames[i], error.description));
+            // The tables after it are not converted: their rows stay behind too.
+            for (qsizetype j = i + 1; j < m_tableNames.size(); ++j) {
+                TableAccount &later = m_report.table(m_tableNames[j]);
+                later.reached = false;
+                later.leftBehind = sourceRows(m_tableNames[j]);
+            }
             m_prompts->message(QStringLiteral("Error Occured err.desc : ") + error.description);
             return;
         }
-        m_report.table(m_tableNames[i]).created = created;
-        if (created && !m_structureOnly)
+        m_report.table(source).created = created;
+        if (created)
+            createdFrom.insert(m_tableNames[i], source);
+        if (created && !m_structureOnly) {
             CopyTableRows(m_tableNames[i]);
+            // Rows the source did not give under the created name (the copy reads the table by
+            // that name) are all left behind.
+            TableAccount &account = m_report.table(source);
+            if (account.refused == 0 && !account.firstRefusal.isEmpty())
+                account.leftBehind = std::max<qint64>(sourceRows(source) - account.written, 0);
+        }
     }
+}
+
+qint64 DatabaseConversion::sourceRows(const QString &table)
+{
+    if (m_structureOnly || !m_source)
+        return 0; // no row was to be copied
+    qint64 rows = 0;
+    const DbError error = m_source->readRows(table, [&rows](const SourceRow &) {
+        ++rows;
+        return DbError::none();
+    });
+    return error ? 0 : rows;
 }
 
 DbError DatabaseConversion::ReadSourceFields(const QString &table)
@@ -143,17 +181,22 @@ DbResult<bool> DatabaseConversion::CreateConvertedTable(QString &table)
 
 void DatabaseConversion::CopyTableRows(const QString &table)
 {
-    TableAccount &counts = m_report.table(table);
+    TableAccount &counts = m_report.created(table);
     counts.created = true;
     if (!m_source) {
         counts.firstRefusal = QStringLiteral("Operation is not allowed when the object is closed.");
         m_prompts->message(counts.firstRefusal);
         return;
     }
-    bool refused = false;
+    DbError refusal;
     constexpr int kRowsAsked = 20;
     int warnedRows = 0;
     const DbError error = m_source->readRows(table, [&](const SourceRow &row) {
+        // After a refused row the rest of the table is not copied, only counted.
+        if (refusal) {
+            ++counts.leftBehind;
+            return DbError::none();
+        }
         QStringList values;
         values.reserve(static_cast<qsizetype>(row.size()));
         for (size_t k = 0; k < row.size(); ++k) {
@@ -162,8 +205,8 @@ void DatabaseConversion::CopyTableRows(const QString &table)
                 ++counts.notCarried;
         }
         if (DbError e = m_session->execute(Conversion::insertStatement(m_targetDatabase, table, values))) {
-            refused = true;
-            return e;
+            refusal = e;
+            return DbError::none();
         }
         ++counts.written;
         // The server took the row but changed some of its values: every one counted, and the
@@ -184,10 +227,11 @@ void DatabaseConversion::CopyTableRows(const QString &table)
         }
         return DbError::none();
     });
-    if (error) {
-        counts.refused = refused ? 1 : 0;
-        counts.firstRefusal = error.description;
-        m_prompts->message(error.description);
+    if (refusal || error) {
+        counts.refused = refusal ? 1 : 0;
+        counts.tooLong = refusal.serverCode == kStatementTooLong ? 1 : 0;
+        counts.firstRefusal = (refusal ? refusal : error).description;
+        m_prompts->message(counts.firstRefusal);
     }
 }
 

@@ -78,6 +78,9 @@ public:
     }
 
 private:
+    // The rows of a source table, counted for the report (none in a structure-only run).
+    qint64 sourceRows(const QString &table);
+
     DatabaseSession *m_session = nullptr;
     ConversionPrompts *m_prompts = nullptr;
     SourceOpener m_openSource;

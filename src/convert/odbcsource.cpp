@@ -6,6 +6,8 @@
 #include <sql.h>
 #include <sqlext.h>
 
+#include <algorithm>
+
 namespace tabulon {
 
 namespace {
@@ -152,6 +154,10 @@ DbResult<std::unique_ptr<ConversionSource>> OdbcSource::open(const QString &data
         if (kind->value_or(QByteArray()).trimmed().toUpper() == "TABLE")
             source->m_tables << QString::fromUtf8(name->value_or(QByteArray()));
     }
+    // In name order whatever the case, as the Access file's tables: a driver lists them in the
+    // order of its own catalog.
+    std::stable_sort(source->m_tables.begin(), source->m_tables.end(),
+                     [](const QString &a, const QString &b) { return a.compare(b, Qt::CaseInsensitive) < 0; });
     return std::unique_ptr<ConversionSource>(std::move(source));
 }
 
@@ -252,7 +258,13 @@ DbError OdbcSource::readRows(const QString &table, const RowSink &row)
                     continue;
                 }
                 const QDate date = type == 134 ? QDate(1899, 12, 30) : QDate(ts.year, ts.month, ts.day);
-                values.emplace_back(ValueText::dateTime(date, QTime(ts.hour, ts.minute, ts.second)));
+                // The fraction comes in billionths of a second; its digits without trailing zeros.
+                QString fraction = ts.fraction == 0
+                                       ? QString()
+                                       : QStringLiteral("%1").arg(ts.fraction % 1000000000u, 9, 10, QLatin1Char('0'));
+                while (fraction.endsWith(QLatin1Char('0')))
+                    fraction.chop(1);
+                values.emplace_back(ValueText::dateTime(date, QTime(ts.hour, ts.minute, ts.second), fraction));
                 continue;
             }
             default: break;

@@ -1,3 +1,5 @@
+# Convert Database: an Access file or an ODBC data source read table by table (logic, with the
+# Access reader run as a helper process), copied into a new database, and its window.
 tabulon_logic_library(tabulon_convert_logic
     SOURCES
         convert/accessfile.cpp convert/accessfile.h
@@ -6,20 +8,15 @@ tabulon_logic_library(tabulon_convert_logic
         convert/conversionrules.cpp convert/conversionrules.h
         convert/conversionsource.cpp convert/conversionsource.h
         convert/databaseconversion.cpp convert/databaseconversion.h
-        convert/importdata.cpp convert/importdata.h
         convert/odbcsource.cpp convert/odbcsource.h
-        convert/scriptrunner.cpp convert/scriptrunner.h
         convert/sourcetable.h
-        convert/tablescript.cpp convert/tablescript.h
         convert/valuetext.cpp convert/valuetext.h
     DEPS tabulon_db
     PRIVATE_DEPS PkgConfig::LIBMDB PkgConfig::ODBC)
 tabulon_window_library(tabulon_convert
     SOURCES
         convert/convertdb.cpp convert/convertdb.h
-        convert/frmimportdata.cpp convert/frmimportdata.h
-        convert/importdb.cpp convert/importdb.h
-    DEPS tabulon_convert_logic tabulon_ui tabulon_grid tabulon_safety_logic)
+    DEPS tabulon_convert_logic tabulon_ui)
 list(APPEND TABULON_TOOL_LIBRARIES tabulon_convert)
 
 # The Access reader the conversion and the import start for every Access file; built and
@@ -30,11 +27,6 @@ set_target_properties(tabulon-accessreader PROPERTIES RUNTIME_OUTPUT_DIRECTORY $
 set_property(SOURCE convert/accessreader.cpp APPEND PROPERTY COMPILE_DEFINITIONS
     TABULON_ACCESS_READER_BUILT="$<TARGET_FILE:tabulon-accessreader>")
 add_dependencies(tabulon_convert tabulon-accessreader)
-
-# The companion "Execute Text File" starts; built beside the program, installed with it.
-add_executable(import_db convert/importdb_main.cpp)
-target_link_libraries(import_db PRIVATE tabulon_convert tabulon_settings tabulon_common_cfg)
-set_target_properties(import_db PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
 
 # The Access reader's libFuzzer target (clang only): configure a separate build with
 # CC=clang CXX=clang++ -DTABULON_FUZZ=ON -DTABULON_SANITIZE=ON.

@@ -71,7 +71,7 @@ public:
     ConversionSource &operator=(const ConversionSource &) = delete;
     virtual ~ConversionSource() = default;
 
-    // The user tables, in the order the source's catalog lists them.
+    // The user tables, in name order compared without case.
     virtual QStringList tableNames() const = 0;
     // The fields of a table, opened by name as the provider would (names match
     // case-insensitively; an unknown name is an error).

@@ -57,15 +57,16 @@ QString trimFraction(const QString &text)
     return out;
 }
 
-QString dateTime(const QDate &date, const QTime &time)
+QString dateTime(const QDate &date, const QTime &time, const QString &fraction)
 {
     const QDate zeroDay(1899, 12, 30);
-    const bool midnight = time.msecsSinceStartOfDay() < 1000;
+    const bool midnight = time.msecsSinceStartOfDay() < 1000 && fraction.isEmpty();
     const int hour12 = time.hour() % 12 == 0 ? 12 : time.hour() % 12;
-    const QString clock = QStringLiteral("%1:%2:%3 %4")
+    const QString clock = QStringLiteral("%1:%2:%3%4 %5")
                               .arg(hour12)
                               .arg(time.minute(), 2, 10, QLatin1Char('0'))
                               .arg(time.second(), 2, 10, QLatin1Char('0'))
+                              .arg(fraction.isEmpty() ? QString() : QLatin1Char('.') + fraction)
                               .arg(time.hour() < 12 ? QStringLiteral("AM") : QStringLiteral("PM"));
     if (date == zeroDay)
         return clock;

@@ -18,8 +18,10 @@ QString number(float value);
 // gives "12.75".
 QString trimFraction(const QString &text);
 // "M/D/YYYY", with " h:mm:ss AM" (or PM) after it when the time is not midnight; a value on the
-// zero day (12/30/1899) shows only its time.
-QString dateTime(const QDate &date, const QTime &time);
+// zero day (12/30/1899) shows only its time. `fraction` holds the digits of a fraction of a
+// second ("345" for .345), written after the seconds when there is one, so that a data
+// source's timestamps keep it.
+QString dateTime(const QDate &date, const QTime &time, const QString &fraction = QString());
 // The same for a date held as days since 12/30/1899 with the time as the fraction. Values no
 // calendar holds give the number's text.
 QString oleDate(double days);

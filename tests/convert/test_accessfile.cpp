@@ -12,6 +12,7 @@
 #include <mdbtools.h>
 
 #include <algorithm>
+#include <optional>
 
 using namespace tabulon;
 using tabulon::test::qs;
@@ -45,6 +46,9 @@ QByteArray zeroPage(QByteArray bytes, qsizetype page)
 {
     return bytes.replace(page * kPage, kPage, QByteArray(kPage, '\0'));
 }
+
+QString addCategory(const QString &path, gint32 id, const std::optional<QByteArray> &name,
+                    const std::optional<QByteArray> &description, const std::optional<QByteArray> &picture);
 
 // Writes at `path` a copy of the sample with a ninth category (ID 99) whose description is the
 // memo `text`, in the file's code page, and whose picture is `picture`. The library writes
@@ -80,6 +84,21 @@ QString writeLongValues(const QString &path, const QByteArray &text, const QByte
     }
     file.close();
 
+    unsigned char header[12] = {};
+    mdb_put_int32(header, 0, static_cast<guint32>(text.size()));
+    mdb_put_int32(header, 4, firstPage << 8);
+    QByteArray inlinePicture(12, '\0');
+    mdb_put_int32(inlinePicture.data(), 0, static_cast<guint32>(picture.size()) | 0x80000000u);
+    inlinePicture += picture;
+    return addCategory(path, 99, QByteArray("Long"), QByteArray(reinterpret_cast<const char *>(header), 12),
+                       inlinePicture);
+}
+
+// Adds a category to the copy at `path` with the row writer of the library: the name, the
+// description and the picture as their row keeps them, nothing for NULL.
+QString addCategory(const QString &path, gint32 id, const std::optional<QByteArray> &name,
+                    const std::optional<QByteArray> &description, const std::optional<QByteArray> &picture)
+{
     MdbHandle *mdb = mdb_open(path.toLocal8Bit().constData(), MDB_WRITABLE);
     if (!mdb)
         return qs("the copy cannot be opened for writing");
@@ -91,14 +110,7 @@ QString writeLongValues(const QString &path, const QByteArray &text, const QByte
     mdb_read_columns(table);
     mdb_read_indices(table);
     mdb_rewind_table(table);
-    gint32 id = 99;
-    char name[] = "Long";
-    unsigned char header[12] = {};
-    mdb_put_int32(header, 0, static_cast<guint32>(text.size()));
-    mdb_put_int32(header, 4, firstPage << 8);
-    QByteArray inlinePicture(12, '\0');
-    mdb_put_int32(inlinePicture.data(), 0, static_cast<guint32>(picture.size()) | 0x80000000u);
-    inlinePicture += picture;
+    std::optional<QByteArray> values[3] = {name, description, picture};
     MdbField fields[4] = {};
     for (unsigned c = 0; c < 4; ++c) {
         fields[c].colnum = static_cast<int>(c);
@@ -106,17 +118,18 @@ QString writeLongValues(const QString &path, const QByteArray &text, const QByte
     }
     fields[0].value = &id;
     fields[0].siz = 4;
-    fields[1].value = name;
-    fields[1].siz = 4;
-    fields[2].value = header;
-    fields[2].siz = 12;
-    fields[3].value = inlinePicture.data();
-    fields[3].siz = static_cast<int>(inlinePicture.size());
+    for (unsigned c = 1; c < 4; ++c) {
+        std::optional<QByteArray> &value = values[c - 1];
+        fields[c].is_null = value ? 0 : 1;
+        fields[c].value = value ? value->data() : nullptr;
+        fields[c].siz = value ? static_cast<int>(value->size()) : 0;
+    }
     if (!mdb_insert_row(table, 4, fields))
         return qs("the category cannot be added");
     // The row writer leaves the table's row count as it was: the definition page counts one more.
     const qint64 count = qint64(table->entry->table_pg) * kPage + mdb->fmt->tab_num_rows_offset;
     const auto rows = static_cast<guint32>(table->num_rows + 1);
+    QFile file(path);
     if (!file.open(QIODevice::ReadWrite) || !file.seek(count))
         return file.errorString();
     QByteArray bytes(4, '\0');
@@ -137,8 +150,10 @@ private Q_SLOTS:
     void randomDamageNeverCrashes();
     void malformedAnswersAreRejected();
     void longValuesComeWhole();
+    void emptyValuesAreNotNull();
     void flushCarriesOnlyTheUserTables();
     void readerProgramProblemsGiveAnError();
+    void slowReaderIsNotTakenForAStoppedOne();
 
 private:
     QByteArray m_image;
@@ -370,6 +385,28 @@ void TestAccessFile::longValuesComeWhole()
     QCOMPARE((*added)[3], SourceValue::fromBytes(picture));
 }
 
+// A text, a memo and a picture of no length are empty values; NULL stays NULL.
+void TestAccessFile::emptyValuesAreNotNull()
+{
+    const QString path = m_dir.filePath(qs("empty.mdb"));
+    QFile::remove(path);
+    QVERIFY(QFile::copy(kSample, path));
+    QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner));
+    QString problem = addCategory(path, 97, QByteArray(), QByteArray(), QByteArray());
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    // The library's row writer lays a NULL picture out wrong; this one has a picture of 1 byte.
+    QByteArray picture(12, '\0');
+    mdb_put_int32(picture.data(), 0, 1u | 0x80000000u);
+    problem = addCategory(path, 98, std::nullopt, std::nullopt, picture + 'p');
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    auto tables = AccessFile::load(path);
+    QVERIFY_DB(tables.error());
+    const std::vector<SourceRow> &rows = tableNamed(*tables, qs("Categories")).rows;
+    QCOMPARE(std::vector<SourceRow>(rows.end() - 2, rows.end()),
+             std::vector<SourceRow>({{qs("97"), qs(""), qs(""), SourceValue::fromBytes({})},
+                                     {qs("98"), std::nullopt, std::nullopt, SourceValue::fromBytes("p")}}));
+}
+
 // The form leaves the reader in pieces once it passes the flush threshold. With a small
 // threshold the system tables (the sample's catalog table alone is tens of kilobytes) pass it
 // too; their rows must never join the pieces, or the program would get them as rows of the
@@ -413,6 +450,23 @@ void TestAccessFile::readerProgramProblemsGiveAnError()
         QVERIFY2(tables.error().description.startsWith(kSample) && tables.error().description.contains(qs(reason)),
                  qPrintable(tables.error().description));
     }
+}
+
+// A reader that takes seconds over each table (here one that pauses after every row) keeps
+// saying it is alive, and is not taken for one that stopped answering.
+void TestAccessFile::slowReaderIsNotTakenForAStoppedOne()
+{
+    AccessFile::setReaderProgram(qs(TABULON_SLOW_READER));
+    const auto reset = qScopeGuard([] { AccessFile::setReaderProgram(QString()); });
+    auto reader = AccessReader::start(kSample, 1); // Order Details alone takes two seconds
+    QVERIFY_DB(reader.error());
+    const auto &catalog = (*reader)->catalog();
+    const auto details = std::find_if(catalog.begin(), catalog.end(),
+                                      [](const SourceTable &t) { return t.name == qs("Order Details"); });
+    QVERIFY(details != catalog.end());
+    auto table = (*reader)->table(static_cast<std::size_t>(details - catalog.begin()));
+    QVERIFY_DB(table.error());
+    QCOMPARE(table->rows.size(), std::size_t(2155));
 }
 
 QTEST_GUILESS_MAIN(TestAccessFile)

@@ -19,7 +19,8 @@ struct WholeValueRow final {
 
 // The rows of table `wholevalues` (id INTEGER, memo TEXT, data BLOB): a memo of 300 KiB and
 // more with letters beyond ASCII, binary values of odd lengths holding zero bytes, an empty
-// one and NULLs.
+// one and NULLs. The data source also holds table `stamps` (id INTEGER, at TIMESTAMP), made
+// after it, with the one row (1, 2020-01-02 10:11:12.345).
 const std::vector<WholeValueRow> &wholeValueRows();
 
 // The installed SQLite ODBC driver's library; empty when the driver is not installed.

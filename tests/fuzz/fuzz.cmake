@@ -10,5 +10,5 @@ endfunction()
 
 tabulon_add_fuzzer(fuzz_gridfile ${CMAKE_CURRENT_LIST_DIR}/fuzz_gridfile.cpp tabulon_gridcore)
 tabulon_add_fuzzer(fuzz_archive ${CMAKE_CURRENT_LIST_DIR}/fuzz_archive.cpp tabulon_backup_logic)
-tabulon_add_fuzzer(fuzz_scriptsplit ${CMAKE_CURRENT_LIST_DIR}/fuzz_scriptsplit.cpp tabulon_convert_logic)
+tabulon_add_fuzzer(fuzz_scriptsplit ${CMAKE_CURRENT_LIST_DIR}/fuzz_scriptsplit.cpp tabulon_script_logic)
 tabulon_add_fuzzer(fuzz_conversionrules ${CMAKE_CURRENT_LIST_DIR}/fuzz_conversionrules.cpp tabulon_convert_logic)

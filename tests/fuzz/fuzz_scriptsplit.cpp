@@ -3,7 +3,7 @@
 // gives itself back: the runner sends each one alone), and splitting the statements joined
 // again by ";\n" gives the same statements back, so no text is lost or invented between two
 // statements.
-#include "convert/scriptrunner.h"
+#include "script/scriptrunner.h"
 
 #include <cstddef>
 #include <cstdint>

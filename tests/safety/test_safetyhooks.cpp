@@ -8,11 +8,11 @@
 // first statement.
 #include "backup/restore.h"
 #include "backup/tablebackup.h"
-#include "convert/frmimportdata.h"
 #include "data/replacedata.h"
 #include "data/tabledata.h"
 #include "db/progress.h"
 #include "grid/grid.h"
+#include "import/frmimportdata.h"
 #include "maintenance/checktable.h"
 #include "maintenance/repairtable.h"
 #include "maintenance/tablecheck.h"

@@ -3,7 +3,7 @@
 // is running and leaves the window closed, so that the program can end at once.
 #pragma once
 
-#include "convert/scriptrunner.h"
+#include "script/scriptrunner.h"
 #include "ui/progressview.h"
 #include "ui/toolwindow.h"
 
@@ -17,6 +17,7 @@ class QPushButton;
 namespace tabulon {
 
 class DatabaseSession;
+class Settings;
 
 class ImportDb final : public QWidget {
     Q_OBJECT
@@ -47,5 +48,11 @@ private:
     ProgressView m_progress;
     bool m_closedDuringRun = false;
 };
+
+// The companion's whole run, as its program makes it: the window comes up minimised (none with
+// `batch`), so that the operator goes on working in the main program meanwhile; import.sql from
+// `folder` runs on the server that `settings` name; the summary goes to the output and stays on
+// screen until the window is closed. Returns the program's exit code.
+int runImportDb(const QString &folder, const Settings &settings, bool batch);
 
 } // namespace tabulon

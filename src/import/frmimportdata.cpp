@@ -1,4 +1,4 @@
-#include "convert/frmimportdata.h"
+#include "import/frmimportdata.h"
 
 #include "convert/conversionrules.h"
 #include "convert/conversionsource.h"
@@ -378,6 +378,19 @@ void frmimportdata::copyRows(const Import::Plan &plan)
                    .arg(outcome.copied)
                    .arg(outcome.changed)
                    .arg(outcome.refused);
+    if (outcome.tooLong > 0)
+        summary += QStringLiteral("\nRows too long for the server (max_allowed_packet): %1").arg(outcome.tooLong);
+    if (outcome.transactionLost)
+        summary += QStringLiteral("\n\nThe server ended the transaction: the %1 rows it had taken are not in the "
+                                  "table, and the copy stopped there.")
+                       .arg(outcome.lost);
+    else if (outcome.lost > 0)
+        summary += QStringLiteral("\n\n%1 rows the server had taken are not in the table.").arg(outcome.lost);
+    if (outcome.counted)
+        summary += QStringLiteral("\n\nCounted afterwards, the table keeps %1 rows of this import.")
+                       .arg(outcome.copied + outcome.changed);
+    else if (!outcome.uncounted.isEmpty())
+        summary += QStringLiteral("\n\nHow many rows the table keeps could not be counted: ") + outcome.uncounted;
     if (outcome.rolledBack)
         summary += QStringLiteral("\n\nThe rows copied have been rolled back.");
     else if ((outcome.stopped || outcome.error) && !outcome.transactional && outcome.copied + outcome.changed > 0)
@@ -389,7 +402,9 @@ void frmimportdata::copyRows(const Import::Plan &plan)
     m_status->setText(QStringLiteral("Rows copied: %1, changed: %2, refused: %3")
                           .arg(outcome.copied)
                           .arg(outcome.changed)
-                          .arg(outcome.refused));
+                          .arg(outcome.refused) +
+                      (outcome.tooLong > 0 ? QStringLiteral(", too long: %1").arg(outcome.tooLong) : QString()) +
+                      (outcome.lost > 0 ? QStringLiteral(", lost: %1").arg(outcome.lost) : QString()));
     const bool clean = !outcome.error && !outcome.stopped && outcome.refused == 0 && outcome.changed == 0;
     Dialogs::message(this, summary, clean ? Dialogs::Icon::Information : Dialogs::Icon::Exclamation);
 }

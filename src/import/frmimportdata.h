@@ -3,7 +3,7 @@
 // copy behind a question, with progress and a summary of what the server refused.
 #pragma once
 
-#include "convert/importdata.h"
+#include "import/importdata.h"
 #include "ui/progressview.h"
 #include "ui/toolwindow.h"
 

@@ -1,4 +1,4 @@
-#include "convert/tablescript.h"
+#include "script/tablescript.h"
 
 #include "db/databasesession.h"
 

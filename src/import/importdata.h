@@ -63,29 +63,50 @@ DbResult<bool> isTransactional(DatabaseSession &session, const QString &table);
 // "CREATE TABLE `t` (`c1` TYPE, ...)" for the matched fields.
 QString createStatement(const QString &table, const std::vector<FieldMapping> &mapping);
 
-// A source date text ("M/D/YYYY", "M/D/YYYY h:mm:ss AM", a time alone on the zero day
-// 12/30/1899, or already "YYYY-MM-DD[ hh:mm:ss]"); nothing for other texts.
-std::optional<QDateTime> parseSourceDate(const QString &text);
+// A date read from a source text: the date and time to the second, and the digits of a
+// fraction of a second as the source wrote them ("345" for .345; empty for none).
+struct SourceDate final {
+    QDateTime value;
+    QString fraction;
+};
+// A source date text ("M/D/YYYY", "M/D/YYYY h:mm:ss[.fff] AM", a time alone on the zero day
+// 12/30/1899, or already "YYYY-MM-DD[ hh:mm:ss[.fff]]"); nothing for other texts.
+std::optional<SourceDate> parseSourceDate(const QString &text);
 // A source value as an SQL literal for a column of `columnType`: NULL, 1/0 for booleans, a date
 // in the form the column takes, the bytes of a binary field as a hexadecimal literal, anything
 // else escaped between quotes.
 QByteArray valueLiteral(const SourceValue &value, int sourceType, const QString &columnType,
                         const SessionSql::Escaper &escape);
+// The value a column of `columnType` keeps when it cannot keep `value` as the source has it,
+// which the server does without a warning: a number rounded by a FLOAT or a DOUBLE, a fraction
+// of a second cut by a time column of fewer digits. Empty when the column keeps it exactly.
+QString heldValue(const SourceValue &value, int sourceType, const QString &columnType);
 // "INSERT INTO `t` (`c1`,...) VALUES (...)" for the matched fields of one source row.
 QByteArray insertStatement(const QString &table, const std::vector<FieldMapping> &mapping, const SourceRow &row,
                            const SessionSql::Escaper &escape);
 
-// What one import did.
+// What one import did. The rows copied and changed are the rows the table keeps.
 struct Outcome final {
     qint64 copied = 0;  // rows the server took as they were sent
-    qint64 changed = 0; // rows it took with warnings: some value was cut, rounded or replaced
+    qint64 changed = 0; // rows it took with some value cut, rounded or replaced
     qint64 refused = 0;
+    qint64 tooLong = 0;   // of the refused rows, those whose statement the server's packet limit
+                          // (max_allowed_packet) would not take: they were not sent
     QStringList refusals; // the server's texts for the first kKeptRefusals refused rows
     QStringList warnings; // the first warnings of the changed rows, at most kKeptRefusals
     bool stopped = false;
     DbError error;              // the table could not be created, or the source could not be read
     bool transactional = false; // the rows went in one transaction
     bool rolledBack = false;    // ... and were taken back after a stop or a failure
+    // The server ended the transaction itself (a deadlock, a lock wait time-out, a lost
+    // connection): the rows it had taken are gone, and the copy stopped there.
+    bool transactionLost = false;
+    qint64 lost = 0; // rows the server took that the table does not keep
+    // Where the answers left it open how many rows the table keeps (a connection lost while a
+    // row or the commit was under way), the table was counted afterwards: true when it was,
+    // and `uncounted` says why it could not be.
+    bool counted = false;
+    QString uncounted;
     static constexpr int kKeptRefusals = 5;
 };
 
@@ -105,9 +126,10 @@ using KeepRows = std::function<bool(const Outcome &sofar)>;
 
 // Creates the new table (a table of that name already there fails the run before any row),
 // then copies every source row one insert each. A row the server refuses is counted and the
-// copy goes on; a stop request ends it between steps. Into a table that takes transactions the
-// rows go in one transaction, committed at the end or as `keep` decides after a stop or a
-// failure; elsewhere every row stays as it was written.
+// copy goes on, unless the refusal ended the transaction or the connection; a stop request
+// ends it between steps. Into a table that takes transactions the rows go in one transaction,
+// committed at the end or as `keep` decides after a stop or a failure; elsewhere every row
+// stays as it was written.
 Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan, Progress &progress,
             const KeepRows &keep);
 

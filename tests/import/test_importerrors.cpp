@@ -1,7 +1,7 @@
 // The refusals of the Import Data window against a real server, with the sample Access file as
 // the source: a new table without a name, no table to import into, a closed session, a target
 // table dropped after it was chosen. Each is told once, asks nothing and writes nothing.
-#include "convert/frmimportdata.h"
+#include "import/frmimportdata.h"
 #include "toolfixture.h"
 
 #include <QComboBox>

@@ -1,4 +1,4 @@
-#include "convert/importdata.h"
+#include "import/importdata.h"
 
 #include "convert/conversionrules.h"
 #include "db/progress.h"
@@ -9,6 +9,7 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <charconv>
 
 namespace tabulon::Import {
 
@@ -36,19 +37,23 @@ DateColumn dateColumn(const QString &columnType)
     return DateColumn::None;
 }
 
-QString dateText(const QDateTime &value, DateColumn column)
+QString dateText(const SourceDate &date, DateColumn column)
 {
+    const QDateTime &value = date.value;
+    // The fraction goes wherever a time goes; a column that holds fewer digits than it has
+    // drops the rest, which the import counts as a changed value.
+    const QString fraction = date.fraction.isEmpty() ? QString() : QLatin1Char('.') + date.fraction;
     switch (column) {
     case DateColumn::Date: return value.date().toString(QStringLiteral("yyyy-MM-dd"));
-    case DateColumn::Time: return value.time().toString(QStringLiteral("HH:mm:ss"));
+    case DateColumn::Time: return value.time().toString(QStringLiteral("HH:mm:ss")) + fraction;
     case DateColumn::Year: return QString::number(value.date().year());
-    case DateColumn::DateTime: return value.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    case DateColumn::DateTime: return value.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) + fraction;
     case DateColumn::None: break;
     }
     // A text column: the date alone when there is no time of day.
-    if (value.time().msecsSinceStartOfDay() == 0)
+    if (value.time().msecsSinceStartOfDay() == 0 && fraction.isEmpty())
         return value.date().toString(QStringLiteral("yyyy-MM-dd"));
-    return value.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    return value.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) + fraction;
 }
 
 QByteArray identifier(const QString &name)
@@ -58,8 +63,10 @@ QByteArray identifier(const QString &name)
 
 // What a column type holds, as far as the fit of source values goes.
 struct ColumnKind final {
-    enum Kind { Text, Integer, Fraction, Date, Binary, Other } kind = Other;
-    qint64 width = 0; // characters of a text, bytes of an integer
+    // Single and Double are the approximate numbers, which round a value to their precision
+    // without a warning; Fraction is an exact one (DECIMAL), whose rounding the server notes.
+    enum Kind { Text, Integer, Fraction, Single, Double, Date, Binary, Other } kind = Other;
+    qint64 width = 0; // characters of a text, bytes of an integer, digits of a time's fraction
 };
 
 ColumnKind columnKind(const QString &columnType)
@@ -80,9 +87,9 @@ ColumnKind columnKind(const QString &columnType)
         {QStringLiteral("bigint"), {ColumnKind::Integer, 8}},
         {QStringLiteral("decimal"), {ColumnKind::Fraction, 0}},
         {QStringLiteral("numeric"), {ColumnKind::Fraction, 0}},
-        {QStringLiteral("float"), {ColumnKind::Fraction, 0}},
-        {QStringLiteral("double"), {ColumnKind::Fraction, 0}},
-        {QStringLiteral("real"), {ColumnKind::Fraction, 0}},
+        {QStringLiteral("float"), {ColumnKind::Single, 0}},
+        {QStringLiteral("double"), {ColumnKind::Double, 0}},
+        {QStringLiteral("real"), {ColumnKind::Double, 0}},
         {QStringLiteral("date"), {ColumnKind::Date, 0}},
         {QStringLiteral("datetime"), {ColumnKind::Date, 0}},
         {QStringLiteral("timestamp"), {ColumnKind::Date, 0}},
@@ -101,6 +108,8 @@ ColumnKind columnKind(const QString &columnType)
     };
     if (base == QLatin1String("char") || base == QLatin1String("varchar"))
         return {ColumnKind::Text, size < 0 ? 1 : size};
+    if (base == QLatin1String("datetime") || base == QLatin1String("timestamp") || base == QLatin1String("time"))
+        return {ColumnKind::Date, size < 0 ? 0 : size};
     if (base == QLatin1String("decimal") || base == QLatin1String("numeric")) {
         // DECIMAL(n) and DECIMAL(n,0) hold no fraction.
         static const QRegularExpression scale(QStringLiteral(R"(^\s*[a-z]+\s*\(\s*\d+\s*,\s*([1-9]\d*)\s*\))"));
@@ -147,6 +156,77 @@ int integerBytes(int adoType)
     }
 }
 
+// Whether every value of a number type keeps all its digits in a FLOAT (24 bits of mantissa)
+// or a DOUBLE (53 bits): the server rounds the others to fit, and says nothing.
+bool fitsApproximate(int adoType, ColumnKind::Kind kind)
+{
+    switch (adoType) {
+    case AdoType::Boolean:
+    case AdoType::TinyInt:
+    case AdoType::UnsignedTinyInt:
+    case AdoType::SmallInt:
+    case AdoType::UnsignedSmallInt:
+    case AdoType::Single: return true;
+    case AdoType::Integer:
+    case AdoType::UnsignedInt:
+    case AdoType::Double: return kind == ColumnKind::Double;
+    default: return false; // BIGINT, currency, decimal and numeric carry more digits than a double
+    }
+}
+
+// The decimal number a text writes: its sign, its digits without leading or trailing zeros,
+// and the power of ten of the last of them. Nothing for a text that is no plain number.
+struct Decimal final {
+    bool negative = false;
+    QByteArray digits;
+    int exponent = 0;
+    friend bool operator==(const Decimal &, const Decimal &) = default;
+};
+
+std::optional<Decimal> decimal(QByteArrayView text)
+{
+    text = text.trimmed();
+    Decimal d;
+    qsizetype i = 0;
+    if (i < text.size() && (text[i] == '-' || text[i] == '+'))
+        d.negative = text[i++] == '-';
+    bool any = false;
+    bool point = false;
+    for (; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c >= '0' && c <= '9') {
+            d.digits += c;
+            any = true;
+            if (point)
+                --d.exponent;
+        } else if (c == '.' && !point) {
+            point = true;
+        } else {
+            break;
+        }
+    }
+    if (!any)
+        return std::nullopt;
+    if (i < text.size()) {
+        if (text[i] != 'e' && text[i] != 'E')
+            return std::nullopt;
+        bool ok = false;
+        const int power = QByteArray(text.sliced(i + 1).data(), text.size() - i - 1).toInt(&ok);
+        if (!ok)
+            return std::nullopt;
+        d.exponent += power;
+    }
+    while (d.digits.startsWith('0'))
+        d.digits.remove(0, 1);
+    while (d.digits.endsWith('0')) {
+        d.digits.chop(1);
+        ++d.exponent;
+    }
+    if (d.digits.isEmpty())
+        return Decimal{};
+    return d;
+}
+
 // Characters a source text can hold: Access and ODBC texts up to 255, long ones as many as the
 // widest text column holds.
 qint64 textWidth(int adoType)
@@ -190,7 +270,8 @@ QString fitProblem(const SourceField &field, const QString &columnType)
         return QStringLiteral("a date into a non-date");
     }
     if (isTextType(type)) {
-        if (target.kind == ColumnKind::Integer || target.kind == ColumnKind::Fraction)
+        if (target.kind == ColumnKind::Integer || target.kind == ColumnKind::Fraction ||
+            target.kind == ColumnKind::Single || target.kind == ColumnKind::Double)
             return QStringLiteral("a text into a number");
         if (target.kind == ColumnKind::Date)
             return QStringLiteral("a text into a date");
@@ -201,6 +282,9 @@ QString fitProblem(const SourceField &field, const QString &columnType)
         return {}; // a type read as text: whatever it holds, the server judges it
     if (target.kind == ColumnKind::Date)
         return QStringLiteral("a number into a date");
+    if ((target.kind == ColumnKind::Single || target.kind == ColumnKind::Double) && !fitsApproximate(type, target.kind))
+        return target.kind == ColumnKind::Single ? QStringLiteral("more digits than a float keeps")
+                                                 : QStringLiteral("more digits than a double keeps");
     if (target.kind == ColumnKind::Integer && bytes == 0)
         return QStringLiteral("fractions into a whole number");
     if (target.kind == ColumnKind::Integer && target.width < bytes)
@@ -299,14 +383,14 @@ QString createStatement(const QString &table, const std::vector<FieldMapping> &m
         .arg(DatabaseSession::quoteIdentifier(table), columns.join(QLatin1String(", ")));
 }
 
-std::optional<QDateTime> parseSourceDate(const QString &text)
+std::optional<SourceDate> parseSourceDate(const QString &text)
 {
-    static const QRegularExpression usForm(
-        QStringLiteral(R"(^\s*(\d{1,2})/(\d{1,2})/(\d{4})(?:\s+(\d{1,2}):(\d{2})(?::(\d{2}))?\s*([AaPp][Mm])?)?\s*$)"));
+    static const QRegularExpression usForm(QStringLiteral(
+        R"(^\s*(\d{1,2})/(\d{1,2})/(\d{4})(?:\s+(\d{1,2}):(\d{2})(?::(\d{2})(?:\.(\d{1,9}))?)?\s*([AaPp][Mm])?)?\s*$)"));
     static const QRegularExpression timeForm(
-        QStringLiteral(R"(^\s*()()()(\d{1,2}):(\d{2})(?::(\d{2}))?\s*([AaPp][Mm])?\s*$)"));
-    static const QRegularExpression isoForm(
-        QStringLiteral(R"(^\s*(\d{4})-(\d{1,2})-(\d{1,2})(?:[ T](\d{1,2}):(\d{2})(?::(\d{2}))?()?)?\s*$)"));
+        QStringLiteral(R"(^\s*()()()(\d{1,2}):(\d{2})(?::(\d{2})(?:\.(\d{1,9}))?)?\s*([AaPp][Mm])?\s*$)"));
+    static const QRegularExpression isoForm(QStringLiteral(
+        R"(^\s*(\d{4})-(\d{1,2})-(\d{1,2})(?:[ T](\d{1,2}):(\d{2})(?::(\d{2})(?:\.(\d{1,9}))?)?()?)?\s*$)"));
     QDate date;
     QRegularExpressionMatch m = usForm.match(text);
     if (m.hasMatch()) {
@@ -319,7 +403,7 @@ std::optional<QDateTime> parseSourceDate(const QString &text)
         return std::nullopt;
     }
     int hour = m.captured(4).toInt();
-    const QString half = m.captured(7).toUpper();
+    const QString half = m.captured(8).toUpper();
     if (!half.isEmpty() && (hour < 1 || hour > 12))
         return std::nullopt;
     if (half == QLatin1String("AM") && hour == 12)
@@ -329,7 +413,10 @@ std::optional<QDateTime> parseSourceDate(const QString &text)
     const QTime time(hour, m.captured(5).toInt(), m.captured(6).toInt());
     if (!date.isValid() || !time.isValid())
         return std::nullopt;
-    return QDateTime(date, time);
+    QString fraction = m.captured(7);
+    while (fraction.endsWith(QLatin1Char('0')))
+        fraction.chop(1);
+    return SourceDate{QDateTime(date, time), fraction};
 }
 
 QByteArray valueLiteral(const SourceValue &value, int sourceType, const QString &columnType,
@@ -352,6 +439,50 @@ QByteArray valueLiteral(const SourceValue &value, int sourceType, const QString 
             text = dateText(*date, column);
     }
     return '\'' + escape(QByteArrayView(text.toUtf8())) + '\'';
+}
+
+QString heldValue(const SourceValue &value, int sourceType, const QString &columnType)
+{
+    if (value.isNull() || value.isBytes() || sourceType == AdoType::Boolean)
+        return {};
+    const QString text = value.text().value_or(QString());
+    const ColumnKind target = columnKind(columnType);
+    if (target.kind == ColumnKind::Single || target.kind == ColumnKind::Double) {
+        const QByteArray source = text.trimmed().toLatin1();
+        const auto written = decimal(source);
+        if (!written)
+            return {}; // no number: the server warns about it itself
+        // What the column keeps: the nearest value of its type, in its shortest text.
+        char held[64];
+        std::to_chars_result r{};
+        const char *end = source.constData() + source.size();
+        if (target.kind == ColumnKind::Single) {
+            float f = 0;
+            if (std::from_chars(source.constData() + (source.startsWith('+') ? 1 : 0), end, f).ec != std::errc())
+                return {};
+            r = std::to_chars(held, held + sizeof held, f);
+        } else {
+            double d = 0;
+            if (std::from_chars(source.constData() + (source.startsWith('+') ? 1 : 0), end, d).ec != std::errc())
+                return {};
+            r = std::to_chars(held, held + sizeof held, d);
+        }
+        const QByteArrayView kept(held, r.ptr - held);
+        return decimal(kept) == written ? QString() : QString::fromLatin1(kept);
+    }
+    if (target.kind == ColumnKind::Date && dateColumn(columnType) != DateColumn::Date &&
+        dateColumn(columnType) != DateColumn::Year) {
+        const auto date = parseSourceDate(text);
+        if (!date || date->fraction.size() <= target.width)
+            return {};
+        const DateColumn column = dateColumn(columnType);
+        SourceDate cut = *date;
+        cut.fraction.truncate(target.width);
+        while (cut.fraction.endsWith(QLatin1Char('0')))
+            cut.fraction.chop(1);
+        return dateText(cut, column);
+    }
+    return {};
 }
 
 QByteArray insertStatement(const QString &table, const std::vector<FieldMapping> &mapping, const SourceRow &row,
@@ -387,6 +518,30 @@ QStringList lastWarnings(DatabaseSession &session)
     return texts;
 }
 
+bool connectionLost(const DbError &error)
+{
+    return error.serverCode == 2006 || error.serverCode == 2013;
+}
+
+DbResult<qint64> countRows(DatabaseSession &session, const QString &table)
+{
+    auto rs = session.openQuery(QStringLiteral("SELECT COUNT(*) FROM ") + DatabaseSession::quoteIdentifier(table));
+    if (!rs.ok())
+        return rs.error();
+    if (!rs->isOpen() || rs->recordCount() != 1)
+        return DbError::generic(QStringLiteral("The table gave no count."));
+    return rs->text(0, 0).toLongLong();
+}
+
+// Whether the session's transaction is still open after a refused statement: a deadlock or a
+// lock wait time-out may have rolled it back, and every row after it would then be written on
+// its own, outside it.
+bool transactionOpen(DatabaseSession &session)
+{
+    auto rs = session.openQuery(QStringLiteral("SELECT @@in_transaction"));
+    return rs.ok() && rs->isOpen() && rs->recordCount() == 1 && rs->text(0, 0) == QLatin1String("1");
+}
+
 } // namespace
 
 Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan, Progress &progress,
@@ -413,6 +568,17 @@ Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan
     if (outcome.error)
         return outcome;
 
+    // The rows the table holds before the copy, should they have to be counted afterwards.
+    qint64 before = 0;
+    if (!plan.newTable) {
+        auto rows = countRows(session, plan.targetTable);
+        if (!rows.ok()) {
+            outcome.error = rows.error();
+            return outcome;
+        }
+        before = rows.value();
+    }
+
     // The table is created before the transaction: creating it would commit one anyway.
     auto transactional = isTransactional(session, plan.targetTable);
     if (!transactional.ok()) {
@@ -429,7 +595,22 @@ Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan
     progress.begin(steps);
     const SessionSql::Escaper escape = [&session](QByteArrayView utf8) { return session.escape(utf8); };
     qint64 index = 0;
+    bool uncertain = false; // a row was under way when the connection went
     const DbError stop = DbError::generic(QStringLiteral("Stopped."));
+    const auto keepWarnings = [&outcome](const QStringList &texts) {
+        for (const QString &text : texts) {
+            if (outcome.warnings.size() < Outcome::kKeptRefusals)
+                outcome.warnings << text;
+        }
+    };
+    // The columns that may keep a value otherwise than it came, looked at row by row.
+    std::vector<const FieldMapping *> approximate;
+    for (const FieldMapping &m : plan.mapping) {
+        const ColumnKind::Kind kind = columnKind(m.columnType).kind;
+        if (!m.column.isEmpty() &&
+            (kind == ColumnKind::Single || kind == ColumnKind::Double || kind == ColumnKind::Date))
+            approximate.push_back(&m);
+    }
     const DbError read = source.readRows(plan.sourceTable, [&](const SourceRow &row) {
         if (index % kRowsPerStep == 0) {
             progress.step(QStringLiteral("Copying rows %1 to %2 of %3")
@@ -446,23 +627,43 @@ Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan
             session.execute(QString::fromUtf8(insertStatement(plan.targetTable, plan.mapping, row, escape)));
         if (error) {
             ++outcome.refused;
+            if (error.serverCode == kStatementTooLong)
+                ++outcome.tooLong;
             if (outcome.refusals.size() < Outcome::kKeptRefusals)
                 outcome.refusals << error.description;
-            // A lost connection (2006, 2013) would refuse every row after it: the copy ends here.
-            const bool lost = error.serverCode == 2006 || error.serverCode == 2013;
-            return lost ? error : DbError::none();
+            // A lost connection would refuse every row after it, and takes an open transaction
+            // with it; a transaction the server rolled back would leave the rows after it on
+            // their own. Either way the copy ends here.
+            if (connectionLost(error)) {
+                uncertain = !outcome.transactional;
+                outcome.transactionLost = outcome.transactional;
+                return error;
+            }
+            if (outcome.transactional && !transactionOpen(session)) {
+                outcome.transactionLost = true;
+                return error;
+            }
+            return DbError::none();
         }
-        if (session.warningCount() == 0) {
+        // Values the column rounds or cuts without a word from the server.
+        QStringList held;
+        for (const FieldMapping *m : approximate) {
+            const auto at = static_cast<size_t>(m->sourceIndex);
+            if (at >= row.size())
+                continue;
+            const QString kept = heldValue(row[at], m->field.type, m->columnType);
+            if (!kept.isEmpty())
+                held << QStringLiteral("%1: %2 is kept as %3").arg(m->column, row[at].text().value_or(QString()), kept);
+        }
+        if (session.warningCount() == 0 && held.isEmpty()) {
             ++outcome.copied;
             return DbError::none();
         }
         ++outcome.changed;
         if (outcome.warnings.size() < Outcome::kKeptRefusals) {
-            const QStringList texts = lastWarnings(session);
-            for (const QString &text : texts) {
-                if (outcome.warnings.size() < Outcome::kKeptRefusals)
-                    outcome.warnings << text;
-            }
+            if (session.warningCount() > 0)
+                keepWarnings(lastWarnings(session));
+            keepWarnings(held);
         }
         return DbError::none();
     });
@@ -470,15 +671,50 @@ Outcome run(ConversionSource &source, DatabaseSession &session, const Plan &plan
     if (read && !outcome.stopped)
         outcome.error = read;
 
-    if (outcome.transactional) {
+    if (outcome.transactionLost) {
+        // Nothing of the transaction is kept; there is nothing to commit or to ask about.
+        outcome.lost = outcome.copied + outcome.changed;
+        outcome.copied = outcome.changed = 0;
+    } else if (outcome.transactional && !connectionLost(outcome.error)) {
         const bool whole = !outcome.stopped && !outcome.error;
         const bool kept = whole || !keep || keep(outcome);
         const DbError end = session.execute(kept ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"));
         if (end && !outcome.error)
             outcome.error = end;
-        if (!kept && !end) {
+        if (end)
+            uncertain = true; // whether the server committed is not known
+        else if (!kept) {
             outcome.rolledBack = true;
             outcome.copied = outcome.changed = 0;
+        }
+    }
+
+    if (uncertain) {
+        // Counted on a connection of its own: this one may be gone.
+        const DbResult<qint64> rows = [&]() -> DbResult<qint64> {
+            DatabaseSession other;
+            if (const DbError opened = session.openSibling(other))
+                return opened;
+            return countRows(other, plan.targetTable);
+        }();
+        if (!rows.ok()) {
+            outcome.uncounted = rows.error().description;
+        } else {
+            outcome.counted = true;
+            const qint64 kept = rows.value() - before;
+            const qint64 taken = outcome.copied + outcome.changed;
+            if (kept < taken) {
+                // Rows taken and not kept come off the copied ones first.
+                outcome.lost = taken - std::max<qint64>(kept, 0);
+                const qint64 fromCopied = std::min(outcome.lost, outcome.copied);
+                outcome.copied -= fromCopied;
+                outcome.changed -= outcome.lost - fromCopied;
+            } else if (kept > taken) {
+                // The row under way when the connection went was written after all.
+                const qint64 landed = std::min(kept - taken, outcome.refused);
+                outcome.copied += landed;
+                outcome.refused -= landed;
+            }
         }
     }
     return outcome;

@@ -1,13 +1,21 @@
-#include "convert/importdb.h"
+#include "script/importdb.h"
 
+#include "db/connectionstring.h"
+#include "db/databasesession.h"
+#include "settings/settings.h"
 #include "ui/dialogs.h"
 
+#include <QApplication>
 #include <QCloseEvent>
+#include <QDir>
+#include <QFile>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QVBoxLayout>
+
+#include <cstdio>
 
 namespace tabulon {
 
@@ -64,6 +72,44 @@ void ImportDb::closeEvent(QCloseEvent *event)
         return;
     m_closedDuringRun = true;
     m_busy.closeRequested();
+}
+
+int runImportDb(const QString &folder, const Settings &settings, bool batch)
+{
+    ImportDb window;
+    if (!batch)
+        window.showMinimized();
+
+    // The summary always goes to the output; the window keeps it on screen until it is closed,
+    // unless it was closed already.
+    auto finish = [&](const QString &text, int code) {
+        std::fputs(qPrintable(text + QLatin1Char('\n')), code == 1 ? stderr : stdout);
+        std::fflush(code == 1 ? stderr : stdout);
+        if (batch || window.closedDuringRun() || !window.isVisible())
+            return code;
+        window.showSummary(text);
+        QApplication::exec();
+        return code;
+    };
+
+    const QString path = folder + QLatin1String("/import.sql");
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return finish(QStringLiteral("%1: %2").arg(QDir::toNativeSeparators(path), file.errorString()), 1);
+    const QStringList statements = ScriptRunner::splitStatements(QString::fromUtf8(file.readAll()));
+
+    auto read = [&](const QString &name, const QString &fallback) {
+        return settings.ReadRegistryString(Hive::LocalMachine, Settings::kKey, name, fallback);
+    };
+    DatabaseSession session;
+    const QString server = read(Settings::kServer, Settings::kDefaultServer);
+    if (const DbError e =
+            session.open(ConnectionString::mysql(server, read(Settings::kUser, Settings::kDefaultUser),
+                                                 read(Settings::kPassword, Settings::kDefaultPassword), QString())))
+        return finish(QStringLiteral("Cannot connect to %1: %2").arg(server, e.description), 1);
+
+    const ScriptRunner::Summary result = window.run(session, statements);
+    return finish(ScriptRunner::summaryText(result), result.failures.empty() ? 0 : 2);
 }
 
 } // namespace tabulon

@@ -1,4 +1,4 @@
-#include "convert/scriptrunner.h"
+#include "script/scriptrunner.h"
 
 #include "db/databasesession.h"
 #include "db/progress.h"

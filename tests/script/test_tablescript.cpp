@@ -1,9 +1,9 @@
 // The table script and its batch file: the line rules without a server, and the files written
 // from a scratch database, byte for byte.
-#include "convert/scriptrunner.h"
-#include "convert/tablescript.h"
 #include "db/connectionstring.h"
 #include "db/progress.h"
+#include "script/scriptrunner.h"
+#include "script/tablescript.h"
 #include "testdb.h"
 
 #include <QProcess>

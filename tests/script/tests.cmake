@@ -1,0 +1,4 @@
+tabulon_add_test(test_tablescript script/test_tablescript.cpp LIBS tabulon_script_logic)
+tabulon_add_test(test_importdb script/test_importdb.cpp LIBS tabulon_script tabulon_settings tabulon_testoperator)
+target_compile_definitions(test_tablescript PRIVATE TABULON_IMPORT_DB="$<TARGET_FILE:import_db>")
+add_dependencies(test_tablescript import_db)
