@@ -150,6 +150,8 @@ DbError insertRows(DatabaseSession &target, const QString &table, const QString 
         values.clear();
         DbError error;
         const auto &row = in.row();
+        if (client && client->isClientRow && !client->isClientRow(row))
+            continue;
         for (size_t c = 0; c < row.size(); ++c) {
             if (!columnTypes[c]) {
                 error = DbError::itemNotFound();
