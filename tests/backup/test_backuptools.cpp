@@ -603,9 +603,9 @@ void TestBackupTools::clientRestore()
 
 // Nothing of a table changes before its file is known to fit: a file whose columns are not the
 // table's fields stops the restore at that table, with the tables before it restored. A table the
-// server cannot open (a merge table whose part was dropped) is told by the check before the first
-// statement, in both restores, never "Restored Sucessfully". An empty or cancelled code brings
-// back the table page with its exit button.
+// server cannot open (a merge table whose part was dropped) has no safety copy, which stops both
+// restores before their first statement with the server's text, never "Restored Sucessfully". An
+// empty or cancelled code brings back the table page with its exit button.
 void TestBackupTools::restoreChecksBeforeChanging()
 {
     makeArchive({qs("main_info1"), qs("staff"), qs("visits")});
