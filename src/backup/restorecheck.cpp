@@ -187,7 +187,7 @@ DbResult<ClientRows> clientRows(DatabaseSession &target, const QString &table, c
         return in.error();
 
     // The column's collation decides which spellings are the same code; both names are plain
-    // (the check has refused any other).
+    // (the check has refused any other). The cells are UTF-8 text, as the backup read them.
     auto collation = rows(target, QStringLiteral("SELECT CHARACTER_SET_NAME, COLLATION_NAME FROM "
                                                  "information_schema.COLUMNS WHERE TABLE_SCHEMA = DATABASE() "
                                                  "AND TABLE_NAME = '%1' AND COLUMN_NAME = '%2'")
@@ -196,9 +196,10 @@ DbResult<ClientRows> clientRows(DatabaseSession &target, const QString &table, c
         return collation.error();
     const QString charset = collation->isEmpty() ? QString() : collation->first().value(0);
     const QString collate = collation->isEmpty() ? QString() : collation->first().value(1);
-    const QString compared = charset.isEmpty() || collate.isEmpty()
-                                 ? QStringLiteral("ucase(CONVERT(v USING utf8mb4))")
-                                 : QStringLiteral("ucase(CONVERT(v USING %1)) COLLATE %2").arg(charset, collate);
+    const QString compared =
+        charset.isEmpty() || collate.isEmpty()
+            ? QStringLiteral("ucase(CONVERT(v USING utf8mb4))")
+            : QStringLiteral("ucase(CONVERT(CONVERT(v USING utf8mb4) USING %1)) COLLATE %2").arg(charset, collate);
 
     const QList<QByteArray> values(cells.begin(), cells.end());
     constexpr qsizetype kBatch = 500;

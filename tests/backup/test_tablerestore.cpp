@@ -226,6 +226,7 @@ void TestTableRestore::clientRows_data()
     QTest::newRow("lower case")                 << "utf8mb4_general_ci" << "c00007"  << true;
     QTest::newRow("trailing blank")             << "utf8mb4_general_ci" << "C00007 " << true;
     QTest::newRow("accent, general_ci")         << "utf8mb4_general_ci" << "Ç00007"  << true;
+    QTest::newRow("accent, latin1 column")      << "latin1_swedish_ci"  << "ç00007"  << true;
     QTest::newRow("accent, binary")             << "utf8mb4_bin"        << "Ç00007"  << false;
     QTest::newRow("lower case, binary")         << "utf8mb4_bin"        << "c00007"  << true;
     QTest::newRow("another code")               << "utf8mb4_general_ci" << "C00070"  << false;
