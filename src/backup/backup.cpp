@@ -2,6 +2,7 @@
 
 #include "backup/backuparchive.h"
 #include "backup/folderlists.h"
+#include "backup/servernames.h"
 #include "db/databasesession.h"
 #include "ui/dialogs.h"
 #include "ui/tablechecklist.h"
@@ -160,6 +161,9 @@ void BackUp::backupPressed()
 {
     m_written.clear();
     m_missing.clear();
+    m_unread.clear();
+    m_unreadWhy.clear();
+    m_taken.clear();
     m_fatal = {};
     m_list->setVerb(m_clientOnly->isChecked() ? kClientVerb : kTableVerb);
     if (m_clientOnly->isChecked())
@@ -168,17 +172,55 @@ void BackUp::backupPressed()
         runTableBackup();
 }
 
+bool BackUp::learnNames(DatabaseSession &session)
+{
+    auto views = ServerNames::views(session);
+    auto keywords = views ? ServerNames::keywords(session) : views.error();
+    auto reserved =
+        keywords ? ServerNames::reservedNames(session, *keywords, m_list->tickedTables(), ServerNames::Place::Table)
+                 : keywords.error();
+    if (!reserved) {
+        Dialogs::message(this, QStringLiteral("The backup was not made: ") + reserved.error().description);
+        closeToolWindow(this);
+        return false;
+    }
+    m_views = *views;
+    m_reserved = *reserved;
+    return true;
+}
+
 bool BackUp::leftOut(const QString &table)
 {
-    if (BackupArchive::isTableName(table))
+    QString why;
+    const QString twin = m_taken.value(table.toLower());
+    if (!BackupArchive::isTableName(table))
+        why = QStringLiteral("its name is not one a restore can take (letters, digits, _ and $)");
+    else if (m_views.contains(table))
+        why = QStringLiteral("a view; its rows are in its base tables");
+    else if (m_reserved.contains(table))
+        why = QStringLiteral("its name is a word the server reserves, which a restore cannot take");
+    else if (!twin.isEmpty())
+        why =
+            QStringLiteral("its name differs from %1 only in letter case, and an archive holds one of them").arg(twin);
+    if (why.isEmpty()) {
+        m_taken.insert(table.toLower(), table);
         return false;
-    m_missing << table + QStringLiteral(": its name is not one a restore can take (letters, digits, _ and $)");
+    }
+    m_missing << table + QStringLiteral(": ") + why;
     return true;
+}
+
+void BackUp::unreadable(const QString &table, const DbError &why)
+{
+    m_unread << table;
+    m_unreadWhy << table + QStringLiteral(": ") + why.description;
 }
 
 void BackUp::runTableBackup()
 {
     DatabaseSession &session = m_host.sessionOrClosed();
+    if (m_list->tickedCount() > 0 && !learnNames(session))
+        return;
     const auto run = m_list->run([this, &session](const QString &table) {
         if (m_fatal || leftOut(table))
             return;
@@ -192,7 +234,7 @@ void BackUp::runTableBackup()
         // An empty table file would restore as an empty table; a table that could not be read
         // has no file, and the closing message names it.
         if (refused) {
-            m_missing << table + QStringLiteral(": ") + refused.description;
+            unreadable(table, refused);
             return;
         }
         m_written << table;
@@ -221,6 +263,8 @@ void BackUp::runClientBackup()
         m_list->showSelectionPage();
         return;
     }
+    if (!learnNames(session))
+        return;
     const QString other = client->other;
     const auto run = m_list->run([this, &session, &code, &other](const QString &table) {
         if (m_fatal || leftOut(table))
@@ -244,7 +288,7 @@ void BackUp::runClientBackup()
         if (written)
             m_written << table;
         else if (unreadable)
-            m_missing << table + QStringLiteral(": ") + unreadable.description;
+            this->unreadable(table, unreadable);
     });
     if (run == TableChecklist::Run::Finished || run == TableChecklist::Run::Stopped)
         complete(run == TableChecklist::Run::Finished);
@@ -263,17 +307,44 @@ void BackUp::complete(bool finished)
         closeToolWindow(this);
         return;
     }
+    // The archive about to be replaced may hold the only good copy of a table that could not
+    // be read now: that copy goes into the new archive.
+    QStringList carried;
+    QStringList damaged;
+    if (m_replace && !m_unread.isEmpty()) {
+        if (DbError error =
+                BackupArchive::carryOver(m_set.archivePath(), m_unread, m_set.workingFolder, &carried, &damaged)) {
+            // Nothing of it can be kept: the earlier archive stays as it is and the new one is
+            // not made.
+            for (const QString &name : std::as_const(m_written))
+                QDir(m_set.workingFolder).remove(name);
+            QDir().rmdir(m_set.workingFolder);
+            Dialogs::message(this, QStringLiteral("The backup was not made: the day's earlier archive, which holds "
+                                                  "tables that could not be read now, cannot be read: ") +
+                                       error.description);
+            closeToolWindow(this);
+            return;
+        }
+    }
+    QStringList missing = m_missing;
+    QStringList kept;
+    for (qsizetype i = 0; i < m_unread.size(); ++i)
+        (carried.contains(m_unread[i]) ? kept : missing) << m_unreadWhy[i];
+    missing << damaged;
     if (DbError error = TableBackup::finish(
-            m_set, m_written, m_replace ? BackupArchive::Existing::Replace : BackupArchive::Existing::Keep)) {
+            m_set, m_written + carried, m_replace ? BackupArchive::Existing::Replace : BackupArchive::Existing::Keep)) {
         Dialogs::message(this, QStringLiteral("The backup was not made: ") + error.description);
         closeToolWindow(this);
         return;
     }
-    if (m_missing.isEmpty())
-        Dialogs::message(this, QStringLiteral("Backup Sucessfully"));
-    else
-        Dialogs::message(this, QStringLiteral("Backup Sucessfully, without these tables:\n") +
-                                   m_missing.join(QLatin1Char('\n')));
+    QString text = QStringLiteral("Backup Sucessfully");
+    if (!missing.isEmpty())
+        text += QStringLiteral(", without these tables:\n") + missing.join(QLatin1Char('\n'));
+    if (!kept.isEmpty())
+        text += QStringLiteral("\nThese tables could not be read; the archive keeps their copies from the day's "
+                               "earlier backup:\n") +
+                kept.join(QLatin1Char('\n'));
+    Dialogs::message(this, text);
     closeToolWindow(this);
 }
 

@@ -6,6 +6,8 @@
 #include "backup/tablebackup.h"
 
 #include <QDialog>
+#include <QHash>
+#include <QSet>
 #include <QStringList>
 
 class QCheckBox;
@@ -18,6 +20,8 @@ class FolderLists;
 class KeyPreview;
 class TableChecklist;
 class ToolHost;
+
+class DatabaseSession;
 
 class BackUp final : public QDialog {
     Q_OBJECT
@@ -37,8 +41,14 @@ private:
     void backupPressed();
     void runTableBackup();
     void runClientBackup();
-    // Leaves out a table whose name the archive cannot hold; true when it did.
+    // Learns the views and the reserved names among the ticked tables before the loop; false
+    // (the operator told why, the window closed) when the server could not say.
+    bool learnNames(DatabaseSession &session);
+    // Leaves out a table the archive must not hold (a view, a name a restore cannot take, the
+    // case twin of a table already in it); true when it did.
     bool leftOut(const QString &table);
+    // A table the backup could not read: the earlier archive of the day may keep its copy.
+    void unreadable(const QString &table, const DbError &why);
     // After the loop: the archive, or the error that ended it, then the window closes.
     void complete(bool finished);
 
@@ -52,9 +62,14 @@ private:
     bool m_tablePageShown = false;
 
     TableBackup::BackupSet m_set;
-    bool m_replace = false; // the operator agreed to replace the day's earlier archive
-    QStringList m_written;  // table files of this run
-    QStringList m_missing;  // "table: why" for every ticked table the archive lacks
+    bool m_replace = false;  // the operator agreed to replace the day's earlier archive
+    QStringList m_written;   // table files of this run
+    QStringList m_missing;   // "table: why" for every ticked table the archive lacks
+    QStringList m_unread;    // tables that could not be read
+    QStringList m_unreadWhy; // "table: why" for each of them
+    QSet<QString> m_views;
+    QStringList m_reserved;
+    QHash<QString, QString> m_taken; // lower-case name -> the table of that name in the archive
     DbError m_fatal;
 };
 

@@ -19,6 +19,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <memory>
 
 namespace tabulon::BackupArchive {
@@ -58,14 +59,55 @@ struct FileCloser {
     void operator()(zip_file_t *file) const { zip_fclose(file); }
 };
 
-// Space the extraction may take: the limit, and never the last 64 MiB of the disk.
-qint64 unpackBudget(const QString &folder, const Limits &limits)
+// The disk's free space for the extraction, as the limits give it or the disk reports it.
+qint64 freeSpace(const QString &folder, const Limits &limits)
 {
+    if (limits.freeBytes >= 0)
+        return limits.freeBytes;
     QStorageInfo storage(folder);
-    if (!storage.isValid())
-        return limits.maxUnpackedBytes;
-    constexpr qint64 kReserve = qint64(64) * 1024 * 1024;
-    return std::min(limits.maxUnpackedBytes, std::max<qint64>(storage.bytesAvailable() - kReserve, 0));
+    return storage.isValid() ? storage.bytesAvailable() : std::numeric_limits<qint64>::max();
+}
+
+// Copies one entry into `path`, reading it whole: libzip checks its CRC at the end. Returns
+// why the entry is refused (empty when it is good); a file that cannot be written is `*error`.
+QString copyEntry(zip_t *archive, zip_uint64_t index, const QString &name, zip_uint64_t size, const QString &path,
+                  QByteArray &buffer, DbError *error)
+{
+    std::unique_ptr<zip_file_t, FileCloser> in(zip_fopen_index(archive, index, 0));
+    if (!in)
+        return tr("The entry \"%1\" cannot be read: %2").arg(name, zipErrorText(archive));
+    QFile out(path);
+    if (!out.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
+        *error = DbError::file(native(out.fileName()), out.errorString());
+        return {};
+    }
+    quint64 written = 0;
+    for (;;) {
+        const zip_int64_t got = zip_fread(in.get(), buffer.data(), zip_uint64_t(buffer.size()));
+        if (got < 0)
+            return tr("The entry \"%1\" is damaged: %2")
+                .arg(name, QString::fromUtf8(zip_error_strerror(zip_file_get_error(in.get()))));
+        if (got == 0)
+            break;
+        written += quint64(got);
+        if (written > size)
+            return tr("The entry \"%1\" unpacks to more than the size it declares.").arg(name);
+        if (out.write(buffer.constData(), got) != got) {
+            *error = DbError::file(native(out.fileName()), out.errorString());
+            return {};
+        }
+    }
+    if (written != size)
+        return tr("The entry \"%1\" unpacks to less than the size it declares.").arg(name);
+    if (!out.flush()) {
+        *error = DbError::file(native(out.fileName()), out.errorString());
+        return {};
+    }
+    out.close();
+    if (DbError bad = GridFileReader::verify(out.fileName()))
+        return tr("The entry \"%1\" is not a good table file: %2")
+            .arg(name, bad.description.section(QStringLiteral(": "), -1));
+    return {};
 }
 
 // Flushes a file, or a folder's entries, from the system's caches to the disk.
@@ -92,6 +134,16 @@ QString datedName(const QDate &date)
         .arg(date.day(), 2, 10, QLatin1Char('0'))
         .arg(QLatin1String(months[date.month() - 1]))
         .arg(date.year() % 100, 2, 10, QLatin1Char('0'));
+}
+
+qint64 spaceToUnpack(const QList<quint64> &entrySizes)
+{
+    constexpr quint64 kBlock = 4096;
+    quint64 blocks = 0;
+    for (const quint64 size : entrySizes)
+        blocks += (size + kBlock - 1) / kBlock + 1;
+    const quint64 bytes = blocks * kBlock;
+    return qint64(std::min<quint64>(bytes + bytes / 8, quint64(std::numeric_limits<qint64>::max())));
 }
 
 bool isTableName(const QString &name)
@@ -232,10 +284,19 @@ DbError extract(const QString &archivePath, const QString &targetFolder, QString
 
     const QFileInfo target(targetFolder);
     const QString parent = target.absolutePath();
-    const qint64 budget = unpackBudget(parent, limits);
-    if (declared > quint64(budget))
-        return refuse(
-            tr("The archive unpacks to %1 bytes, more than the %2 bytes allowed here.").arg(declared).arg(budget));
+    if (declared > quint64(limits.maxUnpackedBytes))
+        return refuse(tr("The archive unpacks to %1 bytes, more than the %2 bytes allowed here.")
+                          .arg(declared)
+                          .arg(limits.maxUnpackedBytes));
+    QList<quint64> sizes;
+    for (const Entry &entry : entries)
+        sizes << entry.size;
+    const qint64 needed = spaceToUnpack(sizes);
+    const qint64 available = freeSpace(parent, limits);
+    if (needed > available)
+        return refuse(tr("The archive needs %1 bytes of disk space to unpack, and the disk has %2 bytes free.")
+                          .arg(needed)
+                          .arg(available));
 
     QTemporaryDir staging(target.absoluteFilePath() + QStringLiteral(".partial-XXXXXX"));
     if (!staging.isValid())
@@ -243,35 +304,13 @@ DbError extract(const QString &archivePath, const QString &targetFolder, QString
 
     QByteArray buffer(256 * 1024, Qt::Uninitialized);
     for (const Entry &entry : entries) {
-        std::unique_ptr<zip_file_t, FileCloser> in(zip_fopen_index(archive.get(), entry.index, 0));
-        if (!in)
-            return refuse(tr("The entry \"%1\" cannot be read: %2").arg(entry.name, zipErrorText(archive.get())));
-        QFile out(staging.filePath(entry.name));
-        if (!out.open(QIODevice::WriteOnly | QIODevice::NewOnly))
-            return DbError::file(native(out.fileName()), out.errorString());
-        quint64 written = 0;
-        for (;;) {
-            const zip_int64_t got = zip_fread(in.get(), buffer.data(), zip_uint64_t(buffer.size()));
-            if (got < 0)
-                return refuse(
-                    tr("The entry \"%1\" is damaged: %2")
-                        .arg(entry.name, QString::fromUtf8(zip_error_strerror(zip_file_get_error(in.get())))));
-            if (got == 0)
-                break;
-            written += quint64(got);
-            if (written > entry.size)
-                return refuse(tr("The entry \"%1\" unpacks to more than the size it declares.").arg(entry.name));
-            if (out.write(buffer.constData(), got) != got)
-                return DbError::file(native(out.fileName()), out.errorString());
-        }
-        if (written != entry.size)
-            return refuse(tr("The entry \"%1\" unpacks to less than the size it declares.").arg(entry.name));
-        if (!out.flush())
-            return DbError::file(native(out.fileName()), out.errorString());
-        out.close();
-        if (DbError error = GridFileReader::verify(out.fileName()))
-            return refuse(tr("The entry \"%1\" is not a good table file: %2")
-                              .arg(entry.name, error.description.section(QStringLiteral(": "), -1)));
+        DbError error;
+        const QString bad =
+            copyEntry(archive.get(), entry.index, entry.name, entry.size, staging.filePath(entry.name), buffer, &error);
+        if (error)
+            return error;
+        if (!bad.isEmpty())
+            return refuse(bad);
     }
 
     if (!QDir().mkpath(targetFolder))
@@ -290,6 +329,37 @@ DbError extract(const QString &archivePath, const QString &targetFolder, QString
     names.sort(Qt::CaseInsensitive);
     if (tables)
         *tables = names;
+    return {};
+}
+
+DbError carryOver(const QString &archivePath, const QStringList &tables, const QString &folder, QStringList *carried,
+                  QStringList *damaged)
+{
+    int code = 0;
+    ArchivePtr archive(zip_open(QFile::encodeName(archivePath).constData(), ZIP_RDONLY | ZIP_CHECKCONS, &code));
+    if (!archive)
+        return DbError::file(native(archivePath), zipErrorText(code));
+    QByteArray buffer(256 * 1024, Qt::Uninitialized);
+    for (const QString &table : tables) {
+        if (!isTableName(table))
+            continue;
+        const zip_int64_t index = zip_name_locate(archive.get(), table.toUtf8().constData(), ZIP_FL_ENC_UTF_8);
+        zip_stat_t st;
+        zip_stat_init(&st);
+        if (index < 0 || zip_stat_index(archive.get(), zip_uint64_t(index), 0, &st) != 0 || !(st.valid & ZIP_STAT_SIZE))
+            continue;
+        const QString path = QDir(folder).filePath(table);
+        DbError error;
+        const QString bad = copyEntry(archive.get(), zip_uint64_t(index), table, st.size, path, buffer, &error);
+        if (error || !bad.isEmpty())
+            QFile::remove(path);
+        if (error)
+            return error;
+        if (bad.isEmpty())
+            *carried << table;
+        else
+            *damaged << bad;
+    }
     return {};
 }
 

@@ -7,6 +7,7 @@
 #include "db/dberror.h"
 
 #include <QDate>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -35,7 +36,12 @@ DbError pack(const QString &folder, const QStringList &fileNames, const QString 
 struct Limits final {
     qint64 maxUnpackedBytes = qint64(64) * 1024 * 1024 * 1024;
     int maxEntries = 10000;
+    qint64 freeBytes = -1; // the disk's free space; -1 asks the disk
 };
+
+// The disk space that unpacking entries of these sizes takes: each file rounded up to whole
+// blocks, plus an eighth for the folder entries and the file system's own bookkeeping.
+qint64 spaceToUnpack(const QList<quint64> &entrySizes);
 
 // Checks the archive whole and takes its table files out into `targetFolder` (created when
 // missing; files of the same names are replaced). The entries are first written into a
@@ -46,5 +52,12 @@ struct Limits final {
 // wrong. `tables` receives the table names, sorted as a file list shows them.
 DbError extract(const QString &archivePath, const QString &targetFolder, QStringList *tables,
                 const Limits &limits = Limits());
+
+// Copies the entries named in `tables` that the archive holds into `folder`, each checked as
+// extract() checks it (its CRC and size, the table file form), byte for byte. `carried`
+// receives the names copied; an entry that fails its check is left out and named in
+// `damaged` with the reason. An archive that cannot be opened is returned as the error.
+DbError carryOver(const QString &archivePath, const QStringList &tables, const QString &folder, QStringList *carried,
+                  QStringList *damaged);
 
 } // namespace tabulon::BackupArchive

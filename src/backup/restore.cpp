@@ -2,6 +2,7 @@
 
 #include "backup/backuparchive.h"
 #include "backup/folderlists.h"
+#include "backup/restorecheck.h"
 #include "backup/tablebackup.h"
 #include "backup/tablerestore.h"
 #include "db/connectionstring.h"
@@ -230,6 +231,8 @@ void Restore::restorePressed()
     m_stopReason.clear();
     m_failures = 0;
     m_firstFailure = {};
+    m_clientRows.clear();
+    m_otherRows = 0;
     m_exit->hide();
     if (m_clientOnly->isChecked())
         runClientRestore();
@@ -237,14 +240,62 @@ void Restore::restorePressed()
         runTableRestore();
 }
 
-bool Restore::keepSafetyCopy(const QString &command)
+std::optional<RestoreCheck::Findings> Restore::checkTables(bool deletes, bool client)
 {
+    const QStringList tables = m_list->tickedTables();
+    auto found = RestoreCheck::check(*m_target, tables, m_extracted, deletes);
+    if (!found) {
+        Dialogs::message(this, found.error().description);
+        return std::nullopt;
+    }
+    if (!found->refusals.isEmpty()) {
+        Dialogs::message(this,
+                         QStringLiteral("Nothing was restored, because:\n") + found->refusals.join(QLatin1Char('\n')));
+        return std::nullopt;
+    }
+    for (const QString &table : client ? tables : QStringList()) {
+        auto rows = RestoreCheck::clientRows(*m_target, table, QDir(m_extracted).filePath(table), m_clientCode);
+        if (!rows) {
+            Dialogs::message(this, rows.error().description);
+            return std::nullopt;
+        }
+        m_clientRows.insert(table, *rows);
+    }
+    return *found;
+}
+
+bool Restore::keepSafetyCopy(const QString &command, const QStringList &cascaded)
+{
+    QStringList tables = m_list->tickedTables();
+    for (const QString &table : cascaded) {
+        if (!tables.contains(table))
+            tables << table;
+    }
     const DbError error = SafetyNet::protectTables(
-        *m_target, command, m_list->tickedTables(),
+        *m_target, command, tables,
         command == QLatin1String("Client Restore") ? SafetyNet::Reach::Rows : SafetyNet::Reach::WholeTable);
     if (error)
         Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
     return !error;
+}
+
+bool Restore::holdCascades(const RestoreCheck::Findings &found)
+{
+    if (!found.cascadesAmongTicked)
+        return true;
+    if (DbError error = m_target->execute(QStringLiteral("SET SESSION foreign_key_checks = 0"))) {
+        Dialogs::message(this, error.description);
+        return false;
+    }
+    m_cascadesHeld = true;
+    return true;
+}
+
+void Restore::releaseCascades()
+{
+    if (m_cascadesHeld && m_target->isOpen())
+        (void)m_target->execute(QStringLiteral("SET SESSION foreign_key_checks = 1"));
+    m_cascadesHeld = false;
 }
 
 bool Restore::failed(const DbError &error, bool counted)
@@ -306,17 +357,20 @@ void Restore::restoreTable(const QString &table, const TableRestore::ClientCode 
         (void)failed(error, counted); // the file itself, read whole before, fails to read again
 }
 
-bool Restore::chooseExactValues(const TableRestore::ClientCode *client)
+bool Restore::chooseExactValues(const QString &clientCode)
 {
     // Every ticked table's file against its target table, before the first statement that
-    // changes anything. A table the target lacks, or whose file does not fit, is left to the
-    // restore's own handling of it.
+    // changes anything: for the client restore, the rows it will write under its code.
     std::vector<ExactValues::TableFindings> findings;
     for (const QString &table : m_list->tickedTables()) {
         auto columns = TableRestore::fieldColumns(*m_target, table);
         if (!columns)
             continue;
-        auto found = TableRestore::checkValues(*m_target, table, QDir(m_extracted).filePath(table), *columns, client);
+        const TableRestore::ClientCode client{
+            clientCode,
+            [rows = m_clientRows.value(table)](const std::vector<QByteArray> &row) { return rows.owns(row); }};
+        auto found = TableRestore::checkValues(*m_target, table, QDir(m_extracted).filePath(table), *columns,
+                                               clientCode.isEmpty() ? nullptr : &client);
         if (found)
             findings.push_back(*found);
     }
@@ -333,13 +387,16 @@ bool Restore::chooseExactValues(const TableRestore::ClientCode *client)
 
 void Restore::runTableRestore()
 {
-    if (!chooseExactValues(nullptr) || !keepSafetyCopy(QStringLiteral("Restore"))) {
+    const auto found = checkTables(m_deleteAll->isChecked(), false);
+    if (!found || !chooseExactValues(QString()) || !keepSafetyCopy(QStringLiteral("Restore"), found->cascaded) ||
+        !holdCascades(*found)) {
         showTablePage();
         return;
     }
     const WriteSessionMode mode(*m_target);
     if (mode.error()) {
         Dialogs::message(this, mode.error().description);
+        releaseCascades();
         showTablePage();
         return;
     }
@@ -347,6 +404,7 @@ void Restore::runTableRestore()
         if (!m_ended && !m_stopped)
             restoreTable(table, nullptr);
     });
+    releaseCascades();
     finishRun(run);
 }
 
@@ -356,14 +414,19 @@ void Restore::finishRun(TableChecklist::Run run)
         return;
     if (run == TableChecklist::Run::Stopped && !m_stopped)
         return; // the window is closing
+    const QString leftOut =
+        m_otherRows > 0
+            ? QStringLiteral("\n%1 rows of the archive were left out: they are not this client's.").arg(m_otherRows)
+            : QString();
     if (!m_stopReason.isEmpty())
-        Dialogs::message(this, m_stopReason);
+        Dialogs::message(this, m_stopReason + leftOut);
     else if (m_failures > 0)
         Dialogs::message(this, QStringLiteral("The restore is done, but %1 of its statements failed. The first: %2")
-                                   .arg(m_failures)
-                                   .arg(m_firstFailure.description));
+                                       .arg(m_failures)
+                                       .arg(m_firstFailure.description) +
+                                   leftOut);
     else
-        Dialogs::message(this, QStringLiteral("Restored Sucessfully"));
+        Dialogs::message(this, QStringLiteral("Restored Sucessfully") + leftOut);
     closeToolWindow(this);
 }
 
@@ -371,6 +434,7 @@ QString Restore::chooseClientCode()
 {
     QString code =
         Dialogs::input(this, QStringLiteral("Please Enter the Code No to Restore Data"), kOrvita).trimmed().toUpper();
+    m_clientCode = code;
     for (;;) {
         if (code.isEmpty())
             return {};
@@ -406,23 +470,34 @@ void Restore::runClientRestore()
         showTablePage();
         return;
     }
-    const TableRestore::ClientCode client{code};
-    if (!chooseExactValues(&client) || !keepSafetyCopy(QStringLiteral("Client Restore"))) {
+    const auto found = checkTables(true, true);
+    if (!found || !chooseExactValues(code) || !keepSafetyCopy(QStringLiteral("Client Restore"), found->cascaded) ||
+        !holdCascades(*found)) {
         showTablePage();
         return;
     }
     const WriteSessionMode mode(*m_target);
     if (mode.error()) {
         Dialogs::message(this, mode.error().description);
+        releaseCascades();
         showTablePage();
         return;
     }
-    const auto run = m_list->run([this, &client](const QString &table) {
+    const auto run = m_list->run([this, &code](const QString &table) {
         // From here on failed statements are counted and skipped: a row the server refuses, a
         // table whose fields cannot be read.
-        if (!m_stopped)
-            restoreTable(table, &client);
+        if (m_stopped)
+            return;
+        const TableRestore::ClientCode client{
+            code, [this, rows = m_clientRows.value(table)](const std::vector<QByteArray> &row) {
+                if (rows.owns(row))
+                    return true;
+                ++m_otherRows;
+                return false;
+            }};
+        restoreTable(table, &client);
     });
+    releaseCascades();
     finishRun(run);
 }
 

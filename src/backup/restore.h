@@ -3,14 +3,17 @@
 // connection of its own, table by table or for one client's rows.
 #pragma once
 
+#include "backup/restorecheck.h"
 #include "backup/tablerestore.h"
 #include "db/dberror.h"
 #include "ui/tablechecklist.h"
 
 #include <QDialog>
+#include <QHash>
 #include <QStringList>
 
 #include <memory>
+#include <optional>
 
 class QCheckBox;
 class QComboBox;
@@ -66,13 +69,22 @@ private:
     void stop(const QString &reason);
     // After the loop: the closing message, and the window closes.
     void finishRun(TableChecklist::Run run);
-    // Writes the safety copy of the ticked tables of the target before `command` changes
-    // them; false (the operator told why) when the restore must not go on.
-    bool keepSafetyCopy(const QString &command);
-    // The check before the first statement: every ticked table's file against its target, and
-    // the operator's choice when some values would not be restored exactly (m_exact). False
-    // after Cancel: nothing is sent.
-    bool chooseExactValues(const TableRestore::ClientCode *client);
+    // The check before the first statement over every ticked table (and, for the client
+    // restore, the client's rows of each file); nothing when the operator was told why the
+    // restore does not start.
+    std::optional<RestoreCheck::Findings> checkTables(bool deletes, bool client);
+    // Writes the safety copy of the ticked tables of the target, and of `cascaded` that their
+    // deletes reach, before `command` changes them; false (the operator told why) when the
+    // restore must not go on.
+    bool keepSafetyCopy(const QString &command, const QStringList &cascaded);
+    // A delete that would cascade into another ticked table is kept from acting for the run:
+    // that table's rows are restored from its own file. False (told) when the server refuses.
+    bool holdCascades(const RestoreCheck::Findings &found);
+    void releaseCascades();
+    // The exact-value check of the ticked tables' files against their targets, and the
+    // operator's choice when some values would not be restored exactly (m_exact). False after
+    // Cancel: nothing is sent.
+    bool chooseExactValues(const QString &clientCode);
     void showTablePage();
 
     ToolHost &m_host;
@@ -101,6 +113,10 @@ private:
     int m_failures = 0;     // the client restore's failed statements
     bool m_exact = false;   // rows the usual values would change go with exact values
     DbError m_firstFailure;
+    QString m_clientCode;                                  // the code the archive's rows are under
+    QHash<QString, RestoreCheck::ClientRows> m_clientRows; // per ticked table
+    qint64 m_otherRows = 0;                                // rows left out as not the client's
+    bool m_cascadesHeld = false;
 };
 
 } // namespace tabulon

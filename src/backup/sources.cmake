@@ -4,6 +4,8 @@ tabulon_logic_library(tabulon_backup_logic
         backup/backuparchive.cpp backup/backuparchive.h
         backup/tablebackup.cpp backup/tablebackup.h
         backup/tablerestore.cpp backup/tablerestore.h
+        backup/servernames.cpp backup/servernames.h
+        backup/restorecheck.cpp backup/restorecheck.h
     DEPS tabulon_db tabulon_gridcore tabulon_data_logic
     PRIVATE_DEPS PkgConfig::LIBZIP)
 tabulon_window_library(tabulon_backup

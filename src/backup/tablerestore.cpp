@@ -212,6 +212,8 @@ DbResult<ExactValues::TableFindings> checkValues(DatabaseSession &target, const 
     qint64 limit = -1;
     QStringList values;
     while (rows.in.next()) {
+        if (client && client->isClientRow && !client->isClientRow(rows.in.row()))
+            continue;
         bool missing = false;
         const unsigned why = rows.reasons(&missing);
         findings.addRow(why);
@@ -249,6 +251,8 @@ DbError insertRows(DatabaseSession &target, const QString &table, const QString 
     qint64 row = 0;
     while (rows.in.next()) {
         ++row;
+        if (client && client->isClientRow && !client->isClientRow(rows.in.row()))
+            continue;
         bool missing = false;
         const unsigned why = exact ? rows.reasons(&missing) : 0;
         DbError error;

@@ -13,6 +13,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <vector>
 
 namespace tabulon {
 
@@ -51,6 +52,9 @@ DbResult<TableFit> checkFit(DatabaseSession &target, const QString &table, const
 // The client restore's code: what goes into NAME (in BILL and TABLE4), CODE_NO and CODE.
 struct ClientCode final {
     QString code;
+    // Whether a row of the table file (its cells as read) is the client's; a row it turns
+    // down is not inserted. Unset: every row is.
+    std::function<bool(const std::vector<QByteArray> &row)> isClientRow;
 };
 
 // The client's old rows in one table, removed before its rows are inserted: by the code the
@@ -69,12 +73,11 @@ DbResult<ExactValues::TableFindings> checkValues(DatabaseSession &target, const 
                                                  const QString &tableFile, const FieldColumns &columns,
                                                  const ClientCode *client);
 
-// Inserts every row of the table file into `table` on `target`. With `client`, the code
-// columns take its code. With `exact`, a row the usual values would not carry exactly is
-// written with exact values instead (ExactValues::exactLiteral); other rows go as usual.
-// `onStatementError` decides about a failed statement: return true to go on with the next
-// row, false to stop and return the error (the table restore's untrapped error). File errors
-// are always returned.
+// Inserts every row of the table file into `table` on `target`. With `client`, only its rows
+// (ClientCode::isClientRow), and the code columns take its code. With `exact`, a row the usual values would not carry
+// exactly is written with exact values instead (ExactValues::exactLiteral); other rows go as usual. `onStatementError`
+// decides about a failed statement: return true to go on with the next row, false to stop and return the error (the
+// table restore's untrapped error). File errors are always returned.
 using StatementErrorHandler = std::function<bool(const DbError &error)>;
 DbError insertRows(DatabaseSession &target, const QString &table, const QString &tableFile, const FieldColumns &columns,
                    const ClientCode *client, bool exact, const StatementErrorHandler &onStatementError);

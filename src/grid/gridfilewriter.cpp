@@ -56,8 +56,15 @@ struct GridFileWriterState final {
     void writeOut(QByteArrayView bytes)
     {
         crc = crc32(crc, reinterpret_cast<const Bytef *>(bytes.data()), static_cast<uInt>(bytes.size()));
-        if (!error && file.write(bytes.data(), bytes.size()) != bytes.size())
-            error = DbError::file(nativePath(path), file.errorString());
+        // A full disk first shows as a short write with no reason; writing the rest then fails
+        // with the system's reason ("No space left on device").
+        for (qsizetype done = 0; !error && done < bytes.size();) {
+            const qint64 written = file.write(bytes.data() + done, bytes.size() - done);
+            if (written <= 0)
+                error = DbError::file(nativePath(path), file.errorString());
+            else
+                done += written;
+        }
     }
 
     QSaveFile file;
@@ -87,7 +94,10 @@ DbError GridFileWriter::open(const QString &path, int fixedRows, int fixedCols, 
     cancel();
     m_state = std::make_unique<detail::GridFileWriterState>(path);
     auto &s = *m_state;
-    if (!s.file.open(QIODevice::WriteOnly)) {
+    // Unbuffered: the rows are gathered in chunks here already, and a write the disk refuses
+    // fails in writeOut() with the system's reason rather than later in commit(), where
+    // closing the file has cleared the reason to "Unknown error".
+    if (!s.file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         DbError error = DbError::file(nativePath(path), s.file.errorString());
         m_state.reset();
         return error;

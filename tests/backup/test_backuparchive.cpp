@@ -75,6 +75,9 @@ private Q_SLOTS:
     void packAndExtract();
     void hostile_data();
     void hostile();
+    void freeSpace_data();
+    void freeSpace();
+    void carryOver();
 
 private:
     QTemporaryDir m_dir;
@@ -250,6 +253,56 @@ void TestBackupArchive::hostile()
     QCOMPARE(listing(root.path()), before);
     QCOMPARE(tables, sl({"untouched"}));
     QVERIFY(!QFileInfo::exists(qs("/tmp/evil")));
+}
+
+// The room an archive needs grows with what it unpacks to: a small archive unpacks on a nearly
+// full disk, and one that does not fit is refused before a byte is written.
+void TestBackupArchive::freeSpace_data()
+{
+    QTest::addColumn<qint64>("freeBytes");
+    QTest::addColumn<bool>("refused");
+    QTest::newRow("a small archive, 1 MiB free") << qint64(1) << false;
+    QTest::newRow("less free than its files take") << qint64(-1) << true;
+}
+
+void TestBackupArchive::freeSpace()
+{
+    QFETCH(qint64, freeBytes);
+    QTemporaryDir root;
+    const QString archive = root.filePath(qs("15-Nov-26.zip"));
+    QVERIFY(makeZip(archive, {{"bill", m_good}, {"owner1", m_other}}));
+    BackupArchive::Limits limits;
+    limits.freeBytes = freeBytes > 0 ? qint64(1) << 20 : BackupArchive::spaceToUnpack({quint64(m_good.size())});
+    QStringList tables;
+    const DbError error = BackupArchive::extract(archive, root.filePath(qs("15-Nov-26")), &tables, limits);
+    QTEST(error.isError(), "refused");
+    if (error)
+        QVERIFY2(error.description.contains(qs("bytes of disk space")), qPrintable(error.description));
+    QCOMPARE(tables.size(), error ? 0 : 2);
+}
+
+// The earlier archive's entries come out byte for byte, each checked: a damaged one stays behind
+// with its reason, one the archive lacks is skipped.
+void TestBackupArchive::carryOver()
+{
+    QTemporaryDir root;
+    const QString archive = root.filePath(qs("15-Nov-26.zip"));
+    QVERIFY(makeZip(archive, {{"bill", m_good}, {"owner1", m_other}, {"staff", m_other}}));
+    QByteArray bytes = read(archive);
+    bytes[bytes.indexOf("C00001")] ^= 0x20; // owner1's content
+    write(archive, bytes);
+    const QString work = root.filePath(qs("work"));
+    QVERIFY(QDir().mkpath(work));
+    QStringList carried;
+    QStringList damaged;
+    QVERIFY_DB(BackupArchive::carryOver(archive, sl({"bill", "owner1", "absent"}), work, &carried, &damaged));
+    QCOMPARE(carried, sl({"bill"}));
+    QCOMPARE(damaged.size(), 1);
+    QVERIFY2(damaged.first().contains(qs("\"owner1\" is damaged")), qPrintable(damaged.first()));
+    QCOMPARE(listing(work), sl({"bill"}));
+    QCOMPARE(read(work + qs("/bill")), m_good);
+    QVERIFY(
+        BackupArchive::carryOver(root.filePath(qs("none.zip")), sl({"bill"}), work, &carried, &damaged).isFileError());
 }
 
 QTEST_GUILESS_MAIN(TestBackupArchive)

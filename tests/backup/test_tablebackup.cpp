@@ -4,8 +4,15 @@
 #include "backupfixture.h"
 #include "testdb.h"
 
+#include <QDir>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <sys/resource.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
 
 using namespace tabulon;
 using namespace tabulon::test;
@@ -87,6 +94,21 @@ void TestTableBackup::tableFiles()
         TableBackup::writeTableFile(m_session, TableBackup::tableSelect(qs("odd")), m_dir.filePath(qs("no/odd")));
     QVERIFY2(TableBackup::isFatal(unwritable) && unwritable.description.contains(QLatin1String("no/odd")),
              qPrintable(unwritable.description));
+
+    // A disk that fills while the file is written: the system's reason, not "Unknown error". A
+    // limit on the file's size stands in for the full disk; the failed write is the same.
+    const QString big = m_dir.filePath(qs("big"));
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    QCOMPARE(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit before = limit;
+    limit.rlim_cur = 100 * 1024;
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const DbError full =
+        TableBackup::writeTableFile(m_session, qs("SELECT seq, REPEAT('x', 100) AS pad FROM seq_1_to_10000"), big);
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &before), 0);
+    QCOMPARE(full.description, QDir::toNativeSeparators(big) + qs(": ") + QString::fromLocal8Bit(std::strerror(EFBIG)));
+    QVERIFY(!QFileInfo::exists(big));
 }
 
 // Equal and differing codes of main_info1 and an unknown code: the client backup's window tests.

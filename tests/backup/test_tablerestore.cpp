@@ -1,6 +1,8 @@
 // The restore's work against the real server: the value rule per field type, the statements
 // word for word as the server receives them, failures handed to the caller, and the client
 // restore's deletes and codes (its rows restored are checked through the window).
+#include "backup/restorecheck.h"
+#include "backup/servernames.h"
 #include "backup/tablerestore.h"
 #include "backupfixture.h"
 #include "db/typecodes.h"
@@ -28,6 +30,10 @@ private Q_SLOTS:
     void checkFit();
     void insertRows();
     void failures();
+    void reservedNames_data();
+    void reservedNames();
+    void clientRows_data();
+    void clientRows();
 
 private:
     QString tableFile(const char *name, const QList<QStringList> &rows);
@@ -176,6 +182,76 @@ void TestTableRestore::failures()
     QCOMPARE(TableRestore::checkFit(m_session, qs("no_such"), file).error().serverCode, 1146);
     const auto unreadable = TableRestore::checkFit(m_session, qs("t"), m_dir.filePath(qs("absent")));
     QVERIFY2(unreadable->misfit.startsWith(qs("its file cannot be read: ")), qPrintable(unreadable->misfit));
+}
+
+// The server's parser decides among its keywords: most are still names.
+void TestTableRestore::reservedNames_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("column");
+    QTest::addColumn<bool>("reserved");
+    // clang-format off
+    QTest::newRow("order, a table")        << "order"    << false << true;
+    QTest::newRow("desc, a column")        << "Desc"     << true  << true;
+    QTest::newRow("dual, a table")         << "dual"     << false << true;
+    QTest::newRow("value, a table")        << "value"    << false << true;
+    QTest::newRow("value, a column")       << "value"    << true  << false;
+    QTest::newRow("an introducer")         << "_utf8mb4" << true  << true;
+    QTest::newRow("name, a keyword")       << "name"     << true  << false;
+    QTest::newRow("code, a keyword")       << "code"     << false << false;
+    QTest::newRow("not a keyword")         << "bill"     << false << false;
+    // clang-format on
+}
+
+void TestTableRestore::reservedNames()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, column);
+    auto keywords = ServerNames::keywords(m_session);
+    QVERIFY_DB(keywords.error());
+    auto reserved = ServerNames::reservedNames(m_session, *keywords, {name},
+                                               column ? ServerNames::Place::Column : ServerNames::Place::Table);
+    QVERIFY_DB(reserved.error());
+    QTEST(reserved->contains(name), "reserved");
+}
+
+// A client's rows are those whose code the server takes for the code, under the column's
+// collation: case, trailing blanks and (in general_ci) accents aside.
+void TestTableRestore::clientRows_data()
+{
+    QTest::addColumn<QString>("collation");
+    QTest::addColumn<QString>("cell");
+    QTest::addColumn<bool>("owned");
+    // clang-format off
+    QTest::newRow("same code")                  << "utf8mb4_general_ci" << "C00007"  << true;
+    QTest::newRow("lower case")                 << "utf8mb4_general_ci" << "c00007"  << true;
+    QTest::newRow("trailing blank")             << "utf8mb4_general_ci" << "C00007 " << true;
+    QTest::newRow("accent, general_ci")         << "utf8mb4_general_ci" << "Ç00007"  << true;
+    QTest::newRow("accent, latin1 column")      << "latin1_swedish_ci"  << "ç00007"  << true;
+    QTest::newRow("accent, binary")             << "utf8mb4_bin"        << "Ç00007"  << false;
+    QTest::newRow("lower case, binary")         << "utf8mb4_bin"        << "c00007"  << true;
+    QTest::newRow("another code")               << "utf8mb4_general_ci" << "C00070"  << false;
+    QTest::newRow("empty")                      << "utf8mb4_general_ci" << ""        << false;
+    // clang-format on
+}
+
+void TestTableRestore::clientRows()
+{
+    QFETCH(QString, collation);
+    QFETCH(QString, cell);
+    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS visits"),
+                          qs("CREATE TABLE visits (v INT, code VARCHAR(10) COLLATE %1)").arg(collation)}));
+    const QString file = tableFile("visits", {sl({"v", "CODE"}), {qs("1"), cell}, sl({"2", "C00099"})});
+    auto rows = RestoreCheck::clientRows(m_session, qs("visits"), file, qs("C00007"));
+    QVERIFY_DB(rows.error());
+    QCOMPARE(rows->column, 1);
+    QTEST(rows->owns({"1", cell.toUtf8()}), "owned");
+    QVERIFY(!rows->owns({"2", "C00099"}));
+    // Without a code column no row is a client's.
+    const auto none =
+        RestoreCheck::clientRows(m_session, qs("t"), tableFile("none", {sl({"id"}), sl({"1"})}), qs("C00007"));
+    QVERIFY_DB(none.error());
+    QCOMPARE(none->column, -1);
 }
 
 QTEST_GUILESS_MAIN(TestTableRestore)
