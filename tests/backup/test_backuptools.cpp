@@ -65,6 +65,27 @@ QStringList withoutLookups(const QStringList &statements)
     return out;
 }
 
+// The statements that write, and the existence tests and fit checks of the restore loop: without
+// the check's read-only look-ups before the first statement (the exact-value check's field
+// reads included) and the write mode's setting.
+QStringList writesAndLoop(const QStringList &statements)
+{
+    QStringList out;
+    for (const QString &sql : withoutLookups(statements)) {
+        if (!sql.contains(qs("@@SESSION.sql_mode")) && !sql.startsWith(qs("SET SESSION sql_mode=")))
+            out << sql;
+    }
+    // Each table's fields are read twice: by the check before the first statement, then by the
+    // loop's fit check right before the table changes. The loop's read is the one kept.
+    QStringList loop;
+    for (qsizetype i = 0; i < out.size(); ++i) {
+        if (out[i].endsWith(qs(" LIMIT 0")) && !(i > 0 && out[i - 1].startsWith(qs("Select * from "))))
+            continue;
+        loop << out[i];
+    }
+    return loop;
+}
+
 // Every table file of an archive as "table: a|b / c|d".
 QStringList archiveContents(const QString &archive)
 {
@@ -459,8 +480,8 @@ void TestBackupTools::restore()
     QVERIFY(m_main->menuItem(qs("mnurestore"))->isEnabled());
     QCOMPARE(folderListing(), before);
     // The server's log shows the delete without its closing semicolon.
-    QCOMPARE(withoutLookups(sent).mid(0, 5),
-             sl({"Select * from bill", "SELECT * FROM `bill`", "DELETE from bill where 1>0",
+    QCOMPARE(writesAndLoop(sent).mid(0, 5),
+             sl({"Select * from bill", "SELECT * FROM `bill` LIMIT 0", "DELETE from bill where 1>0",
                  "Insert into bill (name,amount) values ('C00001',10)",
                  "Insert into bill (name,amount) values ('C00007',70)"}));
     for (const QString &table : {qs("bill"), qs("main_info1"), qs("owner1"), qs("staff"), qs("visits")})
@@ -471,6 +492,7 @@ void TestBackupTools::restore()
     w = restoreAtTablePage(target.name(), false);
     w->checklist()->deselectAll();
     w->checklist()->setTicked(qs("quotes"), true);
+    m_operator->answers = {Dialogs::Answer::No}; // to the exact-value check: the usual statements
     click(w, "cmdrestore");
     QCOMPARE(m_operator->runtimeErrors.size(), 1);
     QVERIFY2(m_operator->runtimeErrors.first().contains(qs("Run-time error")),
@@ -655,9 +677,10 @@ void TestBackupTools::restoreChecksBeforeChanging()
     click(w, "cmdrestore");
     QCOMPARE(m_operator->told.last(), qs("The restore stopped at the table visits, which was left as it was: its file "
                                          "has 2 columns, the table has 3 fields."));
-    QCOMPARE(withoutLookups(statementsReceived(target.admin(), w->target().connectionId())),
-             sl({"Select * from staff", "SELECT * FROM `staff`", "DELETE from staff where 1>0",
-                 "Insert into staff (sname) values ('Eve')", "Select * from visits", "SELECT * FROM `visits`"}));
+    QCOMPARE(
+        writesAndLoop(statementsReceived(target.admin(), w->target().connectionId())),
+        sl({"Select * from staff", "SELECT * FROM `staff` LIMIT 0", "DELETE from staff where 1>0",
+            "Insert into staff (sname) values ('Eve')", "Select * from visits", "SELECT * FROM `visits` LIMIT 0"}));
     QTRY_VERIFY(!w);
     QCOMPARE(target.rows(qs("SELECT * FROM visits")), sl({"KEEP|1|1"}));
     freshOperator();

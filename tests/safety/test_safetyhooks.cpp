@@ -140,9 +140,12 @@ void TestSafetyHooks::tableDataCommands()
                 m_operator->told << p.text;
             if (p.kind == Dialogs::Prompt::Kind::Message && m_db->admin().isOpen())
                 (void)m_db->admin().execute(qs("KILL %1").arg(id));
-            return Dialogs::Reply{Dialogs::Answer::Yes, {}};
+            // No to the exact-value check: the usual statements, which fail on the awkward rows.
+            return Dialogs::Reply{
+                p.buttons == Dialogs::Buttons::YesNoCancel ? Dialogs::Answer::No : Dialogs::Answer::Yes, {}};
         });
     }
+    m_operator->answers = {Dialogs::Answer::Yes, Dialogs::Answer::No};
     m_main->menuItem(menu)->trigger();
     QVERIFY2(tableState(*m_db, table) != before, qPrintable(m_operator->told.join(u'|')));
     if (menu != qs("mnumr")) {
@@ -300,8 +303,8 @@ void TestSafetyHooks::restoreLosesRows_data()
     QTest::addColumn<QStringList>("tables");
     // Stopped for good at the quote, its delete done.
     QTest::newRow("table restore, stopped by a quote") << false << sl({"quotes"});
-    // The client's rows deleted, then the rows with a quote refused one by one and a backslash
-    // read as an escape.
+    // The client's rows deleted, then the rows with a quote refused one by one (a backslash
+    // before the quote is no escape in the write mode).
     QTest::newRow("client restore, quotes and backslashes") << true << sl({"bill", "quotes"});
 }
 
@@ -342,12 +345,13 @@ void TestSafetyHooks::restoreLosesRows()
     w->findChild<QCheckBox *>(qs("Check1"))->setChecked(client);
     w->findChild<QPushButton *>(qs("Command2"))->click();
     w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(!client);
-    m_operator->typed = {qs("C1")}; // the client's code: not in the database, so asked no more
+    m_operator->typed = {qs("C1")};              // the client's code: not in the database, so asked no more
+    m_operator->answers = {Dialogs::Answer::No}; // to the exact-value check: the usual statements
     w->findChild<QPushButton *>(qs("cmdrestore"))->click();
     if (client) {
         QVERIFY2(m_operator->told.last().startsWith(qs("The restore is done, but ")),
                  qPrintable(m_operator->told.last()));
-        QCOMPARE(m_db->rows(qs("SELECT id FROM quotes ORDER BY id")), sl({"1", "3", "4"}));
+        QCOMPARE(m_db->rows(qs("SELECT id FROM quotes ORDER BY id")), sl({"1", "3"}));
         QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM bill")), sl({"2"}));
     } else {
         QCOMPARE(m_operator->runtimeErrors.size(), 1);
@@ -478,7 +482,8 @@ void TestSafetyHooks::unwritableFolderStopsCommand()
     m_main->menuItem(qs("mnusavetable"))->trigger();
     QCOMPARE(m_operator->told.size(), 1);
     QVERIFY2(m_operator->told.first().contains(blocked.folder), qPrintable(m_operator->told.first()));
-    QCOMPARE(sent(), QStringList());
+    // Only the read of the table's fields for the check before the first write.
+    QCOMPARE(sent(), sl({"SELECT * FROM `t`"}));
     QCOMPARE(tableState(*m_db, qs("t")), before);
 }
 
