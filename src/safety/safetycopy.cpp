@@ -341,8 +341,11 @@ DbResult<Layout> readLayout(QFile &file)
     const QByteArray footer = file.read(kFooter);
     if (footer.size() != kFooter || footer.mid(8) != kEndMark)
         return corrupt(path, QStringLiteral("no end mark"));
-    const quint32 trailerCrc = qFromLittleEndian<quint32>(footer.constData());
-    const quint32 trailerLen = qFromLittleEndian<quint32>(footer.constData() + 4);
+    // Copied out first: read from the array in place, the compiler cannot see it is long enough.
+    char footerBytes[8];
+    std::memcpy(footerBytes, footer.constData(), sizeof footerBytes);
+    const quint32 trailerCrc = qFromLittleEndian<quint32>(footerBytes);
+    const quint32 trailerLen = qFromLittleEndian<quint32>(footerBytes + 4);
     layout.bodyEnd = size - kFooter - qint64(trailerLen);
     if (layout.bodyEnd < layout.bodyStart || !file.seek(layout.bodyEnd))
         return corrupt(path, QStringLiteral("trailer out of place"));
