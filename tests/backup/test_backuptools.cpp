@@ -554,9 +554,31 @@ void TestBackupTools::demoRoundTrip()
     QVERIFY_DB(openSession(*m_main->session(), demo.name()));
     ScratchDatabase original(qs("backuptools_demo_original"));
     QVERIFY_DB(original.error());
+    // Beside the demo's tables, what a backup must not take as a table or a restore must not
+    // lose: a view, a parent whose delete cascades into its child, a reserved name, case twins.
+    QVERIFY_DB(demo.run({qs("USE %1").arg(demo.name()), qs("CREATE TABLE parent_t (id INT PRIMARY KEY) ENGINE=InnoDB"),
+                         qs("CREATE TABLE child_t (id INT, pid INT, FOREIGN KEY (pid) REFERENCES parent_t (id) "
+                            "ON DELETE CASCADE) ENGINE=InnoDB"),
+                         qs("INSERT INTO parent_t VALUES (1), (2)"), qs("INSERT INTO child_t VALUES (10, 1), (20, 2)"),
+                         qs("CREATE VIEW v_clients AS SELECT code_no FROM main_info1"),
+                         qs("CREATE TABLE `order` (n INT)"), qs("INSERT INTO `order` VALUES (1)"),
+                         qs("CREATE TABLE Staff (x INT)"), qs("INSERT INTO Staff VALUES (7)")}));
+    QStringList compared{qs("parent_t"), qs("child_t"), qs("order"), qs("Staff")};
     for (const DemoTable &table : DemoDatabase::tables())
-        QVERIFY_DB(original.run({qs("CREATE TABLE %1 AS SELECT * FROM %2.%1").arg(table.name, demo.name())}));
-    makeArchive({});
+        compared << table.name;
+    for (const QString &table : compared)
+        QVERIFY_DB(original.run({qs("CREATE TABLE `%1` AS SELECT * FROM %2.`%1`").arg(table, demo.name())}));
+    {
+        QPointer<BackUp> b = backupAtTablePage();
+        QVERIFY(b);
+        click(b, "cmdBackup");
+        QTRY_VERIFY(!b);
+        // Left out, each named: the view, the reserved name and the second of the case twins.
+        const QString closing = m_operator->told.value(m_operator->told.size() - 1);
+        for (const char *name : {"v_clients", "`order`", "staff"})
+            QVERIFY2(closing.contains(qs(name).remove(u'`')), qPrintable(closing));
+        freshOperator();
+    }
     QPointer<Restore> w = restoreAtTablePage(demo.name(), false);
     QVERIFY(w);
     w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(true);
@@ -575,11 +597,11 @@ void TestBackupTools::demoRoundTrip()
     }
     QCOMPARE(m_operator->runtimeErrors, QStringList());
     QCOMPARE(m_operator->told.last(), qs("Restored Sucessfully"));
-    for (const DemoTable &table : DemoDatabase::tables()) {
-        const QStringList before = comparableRows(original, table.name);
+    for (const QString &table : compared) {
+        const QStringList before = comparableRows(original, table);
         QVERIFY(!before.isEmpty());
-        const QStringList after = comparableRows(demo, table.name);
-        QVERIFY2(after.size() == before.size(), qPrintable(table.name + qs(": ") + after.value(0)));
+        const QStringList after = comparableRows(demo, table);
+        QVERIFY2(after.size() == before.size(), qPrintable(table + qs(": ") + after.value(0)));
         QCOMPARE(after, before);
     }
 }
