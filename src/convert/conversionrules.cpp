@@ -1,6 +1,7 @@
 #include "convert/conversionrules.h"
 
 #include "db/typecodes.h"
+#include "db/writemode.h"
 
 #include <QDate>
 #include <QRegularExpression>
@@ -160,15 +161,7 @@ bool isPlainDataSourceName(const QString &name)
 
 QString lenientSqlMode(const QString &serverMode)
 {
-    QStringList modes;
-    for (const QString &mode : serverMode.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
-        const QString m = mode.trimmed().toUpper();
-        if (m != QLatin1String("STRICT_TRANS_TABLES") && m != QLatin1String("STRICT_ALL_TABLES") &&
-            m != QLatin1String("NO_BACKSLASH_ESCAPES") && !m.isEmpty())
-            modes << m;
-    }
-    modes << QStringLiteral("NO_BACKSLASH_ESCAPES");
-    return modes.join(QLatin1Char(','));
+    return SessionSql::writeSqlMode(serverMode);
 }
 
 bool carriesExactly(const QString &value)

@@ -3,43 +3,13 @@
 #include "convert/conversionrules.h"
 #include "convert/conversionsource.h"
 #include "db/databasesession.h"
+#include "db/writemode.h"
 
 #include <QHash>
 
 #include <algorithm>
 
 namespace tabulon {
-
-namespace {
-
-// The conversion's session mode for as long as it lives; the mode the session had comes back
-// when it ends, whichever way the run ends.
-class LenientMode final {
-public:
-    explicit LenientMode(DatabaseSession &session) : m_session(session)
-    {
-        auto mode = session.openQuery(QStringLiteral("SELECT @@SESSION.sql_mode"));
-        if (!mode.ok() || !mode->isOpen() || mode->recordCount() != 1)
-            return;
-        m_saved = mode->text(0, 0);
-        m_set = !session.execute(QStringLiteral("SET SESSION sql_mode='%1'").arg(Conversion::lenientSqlMode(m_saved)))
-                     .isError();
-    }
-    ~LenientMode()
-    {
-        if (m_set)
-            (void)m_session.execute(QStringLiteral("SET SESSION sql_mode='%1'").arg(m_saved));
-    }
-    LenientMode(const LenientMode &) = delete;
-    LenientMode &operator=(const LenientMode &) = delete;
-
-private:
-    DatabaseSession &m_session;
-    QString m_saved;
-    bool m_set = false;
-};
-
-} // namespace
 
 DatabaseConversion &DatabaseConversion::shared()
 {
@@ -57,7 +27,8 @@ void DatabaseConversion::ConvertDatabase(DatabaseSession &session, ConversionPro
         prompts.message(QStringLiteral("Error occured"));
         return;
     }
-    const LenientMode mode(session);
+    // The conversion's statements are built for the write mode, as Save Table's are.
+    const WriteSessionMode mode(session);
     const QString trimmed = databaseName.trimmed();
     if (!trimmed.isEmpty()) {
         if (session.execute(QStringLiteral("CREATE DATABASE ") + trimmed).isError() &&
