@@ -387,8 +387,17 @@ bool Restore::chooseExactValues(const QString &clientCode)
 
 void Restore::runTableRestore()
 {
-    const auto found = checkTables(m_deleteAll->isChecked(), false);
-    if (!found || !chooseExactValues(QString()) || !keepSafetyCopy(QStringLiteral("Restore"), found->cascaded) ||
+    runChecked(QStringLiteral("Restore"), m_deleteAll->isChecked(), QString(), [this](const QString &table) {
+        if (!m_ended && !m_stopped)
+            restoreTable(table, nullptr);
+    });
+}
+
+void Restore::runChecked(const QString &command, bool deletes, const QString &clientCode,
+                         const TableChecklist::TableAction &restoreOne)
+{
+    const auto found = checkTables(deletes, !clientCode.isEmpty());
+    if (!found || !chooseExactValues(clientCode) || !keepSafetyCopy(command, found->cascaded) ||
         !holdCascades(*found)) {
         showTablePage();
         return;
@@ -400,10 +409,7 @@ void Restore::runTableRestore()
         showTablePage();
         return;
     }
-    const auto run = m_list->run([this](const QString &table) {
-        if (!m_ended && !m_stopped)
-            restoreTable(table, nullptr);
-    });
+    const auto run = m_list->run(restoreOne);
     releaseCascades();
     finishRun(run);
 }
@@ -470,20 +476,7 @@ void Restore::runClientRestore()
         showTablePage();
         return;
     }
-    const auto found = checkTables(true, true);
-    if (!found || !chooseExactValues(code) || !keepSafetyCopy(QStringLiteral("Client Restore"), found->cascaded) ||
-        !holdCascades(*found)) {
-        showTablePage();
-        return;
-    }
-    const WriteSessionMode mode(*m_target);
-    if (mode.error()) {
-        Dialogs::message(this, mode.error().description);
-        releaseCascades();
-        showTablePage();
-        return;
-    }
-    const auto run = m_list->run([this, &code](const QString &table) {
+    runChecked(QStringLiteral("Client Restore"), true, code, [this, &code](const QString &table) {
         // From here on failed statements are counted and skipped: a row the server refuses, a
         // table whose fields cannot be read.
         if (m_stopped)
@@ -497,8 +490,6 @@ void Restore::runClientRestore()
             }};
         restoreTable(table, &client);
     });
-    releaseCascades();
-    finishRun(run);
 }
 
 void Restore::closeEvent(QCloseEvent *event)

@@ -85,6 +85,11 @@ private:
     // operator's choice when some values would not be restored exactly (m_exact). False after
     // Cancel: nothing is sent.
     bool chooseExactValues(const QString &clientCode);
+    // Both restores after their own questions: the checks and the operator's choice, the
+    // safety copy, the cascades held, then `restoreOne` for every ticked table in the write
+    // mode, and the closing message. An empty `clientCode` is the table restore.
+    void runChecked(const QString &command, bool deletes, const QString &clientCode,
+                    const TableChecklist::TableAction &restoreOne);
     void showTablePage();
 
     ToolHost &m_host;

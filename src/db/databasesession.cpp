@@ -603,21 +603,12 @@ enum class Compare { Bytes, Text, FloatText, Bit, Value };
 
 Compare compareOf(const FieldInfo &f)
 {
+    if (ServerTypes::isString(f.serverType))
+        return f.binaryCharset ? Compare::Bytes : Compare::Text;
     switch (static_cast<enum_field_types>(f.serverType)) {
     case MYSQL_TYPE_BIT: return Compare::Bit;
     case MYSQL_TYPE_FLOAT:
     case MYSQL_TYPE_DOUBLE: return Compare::FloatText;
-    case MYSQL_TYPE_STRING:
-    case MYSQL_TYPE_VARCHAR:
-    case MYSQL_TYPE_VAR_STRING:
-    case MYSQL_TYPE_TINY_BLOB:
-    case MYSQL_TYPE_MEDIUM_BLOB:
-    case MYSQL_TYPE_LONG_BLOB:
-    case MYSQL_TYPE_BLOB:
-    case MYSQL_TYPE_ENUM:
-    case MYSQL_TYPE_SET:
-    case MYSQL_TYPE_JSON:
-    case MYSQL_TYPE_GEOMETRY: return f.binaryCharset ? Compare::Bytes : Compare::Text;
     default: return Compare::Value;
     }
 }

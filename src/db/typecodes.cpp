@@ -67,19 +67,29 @@ bool isNumber(int serverType)
     }
 }
 
-bool holdsEmptyText(int serverType, bool isEnum)
+bool isString(int serverType)
 {
     switch (static_cast<enum_field_types>(serverType)) {
-    case MYSQL_TYPE_STRING: return !isEnum;
+    case MYSQL_TYPE_STRING:
     case MYSQL_TYPE_VARCHAR:
     case MYSQL_TYPE_VAR_STRING:
     case MYSQL_TYPE_TINY_BLOB:
     case MYSQL_TYPE_MEDIUM_BLOB:
     case MYSQL_TYPE_LONG_BLOB:
     case MYSQL_TYPE_BLOB:
-    case MYSQL_TYPE_SET: return true;
+    case MYSQL_TYPE_ENUM:
+    case MYSQL_TYPE_SET:
+    case MYSQL_TYPE_JSON:
+    case MYSQL_TYPE_GEOMETRY: return true;
     default: return false;
     }
+}
+
+bool holdsEmptyText(int serverType, bool isEnum)
+{
+    // The server reports ENUM and SET columns as fixed-length strings, with a flag for ENUM.
+    return isString(serverType) && !isEnum && serverType != MYSQL_TYPE_ENUM && serverType != MYSQL_TYPE_JSON &&
+           serverType != MYSQL_TYPE_GEOMETRY;
 }
 
 } // namespace ServerTypes

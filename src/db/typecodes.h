@@ -52,6 +52,9 @@ namespace ServerTypes {
 bool isBit(int serverType);
 // Integers, decimals, floating point, YEAR and BIT: columns that hold numbers only.
 bool isNumber(int serverType);
+// Texts and binaries of every length, ENUM, SET, JSON and GEOMETRY: values the server keeps as
+// strings of characters or bytes.
+bool isString(int serverType);
 // Texts, binaries and SET, in which '' is a value of its own; not numbers, dates, ENUM.
 bool holdsEmptyText(int serverType, bool isEnum);
 } // namespace ServerTypes
