@@ -54,6 +54,8 @@ trap cleanup EXIT
 bash "$root/scripts/private-mariadb.sh" start "$dbdir" "$port" >&2
 client=(mariadb --no-defaults -h127.0.0.1 -P"$port" -udbop)
 export client_cmd="mariadb --no-defaults -h127.0.0.1 -P$port -udbop"
+durability=$("${client[@]}" -N -e 'SELECT @@innodb_flush_log_at_trx_commit')
+sync_binlog=$("${client[@]}" -N -e 'SELECT @@sync_binlog')
 
 # ---- Timing ----
 
@@ -131,6 +133,8 @@ write_report() {
     echo "benchmark programs and the peer tools alike, on the same data in the same run. The ratio is"
     echo "Tabulon's time over the peer's. Peak memory is the largest resident set of Tabulon's process."
     echo "Data size is the bytes of every value as text."
+    echo "The server keeps its default durability: innodb_flush_log_at_trx_commit=$durability,"
+    echo "sync_binlog=$sync_binlog (every commit reaches the disk, as on an operator's server)."
     echo
     echo "| Work | Tabulon | Peer | Peer time | Ratio | Goal | Tabulon peak memory | Data size |"
     echo "|---|---:|---|---:|---:|---|---:|---:|"

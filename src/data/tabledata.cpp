@@ -3,6 +3,7 @@
 #include "data/exactvalues.h"
 #include "data/recordwriter.h"
 #include "db/databasesession.h"
+#include "db/tabletransaction.h"
 #include "db/typecodes.h"
 #include "db/writemode.h"
 #include "grid/grid.h"
@@ -335,10 +336,25 @@ void TableData::rewriteTable(bool skipSelectedRows, const QString &command)
             showError(mode.error());
             return;
         }
-        if (const DbError error = session().execute(RecordWriter::deleteAllStatement(table)))
-            showError(SafetyNet::afterCopy(error));
+        // On InnoDB the table is written whole or not at all.
+        TableTransaction transaction(session(), table);
+        if (transaction.error()) {
+            showError(transaction.error());
+            return;
+        }
+        // False once the server has rolled the table back: the rest would go in on its own.
+        const auto written = [&](const DbError &error) {
+            if (const DbError ended = transaction.afterWrite(error)) {
+                showError(SafetyNet::afterCopy(ended));
+                return false;
+            }
+            if (error)
+                showError(SafetyNet::afterCopy(error));
+            return true;
+        };
+        bool going = written(session().execute(RecordWriter::deleteAllStatement(table)));
         QStringList values;
-        for (int row = 1; row < rows; ++row) {
+        for (int row = 1; going && row < rows; ++row) {
             if (skip[static_cast<size_t>(row)])
                 continue;
             DbError error;
@@ -355,9 +371,10 @@ void TableData::rewriteTable(bool skipSelectedRows, const QString &command)
                 error.description = QStringLiteral("Row %1 of %2 was not written, its longest value being in %3: %4")
                                         .arg(row)
                                         .arg(table, longestValueField(row), error.description);
-            if (error)
-                showError(SafetyNet::afterCopy(error));
+            going = written(error);
         }
+        if (const DbError error = transaction.commit())
+            showError(SafetyNet::afterCopy(error));
     }
 
     if (const DbError error = loadTableSteps())

@@ -287,6 +287,23 @@ qint64 DatabaseSession::statementLimit() const
     return isOpen() ? packetLimitOf(*m_connection) - 1 : 0;
 }
 
+std::optional<bool> DatabaseSession::inTransaction()
+{
+    if (!isOpen())
+        return std::nullopt;
+    MYSQL *m = m_connection->mysql;
+    if (mysql_query(m, "SELECT @@in_transaction") != 0)
+        return std::nullopt;
+    MYSQL_RES *r = mysql_store_result(m);
+    if (!r)
+        return std::nullopt;
+    std::optional<bool> open;
+    if (MYSQL_ROW row = mysql_fetch_row(r); row && row[0])
+        open = qstrcmp(row[0], "0") != 0;
+    mysql_free_result(r);
+    return open;
+}
+
 DbError DatabaseSession::execute(const QString &sql)
 {
     return executeBytes(sql.toUtf8());

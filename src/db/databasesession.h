@@ -75,6 +75,9 @@ public:
     // asked of the server once per connection; 0 when closed. Longer statements are never sent:
     // they fail with kStatementTooLong and the connection stays open.
     qint64 statementLimit() const;
+    // Whether a transaction is open on the connection (@@in_transaction), asked without the
+    // statement hook: it is the session's own question. Unset when the server does not answer.
+    std::optional<bool> inTransaction();
     // Rows the last statement changed (or matched, for updates).
     qint64 affectedRows() const;
     // Warnings the last statement left (values the server changed to make them fit, say);

@@ -1,6 +1,7 @@
 // The session against the real server: type codes, values, updates, error numbers, and the
 // guards that keep unescaped operator text from doing more than breaking its own statement.
 #include "db/databasesession.h"
+#include "db/tabletransaction.h"
 #include "testdb.h"
 
 #include <QElapsedTimer>
@@ -24,6 +25,8 @@ private Q_SLOTS:
     void statementsLongerThanTheServerTakes();
     void errorsAndGuards();
     void streamingRows();
+    void tableTransactions_data();
+    void tableTransactions();
 
 private:
     std::unique_ptr<ScratchDatabase> m_db;
@@ -285,3 +288,73 @@ void TestDatabaseSession::statementsLongerThanTheServerTakes()
 
 QTEST_GUILESS_MAIN(TestDatabaseSession)
 #include "test_databasesession.moc"
+
+void TestDatabaseSession::tableTransactions_data()
+{
+    QTest::addColumn<QString>("table");
+    QTest::addColumn<bool>("transactional");
+    QTest::newRow("InnoDB") << "tx_inno" << true;
+    QTest::newRow("MyISAM") << "tx_isam" << false;
+    QTest::newRow("Aria") << "tx_aria" << false;
+    QTest::newRow("view over InnoDB") << "tx_view" << false;
+    QTest::newRow("InnoDB twin of a MyISAM table") << "Tx_twin" << true;
+    QTest::newRow("MyISAM twin of an InnoDB table") << "tx_twin" << false;
+    QTest::newRow("no such table") << "tx_none" << false;
+}
+
+// Only InnoDB tables are written in a transaction: it commits what went in, rolls back what the
+// command leaves unfinished, and says when the server has ended it, the table then as before.
+void TestDatabaseSession::tableTransactions()
+{
+    QFETCH(QString, table);
+    QFETCH(bool, transactional);
+    QVERIFY_DB(m_db->run({qs("CREATE OR REPLACE TABLE tx_inno (a INT PRIMARY KEY) ENGINE=InnoDB"),
+                          qs("CREATE OR REPLACE TABLE tx_isam (a INT PRIMARY KEY) ENGINE=MyISAM"),
+                          qs("CREATE OR REPLACE TABLE tx_aria (a INT PRIMARY KEY) ENGINE=Aria"),
+                          qs("CREATE OR REPLACE VIEW tx_view AS SELECT * FROM tx_inno"),
+                          qs("CREATE OR REPLACE TABLE Tx_twin (a INT PRIMARY KEY) ENGINE=InnoDB"),
+                          qs("CREATE OR REPLACE TABLE tx_twin (a INT PRIMARY KEY) ENGINE=MyISAM")}));
+    DatabaseSession s;
+    QVERIFY_DB(openSession(s, m_db->name()));
+    const auto insert = [&](int a) { return s.execute(qs("INSERT INTO %1 VALUES (%2)").arg(table).arg(a)); };
+    const auto rows = [&] { return m_db->rows(qs("SELECT a FROM %1 ORDER BY a").arg(table)); };
+    {
+        TableTransaction unfinished(s, table);
+        QVERIFY_DB(unfinished.error());
+        QCOMPARE(unfinished.active(), transactional);
+        (void)insert(1);
+    }
+    if (table != qs("tx_none"))
+        QCOMPARE(rows(), transactional ? QStringList() : sl({"1"}));
+    if (!transactional)
+        return;
+    QCOMPARE(s.openQuery(qs("SELECT @@autocommit"))->text(0, 0), qs("1"));
+
+    TableTransaction committed(s, table);
+    QVERIFY_DB(committed.afterWrite(insert(1)));
+    // A refused row ends only itself; the rows around it stay in the transaction.
+    const DbError duplicate = insert(1);
+    QVERIFY(duplicate.isError());
+    QVERIFY_DB(committed.afterWrite(duplicate));
+    QVERIFY_DB(committed.afterWrite(insert(2)));
+    QVERIFY_DB(committed.commit());
+    QCOMPARE(rows(), sl({"1", "2"}));
+
+    TableTransaction ended(s, table);
+    QVERIFY_DB(ended.afterWrite(s.execute(qs("DELETE FROM %1").arg(table))));
+    // What a lock wait that rolls back does: the server takes back the whole transaction and
+    // reports the statement.
+    QVERIFY_DB(s.execute(qs("ROLLBACK")));
+    const DbError told = ended.afterWrite(DbError::fromServer(1205, qs("Lock wait timeout exceeded")));
+    QVERIFY2(told.description.startsWith(qs("The server rolled back the writes to %1 (").arg(table)),
+             qPrintable(told.description));
+    QVERIFY(!ended.active());
+    QCOMPARE(rows(), sl({"1", "2"}));
+    QCOMPARE(s.openQuery(qs("SELECT @@autocommit"))->text(0, 0), qs("1"));
+
+    // A deadlock is known by its number, whatever ran after it.
+    TableTransaction deadlocked(s, table);
+    QVERIFY_DB(deadlocked.afterWrite(s.execute(qs("DELETE FROM %1").arg(table))));
+    QVERIFY(deadlocked.afterWrite(DbError::fromServer(1213, qs("Deadlock found"))).isError());
+    QCOMPARE(rows(), sl({"1", "2"}));
+}
