@@ -15,5 +15,6 @@ tabulon_logic_library(tabulon_db
         db/statementhook.cpp db/statementhook.h
         db/writemode.cpp db/writemode.h
         db/tabletransaction.cpp db/tabletransaction.h
+        db/statementpipeline.cpp db/statementpipeline.h
     DEPS tabulon_settings
     PRIVATE_DEPS PkgConfig::MARIADB)

@@ -48,6 +48,7 @@ private Q_SLOTS:
     }
 
     void loadListsTablesAndShowsTheFirst();
+    void saveTableRewritesInGridOrder_data() { sentAhead(); }
     void saveTableRewritesInGridOrder();
     void saveTableExactValues_data();
     void saveTableExactValues();
@@ -55,6 +56,7 @@ private Q_SLOTS:
     void popupCommandsAskFirst();
     void saveTableFailures_data();
     void saveTableFailures();
+    void saveTableLostPartWay_data() { sentAhead(); }
     void saveTableLostPartWay();
     void modifyRecordKeepsTheSort();
     void findNarrowsAndResets();
@@ -62,6 +64,18 @@ private Q_SLOTS:
     void escapeClosesAndPopupReopens();
 
 private:
+    // Rows for a rewrite whose inserts go one at a time, and sent ahead of their answers as on a
+    // far server: the operator must not see a difference.
+    static void sentAhead()
+    {
+        QTest::addColumn<bool>("ahead");
+        QTest::newRow("one at a time") << false;
+        QTest::newRow("sent ahead") << true;
+    }
+    void setAhead(bool ahead)
+    {
+        session().setPipelining(ahead ? DatabaseSession::Pipelining::Always : DatabaseSession::Pipelining::Never);
+    }
     TableData *openWindow(const char *table = nullptr);
     void find(const char *text) const
     {
@@ -139,8 +153,10 @@ void TestTableData::loadListsTablesAndShowsTheFirst()
 // NULL city as ''), sent in the write mode, and the table ends in the grid's order.
 void TestTableData::saveTableRewritesInGridOrder()
 {
+    QFETCH(bool, ahead);
     TableData *w = openWindow("people");
     QVERIFY(w);
+    setAhead(ahead);
     Grid &g = *w->grid();
     g.sort(2, 2); // name, descending
     const QStringList shown = gridRowTexts(g.cells(), 1, 2);
@@ -320,18 +336,21 @@ void TestTableData::saveTableFailures_data()
     QTest::addColumn<QString>("change"); // a statement run behind the window's back, or a name typed in row 3
     QTest::addColumn<QStringList>("told"); // what each message contains, in order
     QTest::addColumn<QStringList>("names"); // left in the table
+    QTest::addColumn<bool>("ahead"); // inserts sent ahead of their answers
     // The quote ends the text early: the server refuses the row, and the rewrite goes on.
     QTest::newRow("quote in text loses its row") << "O'Brien" << sl({"SQL syntax"})
-        << sl({"Cleo", "amy", "dan", "Eve"});
+        << sl({"Cleo", "amy", "dan", "Eve"}) << false;
+    QTest::newRow("quote in text, sent ahead") << "O'Brien" << sl({"SQL syntax"})
+        << sl({"Cleo", "amy", "dan", "Eve"}) << true;
     // The type of each column is looked up by its header; a header that names no field of the
     // table is reported (and its column written as text) before the rewrite goes on.
     QTest::newRow("unknown header") << "ALTER TABLE people CHANGE city town VARCHAR(20)"
         << QStringList{qs("Item cannot be found in the collection corresponding to the requested name or ordinal.")}
                + QStringList(5, qs("Unknown column 'city' in 'INSERT INTO'"))
-        << QStringList();
+        << QStringList() << true;
     // The open for the types, the delete, five inserts and the reload each fail and say so.
     QTest::newRow("table vanished") << "DROP TABLE people" << QStringList(8, qs("people' doesn't exist"))
-        << QStringList();
+        << QStringList() << false;
 }
 // clang-format on
 
@@ -341,8 +360,10 @@ void TestTableData::saveTableFailures()
     QFETCH(QString, change);
     QFETCH(QStringList, told);
     QFETCH(QStringList, names);
+    QFETCH(bool, ahead);
     TableData *w = openWindow("people");
     QVERIFY(w);
+    setAhead(ahead);
     if (change.contains(u' '))
         QVERIFY_DB(m_db->run({change}));
     else
@@ -362,8 +383,10 @@ void TestTableData::saveTableFailures()
 // operator is told that, and which safety copy holds the table, once rather than once per row.
 void TestTableData::saveTableLostPartWay()
 {
+    QFETCH(bool, ahead);
     TableData *w = openWindow("people");
     QVERIFY(w);
+    setAhead(ahead);
     w->grid()->setTextMatrix(1, 2, qs("changed"));
     const QString before = m_db->rows(qs("CHECKSUM TABLE people")).value(0);
     const unsigned long id = session().connectionId();
@@ -375,7 +398,8 @@ void TestTableData::saveTableLostPartWay()
     m_operator->answers = {Dialogs::Answer::Yes, Dialogs::Answer::No};
     w->SaveTable();
     StatementHook::clear();
-    QCOMPARE(inserts, 3);
+    // Sent ahead, an insert or two more may leave before the loss is known.
+    QVERIFY2(ahead ? inserts >= 3 : inserts == 3, qPrintable(QString::number(inserts)));
     QCOMPARE(m_db->rows(qs("CHECKSUM TABLE people")).value(0), before);
     QVERIFY(!m_operator->told.isEmpty());
     const QString told = m_operator->told.first();
