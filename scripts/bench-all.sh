@@ -11,7 +11,7 @@
 # --far measures only the far server: Save Table and the restore of one table of BENCH_FAR_ROWS
 # rows (2000) through bench/delayproxy.py at BENCH_FAR_RTT milliseconds of round trip (20),
 # against the same work on the server directly and against the peers through the same proxy;
-# its report goes to docs/benchmarks-far.md.
+# its report goes to docs/benchmarks-far.md. The proxy listens on BENCH_FAR_PORT (BENCH_PORT + 1000).
 #
 # Environment: BENCH_CLIENTS (demo clients, 100000), BENCH_ROWS (grid table rows, 1000000),
 # BENCH_SAVE_ROWS (Save Table rows, 100000), BENCH_RUNS (3), BENCH_SLOW_RUNS (runs of backup and
@@ -358,13 +358,18 @@ write_report >/dev/null
 
 if wanted far; then
   far_db=tabulon_bench_far
-  proxy_port=$((port + 1))
+  proxy_port=${BENCH_FAR_PORT:-$((port + 1000))}
   python3 "$root/bench/delayproxy.py" "$proxy_port" "$port" "$far_rtt" &
   proxy_pid=$!
   trap 'kill "$proxy_pid" 2>/dev/null || true; cleanup' EXIT
   far_server="127.0.0.1:$proxy_port"
   far_client="mariadb --no-defaults -h127.0.0.1 -P$proxy_port -udbop"
-  sleep 1
+  # The proxy is up when the server answers through it (and it is ours, not another server's).
+  for _ in $(seq 1 50); do
+    [ "$($far_client -N -e 'SELECT @@port' 2>/dev/null)" = "$port" ] && break
+    sleep 0.2
+  done
+  [ "$($far_client -N -e 'SELECT @@port' 2>/dev/null)" = "$port" ] || { echo "bench-all.sh: the proxy did not start" >&2; exit 1; }
   "${client[@]}" >/dev/null <<SQL
 DROP DATABASE IF EXISTS $far_db;
 CREATE DATABASE $far_db CHARACTER SET utf8mb4;
