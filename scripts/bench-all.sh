@@ -148,7 +148,7 @@ write_report() {
     echo "Tabulon's time over the peer's. Peak memory is the largest resident set of Tabulon's process."
     echo "Data size is the bytes of every value as text."
     echo "The server keeps its default durability: innodb_flush_log_at_trx_commit=$durability,"
-    echo "sync_binlog=$sync_binlog (every commit reaches the disk, as on an operator's server)."
+    echo "sync_binlog=$sync_binlog, as the server has them: every InnoDB commit is flushed to disk, as on an operator's server."
     echo
     echo "| Work | Tabulon | Peer | Peer time | Ratio | Goal | Tabulon peak memory | Data size |"
     echo "|---|---:|---|---:|---:|---|---:|---:|"
