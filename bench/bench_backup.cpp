@@ -12,6 +12,7 @@
 #include "benchmemory.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "db/tabletransaction.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -73,17 +74,23 @@ int main(int argc, char **argv)
             // The restore's own check that the table exists reads it whole.
             if (DbError error = session.execute(TableRestore::existenceTest(table)))
                 return fail(error);
+            // As the restore window does: on InnoDB the delete and inserts are one transaction.
+            TableTransaction transaction(session, table);
+            if (transaction.error())
+                return fail(transaction.error());
             if (DbError error = session.execute(TableRestore::deleteAllStatement(table)))
                 return fail(error);
-            auto types = TableRestore::fieldTypes(session, table);
-            if (!types)
-                return fail(types.error());
+            auto columns = TableRestore::fieldColumns(session, table);
+            if (!columns)
+                return fail(columns.error());
             if (DbError error =
-                    TableRestore::insertRows(session, table, extracted.filePath(QStringLiteral("x/")) + table, *types,
-                                             nullptr, [&refused](const DbError &) {
+                    TableRestore::insertRows(session, table, extracted.filePath(QStringLiteral("x/")) + table, *columns,
+                                             nullptr, false, [&refused](const DbError &) {
                                                  ++refused;
                                                  return true;
                                              }))
+                return fail(error);
+            if (DbError error = transaction.commit())
                 return fail(error);
         }
         std::printf("refused=%lld\n", static_cast<long long>(refused));

@@ -6,7 +6,12 @@
 # same way: as whole processes, by GNU time, which also gives the peak memory (maximum resident
 # set) of the process. The report goes to stdout and to docs/benchmarks.md.
 #
-#   scripts/bench-all.sh
+#   scripts/bench-all.sh [--far]
+#
+# --far measures only the far server: Save Table and the restore of one table of BENCH_FAR_ROWS
+# rows (2000) through bench/delayproxy.py at BENCH_FAR_RTT milliseconds of round trip (20),
+# against the same work on the server directly and against the peers through the same proxy;
+# its report goes to docs/benchmarks-far.md. The proxy listens on BENCH_FAR_PORT (BENCH_PORT + 1000).
 #
 # Environment: BENCH_CLIENTS (demo clients, 100000), BENCH_ROWS (grid table rows, 1000000),
 # BENCH_SAVE_ROWS (Save Table rows, 100000), BENCH_RUNS (3), BENCH_SLOW_RUNS (runs of backup and
@@ -26,6 +31,12 @@ port=${BENCH_PORT:-13408}
 build=${BENCH_BUILD:-$root/build}
 report_file=${BENCH_REPORT:-$root/docs/benchmarks.md}
 only=${BENCH_ONLY:-grid,search,backup,convert,save}
+far_rows=${BENCH_FAR_ROWS:-2000}
+far_rtt=${BENCH_FAR_RTT:-20}
+if [ "${1:-}" = --far ]; then
+  only=far
+  report_file=${BENCH_REPORT:-$root/docs/benchmarks-far.md}
+fi
 server="127.0.0.1:$port"
 mdb="$root/tests/fixtures/access/nwind.mdb"
 demo_db=tabulon_bench_demo
@@ -54,6 +65,8 @@ trap cleanup EXIT
 bash "$root/scripts/private-mariadb.sh" start "$dbdir" "$port" >&2
 client=(mariadb --no-defaults -h127.0.0.1 -P"$port" -udbop)
 export client_cmd="mariadb --no-defaults -h127.0.0.1 -P$port -udbop"
+durability=$("${client[@]}" -N -e 'SELECT @@innodb_flush_log_at_trx_commit')
+sync_binlog=$("${client[@]}" -N -e 'SELECT @@sync_binlog')
 
 # ---- Timing ----
 
@@ -109,9 +122,12 @@ row() {
 
 # ---- Data ----
 
-say "generating the demo database ($clients clients)"
-"$build/src/tabulon-demodb" --server "$server" --user dbop --database "$demo_db" --clients "$clients" --recreate --quiet
-mapfile -t demo_tables < <("${client[@]}" -N -e "SHOW Tables" "$demo_db")
+demo_tables=()
+if [ "$only" != far ]; then
+  say "generating the demo database ($clients clients)"
+  "$build/src/tabulon-demodb" --server "$server" --user dbop --database "$demo_db" --clients "$clients" --recreate --quiet
+  mapfile -t demo_tables < <("${client[@]}" -N -e "SHOW Tables" "$demo_db")
+fi
 
 # ---- Report ----
 
@@ -131,6 +147,8 @@ write_report() {
     echo "benchmark programs and the peer tools alike, on the same data in the same run. The ratio is"
     echo "Tabulon's time over the peer's. Peak memory is the largest resident set of Tabulon's process."
     echo "Data size is the bytes of every value as text."
+    echo "The server keeps its default durability: innodb_flush_log_at_trx_commit=$durability,"
+    echo "sync_binlog=$sync_binlog, as the server has them: every InnoDB commit is flushed to disk, as on an operator's server."
     echo
     echo "| Work | Tabulon | Peer | Peer time | Ratio | Goal | Tabulon peak memory | Data size |"
     echo "|---|---:|---|---:|---:|---|---:|---:|"
@@ -332,6 +350,86 @@ if wanted search; then
  $(sed -n 's/^search_ms=//p' "$out") ms search ($(awk -v c="$(sed -n 's/^program_cpu_ms=//p' "$out")" \
       -v s="$(sed -n 's/^search_ms=//p' "$out")" 'BEGIN { printf "%.1f", (s > 0 ? 100 * c / s : 0) }') %, goal < 5 %).")
   done
+fi
+
+write_report >/dev/null
+
+# ---- A far server ----
+
+if wanted far; then
+  far_db=tabulon_bench_far
+  proxy_port=${BENCH_FAR_PORT:-$((port + 1000))}
+  python3 "$root/bench/delayproxy.py" "$proxy_port" "$port" "$far_rtt" &
+  proxy_pid=$!
+  trap 'kill "$proxy_pid" 2>/dev/null || true; cleanup' EXIT
+  far_server="127.0.0.1:$proxy_port"
+  far_client="mariadb --no-defaults -h127.0.0.1 -P$proxy_port -udbop"
+  # The proxy is up when the server answers through it (and it is ours, not another server's).
+  for _ in $(seq 1 50); do
+    [ "$($far_client -N -e 'SELECT @@port' 2>/dev/null)" = "$port" ] && break
+    sleep 0.2
+  done
+  [ "$($far_client -N -e 'SELECT @@port' 2>/dev/null)" = "$port" ] || { echo "bench-all.sh: the proxy did not start" >&2; exit 1; }
+  "${client[@]}" >/dev/null <<SQL
+DROP DATABASE IF EXISTS $far_db;
+CREATE DATABASE $far_db CHARACTER SET utf8mb4;
+USE $far_db;
+CREATE TABLE saved (
+  id INT NOT NULL PRIMARY KEY,
+  qty SMALLINT NOT NULL,
+  name VARCHAR(40) NOT NULL,
+  code CHAR(8) NOT NULL,
+  city VARCHAR(20) NOT NULL,
+  note VARCHAR(80) NOT NULL
+) ENGINE=InnoDB;
+INSERT INTO saved
+SELECT seq, seq % 1000, CONCAT('Client ', seq), LPAD(HEX(seq), 8, '0'),
+       ELT(1 + seq % 5, 'Oslo', 'Rome', 'Lima', 'Quito', 'Ulaanbaatar'),
+       CONCAT('Remark ', REPEAT(CHAR(97 + seq % 26), seq % 60))
+FROM seq_1_to_$far_rows;
+SQL
+  far_bytes=$(value_bytes "$far_db" saved)
+  # The peers: the client running the same delete and one INSERT per row, and the client
+  # reading a dump of one INSERT per row (which recreates the table).
+  { echo "DELETE FROM saved;"
+    mariadb-dump --no-defaults -h127.0.0.1 -P"$port" -udbop --skip-extended-insert --no-create-info \
+      --skip-add-locks --skip-disable-keys --compact "$far_db" saved; } >"$work/far-save.sql"
+  mariadb-dump --no-defaults -h127.0.0.1 -P"$port" -udbop --skip-extended-insert "$far_db" saved >"$work/far-dump.sql"
+  mkdir -p "$work/far-archives"
+  "$build/bench/bench_backup" backup "$server" "$far_db" saved "$work/far-archives" >"$work/far-backup.stdout"
+  far_archive=$(sed -n 's/^archive=//p' "$work/far-backup.stdout")
+  read_back="$client_cmd --batch --quick -e 'select * from saved' $far_db >/dev/null"
+  far_read_back="$far_client --batch --quick -e 'select * from saved' $far_db >/dev/null"
+  for _ in $(seq "$runs"); do
+    timed "$work/far-save.local" "$build/bench/bench_savetable" "$server" "$far_db" saved plain
+    timed "$work/far-save.ours" "$build/bench/bench_savetable" "$far_server" "$far_db" saved plain
+    timed "$work/far-save.peer" bash -c "$far_read_back; $far_client $far_db <$work/far-save.sql; $far_read_back"
+    timed "$work/far-restore.local" "$build/bench/bench_backup" restore "$server" "$far_db" saved "$far_archive"
+    timed "$work/far-restore.ours" "$build/bench/bench_backup" restore "$far_server" "$far_db" saved "$far_archive"
+    timed "$work/far-restore.peer" bash -c "$far_client $far_db <$work/far-dump.sql"
+  done
+  # Goal: at most twice the local time plus a second, and ahead of the peer on the same link.
+  far_goal() {
+    local local_s ours_s peer_s
+    local_s=$(seconds_of "$1")
+    ours_s=$(seconds_of "$2")
+    peer_s=$(seconds_of "$3")
+    awk -v l="$local_s" -v o="$ours_s" -v p="$peer_s" 'BEGIN {
+      b = 2 * l + 1; printf "≤ 2 × local (%.2f s) + 1 s = %.2f s: %s; ahead of the peer: %s", l, b,
+      (o <= b ? "met" : "not met"), (o < p ? "yes" : "no") }'
+  }
+  row "Save Table, $far_rows rows, ${far_rtt} ms away" "$work/far-save.ours" \
+    'read, DELETE and INSERTs through mariadb, read, through the same proxy' "$work/far-save.peer" \
+    "$(far_goal "$work/far-save.local" "$work/far-save.ours" "$work/far-save.peer")" "$far_bytes"
+  row "Restore of $far_rows rows, ${far_rtt} ms away" "$work/far-restore.ours" \
+    'mariadb < mariadb-dump --skip-extended-insert, through the same proxy' "$work/far-restore.peer" \
+    "$(far_goal "$work/far-restore.local" "$work/far-restore.ours" "$work/far-restore.peer")" "$far_bytes"
+  notes+=("Far server: bench/delayproxy.py holds every chunk ${far_rtt}/2 ms in each direction, on this machine.\
+ The same work straight to the server took $(seconds_of "$work/far-save.local") s (Save Table) and\
+ $(seconds_of "$work/far-restore.local") s (restore). Through the proxy the program measures a round trip of a\
+ millisecond or more and sends each table's inserts ahead of their answers, at most\
+ 200 statements at a time; the peers wait out each statement's round trip.")
+  kill "$proxy_pid" 2>/dev/null || true
 fi
 
 write_report >/dev/null

@@ -6,6 +6,7 @@
 #include "backup/folderlists.h"
 #include "backup/restore.h"
 #include "backupfixture.h"
+#include "db/statementhook.h"
 #include "demo/demodatabase.h"
 #include "toolfixture.h"
 #include "ui/tablechecklist.h"
@@ -116,6 +117,8 @@ private Q_SLOTS:
     void demoRoundTrip();
     void clientRestore_data();
     void clientRestore();
+    void restoreLostPartWay_data();
+    void restoreLostPartWay();
     void restoreChecksBeforeChanging();
     void restoreRefusesBeforeTheFirstStatement();
     void backupCannotStart_data();
@@ -479,9 +482,9 @@ void TestBackupTools::restore()
     QVERIFY(m_main->menuItem(qs("mnurestore"))->isEnabled());
     QCOMPARE(folderListing(), before);
     // The server's log shows the delete without its closing semicolon.
-    QCOMPARE(writesAndLoop(sent).mid(0, 5),
-             sl({"Select * from bill", "SELECT * FROM `bill` LIMIT 0", "DELETE from bill where 1>0",
-                 "Insert into bill (name,amount) values ('C00001',10)",
+    QCOMPARE(writesAndLoop(sent).mid(0, 7),
+             sl({"Select * from bill", "SELECT * FROM `bill` LIMIT 0", "SET SESSION autocommit=0", "START TRANSACTION",
+                 "DELETE from bill where 1>0", "Insert into bill (name,amount) values ('C00001',10)",
                  "Insert into bill (name,amount) values ('C00007',70)"}));
     for (const QString &table : {qs("bill"), qs("main_info1"), qs("owner1"), qs("staff"), qs("visits")})
         QCOMPARE(target.rows(qs("CHECKSUM TABLE ") + table).value(0).section(QLatin1Char('|'), 1),
@@ -497,7 +500,8 @@ void TestBackupTools::restore()
     QVERIFY2(m_operator->runtimeErrors.first().contains(qs("Run-time error")),
              qPrintable(m_operator->runtimeErrors.first()));
     QCOMPARE(m_operator->ends.size(), 1);
-    QCOMPARE(target.rows(qs("SELECT id FROM quotes")), sl({"1"}));
+    // The program ends inside the table's transaction, which takes back the row before the quote.
+    QCOMPARE(target.rows(qs("SELECT id FROM quotes")), QStringList());
     QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
     QApplication::sendEvent(w->checklist(), &escape);
     QTRY_VERIFY(!w);
@@ -657,6 +661,59 @@ void TestBackupTools::clientRestore()
     QCOMPARE(othersOf(restoredAs), others);
 }
 
+void TestBackupTools::restoreLostPartWay_data()
+{
+    QTest::addColumn<bool>("client");
+    QTest::addColumn<bool>("ahead"); // inserts sent ahead of their answers, as on a far server
+    QTest::newRow("table restore") << false << false;
+    QTest::newRow("client restore") << true << false;
+    QTest::newRow("table restore, sent ahead") << false << true;
+    QTest::newRow("client restore, sent ahead") << true << true;
+}
+
+// A connection lost inside a table's inserts leaves every InnoDB table as it was before the
+// restore, the one in hand included, and the operator is told so.
+void TestBackupTools::restoreLostPartWay()
+{
+    QFETCH(bool, client);
+    QFETCH(bool, ahead);
+    makeArchive({}, client ? qs("c00007") : QString());
+    ScratchDatabase target(qs("backuptools_lost"));
+    QVERIFY_DB(target.error());
+    const QStringList tables{qs("bill"), qs("main_info1"), qs("notes"), qs("owner1"), qs("staff"), qs("visits")};
+    for (const QString &table : tables)
+        QVERIFY_DB(target.run({qs("CREATE TABLE %1 SELECT * FROM %2.%1").arg(table, m_db->name())}));
+    QVERIFY_DB(target.run({qs("UPDATE bill SET amount = amount + 1")}));
+    const auto sums = [&] {
+        QStringList all;
+        for (const QString &table : tables)
+            all << target.rows(qs("CHECKSUM TABLE ") + table);
+        return all;
+    };
+    const QStringList before = sums();
+
+    m_operator->typed = {qs("c00007")};
+    m_operator->answer = Dialogs::Answer::Yes; // the old rows of the code go
+    QPointer<Restore> w = restoreAtTablePage(target.name(), client);
+    QVERIFY(w);
+    w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(true);
+    w->target().setPipelining(ahead ? DatabaseSession::Pipelining::Always : DatabaseSession::Pipelining::Never);
+    const unsigned long id = w->target().connectionId();
+    int inserts = 0;
+    StatementHook::set([&](QByteArrayView sql) {
+        if (sql.startsWith("Insert into") && ++inserts == 1)
+            (void)m_db->admin().execute(qs("KILL CONNECTION %1").arg(id));
+    });
+    click(w, "cmdrestore");
+    StatementHook::clear();
+    QCOMPARE(sums(), before);
+    const QStringList told = client ? m_operator->told : m_operator->runtimeErrors;
+    QVERIFY(!told.isEmpty());
+    QVERIFY2(told.last().contains(qs("The server rolled back the writes to bill (")) &&
+                 told.last().contains(qs("the table is as it was before")),
+             qPrintable(told.last()));
+}
+
 // Nothing of a table changes before its file is known to fit: a file whose columns are not the
 // table's fields stops the restore at that table, with the tables before it restored. A table the
 // server cannot open (a merge table whose part was dropped) has no safety copy, which stops both
@@ -679,10 +736,10 @@ void TestBackupTools::restoreChecksBeforeChanging()
     click(w, "cmdrestore");
     QCOMPARE(m_operator->told.last(), qs("The restore stopped at the table visits, which was left as it was: its file "
                                          "has 2 columns, the table has 3 fields."));
-    QCOMPARE(
-        writesAndLoop(statementsReceived(target.admin(), w->target().connectionId())),
-        sl({"Select * from staff", "SELECT * FROM `staff` LIMIT 0", "DELETE from staff where 1>0",
-            "Insert into staff (sname) values ('Eve')", "Select * from visits", "SELECT * FROM `visits` LIMIT 0"}));
+    QCOMPARE(writesAndLoop(statementsReceived(target.admin(), w->target().connectionId())),
+             sl({"Select * from staff", "SELECT * FROM `staff` LIMIT 0", "SET SESSION autocommit=0",
+                 "START TRANSACTION", "DELETE from staff where 1>0", "Insert into staff (sname) values ('Eve')",
+                 "COMMIT", "SET SESSION autocommit=1", "Select * from visits", "SELECT * FROM `visits` LIMIT 0"}));
     QTRY_VERIFY(!w);
     QCOMPARE(target.rows(qs("SELECT * FROM visits")), sl({"KEEP|1|1"}));
     freshOperator();
