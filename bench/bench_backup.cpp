@@ -75,12 +75,12 @@ int main(int argc, char **argv)
                 return fail(error);
             if (DbError error = session.execute(TableRestore::deleteAllStatement(table)))
                 return fail(error);
-            auto types = TableRestore::fieldTypes(session, table);
+            auto types = TableRestore::fieldColumns(session, table);
             if (!types)
                 return fail(types.error());
             if (DbError error =
                     TableRestore::insertRows(session, table, extracted.filePath(QStringLiteral("x/")) + table, *types,
-                                             nullptr, [&refused](const DbError &) {
+                                             nullptr, false, [&refused](const DbError &) {
                                                  ++refused;
                                                  return true;
                                              }))
