@@ -1,7 +1,9 @@
 // Times Save Table and the table restore of one table with the exact-value check before the
 // first write and without it, the two alternating, RUNS times each (5 unless given, never
 // fewer), and prints for each work the median, least and most milliseconds of both and the
-// ratio of the medians (with the check over without it). Run by scripts/bench-all.sh.
+// ratio of the medians (with the check over without it); the same for the process's own
+// processor time, which a machine busy with other work disturbs far less than the elapsed time.
+// Run by scripts/bench-all.sh.
 //
 //   bench_exactcheck HOST:PORT DATABASE TABLE [RUNS]
 //
@@ -33,6 +35,8 @@
 #include <cstdio>
 #include <vector>
 
+#include <sys/resource.h>
+
 using namespace tabulon;
 
 namespace {
@@ -48,10 +52,30 @@ void check(const DbError &error)
         fail(error.description);
 }
 
-qint64 restoreOnce(DatabaseSession &session, const QString &table, const QString &file, bool withCheck)
+// Milliseconds of processor time the process has used, user and system.
+qint64 processorMs()
 {
-    QElapsedTimer timer;
-    timer.start();
+    rusage use{};
+    getrusage(RUSAGE_SELF, &use);
+    return (use.ru_utime.tv_sec + use.ru_stime.tv_sec) * 1000 + (use.ru_utime.tv_usec + use.ru_stime.tv_usec) / 1000;
+}
+
+// Elapsed and processor milliseconds of each run of one piece of work on one side.
+struct Times final {
+    std::vector<qint64> elapsed, processor;
+    template <typename Work> void time(Work &&work)
+    {
+        QElapsedTimer timer;
+        const qint64 before = processorMs();
+        timer.start();
+        work();
+        elapsed.push_back(timer.elapsed());
+        processor.push_back(processorMs() - before);
+    }
+};
+
+void restoreOnce(DatabaseSession &session, const QString &table, const QString &file, bool withCheck)
+{
     auto columns = TableRestore::fieldColumns(session, table);
     if (!columns)
         fail(columns.error().description);
@@ -66,7 +90,6 @@ qint64 restoreOnce(DatabaseSession &session, const QString &table, const QString
     check(session.execute(TableRestore::deleteAllStatement(table)));
     check(
         TableRestore::insertRows(session, table, file, *columns, nullptr, false, [](const DbError &) { return true; }));
-    return timer.elapsed();
 }
 
 struct Spread final {
@@ -79,7 +102,7 @@ Spread spread(std::vector<qint64> times)
     return {times[(times.size() - 1) / 2], times.front(), times.back()};
 }
 
-void report(const char *work, const std::vector<qint64> &on, const std::vector<qint64> &off)
+void reportSpread(const char *work, const std::vector<qint64> &on, const std::vector<qint64> &off)
 {
     const Spread a = spread(on), b = spread(off);
     std::printf("%s_on_ms=%lld\n%s_on_min_ms=%lld\n%s_on_max_ms=%lld\n", work, static_cast<long long>(a.median), work,
@@ -87,6 +110,12 @@ void report(const char *work, const std::vector<qint64> &on, const std::vector<q
     std::printf("%s_off_ms=%lld\n%s_off_min_ms=%lld\n%s_off_max_ms=%lld\n", work, static_cast<long long>(b.median),
                 work, static_cast<long long>(b.least), work, static_cast<long long>(b.most));
     std::printf("%s_ratio=%.3f\n", work, b.median > 0 ? static_cast<double>(a.median) / b.median : 0.0);
+}
+
+void report(const char *work, const Times &on, const Times &off)
+{
+    reportSpread(work, on.elapsed, off.elapsed);
+    reportSpread(QByteArray(QByteArray(work) + "_cpu").constData(), on.processor, off.processor);
 }
 
 } // namespace
@@ -130,17 +159,14 @@ int main(int argc, char **argv)
         fail(QStringLiteral("no table ") + table);
     combo->setCurrentIndex(index);
 
-    std::vector<qint64> saveOn, saveOff, restoreOn, restoreOff;
-    QElapsedTimer timer;
+    Times saveOn, saveOff, restoreOn, restoreOff;
     for (int run = 0; run < runs; ++run) {
         // Alternating, and each run beginning with the other side, so that a slow spell of the
         // machine falls on both alike.
         for (const bool on : {run % 2 == 0, run % 2 != 0}) {
             ExactValues::setCheckBeforeWrites(on);
-            timer.start();
-            window->SaveTable();
-            (on ? saveOn : saveOff).push_back(timer.elapsed());
-            (on ? restoreOn : restoreOff).push_back(restoreOnce(session, table, file, on));
+            (on ? saveOn : saveOff).time([window] { window->SaveTable(); });
+            (on ? restoreOn : restoreOff).time([&] { restoreOnce(session, table, file, on); });
         }
     }
     report("save", saveOn, saveOff);

@@ -295,7 +295,9 @@ if wanted exact; then
     notes+=("$label, check on against off ($exact_runs runs each inside one process, alternating): with the check\
  median $on ms (least $(stat_of "$work/exact.ours" "${work_name}_on_min_ms"), most\
  $(stat_of "$work/exact.ours" "${work_name}_on_max_ms")), without it $off ms (least\
- $(stat_of "$work/exact.ours" "${work_name}_off_min_ms"), most $(stat_of "$work/exact.ours" "${work_name}_off_max_ms")).")
+ $(stat_of "$work/exact.ours" "${work_name}_off_min_ms"), most $(stat_of "$work/exact.ours" "${work_name}_off_max_ms")).\
+ The process's own processor time: $(stat_of "$work/exact.ours" "${work_name}_cpu_on_ms") ms with the check against\
+ $(stat_of "$work/exact.ours" "${work_name}_cpu_off_ms") ms without it ($(stat_of "$work/exact.ours" "${work_name}_cpu_ratio")).")
   done
 fi
 
