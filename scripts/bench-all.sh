@@ -17,7 +17,7 @@
 # BENCH_SAVE_ROWS (Save Table rows, 100000), BENCH_RUNS (3), BENCH_SLOW_RUNS (runs of backup and
 # restore, which take minutes each on a small machine; BENCH_RUNS), BENCH_PORT (13408), BENCH_BUILD
 # (build, where the test command builds), BENCH_REPORT (docs/benchmarks.md; "-" for stdout only), BENCH_ONLY (a comma
-# list of grid, search, backup, convert, save: only those rows).
+# list of grid, search, backup, convert, save, exact: only those rows).
 set -euo pipefail
 exec </dev/null
 
@@ -30,7 +30,7 @@ slow_runs=${BENCH_SLOW_RUNS:-$runs}
 port=${BENCH_PORT:-13408}
 build=${BENCH_BUILD:-$root/build}
 report_file=${BENCH_REPORT:-$root/docs/benchmarks.md}
-only=${BENCH_ONLY:-grid,search,backup,convert,save}
+only=${BENCH_ONLY:-grid,search,backup,convert,save,exact}
 far_rows=${BENCH_FAR_ROWS:-2000}
 far_rtt=${BENCH_FAR_RTT:-20}
 if [ "${1:-}" = --far ]; then
@@ -53,7 +53,8 @@ bash "$root/scripts/install-deps.sh"
 say "building Release in $build"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$build" -j"$(nproc)" \
-  --target bench_tabledata bench_wire bench_search bench_backup bench_convert bench_savetable tabulon-demodb >/dev/null
+  --target bench_tabledata bench_wire bench_search bench_backup bench_convert bench_savetable bench_exactcheck \
+  tabulon-demodb >/dev/null
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tabulon-bench.XXXXXX")
 dbdir="$work/mariadb"
@@ -245,7 +246,8 @@ write_report >/dev/null
 
 # ---- Save Table ----
 
-if wanted save; then
+# The table Save Table and the exact-value check's rows rewrite.
+make_save_table() {
   "${client[@]}" >/dev/null <<SQL
 DROP DATABASE IF EXISTS $save_db;
 CREATE DATABASE $save_db CHARACTER SET utf8mb4;
@@ -265,6 +267,10 @@ SELECT seq, seq % 1000, CONCAT('Client ', seq), LPAD(HEX(seq), 8, '0'),
 FROM seq_1_to_$save_rows;
 SQL
   save_bytes=$(value_bytes "$save_db" saved)
+}
+
+if wanted save; then
+  make_save_table
   { echo "DELETE FROM saved;"
     mariadb-dump --no-defaults -h127.0.0.1 -P"$port" -udbop --skip-extended-insert --no-create-info \
       --skip-add-locks --skip-disable-keys --compact "$save_db" saved; } >"$work/save.sql"
@@ -286,6 +292,31 @@ SQL
   else
     rows_md+=("| Save Table with its safety copy | failed: $(tail -1 "$work/safety.stdout") | | | | | | |")
   fi
+fi
+
+write_report >/dev/null
+
+# ---- The exact-value check before the first write ----
+
+if wanted exact; then
+  wanted save || make_save_table
+  exact_runs=$(( runs < 5 ? 5 : runs ))
+  timed "$work/exact.ours" "$build/bench/bench_exactcheck" "$server" "$save_db" saved "$exact_runs"
+  for work_name in save restore; do
+    on=$(stat_of "$work/exact.ours" "${work_name}_on_ms")
+    off=$(stat_of "$work/exact.ours" "${work_name}_off_ms")
+    label=$([ "$work_name" = save ] && echo "Save Table" || echo "Table restore")
+    rows_md+=("| $label with the exact-value check, $save_rows rows | $(awk -v m="$on" 'BEGIN { printf "%.2f", m / 1000 }') s\
+ | the same without the check | $(awk -v m="$off" 'BEGIN { printf "%.2f", m / 1000 }') s\
+ | $(stat_of "$work/exact.ours" "${work_name}_ratio") | ≤ 1.05 | $(mib $(($(peak_of "$work/exact.ours") * 1024)))\
+ | $(mib "$save_bytes") |")
+    notes+=("$label, check on against off ($exact_runs runs each inside one process, alternating): with the check\
+ median $on ms (least $(stat_of "$work/exact.ours" "${work_name}_on_min_ms"), most\
+ $(stat_of "$work/exact.ours" "${work_name}_on_max_ms")), without it $off ms (least\
+ $(stat_of "$work/exact.ours" "${work_name}_off_min_ms"), most $(stat_of "$work/exact.ours" "${work_name}_off_max_ms")).\
+ The process's own processor time: $(stat_of "$work/exact.ours" "${work_name}_cpu_on_ms") ms with the check against\
+ $(stat_of "$work/exact.ours" "${work_name}_cpu_off_ms") ms without it ($(stat_of "$work/exact.ours" "${work_name}_cpu_ratio")).")
+  done
 fi
 
 write_report >/dev/null

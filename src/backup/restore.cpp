@@ -384,6 +384,9 @@ bool Restore::chooseExactValues(const QString &clientCode)
 {
     // Every ticked table's file against its target table, before the first statement that
     // changes anything: for the client restore, the rows it will write under its code.
+    m_exact = false;
+    if (!ExactValues::checkBeforeWrites())
+        return true;
     std::vector<ExactValues::TableFindings> findings;
     for (const QString &table : m_list->tickedTables()) {
         auto columns = TableRestore::fieldColumns(*m_target, table);

@@ -300,7 +300,7 @@ void TableData::rewriteTable(bool skipSelectedRows, const QString &command)
     ExactValues::TableFindings findings;
     findings.table = table;
     qint64 limit = -1;
-    for (int row = 1; row < rows; ++row) {
+    for (int row = 1; row < rows && ExactValues::checkBeforeWrites(); ++row) {
         if (skip[static_cast<size_t>(row)])
             continue;
         const unsigned why = rowReasons(row);

@@ -1,8 +1,11 @@
 // The conversion's name, type and value rules and its statement texts, without a server.
+#include "convert/conversionreport.h"
 #include "convert/conversionrules.h"
 #include "convert/valuetext.h"
+#include "files.h"
 #include "testdb.h"
 
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace tabulon;
@@ -39,6 +42,28 @@ QString proposal(const char *source)
 {
     return proposedDatabaseName(qs(source)).value_or(qs("<none>")) +
            (isDataSourceFile(qs(source)) ? qs(", data source") : QString());
+}
+
+// Whether a report saved where the disk is full said so, and what its file then holds: it was
+// "earlier".
+QString reportOnFullDisk()
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(qs("report.txt"));
+    QFile earlier(path);
+    if (!earlier.open(QIODevice::WriteOnly) || earlier.write("earlier") != 7)
+        return qs("<no earlier report>");
+    earlier.close();
+    ConversionReport report;
+    report.start(qs("sample.mdb"), qs("shop"), false);
+    report.table(qs("Customers")).written = 91;
+    QString reason;
+    bool saved = false;
+    {
+        const tabulon::test::FileSizeLimit limit(16);
+        saved = limit.isSet() && report.save(path, reason);
+    }
+    return (saved ? qs("saved, ") : qs("refused, ")) + QString::fromUtf8(tabulon::test::read(path));
 }
 
 } // namespace
@@ -121,6 +146,7 @@ void TestConversionRules::rules_data()
     QTest::newRow("mode: empty") << lenientSqlMode(QString()) << qs("NO_BACKSLASH_ESCAPES");
     QTest::newRow("data source names") << QString::number(isPlainDataSourceName(qs("Sales 2024"))) + QString::number(isPlainDataSourceName(qs("x;Server=evil"))) + QString::number(isPlainDataSourceName(qs("a{b"))) + QString::number(isPlainDataSourceName(qs("a}b"))) + QString::number(isPlainDataSourceName(qs("a=b"))) << qs("10000");
     QTest::newRow("carried: text, lone surrogate") << QString::number(carriesExactly(qs("Größe \\ 漢"))) + QString::number(carriesExactly(ValueText::bytes(QByteArrayView("\x00\xd8", 2)))) << qs("10");
+    QTest::newRow("report: a full disk keeps the earlier one") << reportOnFullDisk() << qs("refused, earlier");
     QTest::newRow("bytes as UTF-16, odd byte padded") << ValueText::bytes(QByteArrayView("A\0B\0C", 5)) << qs("ABC");
 }
 // clang-format on

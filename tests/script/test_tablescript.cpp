@@ -2,6 +2,7 @@
 // from a scratch database, byte for byte.
 #include "db/connectionstring.h"
 #include "db/progress.h"
+#include "files.h"
 #include "script/scriptrunner.h"
 #include "script/tablescript.h"
 #include "testdb.h"
@@ -115,15 +116,27 @@ void TestTableScript::filesFromTheServer()
     QVERIFY_DB(CreateScriptFile(session, untouched.path(), QString()));
     QVERIFY(QDir(untouched.path()).isEmpty());
 
-    // Failures come back: a folder that cannot be written to, and a lost connection after the
-    // file was started (before the tables were read).
+    // Failures come back and keep the earlier files whole: a folder that cannot be written to,
+    // a lost connection, a disk that fills while the script is written (a file size limit).
     const DbError unwritable = CreateScriptFile(session, folder.filePath(qs("no/such/folder")), db.name());
     QVERIFY(unwritable.isFileError());
     QVERIFY(unwritable.description.contains(qs("import.sql")));
+    QVERIFY(writeFile(untouched.filePath(qs("import.sql")), qs("earlier")));
     DatabaseSession closed;
     QVERIFY(CreateScriptFile(closed, untouched.path(), qs("shop")).isError());
-    QCOMPARE(contents(untouched.filePath(qs("import.sql"))), QByteArray("CREATE DATABASE shop;\r\nUse shop;\r\n\r\n"));
+    QCOMPARE(contents(untouched.filePath(qs("import.sql"))), QByteArray("earlier"));
     QVERIFY(!QFile::exists(untouched.filePath(qs("Cr_Db.bat"))));
+
+    const QByteArray earlier = contents(folder.filePath(qs("import.sql")));
+    DbError full;
+    {
+        const FileSizeLimit limit(16);
+        QVERIFY(limit.isSet());
+        full = CreateScriptFile(session, folder.path(), db.name());
+    }
+    QVERIFY(full.isFileError());
+    QCOMPARE(contents(folder.filePath(qs("import.sql"))), earlier);
+    QCOMPARE(QDir(folder.path()).entryList(QDir::Files), sl({"Cr_Db.bat", "import.sql"}));
 }
 
 // The companion as "Execute Text File" starts it: import.sql beside it, the saved settings of
