@@ -1,6 +1,7 @@
 // Reading Access files: the sample's tables, fields, type codes and value texts, and damaged
 // or foreign files that must end in an error, never in a crash of the program.
 #include "convert/accessfile.h"
+#include "files.h"
 #include "testdb.h"
 
 #include <QFile>
@@ -34,12 +35,6 @@ QStringList rowTexts(const SourceRow &row)
     for (const auto &v : row)
         out << v.text().value_or(qs("<null>"));
     return out;
-}
-
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
 }
 
 QByteArray zeroPage(QByteArray bytes, qsizetype page)
@@ -277,7 +272,8 @@ void TestAccessFile::damagedFilesGiveAnError()
     QFETCH(QByteArray, bytes);
     const QString path = m_dir.filePath(qs("damaged.mdb"));
     QFile::remove(path);
-    QVERIFY(bytes == "-" || writeFile(path, bytes));
+    if (bytes != "-")
+        tabulon::test::write(path, bytes);
     const auto tables = AccessFile::load(path);
     QVERIFY(!tables.ok());
     QVERIFY2(tables.error().description.startsWith(path), qPrintable(tables.error().description));
@@ -316,7 +312,7 @@ void TestAccessFile::randomDamageNeverCrashes()
             bytes[at] = static_cast<char>(bytes[at] ^ (1 << random.bounded(8)));
         }
         const QString path = m_dir.filePath(qs("flipped%1.mdb").arg(run));
-        QVERIFY(writeFile(path, bytes));
+        tabulon::test::write(path, bytes);
         // Damage is told as this file's error, found by the reader's checks (not by its crash
         // or its silence); or the file reads whole: its tables, fields and rows as before, and
         // no more rows changed than bytes flipped (a flipped value's byte has no check to fail).
