@@ -2,6 +2,7 @@
 // memory, and the Import Data window on the sample Access file, all against the real server.
 #include "countingprogress.h"
 #include "db/typecodes.h"
+#include "files.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
 #include "import/frmimportdata.h"
@@ -112,9 +113,7 @@ void TestImportData::initTestCase()
     QVERIFY(QFile::copy(qs(TABULON_FIXTURES_DIR "/access/nwind.mdb"), m_dir.filePath(qs("nwind.mdb"))));
     // A data source for the tests: mdbtools' ODBC driver on the sample file.
     QVERIFY(startAccessSource(m_dir.path(), qs("nwindsource"), m_dir.filePath(qs("nwind.mdb"))));
-    QFile damaged(m_dir.filePath(qs("damaged.mdb")));
-    QVERIFY(damaged.open(QIODevice::WriteOnly));
-    damaged.write(QByteArray("plain text, not a database\n").repeated(300));
+    write(m_dir.filePath(qs("damaged.mdb")), QByteArray("plain text, not a database\n").repeated(300));
     m_wholeValues = addWholeValueSource(m_dir.path(), qs("wholevalues"));
 }
 

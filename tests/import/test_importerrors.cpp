@@ -2,6 +2,7 @@
 // the source: a damaged source, no field ticked, a new table without a name or with a name
 // taken, no table to import into or none of its columns ticked, a closed session, a target
 // table dropped after it was chosen. Each is told once, asks nothing and writes nothing.
+#include "files.h"
 #include "import/frmimportdata.h"
 #include "toolfixture.h"
 
@@ -35,9 +36,7 @@ void TestImportErrors::initTestCase()
 {
     createDatabase("importerr");
     QVERIFY(QFile::copy(qs(TABULON_FIXTURES_DIR "/access/nwind.mdb"), m_dir.filePath(qs("nwind.mdb"))));
-    QFile damaged(m_dir.filePath(qs("damaged.mdb")));
-    QVERIFY(damaged.open(QIODevice::WriteOnly));
-    damaged.write(QByteArray("plain text, not a database\n").repeated(300));
+    write(m_dir.filePath(qs("damaged.mdb")), QByteArray("plain text, not a database\n").repeated(300));
 }
 
 void TestImportErrors::init()
