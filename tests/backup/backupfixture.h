@@ -4,6 +4,7 @@
 #include "files.h"
 #include "grid/gridfile.h"
 
+#include <QDir>
 #include <QStringList>
 
 namespace tabulon::test {
@@ -35,6 +36,12 @@ inline QStringList gridFileRows(const QString &path)
     if (in.error())
         rows << QStringLiteral("error: ") + in.error().description;
     return rows;
+}
+
+// The threads of this process now.
+inline int threadCount()
+{
+    return int(QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size());
 }
 
 } // namespace tabulon::test

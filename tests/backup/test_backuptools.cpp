@@ -6,6 +6,7 @@
 #include "backup/folderlists.h"
 #include "backup/restore.h"
 #include "backupfixture.h"
+#include "db/statementhook.h"
 #include "demo/demodatabase.h"
 #include "toolfixture.h"
 #include "ui/tablechecklist.h"
@@ -110,6 +111,8 @@ private Q_SLOTS:
     void backupWritesTheDaysArchive();
     void clientBackup();
     void lostConnectionLeavesNoArchive();
+    void failureWhilePacking_data();
+    void failureWhilePacking();
     void backupNamesWhatItLeftOut();
     void replacingKeepsWhatCouldNotBeRead();
     void restore();
@@ -304,6 +307,66 @@ void TestBackupTools::lostConnectionLeavesNoArchive()
     QTRY_VERIFY(!w);
     QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
     QCOMPARE(read(archive()), QByteArray("the earlier backup"));
+}
+
+// A failure while a later table is read, or in the packing of an earlier one, ends the backup with
+// its cause while the packing thread is at work: no archive, partial file or compressed part is
+// left, the thread ends, and the day's earlier archive stays.
+void TestBackupTools::failureWhilePacking_data()
+{
+    QTest::addColumn<bool>("killConnection");
+    QTest::newRow("connection killed before a later table") << true;
+    QTest::newRow("a part that cannot be written") << false;
+}
+
+void TestBackupTools::failureWhilePacking()
+{
+    QFETCH(bool, killConnection);
+    write(archive(), "the earlier backup");
+    m_operator->answer = Dialogs::Answer::Yes;
+    QPointer<BackUp> w = backupAtTablePage();
+    QVERIFY(w);
+    const QDir work(dated());
+    const QString blocked = BackupArchive::Packer::partName(qs("bill"));
+    if (!killConnection)
+        QVERIFY(work.mkdir(blocked));
+    const auto unblock = qScopeGuard([&] {
+        StatementHook::clear();
+        QDir(work.filePath(blocked)).removeRecursively();
+        QDir().rmdir(dated());
+    });
+    const int threads = threadCount();
+    const unsigned long id = m_main->session()->connectionId();
+    bool fired = false;
+    bool packing = false;
+    StatementHook::set([&](QByteArrayView sql) {
+        if (!killConnection || fired || sql != "SELECT * FROM `visits`")
+            return;
+        fired = true;
+        // The tables before it are being packed (owner1 the last of them) when the connection goes.
+        packing = threadCount() > threads;
+        for (int i = 0; i < 500 && !QFileInfo::exists(work.filePath(BackupArchive::Packer::partName(qs("owner1"))));
+             ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        killSession(id);
+    });
+    click(w, "cmdBackup");
+    QCOMPARE(m_operator->told.size(), 1);
+    const QString told = m_operator->told.first();
+    QVERIFY2(told.startsWith(qs("The backup was not made: ")), qPrintable(told));
+    if (killConnection)
+        QVERIFY(fired && packing);
+    else
+        QVERIFY2(told.contains(blocked), qPrintable(told));
+    QTRY_VERIFY(!w);
+    QTRY_COMPARE(threadCount(), threads);
+    QCOMPARE(read(archive()), QByteArray("the earlier backup"));
+    QStringList left{QFileInfo(archive()).fileName()};
+    if (!killConnection)
+        left.prepend(QFileInfo(dated()).fileName());
+    QCOMPARE(folderListing(), left);
+    if (!killConnection)
+        QCOMPARE(QDir(dated()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList{blocked});
 }
 
 // What the archive must not hold is left out and named in the closing message, for both kinds of
