@@ -15,6 +15,7 @@
 #include <QTemporaryDir>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zip.h>
@@ -339,6 +340,7 @@ Packer::Packer(const QString &folder) : m_state(std::make_unique<State>())
             state->parts.push_back(part);
         }
     });
+    pthread_setname_np(m_thread.native_handle(), kThreadName);
 }
 
 Packer::~Packer()

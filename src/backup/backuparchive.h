@@ -43,6 +43,9 @@ DbError pack(const QString &folder, const QStringList &fileNames, const QString 
 // pass through fixed buffers, so memory stays flat whatever their size.
 class Packer final {
 public:
+    // The compressing thread's name, as the system lists it.
+    static constexpr const char *kThreadName = "backup-packer";
+
     explicit Packer(const QString &folder);
     // Ends the thread (a file half compressed is given up) and removes every part it wrote.
     ~Packer();

@@ -5,6 +5,7 @@
 #include "grid/gridfile.h"
 
 #include <QDir>
+#include <QFile>
 #include <QStringList>
 
 namespace tabulon::test {
@@ -38,10 +39,17 @@ inline QStringList gridFileRows(const QString &path)
     return rows;
 }
 
-// The threads of this process now.
-inline int threadCount()
+// The threads of this process named `name` now.
+inline int threadsNamed(const char *name)
 {
-    return int(QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size());
+    const QDir tasks(QStringLiteral("/proc/self/task"));
+    int count = 0;
+    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile comm(tasks.filePath(task + QStringLiteral("/comm")));
+        if (comm.open(QIODevice::ReadOnly) && comm.readAll().trimmed() == name)
+            ++count;
+    }
+    return count;
 }
 
 } // namespace tabulon::test
