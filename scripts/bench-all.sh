@@ -106,6 +106,19 @@ database_bytes() { # DATABASE
   done < <("${client[@]}" -N -e "SHOW Tables" "$1")
   echo "$total"
 }
+# held_by DATABASE VALUE: "table (n rows)" for each table where some column equals VALUE, compared
+# quoted and, for a number, bare as well: both forms the search sends.
+held_by() {
+  local bare="" t cond n
+  [[ $2 =~ ^-?[0-9]+(\.[0-9]+)?$ ]] && bare=", ' OR \`', column_name, '\` = $2'"
+  "${client[@]}" -N -e "SET SESSION group_concat_max_len = 1000000;
+      SELECT table_name, GROUP_CONCAT(CONCAT('\`', column_name, '\` = ''$2''' $bare) SEPARATOR ' OR ')
+      FROM information_schema.columns WHERE table_schema = '$1' GROUP BY table_name" |
+    while IFS=$'\t' read -r t cond; do
+      n=$("${client[@]}" -N -e "SELECT COUNT(*) FROM \`$t\` WHERE $cond" "$1")
+      [ "$n" = 0 ] || echo "$t ($n rows)"
+    done
+}
 mib() { awk -v b="$1" 'BEGIN { printf "%.1f MiB", b / 1048576 }'; }
 
 rows_md=()
@@ -147,7 +160,10 @@ write_report() {
     echo "Each time is the median of $runs runs (backup and restore: $slow_runs) of a whole process (GNU time's elapsed time), Tabulon's"
     echo "benchmark programs and the peer tools alike, on the same data in the same run. The ratio is"
     echo "Tabulon's time over the peer's. Peak memory is the largest resident set of Tabulon's process."
-    echo "Data size is the bytes of every value as text."
+    echo "Data size is the bytes of every value as text. Every peer writes its output to a file in the run's"
+    echo "work folder, not to /dev/null: the grid, sort, Save Table, search and restore peers to load.peer.stdout,"
+    echo "sort.peer.stdout, save.peer.stdout, search.peer.stdout and restore.peer.stdout, the backup peer to"
+    echo "dump.sql.gz, and the conversion peer its errors to convert.peer.errors."
     echo "The server keeps its default durability: innodb_flush_log_at_trx_commit=$durability,"
     echo "sync_binlog=$sync_binlog, as the server has them: every InnoDB commit is flushed to disk, as on an operator's server."
     echo
@@ -205,10 +221,10 @@ SQL
     timed "$work/load.wire" "$build/bench/bench_wire" "$server" "$grid_db" big
     timed "$work/sort.ours" "$build/bench/bench_tabledata" "$server" "$grid_db" "$sort_field"
     timed "$work/sort.peer" bash -c "$client_cmd --batch --quick -e 'select * from big' $grid_db \
-      | LC_ALL=C sort -t \$'\\t' -k$sort_col,$sort_col >/dev/null"
-    timed "$work/sort.alone" bash -c "LC_ALL=C sort -t \$'\\t' -k$sort_col,$sort_col $work/big.tsv >/dev/null"
+      | LC_ALL=C sort -t \$'\\t' -k$sort_col,$sort_col"
+    timed "$work/sort.alone" bash -c "LC_ALL=C sort -t \$'\\t' -k$sort_col,$sort_col $work/big.tsv"
   done
-  row "Grid load, $rows rows × 10 columns" "$work/load.ours" 'mariadb --batch --quick > /dev/null' \
+  row "Grid load, $rows rows × 10 columns" "$work/load.ours" 'mariadb --batch --quick > file' \
     "$work/load.peer" "≤ 0.5, memory ≤ 1.5 × data" "$grid_bytes"
   row "Grid load and sort by a text column" "$work/sort.ours" '… | LC_ALL=C sort' \
     "$work/sort.peer" "≤ 0.5, memory ≤ 1.5 × data" "$grid_bytes"
@@ -276,8 +292,8 @@ if wanted save; then
       --skip-add-locks --skip-disable-keys --compact "$save_db" saved; } >"$work/save.sql"
   for _ in $(seq "$runs"); do
     timed "$work/save.ours" "$build/bench/bench_savetable" "$server" "$save_db" saved plain
-    timed "$work/save.peer" bash -c "$client_cmd --batch --quick -e 'select * from saved' $save_db >/dev/null; \
-      $client_cmd $save_db <$work/save.sql; $client_cmd --batch --quick -e 'select * from saved' $save_db >/dev/null"
+    timed "$work/save.peer" bash -c "$client_cmd --batch --quick -e 'select * from saved' $save_db; \
+      $client_cmd $save_db <$work/save.sql; $client_cmd --batch --quick -e 'select * from saved' $save_db"
   done
   row "Save Table, $save_rows rows" "$work/save.ours" 'read, DELETE and INSERTs through mariadb, read' \
     "$work/save.peer" "—" "$save_bytes"
@@ -336,9 +352,9 @@ if wanted convert; then
   peer_script="$work/convert-peer.sh"
   cat >"$peer_script" <<EOF
 $client_cmd -e 'DROP DATABASE IF EXISTS bench_peer; CREATE DATABASE bench_peer'
-mdb-schema '$mdb' mysql | $client_cmd -f bench_peer 2>/dev/null || true
+mdb-schema '$mdb' mysql | $client_cmd -f bench_peer 2>>'$work/convert.peer.errors' || true
 mdb-tables -1 '$mdb' | while IFS= read -r table; do
-  mdb-export -I mysql '$mdb' "\$table" | $client_cmd -f --binary-mode bench_peer 2>/dev/null || true
+  mdb-export -I mysql '$mdb' "\$table" | $client_cmd -f --binary-mode bench_peer 2>>'$work/convert.peer.errors' || true
 done
 EOF
   for _ in $(seq "$runs"); do
@@ -364,22 +380,28 @@ write_report >/dev/null
 
 if wanted search; then
   demo_bytes=${demo_bytes:-$(database_bytes "$demo_db")}
-  for value in ZZ-NOT-HELD-ZZ C05000; do
+  # A number: the search compares it bare with numeric columns and quoted with the others, and
+  # the server reads a quoted text as the number 0 against a BIGINT, so no text would do.
+  unheld=-987654.321
+  held=$(held_by "$demo_db" "$unheld")
+  [ -z "$held" ] || { echo "bench-all.sh: $unheld is held by: $held" >&2; exit 1; }
+  for value in "$unheld" C05000; do
     rm -f "$work/search.ours" "$work/search.peer"
     loop="for t in ${demo_tables[*]}; do $client_cmd --batch --quick -e \"select * from \\\`\$t\\\`\" $demo_db \
-      | grep -cF -- '$value' || true; done >/dev/null"
+      | grep -cF -- '$value' || true; done"
     for _ in $(seq "$runs"); do
       timed "$work/search.ours" "$build/bench/bench_search" "$server" "$demo_db" "$value"
       timed "$work/search.peer" bash -c "$loop"
     done
-    case $value in C*) what="a client code ($value)" ;; *) what="a value no table holds" ;; esac
-    row "Search all tables for $what" "$work/search.ours" 'mariadb --batch --quick | grep -F, per table' \
+    case $value in C*) what="a client code ($value)" ;; *) what="a value no table holds ($value)" ;; esac
+    row "Search all tables for $what" "$work/search.ours" 'mariadb --batch --quick | grep -cF > file, per table' \
       "$work/search.peer" "≤ 1.0" "$demo_bytes"
     out="$work/search.ours.stdout"
     notes+=("Search for $what: $(sed -n 's/^statements=//p' "$out") statements, $(sed -n 's/^hits=//p' "$out" | awk '{ print $1, ($1 == 1 ? "hit" : "hits") }');\
  the program's own processor time was $(sed -n 's/^program_cpu_ms=//p' "$out") ms of a\
  $(sed -n 's/^search_ms=//p' "$out") ms search ($(awk -v c="$(sed -n 's/^program_cpu_ms=//p' "$out")" \
-      -v s="$(sed -n 's/^search_ms=//p' "$out")" 'BEGIN { printf "%.1f", (s > 0 ? 100 * c / s : 0) }') %, goal < 5 %).")
+      -v s="$(sed -n 's/^search_ms=//p' "$out")" 'BEGIN { printf "%.1f", (s > 0 ? 100 * c / s : 0) }') %, goal < 5 %);\
+ the peer's grep counted $(awk '{ n += $1 } END { print n + 0 }' "$work/search.peer.stdout") matching lines.")
   done
 fi
 
@@ -473,7 +495,7 @@ if wanted backup; then
   dump="$work/dump.sql.gz"
   checks=""
   for t in "${demo_tables[@]}"; do
-    checks+="$client_cmd --quick -e 'Select * from $t' $demo_db >/dev/null; "
+    checks+="$client_cmd --quick -e 'Select * from $t' $demo_db; "
   done
   for _ in $(seq "$slow_runs"); do
     rm -rf "$work/archives"
@@ -494,10 +516,10 @@ if wanted backup; then
     'mariadb < the dump, after the same table checks' "$work/restore.peer" "≤ 1.0, memory < 256 MiB" "$demo_bytes"
   backup_ms=$(stat_of "$work/backup.ours" ms)
   read_ms=$(stat_of "$work/backup.ours" read_ms)
-  notes+=("Backup: inside the process the tables are read into their files in $read_ms ms and packed (compressed\
- at level 1) in $((backup_ms - read_ms)) ms, one after the other; the peer reads and compresses at the same time, in\
- two processes on two cores. Processor time: Tabulon $(cpu_of "$work/backup.ours") s, the peer's pipeline\
- $(cpu_of "$work/backup.peer") s.")
+  notes+=("Backup: each table file is compressed (level 1) on a second thread while the next table is read, as the\
+ peer's gzip compresses while mariadb-dump reads; the last table was read $read_ms ms in, and compressing it and\
+ writing the archive took $((backup_ms - read_ms)) ms more. Processor time: Tabulon $(cpu_of "$work/backup.ours") s,\
+ the peer's pipeline $(cpu_of "$work/backup.peer") s.")
   notes+=("Backup: archive $(mib "$(stat -c %s "$archive")"), dump $(mib "$(stat -c %s "$dump")").\
  Restore: $(sed -n 's/^refused=//p' "$work/restore.ours.stdout") rows refused by the server (the restore\
  writes every value between quotes as it stands, so a row with a quote, a NULL or a value the server's mode\

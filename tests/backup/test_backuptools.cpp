@@ -111,6 +111,8 @@ private Q_SLOTS:
     void backupWritesTheDaysArchive();
     void clientBackup();
     void lostConnectionLeavesNoArchive();
+    void failureWhilePacking_data();
+    void failureWhilePacking();
     void backupNamesWhatItLeftOut();
     void replacingKeepsWhatCouldNotBeRead();
     void restore();
@@ -306,6 +308,82 @@ void TestBackupTools::lostConnectionLeavesNoArchive()
     QTRY_VERIFY(!w);
     QCOMPARE(folderListing(), QStringList{QFileInfo(archive()).fileName()});
     QCOMPARE(read(archive()), QByteArray("the earlier backup"));
+}
+
+// A failure while a later table is read, in the packing of an earlier one, or the operator's stop
+// ends the backup while the packing thread is at work, with the cause told: no archive, partial
+// file or compressed part is left, the thread ends, and the day's earlier archive stays.
+void TestBackupTools::failureWhilePacking_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QString>("told"); // what the message holds beyond its start; "-" for no message
+    const QString blocked = BackupArchive::Packer::partName(qs("bill"));
+    QTest::newRow("connection killed before a later table") << qs("kill") << QString();
+    QTest::newRow("stopped before a later table") << qs("stop") << qs("-");
+    QTest::newRow("a part that cannot be written") << qs("part") << blocked;
+}
+
+void TestBackupTools::failureWhilePacking()
+{
+    QFETCH(QString, fault);
+    QFETCH(QString, told);
+    write(archive(), "the earlier backup");
+    m_operator->answer = Dialogs::Answer::Yes;
+    QPointer<BackUp> w = backupAtTablePage();
+    QVERIFY(w);
+    const QDir work(dated());
+    const QString blocked = BackupArchive::Packer::partName(qs("bill"));
+    if (fault == qs("part"))
+        QVERIFY(work.mkdir(blocked));
+    const auto unblock = qScopeGuard([&] {
+        StatementHook::clear();
+        QDir(work.filePath(blocked)).removeRecursively();
+        QDir().rmdir(dated());
+    });
+    const unsigned long id = m_main->session()->connectionId();
+    bool packing = fault == qs("part"); // the thread was at work when the fault came
+    int readLater = 0;                  // tables read after bill, whose part cannot be written
+    StatementHook::set([&](QByteArrayView sql) {
+        if (fault == qs("part")) {
+            // The thread ends with that error while the next table is read; the backup reads no
+            // table after that one.
+            if (sql.startsWith("SELECT * FROM `") && sql != "SELECT * FROM `bill`" && ++readLater == 1) {
+                for (int i = 0; i < 500 && threadsNamed(BackupArchive::Packer::kThreadName) > 0; ++i)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+            return;
+        }
+        if (packing || sql != "SELECT * FROM `visits`")
+            return;
+        // The tables before it are being packed (owner1 the last of them) when the fault comes.
+        packing = threadsNamed(BackupArchive::Packer::kThreadName) == 1;
+        for (int i = 0; i < 500 && !QFileInfo::exists(work.filePath(BackupArchive::Packer::partName(qs("owner1"))));
+             ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        if (fault == qs("kill"))
+            killSession(id);
+        else
+            w->checklist()->busy().requestStop();
+    });
+    click(w, "cmdBackup");
+    QVERIFY(packing);
+    QVERIFY(readLater <= 1);
+    if (told == qs("-")) {
+        QCOMPARE(m_operator->told, QStringList());
+    } else {
+        QCOMPARE(m_operator->told.size(), 1);
+        const QString message = m_operator->told.first();
+        QVERIFY2(message.startsWith(qs("The backup was not made: ")) && message.contains(told), qPrintable(message));
+    }
+    QTRY_VERIFY(!w);
+    QTRY_COMPARE_WITH_TIMEOUT(threadsNamed(BackupArchive::Packer::kThreadName), 0, 200);
+    QCOMPARE(read(archive()), QByteArray("the earlier backup"));
+    QStringList left{QFileInfo(archive()).fileName()};
+    if (fault == qs("part"))
+        left.prepend(QFileInfo(dated()).fileName());
+    QCOMPARE(folderListing(), left);
+    if (fault == qs("part"))
+        QCOMPARE(QDir(dated()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList{blocked});
 }
 
 // What the archive must not hold is left out and named in the closing message, for both kinds of
