@@ -56,8 +56,9 @@ bash "$root/scripts/install-deps.sh"
 
 say "building Release in $build"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" -j"$(nproc)" \
-  --target bench_tabledata bench_wire bench_search bench_backup bench_convert bench_savetable tabulon-demodb >/dev/null
+targets=(bench_tabledata bench_wire bench_search bench_backup bench_convert bench_savetable tabulon-demodb)
+[ "$big" = 1 ] && targets=(bench_tabledata bench_wire)
+cmake --build "$build" -j"$(nproc)" --target "${targets[@]}" >/dev/null
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/tabulon-bench.XXXXXX")
 dbdir="$work/mariadb"
