@@ -4,9 +4,13 @@
 // the peak belongs to it and a timer around the whole process measures it. Run by
 // scripts/bench-all.sh.
 //
-//   bench_tabledata HOST:PORT DATABASE [SORT-FIELD]
+//   bench_tabledata [--no-yield | --stop-after MS] HOST:PORT DATABASE [SORT-FIELD]
 //
 // The window shows the first table the database lists; the benchmark database holds one.
+// A timer ticking every few milliseconds throughout tells how long the window's event loop
+// was held up at most (max_block_ms). --no-yield loads without pausing for the window, as the
+// measure of what the pauses cost; --stop-after presses Escape that long into the load and
+// reports the rows kept and how long the stop took.
 #include "benchmemory.h"
 #include "benchwindow.h"
 #include "data/tabledata.h"
@@ -19,6 +23,8 @@
 #include <QComboBox>
 #include <QElapsedTimer>
 #include <QHeaderView>
+#include <QKeyEvent>
+#include <QTimer>
 
 #include <cstdio>
 
@@ -39,9 +45,18 @@ int main(int argc, char **argv)
         qputenv("QT_QPA_PLATFORM", "offscreen");
     mapLargeBlocks(); // as the program does
     QApplication app(argc, argv);
-    const QStringList args = app.arguments();
+    QStringList args = app.arguments();
+    TableLoad::Pace pace;
+    int stopAfterMs = -1;
+    if (args.size() > 1 && args.at(1) == QLatin1String("--no-yield")) {
+        pace.pauseMs = -1;
+        args.removeAt(1);
+    } else if (args.size() > 2 && args.at(1) == QLatin1String("--stop-after")) {
+        stopAfterMs = args.at(2).toInt();
+        args.remove(1, 2);
+    }
     if (args.size() != 3 && args.size() != 4)
-        fail(QStringLiteral("usage: bench_tabledata HOST:PORT DATABASE [SORT-FIELD]"));
+        fail(QStringLiteral("usage: bench_tabledata [--no-yield | --stop-after MS] HOST:PORT DATABASE [SORT-FIELD]"));
 
     DatabaseSession session;
     bench::openForWindows("bench_tabledata", session, args.at(1), args.at(2));
@@ -49,9 +64,38 @@ int main(int argc, char **argv)
     const long baselineKb = bench::peakKiB();
     QElapsedTimer timer;
     timer.start();
+    // The longest time between two ticks is the longest the event loop was held up.
+    QElapsedTimer sinceTick;
+    sinceTick.start();
+    qint64 maxBlockMs = 0;
+    QTimer ticker;
+    ticker.setInterval(5);
+    QObject::connect(&ticker, &QTimer::timeout, [&] { maxBlockMs = std::max(maxBlockMs, sinceTick.restart()); });
+    ticker.start();
+    qint64 stopMs = -1;
+    QTimer stopper;
+    stopper.setSingleShot(true);
+    if (stopAfterMs >= 0) {
+        QObject::connect(&stopper, &QTimer::timeout, [&] {
+            for (QWidget *w : QApplication::topLevelWidgets()) {
+                if (qobject_cast<TableData *>(w)) {
+                    QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
+                    QCoreApplication::sendEvent(w, &escape);
+                }
+            }
+            stopMs = timer.elapsed();
+        });
+        stopper.start(stopAfterMs);
+    }
     bench::BenchHost host(session);
+    // The window loads its first table while it is built; the pace must be set before that.
+    TableData::setDefaultLoadPace(pace);
     auto *window = new TableData(host);
     const qint64 loadMs = timer.elapsed();
+    maxBlockMs = std::max(maxBlockMs, sinceTick.elapsed());
+    ticker.stop();
+    if (stopMs >= 0)
+        stopMs = loadMs - stopMs;
     const long loadPeakKb = bench::peakKiB();
 
     Grid &grid = *window->grid();
@@ -73,6 +117,9 @@ int main(int argc, char **argv)
     std::printf("rows=%d\n", grid.rows() - 1);
     std::printf("fields=%d\n", grid.cols() - 2);
     std::printf("load_ms=%lld\n", loadMs);
+    std::printf("max_block_ms=%lld\n", maxBlockMs);
+    std::printf("partly_loaded=%d\n", window->isPartlyLoaded() ? 1 : 0);
+    std::printf("stop_ms=%lld\n", stopMs);
     std::printf("sort_ms=%lld\n", sortMs);
     std::printf("baseline_hwm_kb=%ld\n", baselineKb);
     std::printf("load_hwm_kb=%ld\n", loadPeakKb);

@@ -15,7 +15,9 @@
 #include "ui/toolhost.h"
 #include "ui/toolwindow.h"
 
+#include <QCloseEvent>
 #include <QComboBox>
+#include <QCoreApplication>
 #include <QEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -61,7 +63,13 @@ TableData::TableData(ToolHost &host, QWidget *parent)
     // Text1 starts empty, and an empty search text leaves the button off.
     m_find->setEnabled(false);
 
-    new KeyPreview(this);
+    // Escape during a load stops it and keeps the window; otherwise it closes the window.
+    new KeyPreview(this, [this] {
+        if (m_busy.isBusy())
+            m_busy.requestStop();
+        else
+            closeToolWindow(this);
+    });
     // A pick in the list by mouse, key or wheel starts a new selection (see onComboActivated).
     m_combo->installEventFilter(this);
 
@@ -76,6 +84,17 @@ TableData::TableData(ToolHost &host, QWidget *parent)
 }
 
 TableData::~TableData() = default;
+
+TableLoad::Pace &TableData::defaultLoadPace()
+{
+    static TableLoad::Pace pace;
+    return pace;
+}
+
+void TableData::setDefaultLoadPace(const TableLoad::Pace &pace)
+{
+    defaultLoadPace() = pace;
+}
 
 DatabaseSession &TableData::session() const
 {
@@ -100,6 +119,8 @@ void TableData::loadWindow()
 
 void TableData::selectTable(int index)
 {
+    if (m_busy.isBusy())
+        return;
     if (index < 0 || index >= m_combo->count())
         return;
     if (index == m_combo->currentIndex()) {
@@ -136,6 +157,8 @@ void TableData::onComboActivated()
 
 void TableData::LoadTable()
 {
+    if (m_busy.isBusy())
+        return;
     if (const DbError error = loadTableSteps()) {
         Dialogs::runtimeError(this, error);
         return;
@@ -150,22 +173,47 @@ DbError TableData::loadTableSteps()
     if (DbError error = session().execute(QStringLiteral("Flush Logs")))
         return error;
     m_grid->clear();
+    m_partlyLoaded = false;
 
-    auto tableRows = session().openTable(m_combo->currentText());
-    if (!tableRows.ok())
-        return tableRows.error();
-    m_grid->adoptRecordset(std::move(*tableRows));
-    tableRows->close();
+    const QString table = m_combo->currentText();
+    TableLoad load;
+    {
+        BusyGuard busy(m_busy);
+        if (!busy)
+            return {};
+        // The list stays on the table being read: a pick meanwhile would put another table's
+        // name over these rows.
+        const bool listEnabled = m_combo->isEnabled();
+        m_combo->setEnabled(false);
+        load = TableLoad::read(session(), table, m_pace, [this, &table](qsizetype rows) {
+            m_host.showStatus(QStringLiteral("Loading %1: %2 rows").arg(table).arg(rows));
+            QCoreApplication::processEvents();
+            return m_busy.stopRequested();
+        });
+        m_combo->setEnabled(listEnabled);
+    }
+    if (load.error)
+        return load.error;
+    m_partlyLoaded = load.stopped;
+    m_host.showStatus(load.stopped ? QStringLiteral("%1: loading stopped after %2 rows").arg(table).arg(load.rows)
+                                   : QStringLiteral("%1: %2 rows loaded").arg(table).arg(load.rows));
 
-    // The load number column: hidden, it travels with its row through sorts so that
-    // ModifyRecord can find the row's record again by position.
-    const int cols = m_grid->cols() + 1;
-    m_grid->setCols(cols);
-    m_grid->moveColumn(cols - 1, 1);
+    // Column 0 shows each row's number and the hidden column 1 holds its load number, which
+    // travels with its row through sorts so that ModifyRecord can find the row's record again
+    // by position. Right after the load both read the same, so they share their storage.
+    load.numbers.append(QByteArrayView());
+    load.numbers.squeeze();
+    std::vector<TextColumn> columns;
+    columns.reserve(load.columns.size() + 2);
+    columns.push_back(load.numbers);
+    columns.push_back(std::move(load.numbers));
+    for (TextColumn &c : load.columns)
+        columns.push_back(std::move(c));
+    QStringList names{QString(), QString()};
+    names += load.names;
+    m_grid->adoptColumns(std::move(columns), names, load.rows);
+    const int cols = m_grid->cols();
     m_grid->setColHidden(1, true);
-    m_grid->cells().setRowNumbers(0);
-    m_grid->cells().copyColumn(0, 1);
-    m_grid->refresh();
 
     m_cursor.reset();
     m_grid->autoSize(0, cols - 1);
@@ -231,6 +279,20 @@ void TableData::showError(const DbError &error)
     Dialogs::message(this, error.description);
 }
 
+bool TableData::wholeTableLoaded(const QString &command)
+{
+    if (!m_partlyLoaded)
+        return true;
+    Dialogs::message(this,
+                     QStringLiteral("Only the first %1 rows of %2 are loaded, the loading having been stopped: %3 "
+                                    "would write them as the whole table and lose the others. Choose the table "
+                                    "again to load it whole.")
+                         .arg(m_grid->rows() - 1)
+                         .arg(m_combo->currentText(), command),
+                     Dialogs::Icon::Critical);
+    return false;
+}
+
 bool TableData::keepSafetyCopy(const QString &command)
 {
     const DbError error = SafetyNet::protectTables(
@@ -243,6 +305,8 @@ bool TableData::keepSafetyCopy(const QString &command)
 
 void TableData::DeleteRecord()
 {
+    if (m_busy.isBusy() || !wholeTableLoaded(QStringLiteral("Delete Record")))
+        return;
     if (Dialogs::ask(this, QStringLiteral("This will Delete the record from Table")) != Dialogs::Answer::Yes)
         return;
     rewriteTable(true, QStringLiteral("Delete Record"));
@@ -250,6 +314,8 @@ void TableData::DeleteRecord()
 
 void TableData::SaveTable()
 {
+    if (m_busy.isBusy() || !wholeTableLoaded(QStringLiteral("Save Table")))
+        return;
     if (Dialogs::ask(this, QStringLiteral("This will update the Table")) != Dialogs::Answer::Yes)
         return;
     rewriteTable(false, QStringLiteral("Save Table"));
@@ -421,6 +487,8 @@ QString TableData::longestValueField(int row) const
 
 void TableData::ModifyRecord()
 {
+    if (m_busy.isBusy())
+        return;
     if (Dialogs::ask(this, QStringLiteral("This will Update the current record in Table")) != Dialogs::Answer::Yes)
         return;
     if (!keepSafetyCopy(QStringLiteral("Modify Record")))
@@ -483,6 +551,18 @@ bool TableData::eventFilter(QObject *watched, QEvent *event)
                                event->type() == QEvent::Wheel))
         m_loadedByIndexChange = false;
     return QWidget::eventFilter(watched, event);
+}
+
+void TableData::closeEvent(QCloseEvent *event)
+{
+    // A close during a load (Exit, the frame's button) stops the reading and keeps the rows
+    // read so far in the window, as Escape does; the next close closes it.
+    if (m_busy.isBusy()) {
+        m_busy.requestStop();
+        event->ignore();
+        return;
+    }
+    QWidget::closeEvent(event);
 }
 
 void TableData::resizeEvent(QResizeEvent *event)

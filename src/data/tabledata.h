@@ -6,6 +6,8 @@
 #include "data/exactvalues.h"
 #include "data/findcursor.h"
 #include "db/dberror.h"
+#include "grid/tableload.h"
+#include "ui/toolwindow.h"
 
 #include <QWidget>
 
@@ -33,7 +35,10 @@ public:
     explicit TableData(ToolHost &host, QWidget *parent = nullptr);
     ~TableData() override;
 
-    // Reloads the table selected in Combo1 from the server, discarding edits in the grid.
+    // Reloads the table selected in Combo1 from the server, discarding edits in the grid. The
+    // window stays alive meanwhile: the status line counts the rows, and Escape, Exit or a
+    // close stops the reading, keeping the rows read so far (Save Table and Delete Record then
+    // refuse, since they would write that part as the whole table).
     void LoadTable();
     // Moves to the next cell equal to Text1's text (the "&Find" button).
     void FindNext();
@@ -56,12 +61,20 @@ public:
     std::optional<int> sortColumn() const { return m_sortColumn; }
     std::optional<int> sortOrder() const { return m_sortOrder; }
     Grid *grid() const { return m_grid; }
+    // Whether the grid holds only the first rows of its table, the loading having been stopped.
+    bool isPartlyLoaded() const { return m_partlyLoaded; }
+    // How often a load pauses for the window: this window's, and that of windows created
+    // afterwards (which load while they are built). Tests and benchmarks change it.
+    void setLoadPace(const TableLoad::Pace &pace) { m_pace = pace; }
+    static void setDefaultLoadPace(const TableLoad::Pace &pace);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
 
 private:
+    static TableLoad::Pace &defaultLoadPace();
     DatabaseSession &session() const;
     void loadWindow();
     // LoadTable's steps; stops at the first failure and hands it back to the caller, who
@@ -70,6 +83,8 @@ private:
     // Writes the safety copy of the current table before `command` changes it; false (the
     // operator told why) when the command must not go on.
     bool keepSafetyCopy(const QString &command);
+    // False (the operator told why) when the grid holds only part of its table.
+    bool wholeTableLoaded(const QString &command);
     // DeleteRecord and SaveTable after their question: the check of values the usual statements
     // would not carry exactly (and the operator's choice), the safety copy, the delete and the
     // inserts in the write mode, and the reload.
@@ -97,6 +112,9 @@ private:
     FindCursor m_cursor;
     std::optional<int> m_sortColumn;
     std::optional<int> m_sortOrder;
+    BusyState m_busy{this};
+    TableLoad::Pace m_pace = defaultLoadPace();
+    bool m_partlyLoaded = false;
     // Set when a change of Combo1's index has loaded the table, so that the activation that
     // follows the same pick does not load it twice.
     bool m_loadedByIndexChange = false;

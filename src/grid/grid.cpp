@@ -177,6 +177,13 @@ void Grid::adoptRecordset(Recordset &&rs)
     resetColumnStates();
 }
 
+void Grid::adoptColumns(std::vector<TextColumn> columns, const QStringList &names, qsizetype records)
+{
+    m_model->resetWith(
+        [&columns, &names, records](GridData &cells) { cells.adoptColumns(std::move(columns), names, records); });
+    resetColumnStates();
+}
+
 void Grid::setColHidden(int col, bool hidden)
 {
     if (col >= 0 && col < cols())

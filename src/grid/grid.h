@@ -52,6 +52,8 @@ public:
     // New content: hidden columns are shown again, widths back to the default.
     void loadRecordset(const Recordset &rs);
     void adoptRecordset(Recordset &&rs);
+    // New content from ready columns (GridData::adoptColumns), the fixed column first.
+    void adoptColumns(std::vector<TextColumn> columns, const QStringList &names, qsizetype records);
 
     // Hidden columns are ordinary columns: their cells move with their rows when sorting.
     void setColHidden(int col, bool hidden);

@@ -364,22 +364,28 @@ void GridData::copyColumn(int from, int to)
     m_columns[static_cast<size_t>(to)] = m_columns[static_cast<size_t>(from)];
 }
 
-void GridData::takeRecordsetColumns(std::vector<TextColumn> columns, const QStringList &names, qsizetype records)
+void GridData::takeRecordsetColumns(std::vector<TextColumn> columns, QStringList names, qsizetype records)
+{
+    if (m_fixedCols == 1) {
+        columns.insert(columns.begin(), TextColumn());
+        names.prepend(QString());
+    }
+    adoptColumns(std::move(columns), names, records);
+}
+
+void GridData::adoptColumns(std::vector<TextColumn> columns, const QStringList &names, qsizetype records)
 {
     const qsizetype physicalRows = records + m_fixedRows;
     for (qsizetype f = 0; f < static_cast<qsizetype>(columns.size()); ++f) {
         TextColumn &column = columns[static_cast<size_t>(f)];
+        if (column.size() == physicalRows && m_fixedRows == 1)
+            continue; // its header cell is in place already
         column.resize(records);
         // The header goes after the records: the adopted bytes stay where they are and the
         // row index puts the header first.
         if (m_fixedRows == 1)
             column.append(f < names.size() ? names[f] : QString());
         column.squeeze();
-    }
-    if (m_fixedCols == 1) {
-        TextColumn fixed;
-        fixed.resize(physicalRows);
-        columns.insert(columns.begin(), std::move(fixed));
     }
     m_columns = std::move(columns);
     m_order.resize(static_cast<size_t>(physicalRows));

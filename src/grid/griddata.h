@@ -76,6 +76,11 @@ public:
     void loadRecordset(const Recordset &rs);
     // The same grid, but the recordset's column storage is taken over instead of copied.
     void adoptRecordset(Recordset &&rs);
+    // The whole grid from ready columns, taken over as they are: each holds `records` cells in
+    // row order and gets `names` at its place as its header cell, or holds one cell more, its
+    // header, already at the end (so that columns sharing their storage stay shared). The fixed
+    // column is the first of `columns` like any other.
+    void adoptColumns(std::vector<TextColumn> columns, const QStringList &names, qsizetype records);
 
     // Sorts rows fixedRows()..rows()-1 by one column. order 1 ascending, 2 descending, anything
     // else leaves the rows as they are. The comparison is the generic one: empty cells first,
@@ -99,7 +104,7 @@ private:
     void dropUnusedRows();
     // Rebuilds every column in row order, dropping cells no row refers to.
     void compact();
-    void takeRecordsetColumns(std::vector<TextColumn> columns, const QStringList &names, qsizetype records);
+    void takeRecordsetColumns(std::vector<TextColumn> columns, QStringList names, qsizetype records);
 
     std::vector<TextColumn> m_columns;
     // Row -> physical cell index in every column.

@@ -4,6 +4,7 @@ tabulon_logic_library(tabulon_gridcore
         grid/griddata.cpp grid/griddata.h
         grid/gridfile.cpp grid/gridfile.h grid/gridfileform.h
         grid/gridfilereader.cpp grid/gridfilewriter.cpp
+        grid/tableload.cpp grid/tableload.h
     DEPS tabulon_db
     PRIVATE_DEPS ZLIB::ZLIB)
 tabulon_window_library(tabulon_grid

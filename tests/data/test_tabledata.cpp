@@ -14,6 +14,9 @@
 #include <QMenu>
 #include <QPointer>
 #include <QPushButton>
+#include <QStatusBar>
+
+#include <utility>
 
 using namespace tabulon;
 using namespace tabulon::test;
@@ -45,6 +48,7 @@ private Q_SLOTS:
         // The tool goes first, while the main window that re-enables its command is still whole.
         delete m_window;
         closeMain();
+        TableData::setDefaultLoadPace({});
     }
 
     void loadListsTablesAndShowsTheFirst();
@@ -62,6 +66,8 @@ private Q_SLOTS:
     void findNarrowsAndResets();
     void rightClickShowsTheRecordMenu();
     void escapeClosesAndPopupReopens();
+    void loadStopsWithTheRowsSoFar_data();
+    void loadStopsWithTheRowsSoFar();
 
 private:
     // Rows for a rewrite whose inserts go one at a time, and sent ahead of their answers as on a
@@ -469,6 +475,62 @@ void TestTableData::escapeClosesAndPopupReopens()
     QCOMPARE(sent().mid(0, 5),
              sl({"SHOW Tables", "Flush Tables", "Flush Logs", "SELECT * FROM `keyed`", "SELECT * FROM `keyed`"}));
     QCOMPARE(sent().at(10), qs("Delete from keyed where 1>0"));
+}
+
+void TestTableData::loadStopsWithTheRowsSoFar_data()
+{
+    QTest::addColumn<bool>("byExit");
+    QTest::newRow("Escape") << false;
+    QTest::newRow("Exit") << true;
+}
+
+// A load pauses for the window every other row here: the status line counts, and Escape or the
+// main window's Exit stops the load with the rows read so far, which the grid shows and
+// searches as usual. Save Table and Delete Record refuse to write them as the whole table; a
+// new pick loads it whole on the same connection.
+void TestTableData::loadStopsWithTheRowsSoFar()
+{
+    QFETCH(bool, byExit);
+    TableData::setDefaultLoadPace({2, 0});
+    TableData *w = openWindow();
+    QVERIFY(w);
+    QStringList status;
+    bool stopAtPause = true;
+    const auto watch = connect(m_main->statusBar(), &QStatusBar::messageChanged, this, [&](const QString &text) {
+        if (!text.contains(qs("people")))
+            return;
+        status << text;
+        if (!std::exchange(stopAtPause, false))
+            return;
+        if (byExit)
+            m_main->menuItem(qs("mnuExit"))->trigger();
+        else
+            QTest::keyClick(w->findChild<QLineEdit *>(qs("Text1")), Qt::Key_Escape);
+    });
+    auto *combo = w->findChild<QComboBox *>(qs("Combo1"));
+    w->selectTable(combo->findText(qs("people")));
+    QCOMPARE(status, sl({"Loading people: 2 rows", "people: loading stopped after 2 rows"}));
+    QVERIFY(!m_window.isNull() && w->isPartlyLoaded() && combo->isEnabled());
+    const Grid &g = *w->grid();
+    QCOMPARE(column(g, 0), sl({"1", "2"}));
+    QCOMPARE(column(g, 2), sl({"Cleo", "amy"}));
+    find("AMY");
+    QCOMPARE(g.row(), 2);
+
+    m_operator->told.clear();
+    w->SaveTable();
+    w->DeleteRecord();
+    QCOMPARE(m_operator->told.size(), 2);
+    QVERIFY2(m_operator->told.first().startsWith(qs("Only the first 2 rows of people are loaded")),
+             qPrintable(m_operator->told.first()));
+    QVERIFY(m_operator->asked.isEmpty());
+    QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM people")), sl({"5"}));
+
+    w->selectTable(combo->currentIndex());
+    QVERIFY(!w->isPartlyLoaded());
+    QCOMPARE(column(g, 2), sl({"Cleo", "amy", "Bob", "dan", "Eve"}));
+    QCOMPARE(status.last(), qs("people: 5 rows loaded"));
+    disconnect(watch);
 }
 
 QTEST_MAIN(TestTableData)

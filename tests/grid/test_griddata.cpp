@@ -1,6 +1,7 @@
 // The grid's cells without a view: row and column changes over the permuted row index, the
-// generic sort, bulk column writes, and recordsets taken over from the real server.
+// generic sort, bulk column writes, and recordsets and paused table reads from the real server.
 #include "grid/griddata.h"
+#include "grid/tableload.h"
 #include "gridtexts.h"
 #include "testdb.h"
 
@@ -39,6 +40,7 @@ private Q_SLOTS:
     void sortMatchesReference();
     void randomEditsMatchReference();
     void recordset();
+    void tableLoad();
 };
 
 void TestGridData::rowOperations()
@@ -247,6 +249,70 @@ void TestGridData::recordset()
     taken.setText(2, 0, qs("3"));
     taken.sort(0, 2);
     QCOMPARE(gridRowTexts(taken), sl({"3||", "2|two|Grüße", "1||a,b\"c"}));
+}
+
+namespace {
+qint64 bytesSent(DatabaseSession &session)
+{
+    auto rs = session.openQuery(qs("SHOW SESSION STATUS LIKE 'Bytes_sent'"));
+    return rs.ok() ? rs->text(0, 1).toLongLong() : -1;
+}
+} // namespace
+
+// A table read in paused slices holds what the recordset holds, cell for cell; a stop keeps
+// the rows before it, ends the statement on the server instead of taking the rest of the
+// rows, and leaves the session ready; a failure keeps nothing.
+void TestGridData::tableLoad()
+{
+    ScratchDatabase db(qs("tableload"));
+    QVERIFY_DB(db.error());
+    QVERIFY_DB(db.run({qs("CREATE TABLE t (id INT PRIMARY KEY, b BIT(10), v VARBINARY(4), pad VARCHAR(255))"),
+                       qs("INSERT INTO t SELECT seq, seq % 1024, IF(seq % 3 = 0, NULL, UNHEX(HEX(seq % 65536))),"
+                          " REPEAT('x', 250) FROM seq_1_to_150000")}));
+    DatabaseSession session;
+    QVERIFY_DB(openSession(session, db.name()));
+    QList<qsizetype> pauses;
+    const TableLoad whole = TableLoad::read(session, qs("t"), {15000, 0}, [&pauses](qsizetype rows) {
+        pauses << rows;
+        return false;
+    });
+    QVERIFY_DB(whole.error);
+    QVERIFY(!whole.stopped);
+    QCOMPARE(pauses, QList<qsizetype>({15000, 30000, 45000, 60000, 75000, 90000, 105000, 120000, 135000, 150000}));
+    const qint64 wholeBytes = bytesSent(session);
+    auto rs = session.openTable(qs("t"));
+    QVERIFY2(rs.ok(), qPrintable(rs.error().description));
+    QCOMPARE(whole.names, rs->fieldNames());
+    QCOMPARE(whole.rows, rs->recordCount());
+    for (qsizetype row = 0; row < whole.rows; row += 997) {
+        QCOMPARE(whole.numbers.utf8(row), QByteArray::number(row + 1));
+        for (int f = 0; f < rs->fieldCount(); ++f) {
+            const TextColumn &c = whole.columns[static_cast<size_t>(f)];
+            QCOMPARE(c.isNull(row), rs->isNull(row, f));
+            QCOMPARE(c.utf8(row), rs->column(f).utf8(row));
+        }
+    }
+
+    DatabaseSession stopping;
+    QVERIFY_DB(openSession(stopping, db.name()));
+    const TableLoad part = TableLoad::read(stopping, qs("t"), {1000, 0}, [](qsizetype rows) { return rows == 3000; });
+    QVERIFY_DB(part.error);
+    QVERIFY(part.stopped);
+    QCOMPARE(part.rows, 3000);
+    QCOMPARE(part.columns.at(3).size(), 3000);
+    QCOMPARE(part.numbers.size(), 3000);
+    QVERIFY2(bytesSent(stopping) < wholeBytes / 2, "the server sent the whole table after the stop");
+    auto count = stopping.openQuery(qs("SELECT COUNT(*) FROM t"));
+    QVERIFY2(count.ok(), qPrintable(count.error().description));
+    QCOMPARE(count->text(0, 0), qs("150000"));
+
+    // Without pauses there is nobody to ask; a table that is not there keeps nothing.
+    bool asked = false;
+    const TableLoad unpaused = TableLoad::read(session, qs("t"), {1, -1}, [&asked](qsizetype) { return asked = true; });
+    QVERIFY(!asked && unpaused.rows == 150000);
+    const TableLoad missing = TableLoad::read(session, qs("none"), {1, 0}, {});
+    QVERIFY(missing.error.description.contains(qs("doesn't exist")));
+    QVERIFY(missing.columns.empty() && missing.rows == 0);
 }
 
 QTEST_GUILESS_MAIN(TestGridData)

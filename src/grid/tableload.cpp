@@ -1,0 +1,84 @@
+#include "grid/tableload.h"
+
+#include "db/databasesession.h"
+
+#include <charconv>
+#include <chrono>
+#include <exception>
+
+namespace tabulon {
+
+namespace {
+
+const QString kTooBigText = QStringLiteral(
+    "Not enough memory to hold the result: a column of it holds more than 4 GiB of text, or memory ran out.");
+
+// Ends the statement running on `session` from a connection of its own. A statement that has
+// already ended is not touched (the server only ends a running one), so a late request is
+// harmless; when it cannot be sent, the rest of the rows are read off instead, which only
+// takes longer.
+void endRunningStatement(const DatabaseSession &session)
+{
+    DatabaseSession other;
+    if (session.openSibling(other))
+        return;
+    (void)other.execute(QStringLiteral("KILL QUERY %1").arg(session.connectionId()));
+}
+
+} // namespace
+
+TableLoad TableLoad::read(DatabaseSession &session, const QString &table, const Pace &pace, const Pause &pause)
+{
+    using Clock = std::chrono::steady_clock;
+    TableLoad load;
+    const auto onFields = [&load](const std::vector<FieldInfo> &fields) {
+        load.columns.resize(fields.size());
+        for (const FieldInfo &f : fields)
+            load.names << f.name;
+        return DbError{};
+    };
+
+    const DbError stop = DbError::generic(QStringLiteral("stopped"));
+    const qsizetype rowsPerCheck = std::max(pace.rowsPerCheck, 1);
+    const auto interval = std::chrono::milliseconds(std::max(pace.pauseMs, 0));
+    Clock::time_point lastPause = Clock::now();
+    qsizetype untilCheck = rowsPerCheck;
+    char digits[24];
+    const auto onRow = [&](std::span<const std::optional<QByteArrayView>> cells) -> DbError {
+        try {
+            for (size_t i = 0; i < cells.size(); ++i) {
+                if (cells[i])
+                    load.columns[i].append(*cells[i]);
+                else
+                    load.columns[i].appendNull();
+            }
+            ++load.rows;
+            const auto end = std::to_chars(digits, digits + sizeof digits, load.rows).ptr;
+            load.numbers.append(QByteArrayView(digits, end - digits));
+        } catch (const std::exception &) {
+            return DbError::generic(kTooBigText);
+        }
+        if (--untilCheck > 0 || pace.pauseMs < 0 || !pause)
+            return {};
+        untilCheck = rowsPerCheck;
+        if (const Clock::time_point now = Clock::now(); now - lastPause < interval)
+            return {};
+        if (pause(load.rows)) {
+            endRunningStatement(session);
+            load.stopped = true;
+            return stop;
+        }
+        lastPause = Clock::now();
+        return {};
+    };
+
+    const DbError error = session.streamQuery(
+        QStringLiteral("SELECT * FROM ") + DatabaseSession::quoteIdentifier(table), onFields, onRow);
+    if (error && !load.stopped) {
+        load = TableLoad();
+        load.error = error;
+    }
+    return load;
+}
+
+} // namespace tabulon
