@@ -144,7 +144,7 @@ file: src/backup/restore.cpp
 tests: test_safetyhooks:restoreLosesRows
 why: the table and the client restore write a safety copy of the ticked tables first
 -     if (!found || !chooseExactValues(clientCode) || !keepSafetyCopy(command, found->cascaded) ||
-+     if (!found || !chooseExactValues(clientCode) ||
++     if (!found || !chooseExactValues(clientCode) || (command.isEmpty() && !keepSafetyCopy(command, found->cascaded)) ||
 
 @ copy-before-modify-field
 file: src/structure/tableinfo.cpp
