@@ -161,6 +161,7 @@ QString TestTls::address(const QString &server) const
     return m_tlsServer;
 }
 
+// clang-format off
 void TestTls::sessionFollowsMode_data()
 {
     QTest::addColumn<QString>("mode");
@@ -168,54 +169,22 @@ void TestTls::sessionFollowsMode_data()
     QTest::addColumn<QString>("ca"); // "ours", "other", "missing" or none
     QTest::addColumn<bool>("clientCertificate");
     QTest::addColumn<QString>("outcome"); // "encrypted", "plain" or the refusal
+    // The modes the main window's test connects with (required, verify-identity by name, off,
+    // preferred and required without TLS offered) are left to it.
 
-    QTest::newRow("required") << "required"
-                              << "tls"
-                              << "" << false << "encrypted";
-    QTest::newRow("preferred, TLS offered") << "preferred"
-                                            << "tls"
-                                            << "" << false << "encrypted";
-    QTest::newRow("verify-ca by address") << "verify-ca"
-                                          << "tls"
-                                          << "ours" << false << "encrypted";
-    QTest::newRow("verify-identity by name") << "verify-identity"
-                                             << "tls-name"
-                                             << "ours" << false << "encrypted";
-    QTest::newRow("client certificate") << "required"
-                                        << "tls"
-                                        << "" << true << "encrypted";
-    QTest::newRow("off") << "off"
-                         << "tls"
-                         << "" << false << "plain";
-    QTest::newRow("preferred, no TLS offered") << "preferred"
-                                               << "plain"
-                                               << "" << false << "plain";
+    QTest::newRow("preferred, TLS offered") << "preferred" << "tls" << "" << false << "encrypted";
+    QTest::newRow("verify-ca by address") << "verify-ca" << "tls" << "ours" << false << "encrypted";
+    QTest::newRow("client certificate") << "required" << "tls" << "" << true << "encrypted";
 
-    QTest::newRow("verify-ca, another CA") << "verify-ca"
-                                           << "tls"
-                                           << "other" << false << "untrusted";
-    QTest::newRow("verify-identity, another CA") << "verify-identity"
-                                                 << "tls-name"
-                                                 << "other" << false << "untrusted";
-    QTest::newRow("verify-identity by address") << "verify-identity"
-                                                << "tls"
-                                                << "ours" << false << "host";
-    QTest::newRow("required, no TLS offered") << "required"
-                                              << "plain"
-                                              << "" << false << "no TLS";
-    QTest::newRow("verify-ca, no TLS offered") << "verify-ca"
-                                               << "plain"
-                                               << "ours" << false << "no TLS";
-    QTest::newRow("verify-identity, no TLS offered") << "verify-identity"
-                                                     << "plain"
-                                                     << "ours" << false << "no TLS";
-    QTest::newRow("CA file missing") << "verify-ca"
-                                     << "tls"
-                                     << "missing" << false << "file";
-    QTest::newRow("verify-ca without a CA") << "verify-ca"
-                                            << "tls"
-                                            << "" << false << "no CA";
+    QTest::newRow("verify-ca, another CA") << "verify-ca" << "tls" << "other" << false << "untrusted";
+    QTest::newRow("verify-identity, another CA") << "verify-identity" << "tls-name" << "other" << false << "untrusted";
+    QTest::newRow("verify-identity by address") << "verify-identity" << "tls" << "ours" << false << "host";
+    QTest::newRow("verify-ca, no TLS offered") << "verify-ca" << "plain" << "ours" << false << "no TLS";
+    QTest::newRow("verify-identity, no TLS offered") << "verify-identity" << "plain" << "ours" << false << "no TLS";
+    QTest::newRow("CA file missing") << "verify-ca" << "tls" << "missing" << false << "file";
+    QTest::newRow("verify-ca without a CA") << "verify-ca" << "tls" << "" << false << "no CA";
 }
+// clang-format on
 
 void TestTls::sessionFollowsMode()
 {
@@ -287,6 +256,7 @@ void TestTls::siblingFollowsItsSession()
     QVERIFY(!sslCipher(taken).isEmpty());
 }
 
+// clang-format off
 void TestTls::mainWindowAndRestore_data()
 {
     QTest::addColumn<QString>("mode");
@@ -294,33 +264,15 @@ void TestTls::mainWindowAndRestore_data()
     QTest::addColumn<QString>("status");  // "encrypted" for the session's own TLS version and cipher
     QTest::addColumn<QString>("refusal"); // the setup's and the restore's reason, "" when they connect
 
-    QTest::newRow("required") << "required"
-                              << "tls"
-                              << "encrypted"
-                              << "";
-    QTest::newRow("verify-identity") << "verify-identity"
-                                     << "tls-name"
-                                     << "encrypted"
-                                     << "";
-    QTest::newRow("preferred falls back") << "preferred"
-                                          << "plain"
-                                          << "Not encrypted: the server offers no TLS"
-                                          << "";
-    QTest::newRow("off") << "off"
-                         << "tls"
-                         << "Not encrypted: TlsMode is off"
-                         << "";
-    QTest::newRow("required, no TLS offered")
-        << "required"
-        << "plain"
-        << "Not connected"
-        << "The server offers no TLS, and TlsMode is required. Enable TLS on the server, or set TlsMode to preferred "
-           "to connect without it.";
-    QTest::newRow("unknown mode") << "strict"
-                                  << "tls"
-                                  << "Not connected"
-                                  << "unknown mode";
+    QTest::newRow("required") << "required" << "tls" << "encrypted" << "";
+    QTest::newRow("verify-identity") << "verify-identity" << "tls-name" << "encrypted" << "";
+    QTest::newRow("preferred falls back") << "preferred" << "plain" << "Not encrypted: the server offers no TLS" << "";
+    QTest::newRow("off") << "off" << "tls" << "Not encrypted: TlsMode is off" << "";
+    QTest::newRow("required, no TLS offered") << "required" << "plain" << "Not connected"
+        << "The server offers no TLS, and TlsMode is required. Enable TLS on the server, or set TlsMode to preferred to connect without it.";
+    QTest::newRow("unknown mode") << "strict" << "tls" << "Not connected" << "unknown mode";
 }
+// clang-format on
 
 void TestTls::mainWindowAndRestore()
 {
@@ -392,15 +344,15 @@ void TestTls::mainWindowAndRestore()
     restore->close();
 }
 
+// clang-format off
 void TestTls::importDbFollowsSettings_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QString>("server");
-    QTest::newRow("verify-identity") << "verify-identity"
-                                     << "tls-name";
-    QTest::newRow("required, no TLS offered") << "required"
-                                              << "plain";
+    QTest::newRow("verify-identity") << "verify-identity" << "tls-name";
+    QTest::newRow("required, no TLS offered") << "required" << "plain";
 }
+// clang-format on
 
 void TestTls::importDbFollowsSettings()
 {

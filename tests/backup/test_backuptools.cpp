@@ -538,12 +538,14 @@ static QStringList comparableRows(ScratchDatabase &db, const QString &table)
 // The demo database backed up and restored whole with every table's old rows deleted, on the test
 // server's strict mode: answered Yes, the check's question brings every row back with every value,
 // a text's NULL aside. Answered No, the usual statements stop at the first quote.
+// clang-format off
 void TestBackupTools::demoRoundTrip_data()
 {
     QTest::addColumn<bool>("exact");
     QTest::newRow("Yes") << true;
     QTest::newRow("No") << false;
 }
+// clang-format on
 
 void TestBackupTools::demoRoundTrip()
 {
@@ -606,6 +608,7 @@ void TestBackupTools::demoRoundTrip()
     }
 }
 
+// clang-format off
 void TestBackupTools::clientRestore_data()
 {
     QTest::addColumn<bool>("fullBackup");
@@ -614,18 +617,12 @@ void TestBackupTools::clientRestore_data()
     QTest::addColumn<QString>("restoredAs");
     QTest::addColumn<QStringList>("told");
     const char *first = "Please Enter the Code No to Restore Data", *last = "Restored Sucessfully";
-    QTest::newRow("Yes: the same code, old rows replaced") << false << true << ""
-                                                           << "C00007" << sl({first, last});
-    QTest::newRow("No: under a new code, taken as typed")
-        << false << false << " c00050 "
-        << "c00050" << sl({first, "Please Enter a new Code No", last});
+    QTest::newRow("Yes: the same code, old rows replaced") << false << true << "" << "C00007" << sl({first, last});
+    QTest::newRow("No: under a new code, taken as typed") << false << false << " c00050 " << "c00050" << sl({first, "Please Enter a new Code No", last});
     // bill 2, main_info1 1, notes 1, owner1 2 (by code, A00007 and C00001), visits 2, staff 1.
-    QTest::newRow("from a full backup, the client's rows only")
-        << true << false << " c00050 "
-        << "c00050"
-        << sl({first, "Please Enter a new Code No",
-               "Restored Sucessfully\n9 rows of the archive were left out: they are not this client's."});
+    QTest::newRow("from a full backup, the client's rows only") << true << false << " c00050 " << "c00050" << sl({first, "Please Enter a new Code No", "Restored Sucessfully\n9 rows of the archive were left out: they are not this client's."});
 }
+// clang-format on
 
 // A client's archive goes back under the chosen code: its old rows go first, the code columns take
 // the chosen code, and no other client's rows change, not even a name the code begins.
@@ -820,6 +817,7 @@ void TestBackupTools::restoreRefusesBeforeTheFirstStatement()
     QCOMPARE(data(), sl({"1|Ann|s1", "1", "2", "10|1", "20|2"}));
 }
 
+// clang-format off
 void TestBackupTools::backupCannotStart_data()
 {
     QTest::addColumn<QString>("inTheWay"); // what stands where the backup writes
@@ -827,12 +825,10 @@ void TestBackupTools::backupCannotStart_data()
     QTest::addColumn<QStringList>("asked");
     const QString name = BackupArchive::datedName(QDate::currentDate());
     // The folder's own path is unknown until the test runs: "%1" stands for it.
-    QTest::newRow("a folder with the archive's name")
-        << "archive folder" << qs("%1/") + name + qs(".zip: Is a directory")
-        << sl({"The backup is already taken, are you want to delete it"});
-    QTest::newRow("a file with the working folder's name")
-        << "working file" << qs("%1/") + name + qs(": The folder cannot be created.") << QStringList();
+    QTest::newRow("a folder with the archive's name") << "archive folder" << qs("%1/") + name + qs(".zip: Is a directory") << sl({"The backup is already taken, are you want to delete it"});
+    QTest::newRow("a file with the working folder's name") << "working file" << qs("%1/") + name + qs(": The folder cannot be created.") << QStringList();
 }
+// clang-format on
 
 void TestBackupTools::backupCannotStart()
 {
@@ -873,6 +869,7 @@ void TestBackupTools::clientLookupRefused()
     QCOMPARE(QDir(dated()).entryList(QDir::Files), QStringList());
 }
 
+// clang-format off
 void TestBackupTools::restoreRefusals_data()
 {
     QTest::addColumn<QString>("refusal");
@@ -880,19 +877,13 @@ void TestBackupTools::restoreRefusals_data()
     QTest::addColumn<QStringList>("told");
     QTest::addColumn<QStringList>("asked");
     const char *code = "Please Enter the Code No to Restore Data";
-    QTest::newRow("unknown database") << "unknown database" << QStringList()
-                                      << sl({"Unknown database 'tabulon_t_no_such_db'"}) << QStringList();
-    QTest::newRow("a table the target lacks, then No")
-        << "missing table" << QStringList() << sl({"Restored Sucessfully"})
-        << sl({"This table is not exist in Database, Continue ?"});
-    QTest::newRow("a code with a quote") << "client" << sl({"C00001'"})
-                                         << sl({code, "The Code No may not contain quotes or backslashes"})
-                                         << QStringList();
-    QTest::newRow("a code with a backslash")
-        << "client" << sl({"C00001\\"}) << sl({code, "The Code No may not contain quotes or backslashes"})
-        << QStringList();
+    QTest::newRow("unknown database") << "unknown database" << QStringList() << sl({"Unknown database 'tabulon_t_no_such_db'"}) << QStringList();
+    QTest::newRow("a table the target lacks, then No") << "missing table" << QStringList() << sl({"Restored Sucessfully"}) << sl({"This table is not exist in Database, Continue ?"});
+    QTest::newRow("a code with a quote") << "client" << sl({"C00001'"}) << sl({code, "The Code No may not contain quotes or backslashes"}) << QStringList();
+    QTest::newRow("a code with a backslash") << "client" << sl({"C00001\\"}) << sl({code, "The Code No may not contain quotes or backslashes"}) << QStringList();
     QTest::newRow("the target's connection lost") << "lost" << sl({"C00001"}) << sl({code}) << QStringList();
 }
+// clang-format on
 
 void TestBackupTools::restoreRefusals()
 {

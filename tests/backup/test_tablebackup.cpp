@@ -1,5 +1,5 @@
 // The backup's work against the real server: table files streamed from results, and the
-// client look-up and its selects. The window tests cover packing and a lost connection.
+// client look-up. The window tests cover the client's selects, packing and a lost connection.
 #include "backup/tablebackup.h"
 #include "backupfixture.h"
 #include "testdb.h"
@@ -21,8 +21,6 @@ class TestTableBackup final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
-    void clientSelects_data();
-    void clientSelects();
     void tableFiles();
     void findClient_data();
     void findClient();
@@ -47,29 +45,6 @@ void TestTableBackup::initTestCase()
         qs("INSERT INTO odd VALUES (1, 'comma, \"quote\" and O''Brien\nnext line', '2007-12-25 10:30:00', "
            "b'1'), (2, NULL, NULL, NULL), (3, '', NULL, b'0')"),
     }));
-}
-
-void TestTableBackup::clientSelects_data()
-{
-    QTest::addColumn<QString>("table");
-    QTest::addColumn<QString>("other");
-    QTest::addColumn<QStringList>("selects");
-    // clang-format off
-    QTest::newRow("table4 in capitals")       << "TABLE4"     << "X"  << sl({"Select * from TABLE4 where ucase(name) = 'C7'"});
-    QTest::newRow("main_info1 with OTHER")    << "Main_Info1" << "C9" << sl({"Select * from Main_Info1 where ucase(code_no) = 'C9'"});
-    QTest::newRow("main_info1 without OTHER") << "main_info1" << ""   << QStringList();
-    QTest::newRow("owner1, codes differ")     << "owner1"     << "C9" << sl({"Select * from owner1 where ucase(code) = 'C7'"});
-    QTest::newRow("owner1, codes equal")      << "owner1"     << "C7" << sl({"Select * from owner1 where ucase(code_no) = 'C7'"});
-    QTest::newRow("any other")                << "visits"     << ""   << sl({"Select * from visits where ucase(code) = 'C7'",
-                                                                            "Select * from visits where ucase(code_no) = 'C7'"});
-    // clang-format on
-}
-
-void TestTableBackup::clientSelects()
-{
-    QFETCH(QString, table);
-    QFETCH(QString, other);
-    QTEST(TableBackup::clientSelects(table, qs("C7"), other), "selects");
 }
 
 // Row 0 the field names, NULL and empty text alike as empty cells, awkward texts whole; a refused
@@ -129,10 +104,6 @@ void TestTableBackup::findClient()
     QVERIFY_DB(client.error());
     QTEST(client->found, "found");
     QTEST(client->other, "other");
-
-    // Without a connection the look-up fails instead of finding no client.
-    DatabaseSession closed;
-    QVERIFY(TableBackup::findClient(closed, code).error().isError());
 }
 
 QTEST_GUILESS_MAIN(TestTableBackup)

@@ -1,6 +1,6 @@
 // The restore's work against the real server: the value rule per field type, the statements
-// word for word as the server receives them, failures handed to the caller, and the client
-// restore's deletes and codes (its rows restored are checked through the window).
+// word for word as the server receives them, failures handed to the caller, and which rows are
+// a client's (the client restore's deletes and code refusals are checked through the window).
 #include "backup/restorecheck.h"
 #include "backup/servernames.h"
 #include "backup/tablerestore.h"
@@ -24,8 +24,6 @@ private Q_SLOTS:
     void initTestCase();
     void values_data();
     void values();
-    void clientDeletes_data();
-    void clientDeletes();
     void checkFit_data();
     void checkFit();
     void insertRows();
@@ -83,34 +81,6 @@ void TestTableRestore::values()
     QFETCH(int, type);
     QFETCH(QString, cell);
     QTEST(TableRestore::value(type, cell), "value");
-}
-
-void TestTableRestore::clientDeletes_data()
-{
-    QTest::addColumn<QString>("table");
-    QTest::addColumn<QStringList>("fields");
-    QTest::addColumn<QStringList>("deletes");
-    // clang-format off
-    QTest::newRow("bill")       << "BILL"       << sl({"NAME", "AMOUNT"}) << sl({"Delete from BILL where ucase(name) = 'C9'"});
-    QTest::newRow("table4")     << "table4"     << sl({"NAME"})           << sl({"Delete from table4 where ucase(name) = 'C9'"});
-    QTest::newRow("main_info1") << "main_info1" << sl({"CODE_NO", "CODE"}) << sl({"Delete from main_info1 where ucase(code) = 'C9'",
-                                                                              "Delete from main_info1 where ucase(code_no) = 'C9'"});
-    QTest::newRow("code only")  << "visits"     << sl({"CODE", "V"})      << sl({"Delete from visits where ucase(code) = 'C9'"});
-    QTest::newRow("no code")    << "staff"      << sl({"SNAME"})          << QStringList();
-    // clang-format on
-}
-
-void TestTableRestore::clientDeletes()
-{
-    QFETCH(QString, table);
-    QFETCH(QStringList, fields);
-    QHash<QString, int> types;
-    for (const QString &field : fields)
-        types.insert(field, AdoType::VarChar);
-    QTEST(TableRestore::clientDeletes(table, qs("C9"), types), "deletes");
-    QVERIFY(TableRestore::isSafeClientCode(qs("C00001")));
-    QVERIFY(!TableRestore::isSafeClientCode(qs("X' OR '1'='1")));
-    QVERIFY(!TableRestore::isSafeClientCode(qs("  ")));
 }
 
 // A file fits when it holds exactly the table's fields, each once, in any order and case.

@@ -2,14 +2,11 @@
 // file and an ODBC data source converted through the main window's convert command, the
 // statements the server received, what the new database holds, the run's report, and the
 // messages of second runs, damaged files and unsafe data source names.
-#include "app/mdiform1.h"
-#include "app/toolcatalog.h"
 #include "convert/conversionreport.h"
 #include "convert/conversionrules.h"
 #include "convert/convertdb.h"
 #include "convert/databaseconversion.h"
-#include "operator.h"
-#include "testdb.h"
+#include "toolfixture.h"
 #include "wholevaluesource.h"
 
 #include <QCheckBox>
@@ -92,7 +89,7 @@ private:
 
 } // namespace
 
-class TestConvertDb final : public QObject {
+class TestConvertDb final : public QObject, ToolFixture {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
@@ -114,7 +111,6 @@ private:
     QDialog *chooseSource(const QString &file);
     // Sets the database name and the structure-only box, and presses "&OK".
     void run(QDialog *window, const QString &database, bool structureOnly = false);
-    QStringList sent() { return statementsReceived(m_db->admin(), m_main->session()->connectionId()); }
     // The session's statements that create and fill tables.
     QStringList written()
     {
@@ -143,10 +139,7 @@ private:
         return out;
     }
 
-    std::unique_ptr<ScratchDatabase> m_db;
     QTemporaryDir m_dir;
-    std::unique_ptr<MDIForm1> m_main;
-    std::unique_ptr<Operator> m_operator;
     QString m_folder;
     QString m_wholeValues; // why the data source of long and binary values is missing, if it is
 };
@@ -154,17 +147,11 @@ private:
 void TestConvertDb::initTestCase()
 {
     QStandardPaths::setTestModeEnabled(true);
-    m_db = std::make_unique<ScratchDatabase>(QStringLiteral("convertdb"));
-    QVERIFY_DB(m_db->error());
+    createDatabase("convertdb");
     m_folder = QDir::currentPath();
     QVERIFY(QFile::copy(kSample, m_dir.filePath(qs("nwind.mdb"))));
     // A data source for the tests: mdbtools' ODBC driver on the sample file.
-    QVERIFY(writeFile(m_dir.filePath(qs("odbcinst.ini")), "[MDBTools]\nDriver=libmdbodbc.so\n"));
-    QVERIFY(writeFile(m_dir.filePath(qs("odbc.ini")),
-                      qs("[nwindsource]\nDriver=MDBTools\nDatabase=%1\n").arg(kSample).toUtf8()));
-    qputenv("ODBCSYSINI", m_dir.path().toUtf8());
-    qputenv("ODBCINI", m_dir.filePath(qs("odbc.ini")).toUtf8());
-    QVERIFY(writeFile(m_dir.filePath(qs("nwindsource.dsn")), {})); // its content is never read
+    QVERIFY(startAccessSource(m_dir.path(), qs("nwindsource"), kSample));
     QFile sample(kSample);
     QVERIFY(sample.open(QIODevice::ReadOnly));
     QVERIFY(writeFile(m_dir.filePath(qs("damaged.mdb")), sample.read(sample.size() / 2)));
@@ -174,11 +161,8 @@ void TestConvertDb::initTestCase()
 void TestConvertDb::init()
 {
     QVERIFY_DB(m_db->run({QStringLiteral("DROP DATABASE IF EXISTS ") + kTarget}));
-    m_operator = std::make_unique<Operator>();
-    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_dir.filePath(qs("settings.ini")), {}, {}});
-    registerTools(*m_main);
-    m_main->show();
-    QVERIFY_DB(openSession(*m_main->session(), m_db->name()));
+    openMain();
+    markLog();
     m_main->enableAllMenus();
 }
 
@@ -186,8 +170,7 @@ void TestConvertDb::cleanup()
 {
     DatabaseConversion::shared().setSourceOpener({});
     QDir::setCurrent(m_folder);
-    m_main.reset();
-    m_operator.reset();
+    closeMain();
     QVERIFY_DB(m_db->run({QStringLiteral("DROP DATABASE IF EXISTS ") + kTarget}));
 }
 

@@ -124,6 +124,19 @@ QString sqliteOdbcDriver()
     return {};
 }
 
+bool startAccessSource(const QString &folder, const QString &name, const QString &mdb)
+{
+    const QDir dir(folder);
+    for (const char *file : {"odbcinst.ini", "odbc.ini"})
+        QFile::remove(dir.filePath(QString::fromLatin1(file)));
+    qputenv("ODBCSYSINI", QFile::encodeName(folder));
+    qputenv("ODBCINI", QFile::encodeName(dir.filePath(QStringLiteral("odbc.ini"))));
+    return append(dir.filePath(QStringLiteral("odbcinst.ini")), "[MDBTools]\nDriver=libmdbodbc.so\n") &&
+           append(dir.filePath(QStringLiteral("odbc.ini")),
+                  "[" + name.toUtf8() + "]\nDriver=MDBTools\nDatabase=" + mdb.toUtf8() + '\n') &&
+           append(dir.filePath(name + QStringLiteral(".dsn")), {}); // its content is never read
+}
+
 QString addWholeValueSource(const QString &folder, const QString &name)
 {
     const QString driver = sqliteOdbcDriver();

@@ -26,6 +26,11 @@ const std::vector<WholeValueRow> &wholeValueRows();
 // The installed SQLite ODBC driver's library; empty when the driver is not installed.
 QString sqliteOdbcDriver();
 
+// Starts the ODBC files of `folder` afresh with mdbtools' driver and the data source `name` on
+// the Access file `mdb`, writes an empty `name`.dsn beside them, and points ODBCSYSINI and
+// ODBCINI there. False when a file cannot be written.
+bool startAccessSource(const QString &folder, const QString &name, const QString &mdb);
+
 // Adds the driver and the data source `name` to the odbcinst.ini and odbc.ini of `folder`
 // (where the caller points ODBCSYSINI and ODBCINI), writes its database there with the rows
 // above, and an empty `name`.dsn beside it. An error text when any of it fails.

@@ -117,6 +117,7 @@ void TestSearchWindows::searchAllOrOneTable()
     search("oslo");
     QCOMPARE(hits(), sl({"1|fuzzy|0", "2|owner1|2", "3|people|3"}));
     QCOMPARE(sent().filter(qs("Repair")).size(), 4);
+    QVERIFY(!sent().contains(qs("select city from people where city='oslo'"))); // a table's first hit ends it
 
     // A hit opens its table in the table data window, which keeps to it.
     qobject_cast<Search *>(m_window)->OpenHit(); // no hit row current yet: nothing opens

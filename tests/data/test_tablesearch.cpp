@@ -11,20 +11,6 @@
 using namespace tabulon;
 using namespace tabulon::test;
 
-namespace {
-
-// Counts the steps and asks to stop once `stopAt` steps have started.
-struct FakeProgress final : Progress {
-    explicit FakeProgress(int stopAt = -1) : stopAt(stopAt) {}
-    void begin(int) override {}
-    void step(const QString &) override { ++steps; }
-    void end() override { ++ends; }
-    bool stopRequested() const override { return stopAt >= 0 && steps >= stopAt; }
-    int stopAt, steps = 0, ends = 0;
-};
-
-} // namespace
-
 class TestTableSearch final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
@@ -33,8 +19,6 @@ private Q_SLOTS:
 
     void comparisonValue_data();
     void comparisonValue();
-    void searchTables_data();
-    void searchTables();
     void scanRepairsBeforeEveryQuery();
     void replaceChangesTheHitsOwnRow_data();
     void replaceChangesTheHitsOwnRow();
@@ -97,43 +81,9 @@ void TestTableSearch::comparisonValue()
     QTEST(TableSearch::comparisonValue(type, text).value_or(qs("-")), "value");
 }
 
-void TestTableSearch::searchTables_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("stopAt");
-    QTest::addColumn<QList<int>>("hits");
-    QTest::addColumn<QStringList>("statements");
-    // A text skips numeric fields; a table's first hit ends its queries.
-    QTest::newRow("text") << "Oslo" << -1 << QList<int>{0, 1}
-                          << sl({"Repair Table people", "SELECT * FROM `people` LIMIT 0",
-                                 "select name from people where name='Oslo'", "Repair Table stock",
-                                 "SELECT * FROM `stock` LIMIT 0", "select note from stock where note='Oslo'"});
-    // The stop asked for at the second table's yield is seen before it is touched.
-    QTest::newRow("stop") << "5" << 2 << QList<int>{0}
-                          << sl({"Repair Table people", "SELECT * FROM `people` LIMIT 0",
-                                 "select id from people where id=5"});
-    QTest::newRow("quote ends it") << "O'Brien" << -1 << QList<int>{}
-                                   << sl({"Repair Table people", "SELECT * FROM `people` LIMIT 0",
-                                          "select name from people where name='O'Brien'"});
-}
-
-void TestTableSearch::searchTables()
-{
-    QFETCH(QString, text);
-    QFETCH(int, stopAt);
-    FakeProgress progress(stopAt);
-    QList<int> found;
-    const DbError error = TableSearch::searchTables(m_session, sl({"people", "stock"}), 0, 1, text, progress,
-                                                    [&](const TableSearch::TableHit &h) { found << h.position; });
-    QCOMPARE(error.number, text.contains(u'\'') ? AdoError::Syntax : AdoError::None);
-    QTEST(found, "hits");
-    QTEST(sent(), "statements");
-    QCOMPARE(progress.ends, error ? 0 : 1);
-}
-
 void TestTableSearch::scanRepairsBeforeEveryQuery()
 {
-    FakeProgress progress;
+    NoProgress progress;
     QStringList hits;
     QVERIFY_DB(TableSearch::scanTables(m_session, sl({"people", "stock"}), qs("5"), progress,
                                        [&](const TableSearch::FieldHits &h) {
@@ -192,7 +142,7 @@ void TestTableSearch::replaceChangesTheHitsOwnRow()
     QFETCH(QString, findText);
     QFETCH(QString, replacement);
     QFETCH(QList<int>, replaced);
-    FakeProgress progress;
+    NoProgress progress;
     std::vector<TableSearch::Hit> hits;
     QVERIFY_DB(TableSearch::scanTables(
         m_session, sl({"places", "twins", "clients"}), findText, progress,

@@ -15,16 +15,16 @@ private Q_SLOTS:
     void targets();
 };
 
+// clang-format off
 void TestConnectionString::targets_data()
 {
     QTest::addColumn<QString>("connection");
     QTest::addColumn<QStringList>("target"); // host, port, user, password, database
-    QTest::newRow("as written") << qs("PROVIDER=MSDASQL;driver={MySQL};server=127.0.0.1:13306;uid=dbop;"
-                                      "pwd=;database=Orvita;")
-                                << sl({"127.0.0.1", "13306", "dbop", "", "Orvita"});
+    QTest::newRow("as written") << qs("PROVIDER=MSDASQL;driver={MySQL};server=127.0.0.1:13306;uid=dbop;" "pwd=;database=Orvita;") << sl({"127.0.0.1", "13306", "dbop", "", "Orvita"});
     QTest::newRow("braces") << qs("SERVER=h;UID=u;PWD={a;b=}}c};DATABASE=x") << sl({"h", "0", "u", "a;b=}c", "x"});
     QTest::newRow("bad port") << qs(" server = h:abc ;uid=a") << sl({" h:abc ", "0", "a", "", ""});
 }
+// clang-format on
 
 void TestConnectionString::targets()
 {

@@ -3,6 +3,7 @@
 // keeps read-only files and never follows a link, the trash and its file system, text
 // replacement that keeps every file's encoding and leaves binaries and unknown encodings alone,
 // and taking each change back.
+#include "countingprogress.h"
 #include "files.h"
 #include "files/filecopies.h"
 #include "files/filetext.h"
@@ -51,24 +52,6 @@ void unmountBelow(const QString &folder)
             ::umount2(fields[1].constData(), MNT_DETACH);
     }
 }
-
-class CountingProgress final : public Progress {
-public:
-    void begin(int total) override { totals << total; }
-    void step(const QString &) override
-    {
-        ++steps;
-        if (stopAfter > 0 && steps >= stopAfter)
-            stop = true;
-    }
-    void end() override { ++ends; }
-    bool stopRequested() const override { return stop; }
-    QList<int> totals;
-    int steps = 0;
-    int ends = 0;
-    int stopAfter = 0;
-    bool stop = false;
-};
 
 } // namespace
 
@@ -126,13 +109,13 @@ void TestFolderWork::listingKeepsInsideTheFolder()
         f = QDir(m_dir->path()).relativeFilePath(f);
     QCOMPARE(files, QStringList({qs("A/z.ini"), qs(".hidden"), qs("b.txt"), qs("dangling"), qs("out")}));
 
-    CountingProgress progress;
-    progress.stopAfter = 1;
+    CountingProgress progress(1);
     const Listing stopped = listFolder(m_dir->path(), progress);
     QVERIFY(stopped.stopped);
     QCOMPARE(progress.ends, 1);
 }
 
+// clang-format off
 void TestFolderWork::replaceInNames_data()
 {
     QTest::addColumn<QStringList>("before");
@@ -143,28 +126,16 @@ void TestFolderWork::replaceInNames_data()
     QTest::addColumn<QStringList>("reasons");
 
     const QStringList none;
-    QTest::newRow("ignoring case, every occurrence")
-        << QStringList{qs("Old_old.txt")} << qs("OLD") << qs("new") << false << QStringList{qs("new_new.txt")} << none;
-    QTest::newRow("matching case") << QStringList{qs("Old_old.txt")} << qs("old") << qs("new") << true
-                                   << QStringList{qs("Old_new.txt")} << none;
-    QTest::newRow("taken name is kept apart")
-        << QStringList{qs("a1.txt"), qs("b1.txt")} << qs("a") << qs("b") << false
-        << QStringList{qs("a1.txt"), qs("b1.txt")} << QStringList{qs("a file or folder of that name already exists")};
-    QTest::newRow("two names meeting in one")
-        << QStringList{qs("xa"), qs("ya")} << qs("x") << qs("y") << false << QStringList{qs("xa"), qs("ya")}
-        << QStringList{qs("a file or folder of that name already exists")};
-    QTest::newRow("two new names meeting")
-        << QStringList{qs("xB"), qs("xb")} << qs("b") << qs("c") << false << QStringList{qs("xb"), qs("xc")}
-        << QStringList{qs("another entry of the same folder gets that name")};
-    QTest::newRow("emptied name") << QStringList{qs("abc")} << qs("abc") << QString() << false << QStringList{qs("abc")}
-                                  << QStringList{qs("the new name is empty")};
-    QTest::newRow("slash in the new name")
-        << QStringList{qs("abc")} << qs("b") << qs("/") << false << QStringList{qs("abc")}
-        << QStringList{qs("a name cannot hold any of / \\ : * ? \" < > | or control characters")};
-    QTest::newRow("folder and its content together")
-        << QStringList{qs("old/"), qs("old/old.txt")} << qs("old") << qs("new") << false
-        << QStringList{qs("new/"), qs("new/new.txt")} << none;
+    QTest::newRow("ignoring case, every occurrence") << sl({"Old_old.txt"}) << qs("OLD") << qs("new") << false << sl({"new_new.txt"}) << none;
+    QTest::newRow("matching case") << sl({"Old_old.txt"}) << qs("old") << qs("new") << true << sl({"Old_new.txt"}) << none;
+    QTest::newRow("taken name is kept apart") << sl({"a1.txt", "b1.txt"}) << qs("a") << qs("b") << false << sl({"a1.txt", "b1.txt"}) << sl({"a file or folder of that name already exists"});
+    QTest::newRow("two names meeting in one") << sl({"xa", "ya"}) << qs("x") << qs("y") << false << sl({"xa", "ya"}) << sl({"a file or folder of that name already exists"});
+    QTest::newRow("two new names meeting") << sl({"xB", "xb"}) << qs("b") << qs("c") << false << sl({"xb", "xc"}) << sl({"another entry of the same folder gets that name"});
+    QTest::newRow("emptied name") << sl({"abc"}) << qs("abc") << QString() << false << sl({"abc"}) << sl({"the new name is empty"});
+    QTest::newRow("slash in the new name") << sl({"abc"}) << qs("b") << qs("/") << false << sl({"abc"}) << sl({"a name cannot hold any of / \\ : * ? \" < > | or control characters"});
+    QTest::newRow("folder and its content together") << sl({"old/", "old/old.txt"}) << qs("old") << qs("new") << false << sl({"new/", "new/new.txt"}) << none;
 }
+// clang-format on
 
 void TestFolderWork::replaceInNames()
 {
@@ -300,6 +271,7 @@ void TestFolderWork::changesStayBelowTheChosenFolder()
     QCOMPARE(read(path("orvita.txt")), QByteArray("orvita"));
 }
 
+// clang-format off
 void TestFolderWork::textForms_data()
 {
     QTest::addColumn<QByteArray>("bytes");
@@ -307,28 +279,19 @@ void TestFolderWork::textForms_data()
     QTest::addColumn<int>("form");         // -1: binary, -2: not in a known encoding
     QTest::addColumn<QByteArray>("replaced");
 
-    QTest::newRow("utf-8, CRLF kept") << QByteArray("Orvita\r\nStra\xc3\x9f"
-                                                    "e Orvita\r\n")
-                                      << QString() << int(TextForm::Utf8)
-                                      << QByteArray("Tabby\r\nStra\xc3\x9f"
-                                                    "e Tabby\r\n");
-    QTest::newRow("utf-8 with mark") << QByteArray("\xEF\xBB\xBFOrvita") << QString() << int(TextForm::Utf8Bom)
-                                     << QByteArray("\xEF\xBB\xBFTabby");
-    QTest::newRow("utf-16 little end, a choice does not count")
-        << QByteArray("\xFF\xFEO\0r\0v\0i\0t\0a\0\r\0\n\0", 16) << qs("Shift_JIS") << int(TextForm::Utf16LE)
-        << QByteArray("\xFF\xFET\0a\0b\0b\0y\0\r\0\n\0", 14);
-    QTest::newRow("utf-16 big end") << QByteArray("\xFE\xFF\0O\0r\0v\0i\0t\0a", 14) << QString()
-                                    << int(TextForm::Utf16BE) << QByteArray("\xFE\xFF\0T\0a\0b\0b\0y", 12);
+    QTest::newRow("utf-8, CRLF kept") << QByteArray("Orvita\r\nStra\xc3\x9f" "e Orvita\r\n") << QString() << int(TextForm::Utf8) << QByteArray("Tabby\r\nStra\xc3\x9f" "e Tabby\r\n");
+    QTest::newRow("utf-8 with mark") << QByteArray("\xEF\xBB\xBFOrvita") << QString() << int(TextForm::Utf8Bom) << QByteArray("\xEF\xBB\xBFTabby");
+    QTest::newRow("utf-16 little end, a choice does not count") << QByteArray("\xFF\xFEO\0r\0v\0i\0t\0a\0\r\0\n\0", 16) << qs("Shift_JIS") << int(TextForm::Utf16LE) << QByteArray("\xFF\xFET\0a\0b\0b\0y\0\r\0\n\0", 14);
+    QTest::newRow("utf-16 big end") << QByteArray("\xFE\xFF\0O\0r\0v\0i\0t\0a", 14) << QString() << int(TextForm::Utf16BE) << QByteArray("\xFE\xFF\0T\0a\0b\0b\0y", 12);
     QTest::newRow("latin-1 unchosen: not known") << QByteArray("caf\xe9 Orvita") << QString() << -2 << QByteArray();
-    QTest::newRow("latin-1 chosen: byte for byte") << QByteArray("caf\xe9 Orvita \x80\xff") << qs("ISO-8859-1")
-                                                   << int(TextForm::Chosen) << QByteArray("caf\xe9 Tabby \x80\xff");
-    QTest::newRow("shift-jis chosen") << QByteArray("\x83\x5C Orvita") << qs("Shift_JIS") << int(TextForm::Chosen)
-                                      << QByteArray("\x83\x5C Tabby");
+    QTest::newRow("latin-1 chosen: byte for byte") << QByteArray("caf\xe9 Orvita \x80\xff") << qs("ISO-8859-1") << int(TextForm::Chosen) << QByteArray("caf\xe9 Tabby \x80\xff");
+    QTest::newRow("shift-jis chosen") << QByteArray("\x83\x5C Orvita") << qs("Shift_JIS") << int(TextForm::Chosen) << QByteArray("\x83\x5C Tabby");
     QTest::newRow("not shift-jis as chosen") << QByteArray("\x83 Orvita") << qs("Shift_JIS") << -2 << QByteArray();
     QTest::newRow("zero byte: binary") << QByteArray("Orvita\0\x01", 8) << QString() << -1 << QByteArray();
     QTest::newRow("odd utf-16: binary") << QByteArray("\xFF\xFEO\0r", 5) << QString() << -1 << QByteArray();
     QTest::newRow("control bytes: binary") << QByteArray("Orvita\x01\x02\x03\x04") << QString() << -1 << QByteArray();
 }
+// clang-format on
 
 void TestFolderWork::textForms()
 {
@@ -382,6 +345,7 @@ void TestFolderWork::replaceInFilesLeavesTheAwkwardOnesAlone()
     QCOMPARE(read(path("bin/tool.dll")), QByteArray("MZ\0\0Orvita\0", 12));
 }
 
+// clang-format off
 void TestFolderWork::onlyKnownEncodingsAreChanged_data()
 {
     QTest::addColumn<QByteArray>("bytes");
@@ -393,18 +357,13 @@ void TestFolderWork::onlyKnownEncodingsAreChanged_data()
 
     // In Shift-JIS the second byte of "\x83\x5C" is no backslash of its own.
     const QByteArray sjis("dir=C:\\app\\\x83\x5C\r\n");
-    QTest::newRow("shift-jis, nothing chosen")
-        << sjis << QString() << qs("\\") << qs("/") << sjis << qs("not text in a known encoding");
-    QTest::newRow("shift-jis chosen") << sjis << qs("Shift_JIS") << qs("\\") << qs("/")
-                                      << QByteArray("dir=C:/app/\x83\x5C\r\n") << QString();
-    QTest::newRow("latin-1 chosen, new text without a place in it")
-        << QByteArray("caf\xe9 orvita") << qs("ISO-8859-1") << qs("orvita") << qs("\u2713")
-        << QByteArray("caf\xe9 orvita") << qs("the new text does not fit the file's encoding");
-    QTest::newRow("not what was chosen") << QByteArray("\x83 orvita") << qs("Shift_JIS") << qs("orvita") << qs("x")
-                                         << QByteArray("\x83 orvita") << qs("not text in Shift_JIS");
-    QTest::newRow("pure ascii, nothing chosen")
-        << QByteArray("name=orvita") << QString() << qs("orvita") << qs("x") << QByteArray("name=x") << QString();
+    QTest::newRow("shift-jis, nothing chosen") << sjis << QString() << qs("\\") << qs("/") << sjis << qs("not text in a known encoding");
+    QTest::newRow("shift-jis chosen") << sjis << qs("Shift_JIS") << qs("\\") << qs("/") << QByteArray("dir=C:/app/\x83\x5C\r\n") << QString();
+    QTest::newRow("latin-1 chosen, new text without a place in it") << QByteArray("caf\xe9 orvita") << qs("ISO-8859-1") << qs("orvita") << qs("\u2713") << QByteArray("caf\xe9 orvita") << qs("the new text does not fit the file's encoding");
+    QTest::newRow("not what was chosen") << QByteArray("\x83 orvita") << qs("Shift_JIS") << qs("orvita") << qs("x") << QByteArray("\x83 orvita") << qs("not text in Shift_JIS");
+    QTest::newRow("pure ascii, nothing chosen") << QByteArray("name=orvita") << QString() << qs("orvita") << qs("x") << QByteArray("name=x") << QString();
 }
+// clang-format on
 
 void TestFolderWork::onlyKnownEncodingsAreChanged()
 {
@@ -446,14 +405,14 @@ void TestFolderWork::replaceInFilesKeepsPermissionsAndStops()
 
     plan = planReplaceInFiles(root(), m_dir->path(), replacement, quiet);
     QCOMPARE(int(plan.files.size()), 2);
-    CountingProgress stopping;
-    stopping.stopAfter = 1;
+    CountingProgress stopping(1);
     const Outcome outcome = applyReplaceInFiles(plan, replacement, copies, stopping);
     QVERIFY(outcome.stopped);
     QCOMPARE(outcome.changed, 1);
     QCOMPARE(stopping.ends, 1);
 }
 
+// clang-format off
 void TestFolderWork::matchedLines_data()
 {
     QTest::addColumn<QByteArray>("bytes");
@@ -461,16 +420,12 @@ void TestFolderWork::matchedLines_data()
     QTest::addColumn<QStringList>("lines"); // "number: text" as the preview shows them
     QTest::addColumn<int>("matched");
 
-    QTest::newRow("ignoring case, line ends and margins dropped")
-        << QByteArray("[db]\r\n  name=Orvita \r\nhost=x\r\nuser=ORVITA\r\n") << false
-        << sl({"2: name=Orvita", "4: user=ORVITA"}) << 2;
-    QTest::newRow("matching case") << QByteArray("[db]\nname=Orvita\nuser=orvita\n") << true << sl({"3: user=orvita"})
-                                   << 1;
-    QTest::newRow("a few lines of many") << QByteArray("orvita\norvita\n\norvita\norvita orvita\n") << false
-                                         << sl({"1: orvita", "2: orvita", "4: orvita"}) << 4;
-    QTest::newRow("utf-16 counted by lines too")
-        << QByteArray("\xFF\xFEx\0\n\0o\0r\0v\0i\0t\0a\0", 18) << false << sl({"2: orvita"}) << 1;
+    QTest::newRow("ignoring case, line ends and margins dropped") << QByteArray("[db]\r\n  name=Orvita \r\nhost=x\r\nuser=ORVITA\r\n") << false << sl({"2: name=Orvita", "4: user=ORVITA"}) << 2;
+    QTest::newRow("matching case") << QByteArray("[db]\nname=Orvita\nuser=orvita\n") << true << sl({"3: user=orvita"}) << 1;
+    QTest::newRow("a few lines of many") << QByteArray("orvita\norvita\n\norvita\norvita orvita\n") << false << sl({"1: orvita", "2: orvita", "4: orvita"}) << 4;
+    QTest::newRow("utf-16 counted by lines too") << QByteArray("\xFF\xFEx\0\n\0o\0r\0v\0i\0t\0a\0", 18) << false << sl({"2: orvita"}) << 1;
 }
+// clang-format on
 
 void TestFolderWork::matchedLines()
 {

@@ -2,12 +2,9 @@
 // installation folder: what each change asks, what it changes on disk, its summary, and its
 // undo; a folder chosen through a link; and the refusals, told once, that ask nothing more and
 // change nothing on disk. The trash is a temporary one of the test's own.
-#include "app/mdiform1.h"
-#include "app/toolcatalog.h"
 #include "files.h"
 #include "files/renamefolders.h"
-#include "operator.h"
-#include "testdb.h"
+#include "toolfixture.h"
 
 #include <QAction>
 #include <QCheckBox>
@@ -59,12 +56,12 @@ QTreeWidgetItem *itemNamed(QTreeWidget *tree, const QString &name)
 
 } // namespace
 
-class TestRenameFolders final : public QObject {
+class TestRenameFolders final : public QObject, ToolFixture {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
     void init();
-    void cleanup();
+    void cleanup() { closeMain(); }
 
     void opensOnTheProgramFolderAndGivesTheMenuBack();
     void findMarksAndShowsOnlyTheFound();
@@ -112,10 +109,7 @@ private:
     }
 
     QTemporaryDir m_dir;
-    QTemporaryDir m_settingsDir;
     QTemporaryDir m_dataHome;
-    std::unique_ptr<Operator> m_operator;
-    std::unique_ptr<MDIForm1> m_main;
     QPointer<RenameFolders> m_tool;
 };
 
@@ -133,16 +127,8 @@ void TestRenameFolders::init()
     write(path("reports/orvita_2.rpt"), "other");
     write(path("reports/Orvita_1.RPT.bak"), "old");
     write(path("bin/orvita.exe"), QByteArray("MZ\0orvita", 9));
-    m_operator = std::make_unique<Operator>();
-    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, m_dir.path()});
-    registerTools(*m_main);
+    openMain(m_dir.path());
     m_main->enableAllMenus();
-}
-
-void TestRenameFolders::cleanup()
-{
-    m_main.reset();
-    m_operator.reset();
 }
 
 RenameFolders *TestRenameFolders::openTool()
@@ -461,6 +447,7 @@ void TestRenameFolders::withoutTrashDeletesOnlyWhenAskedAgain()
     qputenv("XDG_DATA_HOME", QFile::encodeName(m_dataHome.path()));
 }
 
+// clang-format off
 void TestRenameFolders::nothingToActOn_data()
 {
     QTest::addColumn<QString>("command"); // a pop-up command, or "typed" for a path typed and Enter
@@ -468,21 +455,15 @@ void TestRenameFolders::nothingToActOn_data()
     QTest::addColumn<QStringList>("typed");
     QTest::addColumn<QString>("told");
 
-    QTest::newRow("rename names, none chosen") << "mnureplacestr"
-                                               << "" << QStringList() << "Choose the folders or files to rename first.";
-    QTest::newRow("rename one, none chosen") << "mnuren"
-                                             << "" << QStringList() << "Choose a folder or file to rename first.";
-    QTest::newRow("delete, none chosen") << "mnuDelete"
-                                         << "" << QStringList() << "Choose the folders or files to delete first.";
-    QTest::newRow("rename names, text in no name") << "mnureplacestr"
-                                                   << "bin" << sl({"zzz", "y"}) << "No item name holds \"zzz\".";
-    QTest::newRow("replace in files, text in no file") << "mnurepfiles"
-                                                       << "" << sl({"zzz", "y"}) << "No text file holds \"zzz\".";
-    QTest::newRow("installation folder missing") << "missing"
-                                                 << "" << QStringList() << "\"%1\" is not a folder.";
-    QTest::newRow("typed path is no folder") << "typed"
-                                             << "" << QStringList() << "\"%1\" is not a folder.";
+    QTest::newRow("rename names, none chosen") << "mnureplacestr" << "" << QStringList() << "Choose the folders or files to rename first.";
+    QTest::newRow("rename one, none chosen") << "mnuren" << "" << QStringList() << "Choose a folder or file to rename first.";
+    QTest::newRow("delete, none chosen") << "mnuDelete" << "" << QStringList() << "Choose the folders or files to delete first.";
+    QTest::newRow("rename names, text in no name") << "mnureplacestr" << "bin" << sl({"zzz", "y"}) << "No item name holds \"zzz\".";
+    QTest::newRow("replace in files, text in no file") << "mnurepfiles" << "" << sl({"zzz", "y"}) << "No text file holds \"zzz\".";
+    QTest::newRow("installation folder missing") << "missing" << "" << QStringList() << "\"%1\" is not a folder.";
+    QTest::newRow("typed path is no folder") << "typed" << "" << QStringList() << "\"%1\" is not a folder.";
 }
+// clang-format on
 
 void TestRenameFolders::nothingToActOn()
 {
@@ -495,8 +476,7 @@ void TestRenameFolders::nothingToActOn()
     const QString gone = path("gone");
     if (command == qs("missing")) {
         // The window opens on the program's folder, which is not there.
-        m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, gone});
-        registerTools(*m_main);
+        openMain(gone);
         m_main->enableAllMenus();
     }
     RenameFolders *w = openTool();

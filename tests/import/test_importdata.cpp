@@ -1,14 +1,12 @@
 // Importing data: the value literals and the field matching, the row copy from a source held in
 // memory, and the Import Data window on the sample Access file, all against the real server.
-#include "app/mdiform1.h"
-#include "app/toolcatalog.h"
+#include "countingprogress.h"
 #include "db/typecodes.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
 #include "import/frmimportdata.h"
 #include "import/importdata.h"
-#include "operator.h"
-#include "testdb.h"
+#include "toolfixture.h"
 #include "wholevaluesource.h"
 
 #include <QAction>
@@ -64,27 +62,14 @@ SourceValue bytes(const QByteArray &data)
     return SourceValue::fromBytes(data);
 }
 
-// Asks to stop at the step after `steps` steps.
-class StopAfter final : public Progress {
-public:
-    explicit StopAfter(int steps) : m_left(steps) {}
-    void begin(int) override {}
-    void step(const QString &) override { --m_left; }
-    void end() override {}
-    bool stopRequested() const override { return m_left < 0; }
-
-private:
-    int m_left;
-};
-
 } // namespace
 
-class TestImportData final : public QObject {
+class TestImportData final : public QObject, ToolFixture {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
     void init();
-    void cleanup();
+    void cleanup() { closeMain(); }
 
     void valueLiteral_data();
     void valueLiteral();
@@ -109,8 +94,6 @@ private Q_SLOTS:
     void keepsTheFractionOfASecond();
     void closeDuringTheCopyStopsIt();
     void lostConnectionDuringTheCopy();
-    void writesNothing_data();
-    void writesNothing();
 
 private:
     template <typename T> T *child(const char *name) { return m_window->findChild<T *>(qs(name)); }
@@ -119,31 +102,18 @@ private:
     void choose(const QString &file, const QString &table);
     void tick(const QStringList &fields);
     QStringList grid() { return gridRowTexts(child<Grid>("Edi_Gr")->cells()); }
-    QStringList sent() { return statementsReceived(m_db->admin(), m_main->session()->connectionId()); }
 
-    std::unique_ptr<ScratchDatabase> m_db;
     QTemporaryDir m_dir;
-    std::unique_ptr<MDIForm1> m_main;
-    std::unique_ptr<Operator> m_operator;
     QPointer<frmimportdata> m_window;
     QString m_wholeValues; // why the data source of long and binary values is missing, if it is
 };
 
 void TestImportData::initTestCase()
 {
-    m_db = std::make_unique<ScratchDatabase>(QStringLiteral("importdata"));
-    QVERIFY_DB(m_db->error());
+    createDatabase("importdata");
     QVERIFY(QFile::copy(qs(TABULON_FIXTURES_DIR "/access/nwind.mdb"), m_dir.filePath(qs("nwind.mdb"))));
     // A data source for the tests: mdbtools' ODBC driver on the sample file.
-    const auto put = [this](const char *name, const QByteArray &text) {
-        QFile file(m_dir.filePath(qs(name)));
-        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
-    };
-    QVERIFY(put("odbcinst.ini", "[MDBTools]\nDriver=libmdbodbc.so\n"));
-    QVERIFY(put("odbc.ini", "[nwindsource]\nDriver=MDBTools\nDatabase=" + m_dir.filePath(qs("nwind.mdb")).toUtf8()));
-    QVERIFY(put("nwindsource.dsn", {})); // its content is never read
-    qputenv("ODBCSYSINI", m_dir.path().toUtf8());
-    qputenv("ODBCINI", m_dir.filePath(qs("odbc.ini")).toUtf8());
+    QVERIFY(startAccessSource(m_dir.path(), qs("nwindsource"), m_dir.filePath(qs("nwind.mdb"))));
     QFile damaged(m_dir.filePath(qs("damaged.mdb")));
     QVERIFY(damaged.open(QIODevice::WriteOnly));
     damaged.write(QByteArray("plain text, not a database\n").repeated(300));
@@ -154,17 +124,9 @@ void TestImportData::init()
 {
     QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS imported, clients, existing, heavy"),
                           qs("CREATE TABLE existing (kept INT)"), qs("INSERT INTO existing VALUES (7)")}));
-    m_operator = std::make_unique<Operator>();
-    m_main = std::make_unique<MDIForm1>(AppEnvironment{m_dir.filePath(qs("settings.ini")), {}, {}});
-    QVERIFY_DB(openSession(*m_main->session(), m_db->name()));
-    registerTools(*m_main);
+    openMain();
+    markLog();
     m_main->enableAllMenus();
-}
-
-void TestImportData::cleanup()
-{
-    m_main.reset();
-    m_operator.reset();
 }
 
 void TestImportData::openWindow()
@@ -383,7 +345,7 @@ void TestImportData::stopInATransaction()
     DatabaseSession &session = *m_main->session();
     const Import::Plan plan{source.table.name, qs("clients"), false,
                             Import::existingTableMapping(source.table.fields, {0}, {{qs("n"), qs("int(11)")}})};
-    StopAfter progress(1);
+    CountingProgress progress(2);
     int questions = 0;
     const Import::Outcome outcome = Import::run(source, session, plan, progress, [&](const Import::Outcome &sofar) {
         ++questions;
@@ -408,6 +370,7 @@ void TestImportData::stopInATransaction()
     QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM clients")), sl({"120"}));
 }
 
+// clang-format off
 void TestImportData::transactionEndedByTheServer_data()
 {
     QTest::addColumn<QString>("trouble");
@@ -418,9 +381,9 @@ void TestImportData::transactionEndedByTheServer_data()
     QTest::addColumn<QString>("rows");
     QTest::newRow("deadlock") << qs("deadlock") << qs("InnoDB") << QList<qint64>{0, 1, 1} << true << false << qs("");
     QTest::newRow("connection lost") << qs("kill") << qs("InnoDB") << QList<qint64>{0, 1, 2} << true << false << qs("");
-    QTest::newRow("connection lost, no transactions")
-        << qs("kill") << qs("MyISAM") << QList<qint64>{2, 1, 0} << false << true << qs("1,2");
+    QTest::newRow("connection lost, no transactions") << qs("kill") << qs("MyISAM") << QList<qint64>{2, 1, 0} << false << true << qs("1,2");
 }
+// clang-format on
 
 // A deadlock (the other transaction, the heavier one, wins) or a lost connection in the middle
 // of the copy: the rows after it must not go in one by one, and the outcome says what the table
@@ -713,42 +676,6 @@ void TestImportData::lostConnectionDuringTheCopy()
              qPrintable(told));
     QCOMPARE(child<QLabel>("lblstatus")->text(), qs("Rows copied: 0, changed: 0, refused: 1, lost: 50"));
     QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM clients")), sl({"0"}));
-}
-
-void TestImportData::writesNothing_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QStringList>("ticked");
-    QTest::addColumn<bool>("existing");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("no field ticked") << qs("nwind.mdb") << QStringList() << false << qs("No field has been selected.");
-    QTest::newRow("new table already there")
-        << qs("nwind.mdb") << sl({"ShipperID"}) << false
-        << qs("Table 'existing' already exists. Nothing has been imported.\n\nEnter another name, or choose it as the "
-              "existing table.");
-    QTest::newRow("no ticked field matches")
-        << qs("nwind.mdb") << sl({"ShipperID", "Phone"}) << true
-        << qs("None of the ticked fields matches a column of table 'existing'. Nothing has been imported.");
-    QTest::newRow("damaged source") << qs("damaged.mdb") << QStringList() << false
-                                    << qs("Choose a source file and one of its tables first.");
-}
-
-void TestImportData::writesNothing()
-{
-    QFETCH(QString, file);
-    QFETCH(QStringList, ticked);
-    QFETCH(bool, existing);
-    QFETCH(QString, message);
-    choose(file, qs("Shippers"));
-    tick(ticked);
-    child<QLineEdit>("txtnewtable")->setText(qs("existing"));
-    child<QRadioButton>("optexisting")->setChecked(existing);
-    child<QComboBox>("cbotarget")->setCurrentIndex(0);
-    child<QPushButton>("cmdimport")->click();
-    QCOMPARE(m_operator->told.last(), message);
-    QVERIFY(m_operator->asked.isEmpty());
-    QCOMPARE(sent().filter(QRegularExpression(qs("^(CREATE|INSERT)"))), QStringList());
-    QCOMPARE(m_db->rows(qs("SELECT * FROM existing")), sl({"7"}));
 }
 
 QTEST_MAIN(TestImportData)

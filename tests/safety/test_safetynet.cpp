@@ -2,7 +2,7 @@
 // (checksum and CREATE TABLE) after every kind of damage, on both engines; foreign keys
 // survive; a damaged copy or a failing put-back leaves the current table alone; the folder
 // keeps to its limits; a copy that cannot be written stops before anything happens.
-#include "db/progress.h"
+#include "countingprogress.h"
 #include "safety/copysql.h"
 #include "safety/putback.h"
 #include "safety/safetynet.h"
@@ -258,16 +258,6 @@ void TestSafetyNet::viewOfSameNameRefused()
 // Stopped after its first table, a put-back says which tables went back and which did not.
 void TestSafetyNet::stoppedPutBackSaysWhat()
 {
-    class StopAfterFirst final : public Progress {
-    public:
-        void begin(int) override {}
-        void step(const QString &) override { ++m_steps; }
-        void end() override {}
-        bool stopRequested() const override { return m_steps > 0; }
-
-    private:
-        int m_steps = 0;
-    };
     ScratchSafety safety;
     QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("InnoDB")) + awkwardTable(qs("u"), qs("MyISAM"))));
     const TableState t = tableState(*m_db, qs("t"));
@@ -277,7 +267,7 @@ void TestSafetyNet::stoppedPutBackSaysWhat()
     const TableState u = tableState(*m_db, qs("u"));
     auto info = SafetyCopy::readInfo(*written);
     QVERIFY_DB(info.error());
-    StopAfterFirst progress;
+    CountingProgress progress(1);
     const auto done = PutBack::putBack(m_session, *info, progress, safety.settings(), {});
     QVERIFY(!done);
     const QString text = done.error().description;
@@ -642,6 +632,7 @@ void TestSafetyNet::viewsTwinsAndQualifiedNames()
     QVERIFY_DB(whole({qs("nodb.nothing")}).error()); // nothing there, nothing to lose
 }
 
+// clang-format off
 void TestSafetyNet::literals_data()
 {
     QTest::addColumn<QByteArray>("value");
@@ -651,13 +642,12 @@ void TestSafetyNet::literals_data()
     QTest::newRow("null") << QByteArray() << true << int(CopyValueForm::Text) << QByteArray("NULL");
     QTest::newRow("empty text") << QByteArray("") << false << int(CopyValueForm::Text) << QByteArray("''");
     QTest::newRow("quote") << QByteArray("a'b\\") << false << int(CopyValueForm::Text) << QByteArray("'a\\'b\\\\'");
-    QTest::newRow("binary") << QByteArray("\0'\xff", 3) << false << int(CopyValueForm::Binary)
-                            << QByteArray("X'0027ff'");
+    QTest::newRow("binary") << QByteArray("\0'\xff", 3) << false << int(CopyValueForm::Binary) << QByteArray("X'0027ff'");
     QTest::newRow("empty binary") << QByteArray("") << false << int(CopyValueForm::Binary) << QByteArray("X''");
     QTest::newRow("bit") << QByteArray("21") << false << int(CopyValueForm::Number) << QByteArray("21");
-    QTest::newRow("not a number") << QByteArray("2 OR 1") << false << int(CopyValueForm::Number)
-                                  << QByteArray("'2 OR 1'");
+    QTest::newRow("not a number") << QByteArray("2 OR 1") << false << int(CopyValueForm::Number) << QByteArray("'2 OR 1'");
 }
+// clang-format on
 
 void TestSafetyNet::literals()
 {

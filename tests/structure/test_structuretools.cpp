@@ -5,7 +5,6 @@
 #include "grid/grid.h"
 #include "gridtexts.h"
 #include "structure/createtable.h"
-#include "structure/structuresql.h"
 #include "structure/tableinfo.h"
 #include "toolfixture.h"
 
@@ -23,7 +22,7 @@ using namespace tabulon::test;
 namespace {
 
 // The server's log leaves out a statement's closing semicolon and blanks, so statements sent are
-// compared without them here; the statement text itself is checked whole in statementTexts.
+// compared without them.
 const QStringList kListAll{qs("Repair Table bill"),        qs("show columns from bill"), qs("Repair Table owner1"),
                            qs("show columns from owner1"), qs("Repair Table staff"),     qs("show columns from staff")};
 
@@ -44,7 +43,6 @@ private Q_SLOTS:
     void init();
     void cleanup() { closeMain(); }
 
-    void statementTexts();
     void detailListsAndNarrows();
     void fieldCommands_data();
     void fieldCommands();
@@ -93,19 +91,6 @@ void TestStructureTools::init()
     openMain();
     markLog(); // the session the tools open on
     m_main->enableAllMenus();
-}
-
-// Whole, with the closing semicolon and trailing blanks, which the server's log does not show.
-void TestStructureTools::statementTexts()
-{
-    using namespace StructureSql;
-    QCOMPARE(addField(qs("bill"), qs("paid"), qs("int")), qs("ALTER table bill Add paid int;"));
-    // An empty answer keeps the row's own name or type; a blank one is an answer.
-    QCOMPARE(changeField(qs("bill"), qs("paid"), answerOr({}, qs("paid")), answerOr({}, qs("int(11)"))),
-             qs("ALTER table bill change paid paid int(11);"));
-    QCOMPARE(addField(qs("t"), answerOr(qs(" "), qs("x")), qs("int")), qs("ALTER table t Add   int;"));
-    QCOMPARE(dropField(qs("bill"), qs("paid")), qs("ALTER table bill Drop column paid;"));
-    QCOMPARE(createTable(qs(" t "), {{qs("a"), qs("int")}}), qs("Create Table t (a int);"));
 }
 
 void TestStructureTools::detailListsAndNarrows()

@@ -45,10 +45,13 @@ protected:
         m_db = std::make_unique<ScratchDatabase>(qs(name));
         QVERIFY_DB(m_db->error());
     }
-    void openMain()
+    // The main window, its program folder `programFolder`.
+    void openMain(const QString &programFolder = {})
     {
+        closeMain(); // one operator at a time: the one going uninstalls itself
         m_operator = std::make_unique<Operator>();
-        m_main = std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, {}});
+        m_main =
+            std::make_unique<MDIForm1>(AppEnvironment{m_settingsDir.filePath(qs("settings.ini")), {}, programFolder});
         registerTools(*m_main);
         m_main->resize(1000, 700);
         m_main->show();
