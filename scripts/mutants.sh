@@ -200,14 +200,14 @@ file: src/safety/safetynet.cpp
 tests: test_safetynet:viewsTwinsAndQualifiedNames
 why: `Foo` and `foo` are copied apart where the server tells them apart
 -         if (table.isEmpty() || seen.contains(table, nameCase))
-+         if (table.isEmpty() || seen.contains(table, Qt::CaseInsensitive))
++         if (table.isEmpty() || ((void)nameCase, seen.contains(table, Qt::CaseInsensitive)))
 
 @ copy-other-database
 file: src/safety/safetynet.cpp
 tests: test_safetynet:viewsTwinsAndQualifiedNames
-why: a view of a table of another database, of which no copy can be made here, stops the command
--                 if (base.contains(QLatin1Char('.')))
-+                 if (false)
+why: a name like otherdb.keep that stands for a table of another database stops the command
+-             if (there->recordCount() > 0)
++             if (false)
 
 @ copy-time-zone
 file: src/safety/copysql.cpp
