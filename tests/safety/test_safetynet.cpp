@@ -171,6 +171,12 @@ void TestSafetyNet::foreignKeysSurvive()
     // The child's key still points at the parent put back, and still holds.
     QCOMPARE(m_db->admin().execute(qs("INSERT INTO child VALUES (30, 99)")).serverCode, 1452);
     QCOMPARE(m_db->admin().execute(qs("INSERT INTO tree VALUES (4, 99)")).serverCode, 1452);
+    // Put back without its child, the parent is replaced by name: the child's key finds it.
+    auto parentOnly = copy({qs("parent")}, safety.settings());
+    QVERIFY_DB(parentOnly.error());
+    QVERIFY_DB(m_db->run({qs("SET foreign_key_checks=0"), qs("DELETE FROM parent"), qs("SET foreign_key_checks=1")}));
+    QVERIFY_DB(putBack(*parentOnly).error());
+    QVERIFY_DB(m_db->admin().execute(qs("INSERT INTO child VALUES (40, 1)")));
 }
 
 void TestSafetyNet::hardTablePutBack_data()
