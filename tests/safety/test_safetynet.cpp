@@ -287,14 +287,14 @@ void TestSafetyNet::failedPutBackLeavesTableAlone()
 {
     ScratchSafety safety;
     QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("InnoDB"))));
-    QVERIFY_DB(
-        m_db->run({qs("DROP TABLE IF EXISTS t2"), qs("CREATE TABLE t2 (a INT)"), qs("INSERT INTO t2 VALUES (1)")}));
+    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS t2"), qs("CREATE TABLE t2 (a LONGTEXT)"),
+                          qs("INSERT INTO t2 VALUES (REPEAT('ab', 500000))")}));
     auto written = copy({qs("t"), qs("t2")}, safety.settings());
     QVERIFY_DB(written.error());
     QVERIFY_DB(m_db->run({qs("DELETE FROM t WHERE id = 9")}));
     const TableState damaged = tableState(*m_db, qs("t"));
-    // One byte changed at the end of the body, past the first table's rows: not even the first
-    // table goes in.
+    // One byte changed at the end of the body, a megabyte past the first table's rows: not even the
+    // first table goes in.
     QFile file(*written);
     QVERIFY(file.open(QIODevice::ReadWrite));
     const qint64 at = file.readAll().lastIndexOf("{") - 2;
