@@ -284,14 +284,14 @@ file: src/backup/restorecheck.cpp
 tests: test_backuptools:restoreRefusesBeforeTheFirstStatement
 why: a delete that would cascade into a table that is not ticked is refused
 -     if (!deletes)
-+     if (true)
++     if (!deletes || true)
 
 @ restore-holds-cascades
 file: src/backup/restore.cpp
 tests: test_backuptools:demoRoundTrip
 why: cascades among ticked tables are held, so a later delete does not undo rows restored before
 -     if (!found.cascadesAmongTicked)
-+     if (true)
++     if (!found.cascadesAmongTicked || true)
 
 @ restore-fit-check
 file: src/backup/restore.cpp
