@@ -427,7 +427,9 @@ helper check "$root" || die "some mutants no longer apply (above); update their 
 
 say "copying the tree to $tree"
 mkdir -p "$tree" "$logs"
-rsync -a --delete --exclude '/build*' --exclude '/.git' --exclude '/.demo' --exclude '/.testdb' \
+# Files that changed get the time of the copy, so that the build sees them as newer than what it
+# built from them before, whatever their time in the tree.
+rsync -a --no-times --checksum --delete --exclude '/build*' --exclude '/.git' --exclude '/.demo' --exclude '/.testdb' \
   --exclude '/.package' "$root/" "$tree/"
 
 # Test executables and the test specs of the chosen mutants.
