@@ -12,6 +12,7 @@
 #include "benchmemory.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "db/tabletransaction.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -54,14 +55,17 @@ int main(int argc, char **argv)
         QFile::remove(set.archivePath());
         if (!QDir().mkpath(set.workingFolder))
             return fail(DbError::file(set.workingFolder, QStringLiteral("cannot create")));
+        // As the backup window does: each table file is compressed while the next table is read.
+        BackupArchive::Packer packer(set.workingFolder);
         for (const QString &table : tables) {
             if (DbError error = TableBackup::writeTableFile(session, TableBackup::tableSelect(table),
                                                             QDir(set.workingFolder).filePath(table)))
                 return fail(error);
+            packer.add(table);
         }
-        // Reading the tables and packing them are timed apart: the packing compresses.
+        // What is left after the last table is read: its compression and the archive's writing.
         std::printf("read_ms=%lld\n", static_cast<long long>(timer.elapsed()));
-        if (DbError error = TableBackup::finish(set, tables))
+        if (DbError error = TableBackup::finish(set, packer, tables))
             return fail(error);
         std::printf("archive=%s\n", qPrintable(set.archivePath()));
     } else {
@@ -73,17 +77,23 @@ int main(int argc, char **argv)
             // The restore's own check that the table exists reads it whole.
             if (DbError error = session.execute(TableRestore::existenceTest(table)))
                 return fail(error);
+            // As the restore window does: on InnoDB the delete and inserts are one transaction.
+            TableTransaction transaction(session, table);
+            if (transaction.error())
+                return fail(transaction.error());
             if (DbError error = session.execute(TableRestore::deleteAllStatement(table)))
                 return fail(error);
-            auto types = TableRestore::fieldTypes(session, table);
-            if (!types)
-                return fail(types.error());
+            auto columns = TableRestore::fieldColumns(session, table);
+            if (!columns)
+                return fail(columns.error());
             if (DbError error =
-                    TableRestore::insertRows(session, table, extracted.filePath(QStringLiteral("x/")) + table, *types,
-                                             nullptr, [&refused](const DbError &) {
+                    TableRestore::insertRows(session, table, extracted.filePath(QStringLiteral("x/")) + table, *columns,
+                                             nullptr, false, [&refused](const DbError &) {
                                                  ++refused;
                                                  return true;
                                              }))
+                return fail(error);
+            if (DbError error = transaction.commit())
                 return fail(error);
         }
         std::printf("refused=%lld\n", static_cast<long long>(refused));

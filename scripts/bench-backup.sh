@@ -5,21 +5,35 @@
 # memory of each backup and restore. Builds Release in build-bench-backup/, runs a private server
 # of its own (no general log) and stops it again.
 #
-#   scripts/bench-backup.sh [ROWS...]      default 500000 2000000; environment: BENCH_PORT
+# With --demo, backs up the whole demo database instead, RUNS times (BENCH_RUNS, 5), against
+# `mariadb-dump --quick --skip-extended-insert | gzip -1` into a file, alternating the two, and
+# prints the median, minimum and maximum of each side's elapsed time and peak memory (GNU time,
+# whole processes).
+#
+#   scripts/bench-backup.sh [ROWS...]         default 500000 2000000
+#   scripts/bench-backup.sh --demo [CLIENTS]  default 100000
+#   environment: BENCH_PORT, BENCH_RUNS, BENCH_BUILD (build-bench-backup)
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
+demo=0
+if [ "${1:-}" = --demo ]; then
+  demo=1
+  clients=${2:-100000}
+  set --
+fi
 sizes=("$@")
 [ ${#sizes[@]} -gt 0 ] || sizes=(500000 2000000)
-build="$root/build-bench-backup"
+build=${BENCH_BUILD:-$root/build-bench-backup}
 dir="$build/mariadb"
 work="$build/work"
 port=${BENCH_PORT:-13407}
+runs=${BENCH_RUNS:-5}
 db=tabulon_bench_backup
 server="127.0.0.1:$port"
 
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" --target bench_backup -j"$(nproc)" >/dev/null
+cmake --build "$build" --target bench_backup tabulon-demodb -j"$(nproc)" >/dev/null
 
 "$root/scripts/private-mariadb.sh" start "$dir" "$port"
 trap '"$root/scripts/private-mariadb.sh" stop "$dir"' EXIT
@@ -27,6 +41,38 @@ client=(mariadb --no-defaults -h127.0.0.1 -P"$port" -udbop)
 dump=(mariadb-dump --no-defaults -h127.0.0.1 -P"$port" -udbop --skip-extended-insert)
 ms() { echo $(( ($(date +%s%N) - $1) / 1000000 )); }
 field() { sed -n "s/^$1=//p" <<<"$2"; }
+
+# spread FILE COLUMN: "median (min … max)" of one column of FILE
+spread() {
+  cut -d' ' -f"$2" "$1" | sort -n | awk '{ v[NR] = $1 } END { printf "%s (%s … %s)", v[int((NR + 1) / 2)], v[1], v[NR] }'
+}
+
+if [ "$demo" = 1 ]; then
+  echo "generating the demo database ($clients clients) ..."
+  "$build/src/tabulon-demodb" --server "$server" --user dbop --database "$db" --clients "$clients" --recreate --quiet
+  list=$("${client[@]}" -N -e "SHOW Tables" "$db" | paste -sd,)
+  rm -rf "$work"; mkdir -p "$work"
+  peer_out="$work/dump.sql.gz"
+  for run in $(seq "$runs"); do
+    rm -rf "$work/archives"; mkdir -p "$work/archives"
+    /usr/bin/time -f '%e %M' -o "$work/time" "$build/bench/bench_backup" backup "$server" "$db" "$list" \
+      "$work/archives" >"$work/ours.out"
+    echo "$(cat "$work/time") $(field read_ms "$(cat "$work/ours.out")")" >>"$work/ours"
+    /usr/bin/time -f '%e %M' -o "$work/time" bash -c "${dump[*]} --quick $db | gzip -1 >$peer_out"
+    cat "$work/time" >>"$work/peer"
+    echo "run $run: ours $(tail -1 "$work/ours" | cut -d' ' -f1) s, peer $(cut -d' ' -f1 "$work/time") s"
+  done
+  archive=$(field archive "$(cat "$work/ours.out")")
+  ours=$(cut -d' ' -f1 "$work/ours" | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }')
+  peer=$(cut -d' ' -f1 "$work/peer" | sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }')
+  echo "demo database, $clients clients, $runs runs each (median (min … max)); the machine is shared, so the spread matters:"
+  echo "  backup:                      $(spread "$work/ours" 1) s, peak $(spread "$work/ours" 2) KiB, last table read at $(spread "$work/ours" 3) ms"
+  echo "  mariadb-dump --quick --skip-extended-insert | gzip -1 > $peer_out:"
+  echo "                               $(spread "$work/peer" 1) s, peak of the shell $(spread "$work/peer" 2) KiB"
+  awk -v o="$ours" -v p="$peer" 'BEGIN { printf "  ratio of the medians: %.2f (goal <= 0.7)\n", o / p }'
+  echo "  archive $(stat -c %s "$archive") bytes, dump $(stat -c %s "$peer_out") bytes"
+  exit 0
+fi
 
 report=()
 peaks=()

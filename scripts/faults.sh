@@ -4,7 +4,9 @@
 # fault, tool, runs, and how each run ended: clean, damaged but put back whole by one put-back
 # of the safety copy the run wrote, fault not reached, false success, hang, crash, data lost.
 #
-#   faults.sh [RUNS]      RUNS per row (default 50)
+#   faults.sh [RUNS] [ROWS]   RUNS per row (default 50); ROWS, an extended regular expression,
+#                             keeps only the rows whose "fault tool" it matches
+#                             (e.g. 'disk-full (table-script|safety-copy)')
 #
 # Save Table's row covers its safety copy (the copy's statements are among those the fault may
 # land on); put-back puts a copy back over a damaged table.
@@ -27,7 +29,8 @@ set -euo pipefail
 exec </dev/null
 
 runs=${1:-50}
-case "$runs" in ''|*[!0-9]*) echo "usage: $0 [RUNS]" >&2; exit 2 ;; esac
+only=${2:-}
+case "$runs" in ''|*[!0-9]*) echo "usage: $0 [RUNS] [ROWS]" >&2; exit 2 ;; esac
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${TABULON_BUILD_DIR:-$root/build}
@@ -86,6 +89,9 @@ notes=()
 failed=0
 for row in "${rows[@]}"; do
   read -r fault tool <<<"$row"
+  if [ -n "$only" ] && ! grep -Eq -- "$only" <<<"$row"; then
+    continue
+  fi
   if [ "$fault" = disk-full ] && [ "$mounted" = no ]; then
     notes+=("disk-full $tool: skipped (a size-limited folder needs root)")
     continue

@@ -99,6 +99,7 @@ BackUp::BackUp(ToolHost &host, QWidget *parent)
 
 BackUp::~BackUp()
 {
+    m_packer.reset(); // its thread ends and its parts go before the folder is removed
     // The working folder of a backup the operator left before it ran; only an empty one goes.
     if (!m_set.workingFolder.isEmpty())
         QDir().rmdir(m_set.workingFolder);
@@ -165,6 +166,7 @@ void BackUp::backupPressed()
     m_unreadWhy.clear();
     m_taken.clear();
     m_fatal = {};
+    m_packer = std::make_unique<BackupArchive::Packer>(m_set.workingFolder);
     m_list->setVerb(m_clientOnly->isChecked() ? kClientVerb : kTableVerb);
     if (m_clientOnly->isChecked())
         runClientBackup();
@@ -222,7 +224,7 @@ void BackUp::runTableBackup()
     if (m_list->tickedCount() > 0 && !learnNames(session))
         return;
     const auto run = m_list->run([this, &session](const QString &table) {
-        if (m_fatal || leftOut(table))
+        if (ended() || leftOut(table))
             return;
         const QString path = QDir(m_set.workingFolder).filePath(table);
         DbError refused;
@@ -238,6 +240,7 @@ void BackUp::runTableBackup()
             return;
         }
         m_written << table;
+        m_packer->add(table);
     });
     if (run == TableChecklist::Run::Finished || run == TableChecklist::Run::Stopped)
         complete(run == TableChecklist::Run::Finished);
@@ -267,7 +270,7 @@ void BackUp::runClientBackup()
         return;
     const QString other = client->other;
     const auto run = m_list->run([this, &session, &code, &other](const QString &table) {
-        if (m_fatal || leftOut(table))
+        if (ended() || leftOut(table))
             return;
         const QString path = QDir(m_set.workingFolder).filePath(table);
         bool written = false;
@@ -285,18 +288,27 @@ void BackUp::runClientBackup()
             if (refused && refused.serverCode != kUnknownColumn && !unreadable)
                 unreadable = refused;
         }
-        if (written)
+        if (written) {
             m_written << table;
-        else if (unreadable)
+            m_packer->add(table);
+        } else if (unreadable)
             this->unreadable(table, unreadable);
     });
     if (run == TableChecklist::Run::Finished || run == TableChecklist::Run::Stopped)
         complete(run == TableChecklist::Run::Finished);
 }
 
+bool BackUp::ended()
+{
+    if (!m_fatal && (m_fatal = m_packer->failure()))
+        m_list->busy().requestStop();
+    return bool(m_fatal);
+}
+
 void BackUp::complete(bool finished)
 {
     if (!finished || m_fatal) {
+        m_packer.reset();
         // Nothing of a broken run may look like a backup: its table files go, no archive is made.
         QDir folder(m_set.workingFolder);
         for (const QString &name : std::as_const(m_written))
@@ -316,6 +328,7 @@ void BackUp::complete(bool finished)
                 BackupArchive::carryOver(m_set.archivePath(), m_unread, m_set.workingFolder, &carried, &damaged)) {
             // Nothing of it can be kept: the earlier archive stays as it is and the new one is
             // not made.
+            m_packer.reset();
             for (const QString &name : std::as_const(m_written))
                 QDir(m_set.workingFolder).remove(name);
             QDir().rmdir(m_set.workingFolder);
@@ -331,8 +344,13 @@ void BackUp::complete(bool finished)
     for (qsizetype i = 0; i < m_unread.size(); ++i)
         (carried.contains(m_unread[i]) ? kept : missing) << m_unreadWhy[i];
     missing << damaged;
-    if (DbError error = TableBackup::finish(
-            m_set, m_written + carried, m_replace ? BackupArchive::Existing::Replace : BackupArchive::Existing::Keep)) {
+    for (const QString &name : std::as_const(carried))
+        m_packer->add(name);
+    const DbError packed =
+        TableBackup::finish(m_set, *m_packer, m_written + carried,
+                            m_replace ? BackupArchive::Existing::Replace : BackupArchive::Existing::Keep);
+    m_packer.reset();
+    if (DbError error = packed) {
         Dialogs::message(this, QStringLiteral("The backup was not made: ") + error.description);
         closeToolWindow(this);
         return;

@@ -49,6 +49,9 @@ private:
     bool leftOut(const QString &table);
     // A table the backup could not read: the earlier archive of the day may keep its copy.
     void unreadable(const QString &table, const DbError &why);
+    // True once an error ends the backup: one of the loop's own, or the packing of the files
+    // written so far failed.
+    bool ended();
     // After the loop: the archive, or the error that ended it, then the window closes.
     void complete(bool finished);
 
@@ -71,6 +74,8 @@ private:
     QStringList m_reserved;
     QHash<QString, QString> m_taken; // lower-case name -> the table of that name in the archive
     DbError m_fatal;
+    // Compresses each table file written while the next table is read.
+    std::unique_ptr<BackupArchive::Packer> m_packer;
 };
 
 } // namespace tabulon

@@ -1,4 +1,5 @@
-// Writing and checked extraction of backup archives through libzip.
+// Writing (table files compressed while the next ones are read) and checked extraction of
+// backup archives through libzip.
 #include "backup/backuparchive.h"
 
 #include "grid/gridfile.h"
@@ -8,19 +9,27 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSet>
 #include <QStorageInfo>
 #include <QTemporaryDir>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zip.h>
+#include <zlib.h>
 
+#include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
 #include <limits>
 #include <memory>
+#include <mutex>
+#include <vector>
 
 namespace tabulon::BackupArchive {
 
@@ -124,6 +133,121 @@ DbError syncToDisk(const QString &path)
     return {};
 }
 
+// A table file compressed on its own: a raw deflate stream, with what its zip entry states.
+struct Part {
+    QString name; // the table file's, and the entry's
+    QString path; // the compressed bytes
+    quint32 crc = 0;
+    quint64 size = 0;
+    quint64 compressedSize = 0;
+    time_t modified = 0;
+};
+
+constexpr qsizetype kBufferBytes = 256 * 1024;
+
+// Compresses `path` into `part.path` at the fastest level, reading and writing through the two
+// buffers. Gives up (with no error and no part left) once `stopping` is set.
+DbError deflateFile(const QString &path, Part &part, QByteArray &in, QByteArray &out, const std::atomic<bool> &stopping)
+{
+    QFile source(path);
+    if (!source.open(QIODevice::ReadOnly))
+        return DbError::file(native(path), source.errorString());
+    part.modified = QFileInfo(source).lastModified().toSecsSinceEpoch();
+    QFile target(part.path);
+    if (!target.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return DbError::file(native(part.path), target.errorString());
+    const auto failed = [&target](const DbError &error) {
+        target.remove();
+        return error;
+    };
+    z_stream stream{};
+    if (deflateInit2(&stream, 1, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+        return failed(DbError::generic(tr("The compressor cannot start.")));
+    const auto end = qScopeGuard([&stream] { deflateEnd(&stream); });
+    uLong crc = crc32(0L, Z_NULL, 0);
+    int status = Z_OK;
+    while (status != Z_STREAM_END) {
+        if (stopping)
+            return failed({});
+        const qint64 got = source.read(in.data(), in.size());
+        if (got < 0)
+            return failed(DbError::file(native(path), source.errorString()));
+        crc = crc32(crc, reinterpret_cast<const Bytef *>(in.constData()), uInt(got));
+        part.size += quint64(got);
+        stream.next_in = reinterpret_cast<Bytef *>(in.data());
+        stream.avail_in = uInt(got);
+        const int flush = got == 0 ? Z_FINISH : Z_NO_FLUSH;
+        do {
+            stream.next_out = reinterpret_cast<Bytef *>(out.data());
+            stream.avail_out = uInt(out.size());
+            status = deflate(&stream, flush);
+            const qint64 produced = out.size() - qint64(stream.avail_out);
+            if (target.write(out.constData(), produced) != produced)
+                return failed(DbError::file(native(part.path), target.errorString()));
+        } while (stream.avail_out == 0);
+    }
+    if (!target.flush())
+        return failed(DbError::file(native(part.path), target.errorString()));
+    part.crc = quint32(crc);
+    part.compressedSize = quint64(target.size());
+    return {};
+}
+
+// A part as a zip source that states itself deflated, so the archive takes its bytes as they are.
+struct PartSource {
+    explicit PartSource(const Part &p) : part(p) { zip_error_init(&error); }
+    ~PartSource() { zip_error_fini(&error); }
+
+    static zip_int64_t callback(void *state, void *data, zip_uint64_t length, zip_source_cmd_t command)
+    {
+        auto *self = static_cast<PartSource *>(state);
+        switch (command) {
+        case ZIP_SOURCE_OPEN:
+            self->file.setFileName(self->part.path);
+            if (!self->file.open(QIODevice::ReadOnly)) {
+                zip_error_set(&self->error, ZIP_ER_OPEN, ENOENT);
+                return -1;
+            }
+            return 0;
+        case ZIP_SOURCE_READ: {
+            const qint64 got = self->file.read(static_cast<char *>(data),
+                                               qint64(std::min<zip_uint64_t>(length, zip_uint64_t(kBufferBytes))));
+            if (got < 0) {
+                zip_error_set(&self->error, ZIP_ER_READ, EIO);
+                return -1;
+            }
+            return got;
+        }
+        case ZIP_SOURCE_CLOSE: self->file.close(); return 0;
+        case ZIP_SOURCE_STAT: {
+            auto *st = ZIP_SOURCE_GET_ARGS(zip_stat_t, data, length, &self->error);
+            if (!st)
+                return -1;
+            zip_stat_init(st);
+            st->valid = ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_COMP_METHOD | ZIP_STAT_CRC | ZIP_STAT_MTIME |
+                        ZIP_STAT_ENCRYPTION_METHOD;
+            st->size = self->part.size;
+            st->comp_size = self->part.compressedSize;
+            st->comp_method = ZIP_CM_DEFLATE;
+            st->crc = self->part.crc;
+            st->mtime = self->part.modified;
+            st->encryption_method = ZIP_EM_NONE;
+            return sizeof(zip_stat_t);
+        }
+        case ZIP_SOURCE_ERROR: return zip_error_to_data(&self->error, data, length);
+        case ZIP_SOURCE_FREE: delete self; return 0;
+        case ZIP_SOURCE_SUPPORTS:
+            return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE, ZIP_SOURCE_STAT,
+                                                  ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, -1);
+        default: zip_error_set(&self->error, ZIP_ER_OPNOTSUPP, 0); return -1;
+        }
+    }
+
+    Part part;
+    QFile file;
+    zip_error_t error;
+};
+
 } // namespace
 
 QString datedName(const QDate &date)
@@ -164,6 +288,115 @@ bool isTableName(const QString &name)
 
 DbError pack(const QString &folder, const QStringList &fileNames, const QString &archivePath, Existing existing)
 {
+    Packer packer(folder);
+    for (const QString &name : fileNames)
+        packer.add(name);
+    return packer.finish(archivePath, existing);
+}
+
+// What the compressing thread and the thread that hands files over share.
+struct Packer::State {
+    QString folder;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<QString> queue;  // handed over, not yet compressed
+    std::vector<Part> parts;    // compressed, in the order handed over
+    bool closing = false;       // nothing more comes: end once the queue is empty
+    std::atomic<bool> stopping; // give up now, even in the middle of a file
+    DbError error;
+};
+
+Packer::Packer(const QString &folder) : m_state(std::make_unique<State>())
+{
+    m_state->folder = folder;
+    m_state->stopping = false;
+    m_thread = std::thread([state = m_state.get()] {
+        QByteArray in(kBufferBytes, Qt::Uninitialized);
+        QByteArray out(kBufferBytes, Qt::Uninitialized);
+        for (;;) {
+            QString name;
+            {
+                std::unique_lock lock(state->mutex);
+                state->changed.wait(lock,
+                                    [state] { return state->stopping || state->closing || !state->queue.empty(); });
+                if (state->stopping || state->queue.empty())
+                    return;
+                name = state->queue.front();
+                state->queue.pop_front();
+            }
+            Part part;
+            part.name = name;
+            part.path = QDir(state->folder).filePath(partName(name));
+            const DbError error = deflateFile(QDir(state->folder).filePath(name), part, in, out, state->stopping);
+            std::lock_guard lock(state->mutex);
+            if (state->stopping) {
+                QFile::remove(part.path);
+                return;
+            }
+            if (error) {
+                state->error = error;
+                return;
+            }
+            state->parts.push_back(part);
+        }
+    });
+    pthread_setname_np(m_thread.native_handle(), kThreadName);
+}
+
+Packer::~Packer()
+{
+    stop();
+}
+
+void Packer::stop()
+{
+    {
+        std::lock_guard lock(m_state->mutex);
+        m_state->stopping = true;
+    }
+    m_state->changed.notify_all();
+    if (m_thread.joinable())
+        m_thread.join();
+    for (const Part &part : std::as_const(m_state->parts))
+        QFile::remove(part.path);
+    m_state->parts.clear();
+}
+
+void Packer::add(const QString &fileName)
+{
+    {
+        std::lock_guard lock(m_state->mutex);
+        m_state->queue.push_back(fileName);
+    }
+    m_state->changed.notify_all();
+}
+
+QString Packer::partName(const QString &fileName)
+{
+    // Table names hold no dot, so no part is ever taken for a table file.
+    return fileName + QStringLiteral(".deflated");
+}
+
+DbError Packer::failure() const
+{
+    std::lock_guard lock(m_state->mutex);
+    return m_state->error;
+}
+
+DbError Packer::finish(const QString &archivePath, Existing existing)
+{
+    {
+        std::lock_guard lock(m_state->mutex);
+        m_state->closing = true;
+    }
+    m_state->changed.notify_all();
+    if (m_thread.joinable())
+        m_thread.join();
+    // The thread has ended: the parts and the error are this thread's alone from here on.
+    const auto removeParts = qScopeGuard([this] { stop(); });
+    if (m_state->error)
+        return m_state->error;
+
     if (existing == Existing::Keep && QFileInfo::exists(archivePath))
         return DbError::file(native(archivePath), tr("An archive of this name already exists."));
     const QString partial = archivePath + QStringLiteral(".partial");
@@ -173,37 +406,31 @@ DbError pack(const QString &folder, const QStringList &fileNames, const QString 
     if (!archive)
         return DbError::file(native(partial), zipErrorText(code));
 
-    QFileInfoList files;
-    for (const QString &name : fileNames)
-        files << QFileInfo(QDir(folder).filePath(name));
-    for (const QFileInfo &file : files) {
+    for (const Part &part : std::as_const(m_state->parts)) {
         zip_error_t error;
         zip_error_init(&error);
-        zip_source_t *source = zip_source_file_create(QFile::encodeName(file.filePath()).constData(), 0, -1, &error);
-        if (!source) {
-            const QString text = QString::fromUtf8(zip_error_strerror(&error));
-            zip_error_fini(&error);
-            return DbError::file(native(file.filePath()), text);
-        }
+        auto *state = new PartSource(part);
+        zip_source_t *source = zip_source_function_create(&PartSource::callback, state, &error);
+        const QString why = QString::fromUtf8(zip_error_strerror(&error));
         zip_error_fini(&error);
-        const zip_int64_t index =
-            zip_file_add(archive.get(), file.fileName().toUtf8().constData(), source, ZIP_FL_ENC_UTF_8);
-        if (index < 0) {
+        if (!source) {
+            delete state;
+            return DbError::file(native(partial), why);
+        }
+        // The entry keeps the default method, which is the part's: libzip copies the compressed
+        // bytes as they are, with the size and CRC the source states.
+        if (zip_file_add(archive.get(), part.name.toUtf8().constData(), source, ZIP_FL_ENC_UTF_8) < 0) {
             zip_source_free(source);
             return DbError::file(native(partial), zipErrorText(archive.get()));
         }
-        // The fastest deflate level: table files shrink well at any level, and a backup should
-        // not take longer than reading the tables.
-        zip_set_file_compression(archive.get(), zip_uint64_t(index), ZIP_CM_DEFLATE, 1);
     }
-    // The files are read and compressed here; a failure leaves no partial file behind.
     if (zip_close(archive.get()) != 0) {
         const DbError error = DbError::file(native(archivePath), zipErrorText(archive.get()));
         QFile::remove(partial);
         return error;
     }
     archive.release();
-    if (files.isEmpty()) {
+    if (m_state->parts.empty()) {
         // libzip writes nothing for an archive without entries; an empty zip has a fixed form.
         QFile empty(partial);
         const QByteArray endOfDirectory = QByteArrayLiteral("PK\x05\x06") + QByteArray(18, '\0');

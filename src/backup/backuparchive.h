@@ -11,6 +11,9 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+#include <thread>
+
 namespace tabulon::BackupArchive {
 
 // "dd-mmm-yy" with English month abbreviations whatever the locale: 15-Nov-26.
@@ -32,6 +35,44 @@ enum class Existing { Keep, Replace };
 // until the new one takes its place.
 DbError pack(const QString &folder, const QStringList &fileNames, const QString &archivePath,
              Existing existing = Existing::Keep);
+
+// Packs the table files of one folder while the next ones are still being written. Each file
+// handed over is compressed (deflate at the fastest level) by a thread of its own into a part
+// file beside it, so the second core compresses one table while the next is read; finish()
+// then writes the archive as pack() does, taking the parts' compressed bytes as they are. Files
+// pass through fixed buffers, so memory stays flat whatever their size.
+class Packer final {
+public:
+    // The compressing thread's name, as the system lists it.
+    static constexpr const char *kThreadName = "backup-packer";
+
+    explicit Packer(const QString &folder);
+    // Ends the thread (a file half compressed is given up) and removes every part it wrote.
+    ~Packer();
+    Packer(const Packer &) = delete;
+    Packer &operator=(const Packer &) = delete;
+
+    // Hands over a finished file of the folder; it must not change from here on.
+    void add(const QString &fileName);
+    // What stopped the compressing thread (a file that cannot be read, a part that cannot be
+    // written), or no error; nothing handed over after it is packed.
+    DbError failure() const;
+    // Waits for every file handed over, then writes them into `archivePath` in the order given,
+    // all or nothing, as pack() does. The parts are gone afterwards, whatever the outcome.
+    DbError finish(const QString &archivePath, Existing existing = Existing::Keep);
+
+    // The part that holds a file's compressed bytes until the archive is written, in the same
+    // folder; no table file has such a name.
+    static QString partName(const QString &fileName);
+
+    struct State;
+
+private:
+    void stop();
+
+    std::unique_ptr<State> m_state;
+    std::thread m_thread;
+};
 
 struct Limits final {
     qint64 maxUnpackedBytes = qint64(64) * 1024 * 1024 * 1024;

@@ -7,6 +7,7 @@
 #include "backup/tablerestore.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "db/tabletransaction.h"
 #include "db/writemode.h"
 #include "safety/safetynet.h"
 #include "ui/dialogs.h"
@@ -347,20 +348,45 @@ void Restore::restoreTable(const QString &table, const TableRestore::ClientCode 
     const QStringList deletes = client ? TableRestore::clientDeletes(table, client->code, fit->types)
                                 : m_deleteAll->isChecked() ? QStringList{TableRestore::deleteAllStatement(table)}
                                                            : QStringList();
+    // On InnoDB the table is restored whole or not at all: the transaction is rolled back when
+    // the restore stops part-way through it.
+    TableTransaction transaction(*m_target, table);
+    if (transaction.error()) {
+        (void)failed(transaction.error(), counted);
+        return;
+    }
+    bool rolledBack = false;
+    // True to go on with the table's next statement.
+    const auto written = [&](const DbError &error) {
+        if (const DbError ended = transaction.afterWrite(error)) {
+            rolledBack = true;
+            (void)failed(ended, counted);
+            return false;
+        }
+        return !error || failed(error, counted);
+    };
     for (const QString &sql : deletes) {
-        if (DbError error = m_target->execute(sql); error && !failed(error, counted))
+        if (!written(m_target->execute(sql)))
             return;
     }
-    if (DbError error = TableRestore::insertRows(*m_target, table, file, fit->columns, client, m_exact,
-                                                 [this, counted](const DbError &e) { return failed(e, counted); });
-        error && !m_ended)
+    if (DbError error = TableRestore::insertRows(*m_target, table, file, fit->columns, client, m_exact, written);
+        error && !m_ended && !rolledBack) {
         (void)failed(error, counted); // the file itself, read whole before, fails to read again
+        return;
+    }
+    if (!m_ended && !rolledBack) {
+        if (DbError error = transaction.commit())
+            (void)failed(error, counted);
+    }
 }
 
 bool Restore::chooseExactValues(const QString &clientCode)
 {
     // Every ticked table's file against its target table, before the first statement that
     // changes anything: for the client restore, the rows it will write under its code.
+    m_exact = false;
+    if (!ExactValues::checkBeforeWrites())
+        return true;
     std::vector<ExactValues::TableFindings> findings;
     for (const QString &table : m_list->tickedTables()) {
         auto columns = TableRestore::fieldColumns(*m_target, table);

@@ -4,6 +4,7 @@
 #include "backup/backuparchive.h"
 #include "backup/servernames.h"
 #include "db/databasesession.h"
+#include "db/tablenames.h"
 #include "grid/gridfile.h"
 
 #include <QDir>
@@ -93,8 +94,13 @@ DbResult<Findings> check(DatabaseSession &target, const QStringList &tables, con
         if (name.isEmpty())
             continue; // the restore asks about a table the database lacks
         if (types.value(name) == QLatin1String("VIEW")) {
-            found.refusals << table + QStringLiteral(": it is a view of the database, not a table; its rows are "
-                                                     "restored with its base tables");
+            // Its delete and inserts would empty the columns of its tables that it does not show.
+            auto bases = viewBaseTables(target, name);
+            if (!bases)
+                return bases.error();
+            found.refusals << table + QStringLiteral(": it is a view of the table(s) %1, not a table; its rows are "
+                                                     "restored with them")
+                                          .arg(bases->join(QStringLiteral(", ")));
             continue;
         }
         ticked.insert(name, table);

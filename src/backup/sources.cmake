@@ -7,7 +7,7 @@ tabulon_logic_library(tabulon_backup_logic
         backup/servernames.cpp backup/servernames.h
         backup/restorecheck.cpp backup/restorecheck.h
     DEPS tabulon_db tabulon_gridcore tabulon_data_logic
-    PRIVATE_DEPS PkgConfig::LIBZIP)
+    PRIVATE_DEPS PkgConfig::LIBZIP ZLIB::ZLIB)
 tabulon_window_library(tabulon_backup
     SOURCES
         backup/folderlists.cpp backup/folderlists.h

@@ -139,7 +139,16 @@ QStringList clientSelects(const QString &table, const QString &code, const QStri
 
 DbError finish(const BackupSet &set, const QStringList &tableFiles, BackupArchive::Existing existing)
 {
-    const DbError error = BackupArchive::pack(set.workingFolder, tableFiles, set.archivePath(), existing);
+    BackupArchive::Packer packer(set.workingFolder);
+    for (const QString &name : tableFiles)
+        packer.add(name);
+    return finish(set, packer, tableFiles, existing);
+}
+
+DbError finish(const BackupSet &set, BackupArchive::Packer &packer, const QStringList &tableFiles,
+               BackupArchive::Existing existing)
+{
+    const DbError error = packer.finish(set.archivePath(), existing);
     QDir folder(set.workingFolder);
     for (const QString &name : tableFiles)
         folder.remove(name);

@@ -62,6 +62,10 @@ QStringList clientSelects(const QString &table, const QString &code, const QStri
 // folder when it is left empty. The files are removed even when packing fails.
 DbError finish(const BackupSet &set, const QStringList &tableFiles,
                BackupArchive::Existing existing = BackupArchive::Existing::Keep);
+// The same with the files already handed to `packer` (of the working folder) as they were
+// written: only the last ones are still compressed here.
+DbError finish(const BackupSet &set, BackupArchive::Packer &packer, const QStringList &tableFiles,
+               BackupArchive::Existing existing = BackupArchive::Existing::Keep);
 
 } // namespace TableBackup
 } // namespace tabulon

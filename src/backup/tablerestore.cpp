@@ -3,6 +3,7 @@
 
 #include "data/recordwriter.h"
 #include "db/databasesession.h"
+#include "db/statementpipeline.h"
 #include "grid/gridfile.h"
 
 #include <QSet>
@@ -249,15 +250,35 @@ DbError insertRows(DatabaseSession &target, const QString &table, const QString 
         return error;
     QStringList values;
     qint64 row = 0;
-    while (rows.in.next()) {
+    DbError stoppedBy;
+    // Each row's outcome, in the order of the rows, whether its answer came at once or, on a far
+    // server, after later rows were sent.
+    const auto outcome = [&](qint64 at, const QString &longest) {
+        return [&, at, longest](DbError error) {
+            if (!error)
+                return true;
+            if (error.serverCode == kStatementTooLong)
+                error.description = QStringLiteral("Row %1 of %2 was not restored, its longest value being in %3: %4")
+                                        .arg(at)
+                                        .arg(table, longest, error.description);
+            if (onStatementError(error))
+                return true;
+            stoppedBy = error;
+            return false;
+        };
+    };
+    StatementPipeline inserts(target);
+    bool going = true;
+    while (going && rows.in.next()) {
         ++row;
         if (client && client->isClientRow && !client->isClientRow(rows.in.row()))
             continue;
         bool missing = false;
         const unsigned why = exact ? rows.reasons(&missing) : 0;
+        QByteArray sql;
         DbError error;
         if (exact && why != 0 && !missing) {
-            error = target.executeBytes(rows.exactStatement(table));
+            sql = rows.exactStatement(table);
         } else {
             values.clear();
             for (size_t c = 0; c < rows.in.row().size(); ++c) {
@@ -268,15 +289,14 @@ DbError insertRows(DatabaseSession &target, const QString &table, const QString 
                 values << value(rows.columns[c]->adoType, QString::fromUtf8(rows.cell(c)));
             }
             if (!error)
-                error = target.execute(insertStatement(table, rows.header, values));
+                sql = insertStatement(table, rows.header, values).toUtf8();
         }
-        if (error.serverCode == kStatementTooLong)
-            error.description = QStringLiteral("Row %1 of %2 was not restored, its longest value being in %3: %4")
-                                    .arg(row)
-                                    .arg(table, rows.longestField(), error.description);
-        if (error && !onStatementError(error))
-            return error;
+        // Only a statement the server might refuse for its length needs its longest field named.
+        const QString longest = sql.size() >= 1024 ? rows.longestField() : QString();
+        going = error ? inserts.add(error, outcome(row, longest)) : inserts.add(sql, outcome(row, longest));
     }
+    if (!inserts.finish() || !going)
+        return stoppedBy;
     return rows.in.error();
 }
 

@@ -4,7 +4,9 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSaveFile>
+
 #include <QStandardPaths>
+#include <cerrno>
 
 #include <numeric>
 
@@ -163,7 +165,15 @@ bool ConversionReport::save(const QString &path, QString &reason) const
         return false;
     }
     const QByteArray bytes = text().toUtf8();
-    if (file.write(bytes) != bytes.size() || !file.commit()) {
+    // commit() puts the file in place even when writing out its buffer failed (a full disk):
+    // the flush is checked first, and the earlier report stays.
+    errno = 0;
+    if (file.write(bytes) != bytes.size() || !file.flush()) {
+        reason = errno != 0 ? qt_error_string(errno) : file.errorString();
+        file.cancelWriting();
+        return false;
+    }
+    if (!file.commit()) {
         reason = file.errorString();
         return false;
     }

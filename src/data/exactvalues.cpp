@@ -184,4 +184,24 @@ QString question(const std::vector<TableFindings> &tables)
     return text;
 }
 
+namespace {
+
+bool &checkSwitch()
+{
+    static bool on = true;
+    return on;
+}
+
+} // namespace
+
+bool checkBeforeWrites()
+{
+    return checkSwitch();
+}
+
+void setCheckBeforeWrites(bool on)
+{
+    checkSwitch() = on;
+}
+
 } // namespace tabulon::ExactValues

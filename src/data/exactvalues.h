@@ -74,6 +74,13 @@ struct TableFindings final {
 // are none (then nothing is asked and every statement goes out as usual).
 QString question(const std::vector<TableFindings> &tables);
 
+// Whether Save Table, Delete Record and the restores check their values before the first write
+// (on unless turned off). Only the benchmarks turn it off, to time the check against its
+// absence; no window can. Off, those commands write the usual statements as if the check had
+// found nothing.
+bool checkBeforeWrites();
+void setCheckBeforeWrites(bool on);
+
 // An upper bound of the bytes a cell adds to its statement, whichever literal it takes: the
 // check asks the server's limit only when a row could come near it.
 inline qint64 literalBound(QByteArrayView bytes)

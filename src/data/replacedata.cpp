@@ -148,6 +148,20 @@ void ReplaceData::StartFind()
         return;
     }
     lockTexts();
+    // The find repairs every table it reads (and the two tables of client codes), which can
+    // drop rows of a MyISAM or Aria table the repair cannot read: their files are copied first.
+    QStringList repaired;
+    if (kind == kClientCodeEntry)
+        repaired << QStringLiteral("main_info1") << QStringLiteral("owner1");
+    for (int i = 0; i < m_tables->count(); ++i)
+        repaired << m_tables->itemText(i);
+    repaired.removeDuplicates();
+    if (const DbError error =
+            SafetyNet::protectTableFiles(m_host.sessionOrClosed(), QStringLiteral("Replace Find"), repaired)) {
+        unlockTexts();
+        Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+        return;
+    }
     if (kind == kClientCodeEntry) {
         const DbResult<bool> exists = TableSearch::clientCodeExists(m_host.sessionOrClosed(), m_replaceText);
         if (!exists.ok()) {
@@ -309,7 +323,11 @@ bool ReplaceData::actOnCurrent(Step step)
 
 bool ReplaceData::keepSafetyCopy(const QString &command, const QStringList &tables)
 {
-    const DbError error = SafetyNet::protectTables(m_host.sessionOrClosed(), command, tables, SafetyNet::Reach::Rows);
+    // Each replacement repairs its table first: the files of those a repair can change, then
+    // the rows the replacements change.
+    DbError error = SafetyNet::protectTableFiles(m_host.sessionOrClosed(), command, tables);
+    if (!error)
+        error = SafetyNet::protectTables(m_host.sessionOrClosed(), command, tables, SafetyNet::Reach::Rows);
     if (error)
         Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
     return !error;

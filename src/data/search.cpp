@@ -3,6 +3,7 @@
 #include "data/tabledata.h"
 #include "data/tablesearch.h"
 #include "grid/grid.h"
+#include "safety/safetynet.h"
 #include "ui/dialogs.h"
 #include "ui/progressview.h"
 #include "ui/tablelist.h"
@@ -125,6 +126,14 @@ void Search::SearchTables(int first, int last)
     tables.reserve(m_combo->count());
     for (int i = 0; i < m_combo->count(); ++i)
         tables << m_combo->itemText(i);
+    // Every table searched is repaired first, which can drop rows of a MyISAM or Aria table it
+    // cannot read: their files are copied before the first one.
+    if (const DbError copy = SafetyNet::protectTableFiles(m_host.sessionOrClosed(), QStringLiteral("Search"),
+                                                          tables.mid(first, last - first + 1))) {
+        m_button->setText(kSearchCaption);
+        Dialogs::message(this, SafetyNet::failureText(copy), Dialogs::Icon::Critical);
+        return;
+    }
     const DbError error =
         TableSearch::searchTables(m_host.sessionOrClosed(), tables, first, last, m_text->text(), *m_progress,
                                   [this](const TableSearch::TableHit &hit) { addHit(hit.table, hit.position); });

@@ -3,6 +3,8 @@
 #include "data/exactvalues.h"
 #include "data/recordwriter.h"
 #include "db/databasesession.h"
+#include "db/statementpipeline.h"
+#include "db/tabletransaction.h"
 #include "db/typecodes.h"
 #include "db/writemode.h"
 #include "grid/grid.h"
@@ -298,7 +300,7 @@ void TableData::rewriteTable(bool skipSelectedRows, const QString &command)
     ExactValues::TableFindings findings;
     findings.table = table;
     qint64 limit = -1;
-    for (int row = 1; row < rows; ++row) {
+    for (int row = 1; row < rows && ExactValues::checkBeforeWrites(); ++row) {
         if (skip[static_cast<size_t>(row)])
             continue;
         const unsigned why = rowReasons(row);
@@ -335,29 +337,52 @@ void TableData::rewriteTable(bool skipSelectedRows, const QString &command)
             showError(mode.error());
             return;
         }
-        if (const DbError error = session().execute(RecordWriter::deleteAllStatement(table)))
-            showError(SafetyNet::afterCopy(error));
+        // On InnoDB the table is written whole or not at all.
+        TableTransaction transaction(session(), table);
+        if (transaction.error()) {
+            showError(transaction.error());
+            return;
+        }
+        // False once the server has rolled the table back: the rest would go in on its own.
+        const auto written = [&](const DbError &error) {
+            if (const DbError ended = transaction.afterWrite(error)) {
+                showError(SafetyNet::afterCopy(ended));
+                return false;
+            }
+            if (error)
+                showError(SafetyNet::afterCopy(error));
+            return true;
+        };
+        bool going = written(session().execute(RecordWriter::deleteAllStatement(table)));
+        // The inserts need not wait for each other once the delete is done: on a far server they
+        // go out ahead of their answers, each still told in its turn.
+        StatementPipeline inserts(session());
         QStringList values;
-        for (int row = 1; row < rows; ++row) {
+        for (int row = 1; going && row < rows; ++row) {
             if (skip[static_cast<size_t>(row)])
                 continue;
-            DbError error;
+            QByteArray sql;
             if (exact && affected[static_cast<size_t>(row)]) {
-                error = session().executeBytes(insertBytes(table, names, columns, row, true));
+                sql = insertBytes(table, names, columns, row, true);
             } else {
                 values.clear();
                 for (int c = 2; c < cols; ++c)
                     values << RecordWriter::insertValue(columns[static_cast<size_t>(c - 2)].adoType,
                                                         m_grid->textMatrix(row, c));
-                error = session().execute(RecordWriter::insertStatement(table, names, values));
+                sql = RecordWriter::insertStatement(table, names, values).toUtf8();
             }
-            if (error.serverCode == kStatementTooLong)
-                error.description = QStringLiteral("Row %1 of %2 was not written, its longest value being in %3: %4")
-                                        .arg(row)
-                                        .arg(table, longestValueField(row), error.description);
-            if (error)
-                showError(SafetyNet::afterCopy(error));
+            going = inserts.add(sql, [&, row](DbError error) {
+                if (error.serverCode == kStatementTooLong)
+                    error.description =
+                        QStringLiteral("Row %1 of %2 was not written, its longest value being in %3: %4")
+                            .arg(row)
+                            .arg(table, longestValueField(row), error.description);
+                return written(error);
+            });
         }
+        (void)inserts.finish();
+        if (const DbError error = transaction.commit())
+            showError(SafetyNet::afterCopy(error));
     }
 
     if (const DbError error = loadTableSteps())

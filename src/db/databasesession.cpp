@@ -9,6 +9,8 @@
 // The transport's own settings; it builds on the types of mysql.h.
 #include <ma_pvio.h>
 
+#include <QElapsedTimer>
+
 #include <algorithm>
 #include <exception>
 #include <limits>
@@ -20,6 +22,8 @@ struct Connection final {
     MYSQL *mysql = nullptr;
     // The server's max_allowed_packet, read the first time a statement might exceed it.
     qint64 maxPacket = -1;
+    // Microseconds, measured the first time it is asked; -2 before.
+    qint64 roundTrip = -2;
     ~Connection()
     {
         if (mysql)
@@ -94,12 +98,7 @@ DbError sendOn(detail::Connection &c, const QByteArray &bytes)
     if (bytes.size() + 1 > kSmallestPacketLimit) {
         const qint64 limit = packetLimitOf(c);
         if (bytes.size() + 1 > limit)
-            return DbError{AdoError::Generic,
-                           QStringLiteral("The statement is %1 bytes long, more than the server accepts "
-                                          "(max_allowed_packet, %2 bytes); it was not sent.")
-                               .arg(bytes.size())
-                               .arg(limit),
-                           kStatementTooLong};
+            return DatabaseSession::tooLong(bytes.size(), limit);
     }
     StatementHook::before(bytes);
     if (mysql_real_query(c.mysql, bytes.constData(), static_cast<unsigned long>(bytes.size())) != 0)
@@ -247,6 +246,7 @@ DbError DatabaseSession::openSibling(DatabaseSession &other) const
         return notOpen();
     other.setTimeouts(m_connectTimeout, m_readTimeout, m_writeTimeout);
     other.m_tls = m_tls;
+    other.m_pipelining = m_pipelining;
     return other.open(m_connectionString, m_user, m_password);
 }
 
@@ -285,6 +285,97 @@ DbError DatabaseSession::sendBytes(const QByteArray &bytes)
 qint64 DatabaseSession::statementLimit() const
 {
     return isOpen() ? packetLimitOf(*m_connection) - 1 : 0;
+}
+
+DbError DatabaseSession::tooLong(qsizetype bytes, qint64 limit)
+{
+    return DbError{AdoError::Generic,
+                   QStringLiteral("The statement is %1 bytes long, more than the server accepts "
+                                  "(max_allowed_packet, %2 bytes); it was not sent.")
+                       .arg(bytes)
+                       .arg(limit),
+                   kStatementTooLong};
+}
+
+qint64 DatabaseSession::roundTrip()
+{
+    if (!isOpen())
+        return -1;
+    detail::Connection &c = *m_connection;
+    if (c.roundTrip != -2)
+        return c.roundTrip;
+    // The least of a few: one slow answer from a busy server is not the link.
+    c.roundTrip = -1;
+    for (int i = 0; i < 3; ++i) {
+        QElapsedTimer timer;
+        timer.start();
+        if (mysql_ping(c.mysql) != 0)
+            return c.roundTrip = -1;
+        const qint64 took = timer.nsecsElapsed() / 1000;
+        c.roundTrip = c.roundTrip < 0 ? took : std::min(c.roundTrip, took);
+    }
+    return c.roundTrip;
+}
+
+bool DatabaseSession::sendsAhead()
+{
+    switch (m_pipelining) {
+    case Pipelining::Always: return isOpen();
+    case Pipelining::Never: return false;
+    case Pipelining::ByRoundTrip: break;
+    }
+    // Under a millisecond the answers come back faster than sending ahead would gain.
+    constexpr qint64 kFarMicros = 1000;
+    return roundTrip() >= kFarMicros;
+}
+
+DbError DatabaseSession::sendAhead(const QByteArray &sql)
+{
+    if (!isOpen())
+        return notOpen();
+    StatementHook::before(sql);
+    if (mysql_send_query(m_connection->mysql, sql.constData(), static_cast<unsigned long>(sql.size())) != 0)
+        return lastError();
+    return {};
+}
+
+DbError DatabaseSession::readAnswer()
+{
+    if (!isOpen())
+        return notOpen();
+    MYSQL *m = m_connection->mysql;
+    if (mysql_read_query_result(m) != 0)
+        return lastError();
+    // A statement with rows has them read off and dropped, as execute() does.
+    if (mysql_field_count(m) != 0) {
+        MYSQL_RES *r = mysql_use_result(m);
+        if (!r)
+            return lastError();
+        while (mysql_fetch_row(r)) {
+        }
+        const bool failed = mysql_errno(m) != 0;
+        mysql_free_result(r);
+        if (failed)
+            return lastError();
+    }
+    return {};
+}
+
+std::optional<bool> DatabaseSession::inTransaction()
+{
+    if (!isOpen())
+        return std::nullopt;
+    MYSQL *m = m_connection->mysql;
+    if (mysql_query(m, "SELECT @@in_transaction") != 0)
+        return std::nullopt;
+    MYSQL_RES *r = mysql_store_result(m);
+    if (!r)
+        return std::nullopt;
+    std::optional<bool> open;
+    if (MYSQL_ROW row = mysql_fetch_row(r); row && row[0])
+        open = qstrcmp(row[0], "0") != 0;
+    mysql_free_result(r);
+    return open;
 }
 
 DbError DatabaseSession::execute(const QString &sql)

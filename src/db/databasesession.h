@@ -21,6 +21,7 @@ namespace tabulon {
 namespace detail {
 struct Connection;
 }
+class StatementPipeline;
 
 class DatabaseSession final {
 public:
@@ -45,6 +46,18 @@ public:
     void setTls(const TlsConfig &config) { m_tls = config; }
     // Whether the open connection is encrypted, and how.
     TlsState tlsState() const;
+
+    // When statements that need not wait for each other's answer (StatementPipeline) go out
+    // ahead of their answers: on a far server only, as the round trip measured at their first
+    // use decides, or always, or never.
+    enum class Pipelining { ByRoundTrip, Always, Never };
+    void setPipelining(Pipelining mode) { m_pipelining = mode; }
+    Pipelining pipelining() const { return m_pipelining; }
+    // The connection's round trip in microseconds, the least of a few pings, measured once
+    // per connection; -1 when closed or the server does not answer.
+    qint64 roundTrip();
+    // Whether StatementPipeline sends ahead on this connection.
+    bool sendsAhead();
 
     // Opens on "server=host[:port];uid=...;pwd=...;database=...;" (other attributes are read
     // and ignored). A non-empty user or password argument overrides the string's. The
@@ -75,6 +88,11 @@ public:
     // asked of the server once per connection; 0 when closed. Longer statements are never sent:
     // they fail with kStatementTooLong and the connection stays open.
     qint64 statementLimit() const;
+    // That refusal, for a statement of `bytes` against a packet limit of `limit`.
+    static DbError tooLong(qsizetype bytes, qint64 limit);
+    // Whether a transaction is open on the connection (@@in_transaction), asked without the
+    // statement hook: it is the session's own question. Unset when the server does not answer.
+    std::optional<bool> inTransaction();
     // Rows the last statement changed (or matched, for updates).
     qint64 affectedRows() const;
     // Warnings the last statement left (values the server changed to make them fit, say);
@@ -109,6 +127,12 @@ public:
     DbError streamQuery(const QString &sql, const FieldsSink &onFields, const RowSink &onRow);
 
 private:
+    friend class StatementPipeline;
+    // Sends a statement that StatementPipeline has found short enough, without reading its
+    // answer; readAnswer() reads the oldest answer not yet read.
+    DbError sendAhead(const QByteArray &sql);
+    DbError readAnswer();
+
     // Sends statement text; the caller reads or discards what it returns.
     DbError send(const QString &sql);
     DbError sendBytes(const QByteArray &sql);
@@ -124,6 +148,7 @@ private:
     unsigned m_connectTimeout = 15;
     unsigned m_readTimeout = 600;
     unsigned m_writeTimeout = 600;
+    Pipelining m_pipelining = Pipelining::ByRoundTrip;
 };
 
 // Lifts the session's read time-out for the statements run while it lives, then puts it back:

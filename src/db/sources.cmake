@@ -14,5 +14,7 @@ tabulon_logic_library(tabulon_db
         db/textsplit.cpp db/textsplit.h
         db/statementhook.cpp db/statementhook.h
         db/writemode.cpp db/writemode.h
+        db/tabletransaction.cpp db/tabletransaction.h
+        db/statementpipeline.cpp db/statementpipeline.h
     DEPS tabulon_settings
     PRIVATE_DEPS PkgConfig::MARIADB)

@@ -9,6 +9,7 @@
 #include <QLocale>
 #include <QSaveFile>
 
+#include <cerrno>
 #include <memory>
 
 namespace tabulon::PutBack {
@@ -282,8 +283,18 @@ public:
     DbError fileEnd() override
     {
         if (m_existed) {
-            if (!m_out || !m_out->commit())
-                return DbError::file(m_path, m_out ? m_out->errorString() : QString());
+            if (!m_out)
+                return DbError::file(m_path, QString());
+            // commit() puts the file in place even when writing out its buffer failed (a full
+            // disk): the flush is checked first, and the file as it is now stays.
+            errno = 0;
+            if (!m_out->flush()) {
+                const QString reason = errno != 0 ? qt_error_string(errno) : m_out->errorString();
+                m_out->cancelWriting();
+                return DbError::file(m_path, reason);
+            }
+            if (!m_out->commit())
+                return DbError::file(m_path, m_out->errorString());
             m_out.reset();
         } else if (QFile::exists(m_path) && !QFile::remove(m_path)) {
             return DbError::file(m_path, QStringLiteral("could not be removed"));

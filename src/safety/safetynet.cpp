@@ -1,14 +1,13 @@
 #include "safety/safetynet.h"
 
 #include "db/databasesession.h"
+#include "db/tablenames.h"
 #include "safety/copysql.h"
 
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
-#include <QSet>
 
 #include <algorithm>
 
@@ -91,56 +90,6 @@ QString tablesText(const QStringList &tables)
 {
     return (tables.size() == 1 ? QStringLiteral("The table ") : QStringLiteral("The tables ")) +
            tables.join(QStringLiteral(", "));
-}
-
-// The base tables a view of the session's database shows rows of, views within it followed
-// down; tables of other databases come back as "database.table".
-DbResult<QStringList> baseTables(DatabaseSession &db, const QString &view, int depth = 0)
-{
-    auto definition =
-        db.openQuery(QStringLiteral("SELECT VIEW_DEFINITION, TABLE_SCHEMA FROM information_schema.VIEWS WHERE "
-                                    "TABLE_SCHEMA = DATABASE() AND TABLE_NAME = BINARY ") +
-                     literal(db, view));
-    if (!definition)
-        return definition.error();
-    if (definition->recordCount() == 0 || depth > 16)
-        return DbError::generic(QStringLiteral("The tables of the view ") + view +
-                                QStringLiteral(" could not be learned, so no safety copy of them can be made."));
-    const QString schema = definition->text(0, 1);
-    // The server writes every table a view reads as `database`.`table`; the pairs that name an
-    // existing table or view are the ones it reads.
-    static const QRegularExpression pair(QStringLiteral("`((?:[^`]|``)*)`\\.`((?:[^`]|``)*)`"));
-    QStringList bases;
-    QSet<QString> checked;
-    for (auto it = pair.globalMatch(definition->text(0, 0)); it.hasNext();) {
-        const auto m = it.next();
-        const QString db1 = m.captured(1).replace(QStringLiteral("``"), QStringLiteral("`"));
-        const QString name = m.captured(2).replace(QStringLiteral("``"), QStringLiteral("`"));
-        const QString key = db1 + QLatin1Char('\0') + name;
-        if (checked.contains(key))
-            continue;
-        checked.insert(key);
-        auto kind = db.openQuery(QStringLiteral("SELECT TABLE_TYPE FROM information_schema.TABLES WHERE TABLE_SCHEMA = "
-                                                "BINARY ") +
-                                 literal(db, db1) + QStringLiteral(" AND TABLE_NAME = BINARY ") + literal(db, name));
-        if (!kind)
-            return kind.error();
-        if (kind->recordCount() == 0)
-            continue;
-        const QString qualified = db1 == schema ? name : db1 + QLatin1Char('.') + name;
-        if (kind->text(0, 0) == QLatin1String("VIEW") && db1 == schema) {
-            auto inner = baseTables(db, name, depth + 1);
-            if (!inner)
-                return inner.error();
-            for (const QString &t : *inner) {
-                if (!bases.contains(t))
-                    bases << t;
-            }
-        } else if (!bases.contains(qualified)) {
-            bases << qualified;
-        }
-    }
-    return bases;
 }
 
 // Reads what a copy of `table` needs; nullopt (without error) when there is no such table.
@@ -305,7 +254,7 @@ DbResult<QString> writeTableCopy(DatabaseSession &source, const SafetySettings &
         if (s.isView) {
             if (reach == Reach::Definition)
                 continue;
-            auto bases = baseTables(source, table);
+            auto bases = viewBaseTables(source, table);
             if (!bases)
                 return bases.error();
             // A view that reads no table (one whose tables are gone) has no rows to lose.
@@ -459,7 +408,11 @@ DbError protectTableFiles(DatabaseSession &session, const QString &command, cons
         return where.error();
     const QString folder = QDir(where->recordCount() > 0 ? where->text(0, 0) : QString()).filePath(database);
     QStringList files;
+    QStringList unreachable;
+    QStringList rewritable;
     for (const QString &table : tables) {
+        if (table.isEmpty() || rewritable.contains(table))
+            continue;
         auto engine =
             reader.openQuery(QStringLiteral("SELECT ENGINE FROM information_schema.TABLES WHERE TABLE_SCHEMA = "
                                             "DATABASE() AND TABLE_NAME = BINARY ") +
@@ -473,21 +426,27 @@ DbError protectTableFiles(DatabaseSession &session, const QString &command, cons
                                             : QStringList();
         if (suffixes.isEmpty())
             continue;
+        rewritable << table;
         if (!QFileInfo(QDir(folder).filePath(table + suffixes.first())).isFile()) {
-            if (!ask(installedConfirm(), QStringLiteral("The files of table ") + table +
-                                             QStringLiteral(" are not reachable here (") + folder +
-                                             QStringLiteral("). Go on without a safety copy of them?")))
-                return declined();
+            unreachable << table;
             continue;
         }
         for (const QString &suffix : suffixes + QStringList{QStringLiteral(".frm")})
             files << table + suffix;
     }
+    // One question for the command, however many tables it repairs.
+    if (!unreachable.isEmpty() &&
+        !ask(installedConfirm(), QStringLiteral("The files of ") +
+                                     (unreachable.size() == 1 ? QStringLiteral("table ") : QStringLiteral("tables ")) +
+                                     unreachable.join(QStringLiteral(", ")) +
+                                     QStringLiteral(" are not reachable here (") + folder +
+                                     QStringLiteral("). Go on without a safety copy of them?")))
+        return declined();
     if (files.isEmpty())
         return {};
     // The server writes what it holds of the tables to their files first.
     QStringList quoted;
-    for (const QString &table : tables)
+    for (const QString &table : rewritable)
         quoted << DatabaseSession::quoteIdentifier(table);
     (void)reader.execute(QStringLiteral("FLUSH TABLES ") + quoted.join(QStringLiteral(", ")));
     return protectFiles(command, database, folder, files);

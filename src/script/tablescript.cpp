@@ -2,7 +2,9 @@
 
 #include "db/databasesession.h"
 
-#include <QFile>
+#include <QSaveFile>
+
+#include <cerrno>
 
 namespace tabulon::TableScript {
 
@@ -12,11 +14,21 @@ const QLatin1String kLineEnd("\r\n");
 
 DbError writeFile(const QString &path, const QString &text)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    // Written beside the file and put in its place only when whole: a full disk or a lost
+    // connection keeps the earlier file.
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
         return DbError::file(path, file.errorString());
     const QByteArray bytes = text.toUtf8();
-    if (file.write(bytes) != bytes.size() || !file.flush())
+    // commit() puts the file in place even when writing out its buffer failed, so the flush is
+    // checked here; a short write leaves no reason in the file, errno holds it.
+    errno = 0;
+    if (file.write(bytes) != bytes.size() || !file.flush()) {
+        const QString reason = errno != 0 ? qt_error_string(errno) : file.errorString();
+        file.cancelWriting();
+        return DbError::file(path, reason);
+    }
+    if (!file.commit())
         return DbError::file(path, file.errorString());
     return DbError::none();
 }
@@ -115,16 +127,12 @@ DbError CreateScriptFile(DatabaseSession &session, const QString &folder, const 
 {
     if (database.isEmpty())
         return DbError::none();
-    // The file is started before the tables are read, so a failure leaves its two statements.
-    const QString path = folder + QLatin1String("/import.sql");
-    const QString head = QLatin1String("CREATE DATABASE ") + database + QLatin1Char(';') + kLineEnd +
-                         QLatin1String("Use ") + database + QLatin1Char(';') + kLineEnd + kLineEnd;
-    if (DbError e = writeFile(path, head))
-        return e;
+    // Every table is read before the file is written: a failure on the way keeps the earlier
+    // script whole.
     auto lines = BuildTableScript(session, database);
     if (!lines.ok())
         return lines.error();
-    if (DbError e = writeFile(path, scriptText(database, lines.value())))
+    if (DbError e = writeFile(folder + QLatin1String("/import.sql"), scriptText(database, lines.value())))
         return e;
     return WriteServerBatch(session, folder);
 }

@@ -18,7 +18,8 @@ class DatabaseSession;
 
 namespace TableScript {
 
-// Writes import.sql and then Cr_Db.bat into `folder`; does nothing for an empty name.
+// Writes import.sql and then Cr_Db.bat into `folder`; does nothing for an empty name. Each file
+// replaces the earlier one only once it is written whole; on a failure the earlier one stays.
 DbError CreateScriptFile(DatabaseSession &session, const QString &folder, const QString &database);
 // Every "Create Table if not exists" line of the session's tables ("Show Tables" order).
 DbResult<QString> BuildTableScript(DatabaseSession &session, const QString &database);

@@ -121,6 +121,15 @@ void TableInfo::showClicked()
 void TableInfo::listTables(int from, int to)
 {
     DatabaseSession &session = m_host.sessionOrClosed();
+    // Each table is repaired before its fields are listed; a repair can drop rows of a MyISAM
+    // or Aria table it cannot read, so their files are copied first.
+    QStringList listed;
+    for (int i = from; i <= to && i < m_combo->count(); ++i)
+        listed << m_combo->itemText(i);
+    if (const DbError error = SafetyNet::protectTableFiles(session, QStringLiteral("Table Detail"), listed)) {
+        Dialogs::message(this, SafetyNet::failureText(error), Dialogs::Icon::Critical);
+        return;
+    }
     m_grid->setRows(1);
     m_grid->refresh();
     m_show->setEnabled(false);

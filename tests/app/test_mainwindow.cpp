@@ -4,8 +4,7 @@
 #include "app/mdiform1.h"
 #include "app/toolcatalog.h"
 #include "files.h"
-#include "operator.h"
-#include "testdb.h"
+#include "toolfixture.h"
 
 #include <QAction>
 #include <QDialog>
@@ -25,16 +24,6 @@ using namespace tabulon;
 using namespace tabulon::test;
 
 namespace {
-
-QLineEdit *edit(QWidget *window, const char *name)
-{
-    return window->findChild<QLineEdit *>(qs(name));
-}
-
-void click(QWidget *window, const char *name)
-{
-    QTest::mouseClick(window->findChild<QPushButton *>(qs(name)), Qt::LeftButton);
-}
 
 // Every command is enabled, or only those that need no database.
 void verifyEnabled(const MDIForm1 &w, bool all)
@@ -164,9 +153,9 @@ void TestMainWindow::startUp()
     QCOMPARE(m_operator->modals.size(), 1);
     QDialog *setup = m_operator->modals.first();
     QCOMPARE(setup->objectName(), qs("DatabaseInfo"));
-    QCOMPARE(edit(setup, "txtsvr")->text(), w->Server);
-    QCOMPARE(edit(setup, "txtpwd")->text(), qs("not-the-password"));
-    QCOMPARE(edit(setup, "txtuid")->text(), qs("dbop")); // the default
+    QCOMPARE(child<QLineEdit>(setup, "txtsvr")->text(), w->Server);
+    QCOMPARE(child<QLineEdit>(setup, "txtpwd")->text(), qs("not-the-password"));
+    QCOMPARE(child<QLineEdit>(setup, "txtuid")->text(), qs("dbop")); // the default
 }
 
 void TestMainWindow::goodAndBadSetup()
@@ -176,9 +165,9 @@ void TestMainWindow::goodAndBadSetup()
     auto w = makeWindow(serverAddress());
     w->startUp();
     QDialog *setup = m_operator->modals.last();
-    edit(setup, "txtdbname")->setText(qs("  ") + db.name() + qs(" "));
-    edit(setup, "txtpwd")->clear();
-    edit(setup, "txtsvr")->setText(serverAddress() + qs(" "));
+    child<QLineEdit>(setup, "txtdbname")->setText(qs("  ") + db.name() + qs(" "));
+    child<QLineEdit>(setup, "txtpwd")->clear();
+    child<QLineEdit>(setup, "txtsvr")->setText(serverAddress() + qs(" "));
     click(setup, "cmdok");
     QCOMPARE(m_operator->told, QStringList());
     // The new session answers "Show Tables" before anything is stored.
@@ -196,7 +185,7 @@ void TestMainWindow::goodAndBadSetup()
     // A failure after the success: only the three commands stay usable.
     w->menuItem(qs("mnusetdb"))->trigger();
     setup = m_operator->modals.last();
-    edit(setup, "txtdbname")->setText(qs("no_such_db_here"));
+    child<QLineEdit>(setup, "txtdbname")->setText(qs("no_such_db_here"));
     click(setup, "cmdok");
     QCOMPARE(m_operator->told, sl({"Error connecting to Database."}));
     QCOMPARE(m_operator->prompts.last().icon, Dialogs::Icon::Information);
@@ -254,9 +243,7 @@ void TestMainWindow::databaseUtilities()
     QVERIFY_DB(openSession(*w->session(), db.name()));
     w->menuItem(qs("mnuctf"))->trigger();
     QCOMPARE(m_operator->told, sl({"Finished"}));
-    QFile script(m_dir->filePath(qs("import.sql")));
-    QVERIFY(script.open(QIODevice::ReadOnly));
-    QVERIFY(script.readAll().contains("clients"));
+    QVERIFY(read(m_dir->filePath(qs("import.sql"))).contains("clients"));
     QVERIFY(QFile::exists(m_dir->filePath(qs("Cr_Db.bat"))));
     m_operator->told.clear();
 
@@ -294,7 +281,7 @@ void TestMainWindow::databaseUtilities()
     const QString current = QDir::currentPath();
     QDir::setCurrent(before);
     QCOMPARE(m_operator->modals.size(), 1);
-    QCOMPARE(edit(m_operator->modals.first(), "Text1")->text(), qs("Old Clients.mdb"));
+    QCOMPARE(child<QLineEdit>(m_operator->modals.first(), "Text1")->text(), qs("Old Clients.mdb"));
     QCOMPARE(QFileInfo(current).canonicalFilePath(), QFileInfo(m_dir->filePath(qs("src"))).canonicalFilePath());
     QVERIFY(!convert->isEnabled());
     m_operator->modals.first()->close();
@@ -314,10 +301,10 @@ void TestMainWindow::loginGate()
     QVERIFY(std::all_of(answer.begin(), answer.end(), [](QChar c) { return c >= u'a' && c <= u'z'; }));
     login->show();
     // The right answer is refused like any other non-empty text; only an empty one passes.
-    edit(login, "txtpassword")->setText(answer);
+    child<QLineEdit>(login, "txtpassword")->setText(answer);
     click(login, "cmdok");
     QCOMPARE(m_operator->told, sl({"Invalid Password"}));
-    edit(login, "txtpassword")->clear();
+    child<QLineEdit>(login, "txtpassword")->clear();
     click(login, "cmdok");
     QCOMPARE(m_operator->modals.size(), 1);
     QCOMPARE(m_operator->modals.first()->objectName(), qs("DatabaseInfo"));

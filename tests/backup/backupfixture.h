@@ -4,6 +4,8 @@
 #include "files.h"
 #include "grid/gridfile.h"
 
+#include <QDir>
+#include <QFile>
 #include <QStringList>
 
 namespace tabulon::test {
@@ -35,6 +37,19 @@ inline QStringList gridFileRows(const QString &path)
     if (in.error())
         rows << QStringLiteral("error: ") + in.error().description;
     return rows;
+}
+
+// The threads of this process named `name` now.
+inline int threadsNamed(const char *name)
+{
+    const QDir tasks(QStringLiteral("/proc/self/task"));
+    int count = 0;
+    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile comm(tasks.filePath(task + QStringLiteral("/comm")));
+        if (comm.open(QIODevice::ReadOnly) && comm.readAll().trimmed() == name)
+            ++count;
+    }
+    return count;
 }
 
 } // namespace tabulon::test

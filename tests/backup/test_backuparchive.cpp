@@ -8,6 +8,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QLocale>
+#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -73,6 +74,7 @@ private Q_SLOTS:
     void tableNames_data();
     void tableNames();
     void packAndExtract();
+    void packWhileWriting();
     void hostile_data();
     void hostile();
     void freeSpace_data();
@@ -200,6 +202,72 @@ void TestBackupArchive::packAndExtract()
     QVERIFY_DB(BackupArchive::pack(work, {}, root.filePath(qs("empty.zip"))));
     QVERIFY_DB(BackupArchive::extract(root.filePath(qs("empty.zip")), root.filePath(qs("empty")), &tables));
     QCOMPARE(tables, QStringList());
+}
+
+// Files handed to the packer come out byte for byte and deflated, also when they span many of its
+// buffers. A file it cannot read stops it with an error naming the file and leaves no archive,
+// partial file or part; ended midway, it leaves no part and no thread.
+void TestBackupArchive::packWhileWriting()
+{
+    QTemporaryDir root;
+    const QString work = root.filePath(qs("w"));
+    QVERIFY(QDir().mkpath(work));
+    QList<QStringList> rows{sl({"id", "text"})};
+    QRandomGenerator random(7);
+    for (int i = 0; i < 60000; ++i)
+        rows << QStringList{QString::number(i), QString::number(random.generate64(), 36).repeated(1 + i % 3)};
+    QVERIFY(writeGridFile(work + qs("/big"), rows));
+    write(work + qs("/small"), m_good);
+    const QByteArray big = read(work + qs("/big"));
+    QVERIFY(big.size() > 3 * 256 * 1024);
+    const QStringList before = listing(root.path());
+    const QString archive = root.filePath(qs("a.zip"));
+
+    {
+        BackupArchive::Packer packer(work);
+        packer.add(qs("big"));
+        packer.add(qs("small"));
+        QVERIFY_DB(packer.finish(archive));
+    }
+    int code = 0;
+    zip_t *zip = zip_open(QFile::encodeName(archive).constData(), ZIP_RDONLY | ZIP_CHECKCONS, &code);
+    QVERIFY(zip);
+    QCOMPARE(zip_get_num_entries(zip, 0), 2);
+    for (zip_uint64_t i = 0; i < 2; ++i) {
+        zip_stat_t st;
+        QCOMPARE(zip_stat_index(zip, i, 0, &st), 0);
+        QCOMPARE(st.comp_method, zip_uint16_t(ZIP_CM_DEFLATE));
+        QVERIFY(st.comp_size < st.size);
+    }
+    zip_discard(zip);
+    QStringList tables;
+    QVERIFY_DB(BackupArchive::extract(archive, root.filePath(qs("x")), &tables));
+    QCOMPARE(tables, sl({"big", "small"}));
+    QCOMPARE(read(root.filePath(qs("x/big"))), big);
+    QCOMPARE(read(root.filePath(qs("x/small"))), m_good);
+    QVERIFY(QDir(root.filePath(qs("x"))).removeRecursively());
+    QVERIFY(QFile::remove(archive));
+    QCOMPARE(listing(root.path()), before);
+
+    {
+        BackupArchive::Packer packer(work);
+        packer.add(qs("missing"));
+        packer.add(qs("small"));
+        QTRY_VERIFY(packer.failure());
+        const DbError error = packer.finish(archive);
+        QVERIFY2(error.isFileError() && error.description.contains(qs("missing")), qPrintable(error.description));
+    }
+    QCOMPARE(listing(root.path()), before);
+
+    {
+        BackupArchive::Packer packer(work);
+        for (int i = 0; i < 50; ++i)
+            packer.add(qs("big"));
+        QTRY_COMPARE(threadsNamed(BackupArchive::Packer::kThreadName), 1);
+    }
+    QCOMPARE(listing(root.path()), before);
+    // Joined, not left running: gone within moments, long before 50 files could be compressed.
+    QTRY_COMPARE_WITH_TIMEOUT(threadsNamed(BackupArchive::Packer::kThreadName), 0, 200);
 }
 
 void TestBackupArchive::hostile_data()

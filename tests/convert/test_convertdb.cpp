@@ -6,6 +6,8 @@
 #include "convert/conversionrules.h"
 #include "convert/convertdb.h"
 #include "convert/databaseconversion.h"
+#include "files.h"
+#include "memorysource.h"
 #include "toolfixture.h"
 #include "wholevaluesource.h"
 
@@ -30,12 +32,6 @@ namespace {
 const QString kTarget = QStringLiteral("tabulon_convert_target");
 const QString kSample = QStringLiteral(TABULON_FIXTURES_DIR "/access/nwind.mdb");
 
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
 // The shown text of each named control: a combo box's current text, another control's text.
 QStringList texts(const QWidget *window, std::initializer_list<const char *> names)
 {
@@ -46,46 +42,6 @@ QStringList texts(const QWidget *window, std::initializer_list<const char *> nam
     }
     return out;
 }
-
-QString fileText(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-}
-
-// A source of the test's own making, listed in the order given.
-class FakeSource final : public ConversionSource {
-public:
-    explicit FakeSource(std::vector<SourceTable> tables) : m_tables(std::move(tables)) {}
-    QStringList tableNames() const override
-    {
-        QStringList names;
-        for (const SourceTable &t : m_tables)
-            names << t.name;
-        return names;
-    }
-    DbResult<std::vector<SourceField>> readFields(const QString &table) override
-    {
-        for (const SourceTable &t : m_tables)
-            if (t.name == table)
-                return t.fields;
-        return unknownSourceTable(table);
-    }
-    DbError readRows(const QString &table, const RowSink &row) override
-    {
-        for (const SourceTable &t : m_tables)
-            if (t.name == table) {
-                for (const SourceRow &r : t.rows)
-                    if (DbError e = row(r))
-                        return e;
-                return DbError::none();
-            }
-        return unknownSourceTable(table);
-    }
-
-private:
-    std::vector<SourceTable> m_tables;
-};
 
 } // namespace
 
@@ -122,6 +78,14 @@ private:
     }
     QString sessionMode() { return m_main->session()->openQuery(qs("SELECT @@SESSION.sql_mode"))->text(0, 0); }
     QString status() { return m_main->statusBar()->currentMessage(); }
+    QString reportText() { return QString::fromUtf8(read(ConversionReport::defaultPath())); }
+    // Whatever file is chosen, the conversion reads `tables`.
+    void convertFrom(const std::vector<SourceTable> &tables)
+    {
+        DatabaseConversion::shared().setSourceOpener([tables](const QString &) {
+            return DbResult<std::unique_ptr<ConversionSource>>(std::make_unique<MemorySource>(tables));
+        });
+    }
     // Rows of a query in which %1 stands for the target database.
     QStringList rows(const QString &sql) { return m_db->rows(sql.arg(kTarget)); }
     // "table|name type,name type..." of the target's tables in `tables` ('a','b').
@@ -154,7 +118,7 @@ void TestConvertDb::initTestCase()
     QVERIFY(startAccessSource(m_dir.path(), qs("nwindsource"), kSample));
     QFile sample(kSample);
     QVERIFY(sample.open(QIODevice::ReadOnly));
-    QVERIFY(writeFile(m_dir.filePath(qs("damaged.mdb")), sample.read(sample.size() / 2)));
+    write(m_dir.filePath(qs("damaged.mdb")), sample.read(sample.size() / 2));
     m_wholeValues = addWholeValueSource(m_dir.path(), qs("wholevalues"));
 }
 
@@ -223,9 +187,6 @@ void TestConvertDb::convertsTheSampleIntoANewDatabase()
     QCOMPARE(writes.at(0), qs("Create Table %1.Categories (CategoryID INT, CategoryName VARCHAR(255), Description "
                               "LONGTEXT, Picture LONGTEXT)")
                                .arg(kTarget));
-    QVERIFY(writes.contains(qs("Create Table %1.Order_Details (OrderID INT, ProductID INT, UnitPrice VARCHAR(255), "
-                               "Quantity SMALLINT, Discount FLOAT)")
-                                .arg(kTarget)));
     QCOMPARE(writes.filter(qs("Create Table ")).size(), 9);
     QCOMPARE(writes.filter(qs("Insert into ")).size(), 8 + 91 + 9 + 830 + 77 + 3 + 29 + 830);
     QVERIFY(writes.contains(qs("Insert into %1.Orders values ('10330','LILAS','3','16-11-1994','14-12-1994',"
@@ -258,7 +219,7 @@ void TestConvertDb::convertsTheSampleIntoANewDatabase()
     // The report accounts for every table and every value the server changed; the status bar
     // says where it is.
     const QString path = ConversionReport::defaultPath();
-    const QString report = fileText(path);
+    const QString report = QString::fromUtf8(read(path));
     QVERIFY2(report.contains(qs("Table Order_Details (source table Order Details)\n  rows written: 0\n  rows not read "
                                 "from the source: The Microsoft Jet database engine cannot find the input table or "
                                 "query 'Order_Details'.  Make sure it exists and that its name is spelled correctly.\n"
@@ -359,7 +320,7 @@ void TestConvertDb::longAndBinaryValuesAsFarAsTheStatementsCarryThem()
     QCOMPARE(rows(qs("SELECT id, MD5(memo) FROM %1.wholevalues ORDER BY id")), memos);
     QCOMPARE(rows(qs("SELECT id, HEX(CONVERT(data USING utf16le)) FROM %1.wholevalues WHERE id > 1 ORDER BY id")),
              sl({"2|000100FF0000", "3|0000", "4|", "5|"}));
-    const QString report = fileText(ConversionReport::defaultPath());
+    const QString report = reportText();
     QVERIFY2(report.contains(qs("Table wholevalues\n  rows written: 5\n  values that cannot travel as they are "
                                 "(binary data written as text): 1\n")),
              qPrintable(report));
@@ -416,9 +377,7 @@ void TestConvertDb::valuesTravelAsTypedAndTheModeComesBack()
         {{qs("Path"), 202}, {qs("Note"), 203}, {qs("Small"), 2}},
         {{qs("C:\\data\\"), qs("line\\nnext"), qs("70000")}, {qs("tab\\t'quote"), std::nullopt, qs("12")}}};
     SourceTable clash{qs("Clash"), {{qs("A B"), 3}, {qs("A-B"), 3}}, {}};
-    DatabaseConversion::shared().setSourceOpener([&](const QString &) -> DbResult<std::unique_ptr<ConversionSource>> {
-        return std::unique_ptr<ConversionSource>(new FakeSource({typed, clash}));
-    });
+    convertFrom({typed, clash});
     const QString serverMode = m_db->rows(qs("SELECT @@SESSION.sql_mode")).value(0);
     run(chooseSource(qs("typed.mdb")), kTarget);
 
@@ -431,7 +390,7 @@ void TestConvertDb::valuesTravelAsTypedAndTheModeComesBack()
     QCOMPARE(sent().last(), qs("SET SESSION sql_mode='%1'").arg(serverMode));
     QCOMPARE(sessionMode(), serverMode);
 
-    const QString report = fileText(ConversionReport::defaultPath());
+    const QString report = reportText();
     QVERIFY2(report.contains(qs("Table Typed\n  rows written: 2\n  values changed by the server: 1\n    Out of range "
                                 "value for column 'Small' at row 1\n")),
              qPrintable(report));
@@ -451,14 +410,12 @@ void TestConvertDb::namesThatBecomeOneAndRowsLeftBehind()
         qs("AmtLimit"), {{qs("N"), 3}}, {{qs("1")}, {qs("2"), qs("an extra value")}, {qs("3")}, {qs("4")}}};
     SourceTable second{qs("limit"), {{qs("N"), 3}}, {{qs("5")}, {qs("6")}, {qs("7")}}};
     SourceTable later{qs("Later"), {{qs("N"), 3}}, {{qs("8")}, {qs("9")}, {qs("10")}, {qs("11")}}};
-    DatabaseConversion::shared().setSourceOpener([&](const QString &) -> DbResult<std::unique_ptr<ConversionSource>> {
-        return std::unique_ptr<ConversionSource>(new FakeSource({first, second, later}));
-    });
+    convertFrom({first, second, later});
     run(chooseSource(qs("limits.mdb")), kTarget);
     QCOMPARE(m_operator->told, sl({"Column count doesn't match value count at row 1",
                                    "Error Occured err.desc : Table 'AmtLimit' already exists"}));
     QCOMPARE(rows(qs("SELECT N FROM %1.AmtLimit")), sl({"1"}));
-    const QString report = fileText(ConversionReport::defaultPath());
+    const QString report = reportText();
     QVERIFY2(report.contains(qs("Table AmtLimit\n  rows written: 1\n  rows refused: 1 (the rows after it were not "
                                 "copied): Column count doesn't match value count at row 1\n  rows left behind: 2\n\n"
                                 "Table AmtLimit (source table limit)\n  not created: table AmtLimit holds the rows of "
@@ -483,14 +440,12 @@ void TestConvertDb::rowTooLongForTheServer()
     SourceTable memos{qs("Memos"),
                       {{qs("N"), 3}, {qs("Memo"), 203}},
                       {{qs("1"), qs("short")}, {qs("2"), QString(100000, u'x')}, {qs("3"), qs("short")}}};
-    DatabaseConversion::shared().setSourceOpener([&](const QString &) -> DbResult<std::unique_ptr<ConversionSource>> {
-        return std::unique_ptr<ConversionSource>(new FakeSource({memos}));
-    });
+    convertFrom({memos});
     run(chooseSource(qs("memos.mdb")), kTarget);
     QCOMPARE(m_operator->told.size(), 1);
     QVERIFY2(m_operator->told.front().contains(qs("max_allowed_packet")), qPrintable(m_operator->told.front()));
     QCOMPARE(rows(qs("SELECT N FROM %1.Memos")), sl({"1"}));
-    const QString report = fileText(ConversionReport::defaultPath());
+    const QString report = reportText();
     QVERIFY2(report.contains(qs("  rows too long for the server (max_allowed_packet): 1\n  rows left behind: 1\n")),
              qPrintable(report));
     QVERIFY2(status().contains(qs(", 1 rows too long for the server")), qPrintable(status()));

@@ -3,7 +3,6 @@ add_library(tabulon_testwholevalues STATIC convert/wholevaluesource.cpp convert/
 target_include_directories(tabulon_testwholevalues PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/convert)
 target_link_libraries(tabulon_testwholevalues PUBLIC Qt6::Core PRIVATE PkgConfig::ODBC tabulon_common_cfg)
 
-tabulon_add_test(test_conversionrules convert/test_conversionrules.cpp LIBS tabulon_convert_logic)
 tabulon_add_test(test_accessfile convert/test_accessfile.cpp LIBS tabulon_convert_logic)
 tabulon_add_test(test_convertdb convert/test_convertdb.cpp
     LIBS tabulon_convert tabulon_app tabulon_testoperator tabulon_testwholevalues)

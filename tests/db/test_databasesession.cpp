@@ -1,6 +1,8 @@
 // The session against the real server: type codes, values, updates, error numbers, and the
 // guards that keep unescaped operator text from doing more than breaking its own statement.
 #include "db/databasesession.h"
+#include "db/statementpipeline.h"
+#include "db/tabletransaction.h"
 #include "testdb.h"
 
 #include <QElapsedTimer>
@@ -24,6 +26,10 @@ private Q_SLOTS:
     void statementsLongerThanTheServerTakes();
     void errorsAndGuards();
     void streamingRows();
+    void tableTransactions_data();
+    void tableTransactions();
+    void pipelines_data();
+    void pipelines();
 
 private:
     std::unique_ptr<ScratchDatabase> m_db;
@@ -286,3 +292,154 @@ void TestDatabaseSession::statementsLongerThanTheServerTakes()
 
 QTEST_GUILESS_MAIN(TestDatabaseSession)
 #include "test_databasesession.moc"
+
+void TestDatabaseSession::tableTransactions_data()
+{
+    QTest::addColumn<QString>("table");
+    QTest::addColumn<bool>("transactional");
+    QTest::newRow("InnoDB") << "tx_inno" << true;
+    QTest::newRow("MyISAM") << "tx_isam" << false;
+    QTest::newRow("Aria") << "tx_aria" << false;
+    QTest::newRow("view over InnoDB") << "tx_view" << false;
+    QTest::newRow("InnoDB twin of a MyISAM table") << "Tx_twin" << true;
+    QTest::newRow("MyISAM twin of an InnoDB table") << "tx_twin" << false;
+    QTest::newRow("no such table") << "tx_none" << false;
+}
+
+// Only InnoDB tables are written in a transaction: it commits what went in, rolls back what the
+// command leaves unfinished, and says when the server has ended it, the table then as before.
+void TestDatabaseSession::tableTransactions()
+{
+    QFETCH(QString, table);
+    QFETCH(bool, transactional);
+    QVERIFY_DB(m_db->run({qs("CREATE OR REPLACE TABLE tx_inno (a INT PRIMARY KEY) ENGINE=InnoDB"),
+                          qs("CREATE OR REPLACE TABLE tx_isam (a INT PRIMARY KEY) ENGINE=MyISAM"),
+                          qs("CREATE OR REPLACE TABLE tx_aria (a INT PRIMARY KEY) ENGINE=Aria"),
+                          qs("CREATE OR REPLACE VIEW tx_view AS SELECT * FROM tx_inno"),
+                          qs("CREATE OR REPLACE TABLE Tx_twin (a INT PRIMARY KEY) ENGINE=InnoDB"),
+                          qs("CREATE OR REPLACE TABLE tx_twin (a INT PRIMARY KEY) ENGINE=MyISAM")}));
+    DatabaseSession s;
+    QVERIFY_DB(openSession(s, m_db->name()));
+    const auto insert = [&](int a) { return s.execute(qs("INSERT INTO %1 VALUES (%2)").arg(table).arg(a)); };
+    const auto rows = [&] { return m_db->rows(qs("SELECT a FROM %1 ORDER BY a").arg(table)); };
+    {
+        TableTransaction unfinished(s, table);
+        QVERIFY_DB(unfinished.error());
+        QCOMPARE(unfinished.active(), transactional);
+        (void)insert(1);
+    }
+    if (table != qs("tx_none"))
+        QCOMPARE(rows(), transactional ? QStringList() : sl({"1"}));
+    if (!transactional)
+        return;
+    QCOMPARE(s.openQuery(qs("SELECT @@autocommit"))->text(0, 0), qs("1"));
+
+    TableTransaction committed(s, table);
+    QVERIFY_DB(committed.afterWrite(insert(1)));
+    // A refused row ends only itself; the rows around it stay in the transaction.
+    const DbError duplicate = insert(1);
+    QVERIFY(duplicate.isError());
+    QVERIFY_DB(committed.afterWrite(duplicate));
+    QVERIFY_DB(committed.afterWrite(insert(2)));
+    QVERIFY_DB(committed.commit());
+    QCOMPARE(rows(), sl({"1", "2"}));
+
+    TableTransaction ended(s, table);
+    QVERIFY_DB(ended.afterWrite(s.execute(qs("DELETE FROM %1").arg(table))));
+    // What a lock wait that rolls back does: the server takes back the whole transaction and
+    // reports the statement.
+    QVERIFY_DB(s.execute(qs("ROLLBACK")));
+    const DbError told = ended.afterWrite(DbError::fromServer(1205, qs("Lock wait timeout exceeded")));
+    QVERIFY2(told.description.startsWith(qs("The server rolled back the writes to %1 (").arg(table)),
+             qPrintable(told.description));
+    QVERIFY(!ended.active());
+    QCOMPARE(rows(), sl({"1", "2"}));
+    QCOMPARE(s.openQuery(qs("SELECT @@autocommit"))->text(0, 0), qs("1"));
+
+    // A deadlock is known by its number, whatever ran after it.
+    TableTransaction deadlocked(s, table);
+    QVERIFY_DB(deadlocked.afterWrite(s.execute(qs("DELETE FROM %1").arg(table))));
+    QVERIFY(deadlocked.afterWrite(DbError::fromServer(1213, qs("Deadlock found"))).isError());
+    QCOMPARE(rows(), sl({"1", "2"}));
+}
+
+void TestDatabaseSession::pipelines_data()
+{
+    QTest::addColumn<bool>("ahead");
+    QTest::newRow("one at a time") << false;
+    QTest::newRow("sent ahead") << true;
+}
+
+// Sent ahead or one at a time, the server receives the same statements in the same order and
+// each outcome is told in its turn, a statement too long for the server included (never sent),
+// however many are on their way; a lost connection is told for the statement it hit and those
+// after it, and the next statement fails without waiting.
+void TestDatabaseSession::pipelines()
+{
+    QFETCH(bool, ahead);
+    QVERIFY_DB(m_db->run({qs("CREATE OR REPLACE TABLE pipe (a INT PRIMARY KEY) ENGINE=InnoDB")}));
+    DatabaseSession s;
+    s.setPipelining(ahead ? DatabaseSession::Pipelining::Always : DatabaseSession::Pipelining::Never);
+    QVERIFY_DB(openSession(s, m_db->name()));
+    QByteArray tooLong = "INSERT INTO pipe VALUES (4) -- ";
+    tooLong.append(QByteArray(static_cast<qsizetype>(s.statementLimit()), 'x'));
+    const QList<QByteArray> statements{"INSERT INTO pipe VALUES (1)",
+                                       "INSERT INTO pipe VALUES (2)",
+                                       "INSERT INTO pipe VALUES (1)",
+                                       "INSERT INTO pipe VALUES ('x'y)",
+                                       tooLong,
+                                       "INSERT INTO pipe VALUES (3)"};
+    QList<int> told;
+    {
+        StatementPipeline pipeline(s);
+        QCOMPARE(pipeline.pipelined(), ahead);
+        for (const QByteArray &sql : statements) {
+            QVERIFY(pipeline.add(sql, [&told](const DbError &e) {
+                told << e.serverCode;
+                return true;
+            }));
+        }
+        QVERIFY(pipeline.add(DbError::itemNotFound(), [&told](const DbError &e) {
+            told << int(e.number == AdoError::ItemNotFound);
+            return true;
+        }));
+        for (int a = 10; a < 10 + 2 * StatementPipeline::kMaxInFlight; ++a) {
+            QVERIFY(pipeline.add(QByteArray("INSERT INTO pipe VALUES (") + QByteArray::number(a) + ')',
+                                 [&told](const DbError &e) {
+                                     told << e.serverCode;
+                                     return true;
+                                 }));
+        }
+        QVERIFY(pipeline.finish());
+    }
+    QCOMPARE(told.mid(0, 7), QList<int>({0, 0, 1062, 1064, 1153, 0, 1}));
+    QCOMPARE(told.size(), 7 + 2 * StatementPipeline::kMaxInFlight);
+    QCOMPARE(told.mid(7).count(0), 2 * StatementPipeline::kMaxInFlight);
+    const QStringList received = statementsReceived(m_db->admin(), s.connectionId());
+    QCOMPARE(received.mid(0, 5),
+             sl({"INSERT INTO pipe VALUES (1)", "INSERT INTO pipe VALUES (2)", "INSERT INTO pipe VALUES (1)",
+                 "INSERT INTO pipe VALUES ('x'y)", "INSERT INTO pipe VALUES (3)"}));
+    QCOMPARE(received.size(), 5 + 2 * StatementPipeline::kMaxInFlight);
+    QCOMPARE(received.last(), qs("INSERT INTO pipe VALUES (%1)").arg(9 + 2 * StatementPipeline::kMaxInFlight));
+
+    // The connection lost under the third statement: it and the rest fail, and stopping sends
+    // nothing more.
+    told.clear();
+    StatementPipeline pipeline(s);
+    for (int a = 1000; a < 1005; ++a) {
+        if (a == 1002)
+            QVERIFY_DB(m_db->run({qs("KILL %1").arg(s.connectionId())}));
+        (void)pipeline.add(QByteArray("INSERT INTO pipe VALUES (") + QByteArray::number(a) + ')',
+                           [&told](const DbError &e) {
+                               told << e.serverCode;
+                               return told.size() < 4;
+                           });
+    }
+    QVERIFY(!pipeline.finish());
+    QCOMPARE(told.size(), 4);
+    if (!ahead)
+        QCOMPARE(told.mid(0, 2), QList<int>({0, 0}));
+    // 1927: the server's own word that it killed the connection, before it closes it.
+    for (const int code : told.mid(2))
+        QVERIFY2(code >= 2000 || code == 1927, qPrintable(QString::number(code)));
+}

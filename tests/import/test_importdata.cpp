@@ -1,11 +1,14 @@
 // Importing data: the value literals and the field matching, the row copy from a source held in
-// memory, and the Import Data window on the sample Access file, all against the real server.
+// memory, and the Import Data window on the sample Access file, its imports and its refusals,
+// all against the real server.
 #include "countingprogress.h"
 #include "db/typecodes.h"
+#include "files.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
 #include "import/frmimportdata.h"
 #include "import/importdata.h"
+#include "memorysource.h"
 #include "toolfixture.h"
 #include "wholevaluesource.h"
 
@@ -20,11 +23,13 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
+#include <numeric>
 #include <thread>
 
 using namespace tabulon;
@@ -32,25 +37,21 @@ using namespace tabulon::test;
 
 namespace {
 
-class MemorySource final : public ConversionSource {
-public:
-    SourceTable table;
-    // Called before each row is handed over, with its index; the first pass that counts the
-    // rows calls it too.
-    std::function<void(size_t)> beforeRow;
-    QStringList tableNames() const override { return {table.name}; }
-    DbResult<std::vector<SourceField>> readFields(const QString &) override { return table.fields; }
-    DbError readRows(const QString &, const RowSink &sink) override
-    {
-        for (size_t i = 0; i < table.rows.size(); ++i) {
-            if (beforeRow)
-                beforeRow(i);
-            if (DbError e = sink(table.rows[i]))
-                return e;
-        }
-        return {};
-    }
-};
+// A plan that copies every field of the one table of `source` into the new table "imported".
+Import::Plan intoNewTable(const MemorySource &source)
+{
+    const SourceTable &t = source.tables[0];
+    std::vector<int> all(t.fields.size());
+    std::iota(all.begin(), all.end(), 0);
+    return {t.name, qs("imported"), true, Import::newTableMapping(t.fields, all)};
+}
+
+// A plan that copies the first field of the one table of `source` into the column n of "clients".
+Import::Plan intoClients(const MemorySource &source)
+{
+    const SourceTable &t = source.tables[0];
+    return {t.name, qs("clients"), false, Import::existingTableMapping(t.fields, {0}, {{qs("n"), qs("int(11)")}})};
+}
 
 SourceValue v(const char *text)
 {
@@ -86,12 +87,14 @@ private Q_SLOTS:
     void rowTooLongForTheServer();
 
     void windowControlsAndExit();
+    void importRefusals_data();
+    void importRefusals();
     void importsIntoANewTable();
-    void importsFromADataSource();
+    void importsFromDataSources_data();
+    void importsFromDataSources();
     void importsIntoAnExistingTable();
     void copiesPicturesByteForByte();
     void copiesLongAndBinaryValuesWhole();
-    void keepsTheFractionOfASecond();
     void closeDuringTheCopyStopsIt();
     void lostConnectionDuringTheCopy();
 
@@ -114,9 +117,7 @@ void TestImportData::initTestCase()
     QVERIFY(QFile::copy(qs(TABULON_FIXTURES_DIR "/access/nwind.mdb"), m_dir.filePath(qs("nwind.mdb"))));
     // A data source for the tests: mdbtools' ODBC driver on the sample file.
     QVERIFY(startAccessSource(m_dir.path(), qs("nwindsource"), m_dir.filePath(qs("nwind.mdb"))));
-    QFile damaged(m_dir.filePath(qs("damaged.mdb")));
-    QVERIFY(damaged.open(QIODevice::WriteOnly));
-    damaged.write(QByteArray("plain text, not a database\n").repeated(300));
+    write(m_dir.filePath(qs("damaged.mdb")), QByteArray("plain text, not a database\n").repeated(300));
     m_wholeValues = addWholeValueSource(m_dir.path(), qs("wholevalues"));
 }
 
@@ -259,21 +260,18 @@ void TestImportData::heldValue()
 
 void TestImportData::copiesRowsIntoANewTable()
 {
-    MemorySource source;
-    source.table = {
-        qs("Client List"),
-        {{qs("Client ID"), AdoType::Integer},
-         {qs("Name"), AdoType::VarWChar},
-         {qs("Date"), AdoType::Date},
-         {qs("Active"), AdoType::Boolean},
-         {qs("Photo"), AdoType::LongVarBinary}},
-        {{v("1"), v("O'Brien \\ \"Q\""), v("11/16/1994"), v("True"), bytes(QByteArray("\xff\xfe\x00\x01", 4))},
-         {v("x2"), v("refused"), v(nullptr), v("True"), v(nullptr)},
-         {v("3"), v(nullptr), v("12:30:00 AM"), v(nullptr), v(nullptr)}}};
-    const Import::Plan plan{source.table.name, qs("imported"), true,
-                            Import::newTableMapping(source.table.fields, {0, 1, 2, 3, 4})};
+    MemorySource source(
+        {{qs("Client List"),
+          {{qs("Client ID"), AdoType::Integer},
+           {qs("Name"), AdoType::VarWChar},
+           {qs("Date"), AdoType::Date},
+           {qs("Active"), AdoType::Boolean},
+           {qs("Photo"), AdoType::LongVarBinary}},
+          {{v("1"), v("O'Brien \\ \"Q\""), v("11/16/1994"), v("True"), bytes(QByteArray("\xff\xfe\x00\x01", 4))},
+           {v("x2"), v("refused"), v(nullptr), v("True"), v(nullptr)},
+           {v("3"), v(nullptr), v("12:30:00 AM"), v(nullptr), v(nullptr)}}}});
     NoProgress progress;
-    const Import::Outcome outcome = Import::run(source, *m_main->session(), plan, progress, {});
+    const Import::Outcome outcome = Import::run(source, *m_main->session(), intoNewTable(source), progress, {});
     QVERIFY_DB(outcome.error);
     QCOMPARE(outcome.copied, 2);
     QCOMPARE(
@@ -292,20 +290,19 @@ void TestImportData::copiesRowsIntoANewTable()
 void TestImportData::rowsChangedByTheServer()
 {
     QVERIFY_DB(m_db->run({qs("CREATE TABLE clients (name VARCHAR(3), n INT, f FLOAT)")}));
-    MemorySource source;
-    source.table = {qs("c"),
-                    {{qs("Name"), AdoType::VarWChar}, {qs("N"), AdoType::Integer}, {qs("F"), AdoType::Double}},
-                    {{v("Ann"), v("1"), v("0.5")},
-                     {v("Bartholomew"), v("2"), v("0.5")},
-                     {v("Cy"), v("x"), v("0.5")},
-                     {v("Di"), v("4"), v("3.14159265358979")},
-                     {v("Ed"), v("5"), v("0.1")}}};
+    MemorySource source({{qs("c"),
+                          {{qs("Name"), AdoType::VarWChar}, {qs("N"), AdoType::Integer}, {qs("F"), AdoType::Double}},
+                          {{v("Ann"), v("1"), v("0.5")},
+                           {v("Bartholomew"), v("2"), v("0.5")},
+                           {v("Cy"), v("x"), v("0.5")},
+                           {v("Di"), v("4"), v("3.14159265358979")},
+                           {v("Ed"), v("5"), v("0.1")}}}});
     DatabaseSession &session = *m_main->session();
     QVERIFY_DB(session.execute(qs("SET SESSION sql_mode=''")));
     auto columns = Import::readColumns(session, qs("clients"));
     QVERIFY_DB(columns.ok() ? DbError::none() : columns.error());
-    const Import::Plan plan{source.table.name, qs("clients"), false,
-                            Import::existingTableMapping(source.table.fields, {0, 1, 2}, columns.value())};
+    const Import::Plan plan{qs("c"), qs("clients"), false,
+                            Import::existingTableMapping(source.tables[0].fields, {0, 1, 2}, columns.value())};
     NoProgress progress;
     const Import::Outcome outcome = Import::run(source, session, plan, progress, {});
     QVERIFY_DB(outcome.error);
@@ -338,13 +335,11 @@ void TestImportData::stopInATransaction()
     QFETCH(bool, keep);
     QFETCH(int, asked);
     QVERIFY_DB(m_db->run({qs("CREATE TABLE clients (n INT) ENGINE=") + engine}));
-    MemorySource source;
-    source.table = {qs("c"), {{qs("N"), AdoType::Integer}}, {}};
+    MemorySource source({{qs("c"), {{qs("N"), AdoType::Integer}}, {}}});
     for (int i = 0; i < 120; ++i)
-        source.table.rows.push_back({QString::number(i)});
+        source.tables[0].rows.push_back({QString::number(i)});
     DatabaseSession &session = *m_main->session();
-    const Import::Plan plan{source.table.name, qs("clients"), false,
-                            Import::existingTableMapping(source.table.fields, {0}, {{qs("n"), qs("int(11)")}})};
+    const Import::Plan plan = intoClients(source);
     CountingProgress progress(2);
     int questions = 0;
     const Import::Outcome outcome = Import::run(source, session, plan, progress, [&](const Import::Outcome &sofar) {
@@ -394,8 +389,7 @@ void TestImportData::transactionEndedByTheServer()
     QFETCH(QString, engine);
     QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS heavy"), qs("CREATE TABLE heavy (n INT) ENGINE=InnoDB"),
                           qs("CREATE TABLE clients (n INT PRIMARY KEY) ENGINE=") + engine}));
-    MemorySource source;
-    source.table = {qs("c"), {{qs("N"), AdoType::Integer}}, {{v("1")}, {v("2")}, {v("3")}, {v("4")}}};
+    MemorySource source({{qs("c"), {{qs("N"), AdoType::Integer}}, {{v("1")}, {v("2")}, {v("3")}, {v("4")}}}});
     DatabaseSession &session = *m_main->session();
     DatabaseSession other;
     QVERIFY_DB(openSession(other, m_db->name()));
@@ -420,14 +414,13 @@ void TestImportData::transactionEndedByTheServer()
             blocked = std::thread([&] { blockedError = other.execute(qs("INSERT INTO clients VALUES (1)")); });
         }
     };
-    const Import::Plan plan{source.table.name, qs("clients"), false,
-                            Import::existingTableMapping(source.table.fields, {0}, {{qs("n"), qs("int(11)")}})};
     NoProgress progress;
     int asked = 0;
-    const Import::Outcome outcome = Import::run(source, session, plan, progress, [&](const Import::Outcome &) {
-        ++asked;
-        return true;
-    });
+    const Import::Outcome outcome =
+        Import::run(source, session, intoClients(source), progress, [&](const Import::Outcome &) {
+            ++asked;
+            return true;
+        });
     if (blocked.joinable()) {
         blocked.join();
         QVERIFY_DB(blockedError);
@@ -452,14 +445,11 @@ void TestImportData::rowTooLongForTheServer()
     const auto restore = qScopeGuard([&] { (void)m_db->run({qs("SET GLOBAL max_allowed_packet=") + limit}); });
     DatabaseSession session;
     QVERIFY_DB(openSession(session, m_db->name()));
-    MemorySource source;
-    source.table = {qs("c"),
-                    {{qs("N"), AdoType::Integer}, {qs("Memo"), AdoType::LongVarWChar}},
-                    {{v("1"), v("short")}, {v("2"), SourceValue(QString(100000, u'x'))}, {v("3"), v("short")}}};
-    const Import::Plan plan{source.table.name, qs("imported"), true,
-                            Import::newTableMapping(source.table.fields, {0, 1})};
+    MemorySource source({{qs("c"),
+                          {{qs("N"), AdoType::Integer}, {qs("Memo"), AdoType::LongVarWChar}},
+                          {{v("1"), v("short")}, {v("2"), SourceValue(QString(100000, u'x'))}, {v("3"), v("short")}}}});
     NoProgress progress;
-    const Import::Outcome outcome = Import::run(source, session, plan, progress, {});
+    const Import::Outcome outcome = Import::run(source, session, intoNewTable(source), progress, {});
     QVERIFY_DB(outcome.error);
     QCOMPARE((QList<qint64>{outcome.copied, outcome.refused, outcome.tooLong}), (QList<qint64>{2, 1, 1}));
     QVERIFY2(outcome.refusals.value(0).contains(qs("max_allowed_packet")), qPrintable(outcome.refusals.value(0)));
@@ -520,18 +510,6 @@ void TestImportData::importsIntoANewTable()
     QCOMPARE(m_db->rows(qs("SELECT COUNT(*), MIN(OrderDate), MAX(OrderDate) FROM imported")),
              sl({"830|1994-08-04 00:00:00|1996-06-05 00:00:00"}));
     QVERIFY(child<QComboBox>("cbotarget")->findText(qs("imported")) >= 0); // now an existing table
-}
-
-// A data source file chosen anywhere names its source by the file's own name.
-void TestImportData::importsFromADataSource()
-{
-    choose(qs("nwindsource.dsn"), qs("Shippers"));
-    child<QLineEdit>("txtnewtable")->setText(qs("imported"));
-    child<QPushButton>("cmdimport")->click();
-    QCOMPARE(m_operator->told, sl({"The import is complete.\n\nRows copied: 3\nRows changed: 0\nRows refused: 0"}));
-    QCOMPARE(m_db->rows(qs("SELECT * FROM imported ORDER BY 1")),
-             sl({"1|Speedy Express|(503) 555-9831", "2|United Package|(503) 555-3199",
-                 "3|Federal Shipping|(503) 555-9931"}));
 }
 
 void TestImportData::importsIntoAnExistingTable()
@@ -615,19 +593,44 @@ void TestImportData::copiesLongAndBinaryValuesWhole()
         expected);
 }
 
-// A data source's timestamp keeps its fraction of a second, into a column that has room for it.
-void TestImportData::keepsTheFractionOfASecond()
+// clang-format off
+void TestImportData::importsFromDataSources_data()
 {
-    if (sqliteOdbcDriver().isEmpty())
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("table");
+    QTest::addColumn<QString>("existing"); // the table imported into, "" for the new table "imported"
+    QTest::addColumn<QStringList>("rows");
+    // A data source file chosen anywhere names its source by the file's own name.
+    QTest::newRow("by the file's name") << "nwindsource.dsn" << "Shippers" << "" << sl({"1|Speedy Express|(503) 555-9831", "2|United Package|(503) 555-3199", "3|Federal Shipping|(503) 555-9931"});
+    // A timestamp keeps its fraction of a second, into a column that has room for it.
+    QTest::newRow("fraction of a second") << "wholevalues.dsn" << "stamps" << "CREATE TABLE clients (id INT, at DATETIME(3))" << sl({"1|2020-01-02 10:11:12.345"});
+}
+// clang-format on
+
+void TestImportData::importsFromDataSources()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, table);
+    QFETCH(QString, existing);
+    QFETCH(QStringList, rows);
+    if (file == qs("wholevalues.dsn") && sqliteOdbcDriver().isEmpty())
         QSKIP("The SQLite ODBC driver (Debian package libsqliteodbc) is not installed");
-    QVERIFY2(m_wholeValues.isEmpty(), qPrintable(m_wholeValues));
-    QVERIFY_DB(m_db->run({qs("CREATE TABLE clients (id INT, at DATETIME(3))")}));
-    choose(qs("wholevalues.dsn"), qs("stamps"));
-    child<QRadioButton>("optexisting")->setChecked(true);
-    child<QComboBox>("cbotarget")->setCurrentIndex(child<QComboBox>("cbotarget")->findText(qs("clients")));
+    QVERIFY2(file != qs("wholevalues.dsn") || m_wholeValues.isEmpty(), qPrintable(m_wholeValues));
+    if (!existing.isEmpty())
+        QVERIFY_DB(m_db->run({existing}));
+    choose(file, table);
+    if (existing.isEmpty()) {
+        child<QLineEdit>("txtnewtable")->setText(qs("imported"));
+    } else {
+        child<QRadioButton>("optexisting")->setChecked(true);
+        child<QComboBox>("cbotarget")->setCurrentIndex(child<QComboBox>("cbotarget")->findText(qs("clients")));
+    }
     child<QPushButton>("cmdimport")->click();
-    QCOMPARE(m_operator->told, sl({"The import is complete.\n\nRows copied: 1\nRows changed: 0\nRows refused: 0"}));
-    QCOMPARE(m_db->rows(qs("SELECT id, at FROM clients")), sl({"1|2020-01-02 10:11:12.345"}));
+    QCOMPARE(m_operator->told, QStringList{qs("The import is complete.\n\nRows copied: %1\nRows changed: 0\nRows "
+                                              "refused: 0")
+                                               .arg(rows.size())});
+    QCOMPARE(m_db->rows(qs("SELECT * FROM %1 ORDER BY 1").arg(existing.isEmpty() ? qs("imported") : qs("clients"))),
+             rows);
 }
 
 void TestImportData::closeDuringTheCopyStopsIt()
@@ -676,6 +679,80 @@ void TestImportData::lostConnectionDuringTheCopy()
              qPrintable(told));
     QCOMPARE(child<QLabel>("lblstatus")->text(), qs("Rows copied: 0, changed: 0, refused: 1, lost: 50"));
     QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM clients")), sl({"0"}));
+}
+
+// The window's refusals: a damaged source, no field ticked, a new table without a name or with a
+// name taken, no table to import into or none of its columns ticked, a closed session, a
+// target table dropped after it was chosen. Each is told once, asks nothing and writes nothing.
+void TestImportData::importRefusals_data()
+{
+    QTest::addColumn<QString>("into");    // "new" or "existing"
+    QTest::addColumn<QString>("name");    // the new table's name, or the existing table chosen
+    QTest::addColumn<QString>("trouble"); // what happens after the choices, or the fields ticked
+    QTest::addColumn<QString>("told");
+
+    // clang-format off
+    QTest::newRow("damaged source") << "new" << "imported" << "damaged" << "Choose a source file and one of its tables first.";
+    QTest::newRow("no field ticked") << "new" << "imported" << "tick none" << "No field has been selected.";
+    QTest::newRow("new table already there") << "new" << "existing" << "tick ShipperID" << "Table 'existing' already exists. Nothing has been imported.\n\nEnter another name, or choose it as the existing table.";
+    QTest::newRow("no ticked field matches") << "existing" << "existing" << "tick CompanyName Phone" << "None of the ticked fields matches a column of table 'existing'. Nothing has been imported.";
+    QTest::newRow("a new table without a name") << "new" << "  " << "" << "Enter the name of the new table.";
+    QTest::newRow("no table to import into") << "existing" << "" << "" << "Choose the table to import into.";
+    QTest::newRow("closed session, new table") << "new" << "imported" << "closed" << "Operation is not allowed when the object is closed.";
+    QTest::newRow("closed session, existing table") << "existing" << "existing" << "closed" << "Operation is not allowed when the object is closed.";
+    QTest::newRow("existing table dropped after it was chosen") << "existing" << "existing" << "dropped" << "Table '%1.existing' doesn't exist";
+    // clang-format on
+}
+
+void TestImportData::importRefusals()
+{
+    QFETCH(QString, into);
+    QFETCH(QString, name);
+    QFETCH(QString, trouble);
+    QFETCH(QString, told);
+    openTool("mnuimpdata");
+    QVERIFY(!m_operator->modals.isEmpty());
+    QPointer<frmimportdata> w = qobject_cast<frmimportdata *>(m_operator->modals.last());
+    QVERIFY(w);
+    const bool damaged = trouble == qs("damaged"); // the reader's error is told first
+    m_operator->chosenFile = m_dir.filePath(damaged ? qs("damaged.mdb") : qs("nwind.mdb"));
+    w->findChild<QPushButton *>(qs("cmdbrowse"))->click();
+    auto *table = w->findChild<QComboBox *>(qs("cbotable"));
+    table->setCurrentIndex(table->findText(qs("Shippers")));
+    QVERIFY2(damaged || table->currentText() == qs("Shippers"), qPrintable(m_operator->told.join(u'/')));
+    if (trouble.startsWith(qs("tick "))) {
+        auto *fields = w->findChild<QListWidget *>(qs("lstfields"));
+        for (int i = 0; i < fields->count(); ++i) {
+            const QString field = fields->item(i)->text().section(qs("  ("), 0, 0);
+            fields->item(i)->setCheckState(trouble.split(u' ').contains(field) ? Qt::Checked : Qt::Unchecked);
+        }
+    }
+    if (into == qs("new")) {
+        w->findChild<QRadioButton *>(qs("optnew"))->setChecked(true);
+        w->findChild<QLineEdit *>(qs("txtnewtable"))->setText(name);
+    } else {
+        w->findChild<QRadioButton *>(qs("optexisting"))->setChecked(true);
+        auto *target = w->findChild<QComboBox *>(qs("cbotarget"));
+        target->setCurrentIndex(target->findText(name));
+    }
+    if (trouble == qs("closed"))
+        session().close();
+    else if (trouble == qs("dropped"))
+        QVERIFY_DB(m_db->run({qs("DROP TABLE existing")}));
+    const unsigned long id = session().connectionId();
+    w->findChild<QPushButton *>(qs("cmdimport"))->click();
+    QCOMPARE(m_operator->told.value(m_operator->told.size() - 1), QString(told).replace(qs("%1"), m_db->name()));
+    QCOMPARE(m_operator->told.size(), damaged ? 2 : 1);
+    QCOMPARE(m_operator->asked, QStringList());
+    QCOMPARE(m_operator->runtimeErrors, QStringList());
+    if (trouble != qs("closed")) {
+        const QStringList sent = statementsReceived(m_db->admin(), id);
+        QCOMPARE(sent.filter(QRegularExpression(qs("^(CREATE|INSERT)"), QRegularExpression::CaseInsensitiveOption)),
+                 QStringList());
+    }
+    QCOMPARE(m_db->rows(qs("SHOW TABLES LIKE 'imported'")), QStringList());
+    if (trouble != qs("dropped"))
+        QCOMPARE(m_db->rows(qs("SELECT * FROM existing")), sl({"7"}));
 }
 
 QTEST_MAIN(TestImportData)

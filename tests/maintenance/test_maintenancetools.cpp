@@ -1,20 +1,28 @@
-// The check and repair tools through the main window's menu against a real server whose
-// MyISAM files the tests damage: statements sent, messages shown, the pages, the file copy
-// from another database's folder, the exit question and the menu item given back on close.
+// The check and repair rules (the file a message names, what a check of a missing or unnamable
+// table gives, long statements, the file copy between database folders), and the check and
+// repair tools through the main window's menu against a real server whose MyISAM files the
+// tests damage: statements sent, messages shown, the pages, the file copy from another
+// database's folder, the exit question and the menu item given back on close.
+#include "files.h"
 #include "grid/grid.h"
 #include "gridtexts.h"
 #include "maintenance/checktable.h"
 #include "maintenance/repairtable.h"
+#include "maintenance/tablecheck.h"
 #include "toolfixture.h"
 #include "ui/tablechecklist.h"
 
 #include <QAction>
+#include <QDir>
 #include <QFile>
 #include <QFrame>
 #include <QLineEdit>
 #include <QPointer>
 #include <QPushButton>
 #include <QTimer>
+
+#include <chrono>
+#include <thread>
 
 using namespace tabulon;
 using namespace tabulon::test;
@@ -34,6 +42,12 @@ private Q_SLOTS:
     void init();
     void cleanup() { closeMain(); } // the tools are children of the main window and go with it
 
+    void namedFile_data();
+    void namedFile();
+    void checkFindings();
+    void longStatementsOutlastTheReadTimeout_data();
+    void longStatementsOutlastTheReadTimeout();
+    void replaceFiles();
     void checkFindsDamageAndReplaceMendsIt();
     void repairThenCheckFindsNoError();
     void closeDuringCheckStopsThenCloses();
@@ -61,7 +75,7 @@ void TestMaintenanceTools::initTestCase()
 
 void TestMaintenanceTools::init()
 {
-    QVERIFY_DB(m_db->run(QStringList{qs("DROP TABLE IF EXISTS bill, sound")} + kTables));
+    QVERIFY_DB(m_db->run(QStringList{qs("DROP TABLE IF EXISTS bill, sound, held, after_it")} + kTables));
     openMain();
     m_main->settingsStore().WriteRegistryString(Hive::LocalMachine, Settings::kKey, qs("DataFolder"), m_dataFolder);
     m_main->Database = m_db->name();
@@ -77,6 +91,101 @@ DbError TestMaintenanceTools::damageIndex()
     if (!index.open(QIODevice::ReadWrite) || !index.seek(1024) || index.write(QByteArray(2048, '\xff')) != 2048)
         return DbError::file(index.fileName(), index.errorString());
     return {};
+}
+
+// One row per line reads best here.
+// clang-format off
+void TestMaintenanceTools::namedFile_data()
+{
+    QTest::addColumn<QString>("table");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("file in quotes") << "bill" << "Index for table './orvita/bill.MYI' is corrupt; try to repair it" << "bill.MYI";
+    QTest::newRow("other case in message") << "BILL" << "Can't find file: './x/bill.MYI' (errno: 2)" << "bill.MYI";
+    QTest::newRow("name not in message") << "bill" << "Corrupt" << "bill";
+    QTest::newRow("no quote after name") << "bill" << "Table bill is marked as crashed" << "bill";
+    QTest::newRow("quote only before name") << "bill" << "'x' bill" << "bill";
+    QTest::newRow("first occurrence wins") << "bill" << "bill_old and 'bill.MYD'" << "bill_old and ";
+}
+// clang-format on
+
+void TestMaintenanceTools::namedFile()
+{
+    QFETCH(QString, table);
+    QFETCH(QString, message);
+    QTEST(TableCheck::namedFile(table, message), "expected");
+}
+
+// A damaged table and its repair are checked through the windows, below.
+void TestMaintenanceTools::checkFindings()
+{
+    DatabaseSession &session = this->session();
+    // A missing table is still an answer (its messages); a statement the server refuses is not.
+    const auto missing = TableCheck::checkTable(session, qs("nosuch"));
+    QVERIFY(!missing.isEmpty());
+    QCOMPARE(missing.first().name, qs("nosuch"));
+    const QList<TableCheck::Finding> refused{{qs("Could open table"), qs("no such")}};
+    QCOMPARE(TableCheck::checkTable(session, qs("no such")), refused);
+}
+
+void TestMaintenanceTools::longStatementsOutlastTheReadTimeout_data()
+{
+    QTest::addColumn<bool>("repair");
+    QTest::newRow("check") << false;
+    QTest::newRow("repair") << true;
+}
+
+// A check or repair that takes longer than the session's read time-out (here it waits for a
+// table another connection holds locked) still gets its answer, and the tables after it are
+// worked on the same connection.
+void TestMaintenanceTools::longStatementsOutlastTheReadTimeout()
+{
+    QFETCH(bool, repair);
+    QVERIFY_DB(m_db->run({qs("create table held (n int) engine=MyISAM"),
+                          qs("create table after_it (n int) engine=MyISAM"), qs("insert into held values (1),(2)")}));
+    DatabaseSession session;
+    session.setTimeouts(5, 1, 5);
+    QVERIFY_DB(openSession(session, m_db->name()));
+    DatabaseSession holder;
+    QVERIFY_DB(openSession(holder, m_db->name()));
+    QVERIFY_DB(holder.execute(qs("LOCK TABLES held WRITE")));
+    std::jthread release([&holder] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+        (void)holder.execute(qs("UNLOCK TABLES"));
+    });
+
+    for (const QString &table : {qs("held"), qs("after_it")}) {
+        if (repair) {
+            QVERIFY_DB(TableCheck::repairTable(session, table));
+        } else {
+            QCOMPARE(TableCheck::checkTable(session, table), QList<TableCheck::Finding>{});
+        }
+    }
+    // The session's own time-out is back for everything else.
+    QVERIFY(session.execute(qs("select sleep(2)")).isError());
+}
+
+void TestMaintenanceTools::replaceFiles()
+{
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString data = dir.path(); // no separator at the end: one is supplied
+    write(data + qs("/good/t.MYI"), "good index");
+    write(data + qs("/good/u.MYD"), "good data");
+    write(data + qs("/bad/t.MYI"), "broken");
+    write(data + qs("/bad/v.MYI"), "kept");
+
+    const QList<DbError> failures =
+        TableCheck::replaceFiles(data, qs("good"), qs("bad"), sl({"t.MYI", "", "u.MYD", "v.MYI"}));
+    QCOMPARE(read(data + qs("/bad/t.MYI")), QByteArray("good index")); // overwritten
+    QCOMPARE(read(data + qs("/bad/u.MYD")), QByteArray("good data"));  // created
+    QCOMPARE(read(data + qs("/bad/v.MYI")), QByteArray("kept"));       // no source: untouched
+    QCOMPARE(failures.size(), 1);
+    QVERIFY(failures.first().isFileError());
+    QVERIFY(failures.first().description.contains(qs("good/v.MYI")));
+    QCOMPARE(QDir(data + qs("/bad")).entryList(QDir::Files), sl({"t.MYI", "u.MYD", "v.MYI"}));
+
+    QCOMPARE(TableCheck::databaseFolder(qs("/var/lib/mysql/"), qs("Orvita")), qs("/var/lib/mysql/Orvita/"));
 }
 
 void TestMaintenanceTools::checkFindsDamageAndReplaceMendsIt()

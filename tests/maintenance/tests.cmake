@@ -1,3 +1,2 @@
-tabulon_add_test(test_tablecheck maintenance/test_tablecheck.cpp LIBS tabulon_maintenance_logic)
 tabulon_add_test(test_maintenancetools maintenance/test_maintenancetools.cpp
     LIBS tabulon_maintenance tabulon_app tabulon_testoperator tabulon_testgrid)

@@ -11,6 +11,7 @@
 #include "data/replacedata.h"
 #include "data/tabledata.h"
 #include "db/progress.h"
+#include "files.h"
 #include "grid/grid.h"
 #include "import/frmimportdata.h"
 #include "maintenance/checktable.h"
@@ -57,7 +58,9 @@ private Q_SLOTS:
     void restoreLosesRows();
     void importIntoExistingTable();
     void checkTablesReplace();
-    void repairTablesCopiesFiles();
+    void repairsCopyFiles_data();
+    void repairsCopyFiles();
+    void unwritableFolderStopsCommand_data();
     void unwritableFolderStopsCommand();
 
 private:
@@ -122,12 +125,14 @@ void TestSafetyHooks::tableDataCommands()
     // Modify Record refuses to write most of the awkward values back (an empty date, a BIT
     // as text), so it works on a plainer table whose blob it turns into text.
     const QString table = menu == qs("mnumr") ? qs("m") : qs("t");
+    // T beside t: two tables to the server, of which only the one written is copied.
     QVERIFY_DB(
-        m_db->run(awkwardTable(qs("t"), engine) +
+        m_db->run(awkwardTable(qs("t"), engine) + awkwardTable(qs("T"), engine) +
                   QStringList{qs("DROP TABLE IF EXISTS m"),
                               qs("CREATE TABLE m (id INT PRIMARY KEY, name VARCHAR(20), raw BLOB) ENGINE=") + engine,
                               qs("INSERT INTO m VALUES (1, 'it''s', X'FF00FE'), (2, NULL, NULL)")}));
     const TableState before = tableState(*m_db, table);
+    const TableState twin = tableState(*m_db, qs("T"));
     TableData *w = openTableData(table);
     QVERIFY(w);
     w->grid()->setCurrentCell(1, 3);
@@ -158,6 +163,7 @@ void TestSafetyHooks::tableDataCommands()
     }
     putBackNewest(command, {table});
     QCOMPARE(tableState(*m_db, table), before);
+    QCOMPARE(tableState(*m_db, qs("T")), twin);
 }
 
 void TestSafetyHooks::saveTableRefusedByForeignKey()
@@ -258,7 +264,8 @@ void TestSafetyHooks::replaceOverWrongValue_data()
     QTest::addColumn<QString>("button");
     QTest::addColumn<QString>("command");
     QTest::addColumn<QStringList>("tables");
-    QTest::newRow("Replace All: every table with a hit") << qs("cmdrepall") << qs("Replace All") << sl({"a", "b"});
+    // B and b are two tables (the server tells names apart by case): both are copied.
+    QTest::newRow("Replace All: every table with a hit") << qs("cmdrepall") << qs("Replace All") << sl({"B", "a", "b"});
     QTest::newRow("Replace: the current hit's table") << qs("cmdrep") << qs("Replace") << sl({"b"});
 }
 
@@ -267,16 +274,18 @@ void TestSafetyHooks::replaceOverWrongValue()
     QFETCH(QString, button);
     QFETCH(QString, command);
     QFETCH(QStringList, tables);
-    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS a, b, c, t, tree"),
-                          qs("CREATE TABLE a (id INT PRIMARY KEY, code VARCHAR(9), note TEXT) ENGINE=InnoDB"),
-                          qs("CREATE TABLE b (code VARCHAR(9), raw VARBINARY(4), memo TEXT) ENGINE=MyISAM"),
-                          qs("CREATE TABLE c (x INT) ENGINE=MyISAM"),
-                          qs("INSERT INTO a VALUES (1, 'C00001', NULL), (2, 'C00002', 'it''s \\\\')"),
-                          qs("INSERT INTO b VALUES ('C00001', X'00FF5C27', 'O''Hara \\\\n'), ('C00001', NULL, NULL), "
-                             "(NULL, X'00FF', '')"),
-                          qs("INSERT INTO c VALUES (1)")}));
+    QVERIFY_DB(
+        m_db->run({qs("DROP TABLE IF EXISTS a, b, B, c, t, T, tree"),
+                   qs("CREATE TABLE a (id INT PRIMARY KEY, code VARCHAR(9), note TEXT) ENGINE=InnoDB"),
+                   qs("CREATE TABLE b (code VARCHAR(9), raw VARBINARY(4), memo TEXT) ENGINE=MyISAM"),
+                   qs("CREATE TABLE c (x INT) ENGINE=MyISAM"),
+                   qs("INSERT INTO a VALUES (1, 'C00001', NULL), (2, 'C00002', 'it''s \\\\')"),
+                   qs("INSERT INTO b VALUES ('C00001', X'00FF5C27', 'O''Hara \\\\n'), ('C00001', NULL, NULL), "
+                      "(NULL, X'00FF', '')"),
+                   qs("INSERT INTO c VALUES (1)"), qs("CREATE TABLE B LIKE b"), qs("INSERT INTO B SELECT * FROM b")}));
     const TableState a = tableState(*m_db, qs("a"));
     const TableState b = tableState(*m_db, qs("b"));
+    const TableState twin = tableState(*m_db, qs("B"));
     auto *w = qobject_cast<ReplaceData *>(openTool("mnureplace"));
     QVERIFY(w);
     w->findChild<QLineEdit *>(qs("txtfind"))->setText(qs("C00001"));
@@ -295,13 +304,15 @@ void TestSafetyHooks::replaceOverWrongValue()
     putBackNewest(command, tables);
     QCOMPARE(tableState(*m_db, qs("a")), a);
     QCOMPARE(tableState(*m_db, qs("b")), b);
+    QCOMPARE(tableState(*m_db, qs("B")), twin);
 }
 
 void TestSafetyHooks::restoreLosesRows_data()
 {
     QTest::addColumn<bool>("client");
     QTest::addColumn<QStringList>("tables");
-    // Stopped for good at the quote, its delete done.
+    // Stopped for good at the quote, its delete done; its case twin Quotes (which an archive
+    // cannot hold beside it) is neither copied nor touched.
     QTest::newRow("table restore, stopped by a quote") << false << sl({"quotes"});
     // The client's rows deleted, then the rows with a quote refused one by one (a backslash
     // before the quote is no escape in the write mode).
@@ -313,15 +324,18 @@ void TestSafetyHooks::restoreLosesRows()
     QFETCH(bool, client);
     QFETCH(QStringList, tables);
     QVERIFY_DB(m_db->run(
-        {qs("DROP TABLE IF EXISTS bill, quotes"),
-         qs("CREATE TABLE quotes (id INT, code_no VARCHAR(9), t VARCHAR(20), b BLOB) ENGINE=InnoDB"),
+        {qs("DROP TABLE IF EXISTS bill, quotes, Quotes"),
+         // MyISAM keeps what a stopped restore wrote; InnoDB would take the whole table back.
+         qs("CREATE TABLE quotes (id INT, code_no VARCHAR(9), t VARCHAR(20), b BLOB) ENGINE=MyISAM"),
          qs("INSERT INTO quotes VALUES (1, 'C1', 'plain', NULL), (2, 'C1', 'O''Brien', X'00'), (3, 'C2', NULL, ''), "
             "(4, 'C1', 'back\\\\slash', X'5C27FF')"),
          qs("CREATE TABLE bill (name VARCHAR(9), amount DECIMAL(8,2), memo VARCHAR(20)) ENGINE=MyISAM"),
-         qs("INSERT INTO bill VALUES ('C1', 12.5, 'O''Hara'), ('C2', NULL, NULL), ('C1', 0, 'a\\\\b')")}));
+         qs("INSERT INTO bill VALUES ('C1', 12.5, 'O''Hara'), ('C2', NULL, NULL), ('C1', 0, 'a\\\\b')"),
+         qs("CREATE TABLE Quotes LIKE quotes"), qs("INSERT INTO Quotes SELECT * FROM quotes")}));
     QList<TableState> before;
     for (const QString &table : tables)
         before << tableState(*m_db, table);
+    const TableState twin = tableState(*m_db, qs("Quotes"));
     QTemporaryDir folder;
     const auto set = TableBackup::BackupSet::forPath(folder.path() + qs("/"), QDate::currentDate());
     QVERIFY(QDir().mkpath(set.workingFolder));
@@ -360,6 +374,7 @@ void TestSafetyHooks::restoreLosesRows()
     putBackNewest(client ? qs("Client Restore") : qs("Restore"), tables);
     for (qsizetype i = 0; i < tables.size(); ++i)
         QCOMPARE(tableState(*m_db, tables[i]), before[i]);
+    QCOMPARE(tableState(*m_db, qs("Quotes")), twin);
 }
 
 // The sample Access file's customers added to a table of awkward rows.
@@ -394,24 +409,89 @@ void TestSafetyHooks::importIntoExistingTable()
     QCOMPARE(tableState(*m_db, qs("clients")), before);
 }
 
+void TestSafetyHooks::repairsCopyFiles_data()
+{
+    QTest::addColumn<QString>("menu");
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QStringList>("files");
+    const QStringList both = sl({"ledger.MYD", "ledger.MYI", "ledger.frm", "town.MYD", "town.MYI", "town.frm"});
+    QTest::newRow("Repair Tables, ticked") << qs("mnureptab") << qs("Repair Tables") << both.mid(0, 3);
+    QTest::newRow("Table Detail, all tables") << qs("mnuTabDet") << qs("Table Detail") << both;
+    QTest::newRow("Search, all tables") << qs("mnusearch") << qs("Search") << both;
+    QTest::newRow("Replace, find") << qs("mnureplace") << qs("Replace Find") << both;
+    // The server takes 'Oslo' as equal to ledger's zero date: a hit, so ledger is repaired too.
+    QTest::newRow("Replace, replace all: the tables with hits") << qs("mnureplace") << qs("Replace All") << both;
+}
+
+// A repair can drop rows of a MyISAM table it cannot read: every command that repairs copies
+// the files of its MyISAM tables first, once for the command however often it repairs a table,
+// and leaves InnoDB tables to their own recovery. Putting the files back gives the tables as
+// they were before, rows and counter alike.
+void TestSafetyHooks::repairsCopyFiles()
+{
+    QFETCH(QString, menu);
+    QFETCH(QString, command);
+    QFETCH(QStringList, files);
+    // No MyISAM table but these two.
+    for (const QString &table : m_db->rows(qs("SELECT TABLE_NAME FROM information_schema.TABLES WHERE TABLE_SCHEMA = "
+                                              "DATABASE() AND ENGINE = 'MyISAM'")))
+        QVERIFY_DB(m_db->run({qs("DROP TABLE `%1`").arg(table)}));
+    QVERIFY_DB(m_db->run(awkwardTable(qs("ledger"), qs("MyISAM")) +
+                         sl({"DROP TABLE IF EXISTS inno, town", "CREATE TABLE inno (name VARCHAR(9)) ENGINE=InnoDB",
+                             "CREATE TABLE town (name VARCHAR(9), n INT) ENGINE=MyISAM",
+                             "INSERT INTO inno VALUES ('Oslo')", "INSERT INTO town VALUES ('Oslo', 1), ('Rome', 2)"})));
+    const TableState ledger = tableState(*m_db, qs("ledger"));
+    const TableState town = tableState(*m_db, qs("town"));
+    if (menu == qs("mnureptab")) {
+        m_main->menuItem(menu)->trigger();
+        QCOMPARE(m_operator->modals.size(), 1);
+        auto *w = qobject_cast<RepairTable *>(m_operator->modals.first());
+        QVERIFY(w);
+        w->checklist()->setTicked(qs("ledger"), true);
+        w->checklist()->setTicked(qs("inno"), true);
+        w->findChild<QPushButton *>(qs("cmdrepair"))->click();
+    } else {
+        QWidget *w = openTool(menu.toLatin1().constData());
+        QVERIFY(w);
+        if (auto *all = w->findChild<QRadioButton *>(qs("optall")))
+            all->click();
+        if (menu == qs("mnusearch"))
+            w->findChild<QLineEdit *>(qs("txtsdata"))->setText(qs("Oslo"));
+        if (menu == qs("mnureplace")) {
+            w->findChild<QLineEdit *>(qs("txtfind"))->setText(qs("Oslo"));
+            w->findChild<QLineEdit *>(qs("txtreplace"))->setText(qs("Paris"));
+            w->findChild<QComboBox *>(qs("cbofield"))->setCurrentIndex(1);
+        }
+        const char *button = menu == qs("mnuTabDet") ? "cmdshow" : menu == qs("mnusearch") ? "cmdsearch" : "cmdfind";
+        w->findChild<QPushButton *>(qs(button))->click();
+        if (command == qs("Replace All")) {
+            QDir(m_safety.settings().folder).removeRecursively();
+            w->findChild<QPushButton *>(qs("cmdrepall"))->click();
+            QCOMPARE(m_db->rows(qs("SELECT name FROM town ORDER BY n")), sl({"Paris", "Rome"}));
+        }
+    }
+    QVERIFY2(m_operator->runtimeErrors.isEmpty(), qPrintable(m_operator->runtimeErrors.join(u'\n')));
+    QList<SafetyCopyInfo> fileCopies;
+    for (const SafetyCopyInfo &copy : SafetyNet::listCopies(m_safety.settings().folder)) {
+        if (copy.kind == SafetyCopyInfo::Kind::Files)
+            fileCopies << copy;
+    }
+    QCOMPARE(fileCopies.size(), 1);
+    QCOMPARE(fileCopies.first().command, command);
+    QCOMPARE(fileCopies.first().tables, files);
+
+    const bool withLedger = files.contains(qs("ledger.MYD"));
+    const bool withTown = files.contains(qs("town.MYD"));
+    QVERIFY_DB(m_db->run({withLedger ? qs("DELETE FROM ledger WHERE id > 1") : qs("DO 0"),
+                          withTown ? qs("DELETE FROM town") : qs("DO 0"), qs("FLUSH TABLES")}));
+    NoProgress progress;
+    QVERIFY_DB(PutBack::putBack(session(), fileCopies.first(), progress).error());
+    QCOMPARE(tableState(*m_db, qs("ledger")), ledger);
+    QCOMPARE(tableState(*m_db, qs("town")), town);
+}
+
 // Replace copies a good table's files over the damaged ones; the put-back gives the files the
 // command overwrote back, byte for byte.
-// A repair can drop rows of a MyISAM table it cannot read: the table's files are copied first,
-// and putting them back gives the table as it was before, rows and counter alike.
-void TestSafetyHooks::repairTablesCopiesFiles()
-{
-    QVERIFY_DB(m_db->run(awkwardTable(qs("ledger"), qs("MyISAM"))));
-    const TableState before = tableState(*m_db, qs("ledger"));
-    m_main->menuItem(qs("mnureptab"))->trigger();
-    QCOMPARE(m_operator->modals.size(), 1);
-    auto *w = qobject_cast<RepairTable *>(m_operator->modals.first());
-    QVERIFY(w);
-    w->checklist()->setTicked(qs("ledger"), true);
-    w->findChild<QPushButton *>(qs("cmdrepair"))->click();
-    QVERIFY_DB(m_db->run({qs("DELETE FROM ledger WHERE id > 1"), qs("FLUSH TABLES")}));
-    putBackNewest(qs("Repair Tables"), sl({"ledger.MYD", "ledger.MYI", "ledger.frm"}));
-    QCOMPARE(tableState(*m_db, qs("ledger")), before);
-}
 
 void TestSafetyHooks::checkTablesReplace()
 {
@@ -466,25 +546,48 @@ void TestSafetyHooks::checkTablesReplace()
     QCOMPARE(bytes(), before);
 }
 
+void TestSafetyHooks::unwritableFolderStopsCommand_data()
+{
+    QTest::addColumn<QString>("menu");
+    QTest::addColumn<bool>("fullDisk");
+    QTest::newRow("Save Table, a file where the folder should be") << qs("mnusavetable") << false;
+    QTest::newRow("Delete Record, a full disk") << qs("mnudr") << true;
+}
+
 void TestSafetyHooks::unwritableFolderStopsCommand()
 {
+    QFETCH(QString, menu);
+    QFETCH(bool, fullDisk);
     QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("MyISAM"))));
     const TableState before = tableState(*m_db, qs("t"));
     SafetySettings blocked = m_safety.settings();
-    blocked.folder = m_safety.dir.filePath(qs("a-file"));
-    QFile file(blocked.folder);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.close();
-    SafetySettings::store(blocked);
-    QVERIFY(openTableData(qs("t")));
+    if (!fullDisk) {
+        blocked.folder = m_safety.dir.filePath(qs("a-file"));
+        QFile file(blocked.folder);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.close();
+        SafetySettings::store(blocked);
+    }
+    TableData *w = openTableData(qs("t"));
+    QVERIFY(w);
+    w->grid()->setCurrentCell(2, 2);
     markLog();
     m_operator->told.clear();
-    m_main->menuItem(qs("mnusavetable"))->trigger();
+    {
+        // Every file this process writes stops short of the copy's length.
+        std::optional<FileSizeLimit> limit;
+        if (fullDisk)
+            limit.emplace(256);
+        m_main->menuItem(menu)->trigger();
+    }
     QCOMPARE(m_operator->told.size(), 1);
-    QVERIFY2(m_operator->told.first().contains(blocked.folder), qPrintable(m_operator->told.first()));
+    QVERIFY2(m_operator->told.first().startsWith(qs("The safety copy could not be written, so nothing was changed.")) &&
+                 m_operator->told.first().contains(blocked.folder),
+             qPrintable(m_operator->told.first()));
     // Only the read of the table's fields for the check before the first write.
     QCOMPARE(sent(), sl({"SELECT * FROM `t`"}));
     QCOMPARE(tableState(*m_db, qs("t")), before);
+    QVERIFY(SafetyNet::listCopies(m_safety.settings().folder).isEmpty());
 }
 
 QTEST_MAIN(TestSafetyHooks)

@@ -3,6 +3,8 @@
 // survive; a damaged copy or a failing put-back leaves the current table alone; the folder
 // keeps to its limits; a copy that cannot be written stops before anything happens.
 #include "countingprogress.h"
+#include "db/progress.h"
+#include "files.h"
 #include "safety/copysql.h"
 #include "safety/putback.h"
 #include "safety/safetynet.h"
@@ -461,6 +463,20 @@ void TestSafetyNet::filesPutBack()
     QVERIFY(myd.readAll() == bytes);
     QCOMPARE(QFileInfo(QDir(folder).filePath(qs("bill.MYI"))).size(), 0);
     QVERIFY(!QFileInfo::exists(QDir(folder).filePath(qs("bill.frm"))));
+
+    // A disk that fills while a file goes back leaves the file as it is now, not cut short.
+    QVERIFY(write("bill.MYI", QByteArray(8 * 1024, 'i')));
+    written = SafetyNet::writeFileCopy(safety.settings(), qs("Check Tables Replace"), m_db->name(), folder,
+                                       {qs("bill.MYI")}, {});
+    QVERIFY_DB(written.error());
+    QVERIFY(write("bill.MYI", "now"));
+    {
+        const FileSizeLimit limit(4096);
+        QVERIFY(limit.isSet());
+        done = putBack(*written);
+    }
+    QVERIFY(!done);
+    QCOMPARE(read(QDir(folder).filePath(qs("bill.MYI"))), QByteArray("now"));
 }
 
 void TestSafetyNet::oldestCopiesGo()

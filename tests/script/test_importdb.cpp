@@ -3,6 +3,7 @@
 // program to end.
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "files.h"
 #include "operator.h"
 #include "script/importdb.h"
 #include "settings/settings.h"
@@ -33,10 +34,8 @@ void TestImportDb::startsMinimised()
     ScratchDatabase db(qs("importdbstart"));
     QVERIFY_DB(db.error());
     QTemporaryDir folder;
-    QFile script(folder.filePath(qs("import.sql")));
-    QVERIFY(script.open(QIODevice::WriteOnly));
-    script.write(qs("Create Table if not exists %1.t (id int(11));\r\n").arg(db.name()).toUtf8());
-    script.close();
+    write(folder.filePath(qs("import.sql")),
+          qs("Create Table if not exists %1.t (id int(11));\r\n").arg(db.name()).toUtf8());
     Settings settings(folder.filePath(qs("settings.ini")));
     const ConnectionTarget server = connectionTargetFrom(connectionString(QString()));
     settings.WriteRegistryString(Hive::LocalMachine, Settings::kKey, Settings::kServer,

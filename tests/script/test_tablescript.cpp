@@ -2,6 +2,7 @@
 // from a scratch database, byte for byte.
 #include "db/connectionstring.h"
 #include "db/progress.h"
+#include "files.h"
 #include "script/scriptrunner.h"
 #include "script/tablescript.h"
 #include "testdb.h"
@@ -17,18 +18,6 @@ using namespace tabulon::TableScript;
 using namespace tabulon::test;
 
 namespace {
-
-QByteArray contents(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
-
-bool writeFile(const QString &path, const QString &text)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(text.toUtf8()) >= 0;
-}
 
 // The definition line of table shop.t with `columns` given as name, type, name, type...
 QStringList definition(const QStringList &columns)
@@ -97,33 +86,44 @@ void TestTableScript::filesFromTheServer()
     QTemporaryDir folder;
     QVERIFY_DB(CreateScriptFile(session, folder.path(), db.name()));
     const QByteArray name = db.name().toUtf8();
-    QCOMPARE(contents(folder.filePath(qs("import.sql"))),
+    QCOMPARE(read(folder.filePath(qs("import.sql"))),
              "CREATE DATABASE " + name + ";\r\nUse " + name + ";\r\n\r\n" + "Create Table if not exists " + name +
                  ".flags (id int(11), CHECK1 char(1));\r\n" + "Create Table if not exists " + name +
                  ".items (id int(11), label varchar(50));\r\n\r\n");
     // The test server keeps its data in a folder without "\DATA".
-    QCOMPARE(contents(folder.filePath(qs("Cr_Db.bat"))), QByteArray("\r\nbin\r\nmysql.exe\r\n"));
+    QCOMPARE(read(folder.filePath(qs("Cr_Db.bat"))), QByteArray("\r\nbin\r\nmysql.exe\r\n"));
     QCOMPARE(statementsReceived(db.admin(), session.connectionId()),
              sl({"Show Tables", "Show Columns from flags", "Show Columns from items", "Show Variables"}));
 
     // A database without tables; an empty name writes nothing.
     QVERIFY_DB(db.run({qs("DROP TABLE items, flags")}));
     QVERIFY_DB(CreateScriptFile(session, folder.path(), db.name()));
-    QCOMPARE(contents(folder.filePath(qs("import.sql"))),
-             "CREATE DATABASE " + name + ";\r\nUse " + name + ";\r\n\r\n\r\n");
+    QCOMPARE(read(folder.filePath(qs("import.sql"))), "CREATE DATABASE " + name + ";\r\nUse " + name + ";\r\n\r\n\r\n");
     QTemporaryDir untouched;
     QVERIFY_DB(CreateScriptFile(session, untouched.path(), QString()));
     QVERIFY(QDir(untouched.path()).isEmpty());
 
-    // Failures come back: a folder that cannot be written to, and a lost connection after the
-    // file was started (before the tables were read).
+    // Failures come back and keep the earlier files whole: a folder that cannot be written to,
+    // a lost connection, a disk that fills while the script is written (a file size limit).
     const DbError unwritable = CreateScriptFile(session, folder.filePath(qs("no/such/folder")), db.name());
     QVERIFY(unwritable.isFileError());
     QVERIFY(unwritable.description.contains(qs("import.sql")));
+    QVERIFY(writeFile(untouched.filePath(qs("import.sql")), qs("earlier")));
     DatabaseSession closed;
     QVERIFY(CreateScriptFile(closed, untouched.path(), qs("shop")).isError());
-    QCOMPARE(contents(untouched.filePath(qs("import.sql"))), QByteArray("CREATE DATABASE shop;\r\nUse shop;\r\n\r\n"));
+    QCOMPARE(read(untouched.filePath(qs("import.sql"))), QByteArray("earlier"));
     QVERIFY(!QFile::exists(untouched.filePath(qs("Cr_Db.bat"))));
+
+    const QByteArray earlier = read(folder.filePath(qs("import.sql")));
+    DbError full;
+    {
+        const FileSizeLimit limit(16);
+        QVERIFY(limit.isSet());
+        full = CreateScriptFile(session, folder.path(), db.name());
+    }
+    QVERIFY(full.isFileError());
+    QCOMPARE(read(folder.filePath(qs("import.sql"))), earlier);
+    QCOMPARE(QDir(folder.path()).entryList(QDir::Files), sl({"Cr_Db.bat", "import.sql"}));
 }
 
 // The companion as "Execute Text File" starts it: import.sql beside it, the saved settings of
@@ -137,20 +137,19 @@ void TestTableScript::companionRunsTheScript()
     ScratchDatabase db(qs("tablescript_import"));
     QVERIFY_DB(db.error());
     QVERIFY_DB(db.run({qs("DROP DATABASE IF EXISTS ") + target}));
-    QVERIFY(writeFile(
-        home.filePath(qs("import.sql")),
-        qs("CREATE DATABASE %1;\r\nUse %1;\r\n\r\nCreate Table if not exists %1.t (id int(11), CHECK1 char(1));"
-           "\r\nCreate Table if not exists %1.u (id nosuchtype);\r\n\r\n")
-            .arg(target)));
+    write(home.filePath(qs("import.sql")),
+          qs("CREATE DATABASE %1;\r\nUse %1;\r\n\r\nCreate Table if not exists %1.t (id int(11), CHECK1 char(1));"
+             "\r\nCreate Table if not exists %1.u (id nosuchtype);\r\n\r\n")
+              .arg(target)
+              .toUtf8());
     // The settings file of a user whose configuration lives in `home`.
     const ConnectionTarget server = connectionTargetFrom(connectionString(QString()));
-    QDir(home.path()).mkpath(qs("config/Corvane"));
-    QVERIFY(writeFile(
-        home.filePath(qs("config/Corvane/Tabulon.ini")),
-        qs("[Software]\nCorvane\\Tabulon\\Server=%1:%2\nCorvane\\Tabulon\\User=%3\nCorvane\\Tabulon\\Password=%4\n")
-            .arg(server.host)
-            .arg(server.port)
-            .arg(server.user, server.password)));
+    write(home.filePath(qs("config/Corvane/Tabulon.ini")),
+          qs("[Software]\nCorvane\\Tabulon\\Server=%1:%2\nCorvane\\Tabulon\\User=%3\nCorvane\\Tabulon\\Password=%4\n")
+              .arg(server.host)
+              .arg(server.port)
+              .arg(server.user, server.password)
+              .toUtf8());
 
     QProcess run;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();

@@ -94,9 +94,11 @@ QStringList logArguments(DatabaseSession &observer, const QString &where)
 
 QStringList statementsReceived(DatabaseSession &observer, unsigned long connectionId)
 {
-    // The session asks the server's packet limit for itself, once, before its first long statement.
+    // The session asks the server's packet limit for itself, once, before its first long
+    // statement, and whether a table's transaction is still open after a failed write.
     return logArguments(observer, QStringLiteral("thread_id = %1 AND command_type = 'Query' AND "
-                                                 "argument <> 'SELECT @@max_allowed_packet'")
+                                                 "argument NOT IN ('SELECT @@max_allowed_packet', "
+                                                 "'SELECT @@in_transaction')")
                                       .arg(connectionId));
 }
 
