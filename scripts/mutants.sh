@@ -169,7 +169,7 @@ why: Create Table writes a safety copy of the table it drops
 
 @ copy-before-repair
 file: src/maintenance/repairtable.cpp
-tests: test_safetyhooks:repairTablesCopiesFiles
+tests: test_safetyhooks:repairsCopyFiles
 why: Repair Tables copies the files of each ticked table first (an extended repair can drop rows)
 -             SafetyNet::protectTableFiles(session, QStringLiteral("Repair Tables"), m_list->tickedTables())) {
 +             DbError{}) {
