@@ -216,7 +216,7 @@ void TestTableData::saveTableExactValues()
            "y YEAR, e ENUM('a','b'), st SET('x','y'), b BLOB, bt BIT(1), bw BIT(5), big BIGINT, tx TEXT, "
            "bin VARBINARY(8)) ENGINE=%1")
             .arg(engine),
-        qs(R"(INSERT INTO everything VALUES ('C:\new\table.txt', 1, 12.50, '2007-12-25 10:30:00', '2020-01-02', )"
+        qs(R"(INSERT INTO everything VALUES ('C:\\new\\table.txt', 1, 12.50, '2007-12-25 10:30:00', '2020-01-02', )"
            R"('2021-03-04 05:06:07', 2024, 'b', 'x,y', X'00FF80', 0, 21, 9007199254740993, 'O''Brien', X'80'),)"
            R"(('', NULL, NULL, NULL, NULL, NULL, NULL, NULL, '', NULL, NULL, NULL, NULL, NULL, NULL),)"
            R"(('Müller', 0, -0.01, '0000-00-00 00:00:00', '0000-00-00', NULL, 0, 'a', '', X'', 1, 0, -1, '', X'81'))"),

@@ -244,6 +244,7 @@ void TestDatabaseSession::updatesLocateByBytes_data()
     QTest::newRow("accents, latin1 column") << sl({"CREATE TABLE t (name VARCHAR(9) CHARACTER SET latin1, city VARCHAR(9)) ENGINE=MyISAM", "INSERT INTO t VALUES ('Muller','Wien'),('Müller','Wien')"}) << read << sl({"Muller|Wien", "Müller|X"});
     QTest::newRow("trailing blank") << sl({"CREATE TABLE t (name VARCHAR(9), city VARCHAR(9)) ENGINE=MyISAM", "INSERT INTO t VALUES ('Oslo','a'),('Oslo ','a')"}) << read << sl({"Oslo|a", "Oslo |X"});
     QTest::newRow("letter case, InnoDB") << sl({"CREATE TABLE t (name VARCHAR(9), city VARCHAR(9)) ENGINE=InnoDB", "INSERT INTO t VALUES ('OSLO','a'),('Oslo','a')"}) << read << sl({"OSLO|a", "Oslo|X"});
+    QTest::newRow("NULL apart from empty text") << sl({"CREATE TABLE t (name VARCHAR(9), city VARCHAR(9)) ENGINE=MyISAM", "INSERT INTO t VALUES ('',''),(NULL,'')"}) << qs("SELECT IFNULL(name, '-'), city FROM t") << sl({"|", "-|X"});
     QTest::newRow("binary bytes") << sl({"CREATE TABLE t (code VARBINARY(4), name VARCHAR(9)) ENGINE=MyISAM", "INSERT INTO t VALUES (X'80','a'),(X'81','a')"}) << qs("SELECT HEX(code), name FROM t") << sl({"80|a", "81|X"});
     QTest::newRow("view over part of a key") << sl({"CREATE TABLE base (a INT, b INT, v VARCHAR(9), PRIMARY KEY (a, b)) ENGINE=InnoDB", "INSERT INTO base VALUES (1,1,'x'),(1,2,'y')", "CREATE VIEW t AS SELECT a, v FROM base"}) << qs("SELECT * FROM base ORDER BY b") << sl({"1|1|x", "1|2|X"});
 }

@@ -164,6 +164,12 @@ void TestSafetyNet::foreignKeysSurvive()
     // The child's key still points at the parent put back, and still holds.
     QCOMPARE(m_db->admin().execute(qs("INSERT INTO child VALUES (30, 99)")).serverCode, 1452);
     QCOMPARE(m_db->admin().execute(qs("INSERT INTO tree VALUES (4, 99)")).serverCode, 1452);
+    // Put back without its child, the parent is replaced by name: the child's key finds it.
+    auto parentOnly = copy({qs("parent")}, safety.settings());
+    QVERIFY_DB(parentOnly.error());
+    QVERIFY_DB(m_db->run({qs("SET foreign_key_checks=0"), qs("DELETE FROM parent"), qs("SET foreign_key_checks=1")}));
+    QVERIFY_DB(putBack(*parentOnly).error());
+    QVERIFY_DB(m_db->admin().execute(qs("INSERT INTO child VALUES (40, 1)")));
 }
 
 void TestSafetyNet::hardTablePutBack_data()
@@ -274,16 +280,19 @@ void TestSafetyNet::failedPutBackLeavesTableAlone()
 {
     ScratchSafety safety;
     QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("InnoDB"))));
-    auto written = copy({qs("t")}, safety.settings());
+    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS t2"), qs("CREATE TABLE t2 (a LONGTEXT)"),
+                          qs("INSERT INTO t2 VALUES (REPEAT('ab', 500000))")}));
+    auto written = copy({qs("t"), qs("t2")}, safety.settings());
     QVERIFY_DB(written.error());
     QVERIFY_DB(m_db->run({qs("DELETE FROM t WHERE id = 9")}));
     const TableState damaged = tableState(*m_db, qs("t"));
-    // One byte of the copy changed: nothing of it goes in.
+    // One byte changed at the end of the body, a megabyte past the first table's rows: not even the
+    // first table goes in.
     QFile file(*written);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    const qint64 at = file.readAll().lastIndexOf("{") - 2;
     char byte = 0;
-    const qint64 middle = file.size() / 2;
-    QVERIFY(file.open(QIODevice::ReadWrite) && file.seek(middle) && file.getChar(&byte) && file.seek(middle) &&
-            file.putChar(static_cast<char>(byte ^ 0x55)));
+    QVERIFY(file.seek(at) && file.getChar(&byte) && file.seek(at) && file.putChar(static_cast<char>(byte ^ 0x55)));
     file.close();
     const auto done = putBack(*written);
     QVERIFY(!done);
@@ -504,6 +513,12 @@ void TestSafetyNet::oldestCopiesGo()
     const auto left = SafetyNet::listCopies(settings.folder);
     QCOMPARE(left.size(), 1);
     QCOMPARE(left.first().path, *second);
+    // Room for one copy: putting that one back keeps it as well as the copy of what it replaces.
+    settings.keepCount = 1;
+    NoProgress progress;
+    auto undone = PutBack::putBack(m_session, left.first(), progress, settings, {});
+    QVERIFY_DB(undone.error());
+    QCOMPARE(SafetyNet::listCopies(settings.folder).size(), 2);
 }
 
 void TestSafetyNet::unwritableFolderStops()
