@@ -10,6 +10,7 @@
 #include <ma_pvio.h>
 
 #include <QElapsedTimer>
+#include <QScopeGuard>
 
 #include <algorithm>
 #include <exception>
@@ -24,6 +25,9 @@ struct Connection final {
     qint64 maxPacket = -1;
     // Microseconds, measured the first time it is asked; -2 before.
     qint64 roundTrip = -2;
+    // True while streamQuery() hands out rows: the rest of the result is still on the wire, and
+    // the caller may be yielding to other windows meanwhile.
+    bool reading = false;
     ~Connection()
     {
         if (mysql)
@@ -91,10 +95,20 @@ qint64 packetLimitOf(detail::Connection &c)
     return c.maxPacket;
 }
 
+// Another window's statement while a table is still being read on the same connection: the
+// client library would answer "Commands out of sync", which tells the operator nothing.
+DbError stillReading()
+{
+    return DbError::generic(QStringLiteral("The connection is still reading the rows of a table for another window. "
+                                           "Try again once that window has finished, or stop its work first."));
+}
+
 // Sends a statement unless the server would refuse it for its length: a packet over the limit
 // makes the server drop the connection, and with it every tool's work after.
 DbError sendOn(detail::Connection &c, const QByteArray &bytes)
 {
+    if (c.reading)
+        return stillReading();
     if (bytes.size() + 1 > kSmallestPacketLimit) {
         const qint64 limit = packetLimitOf(c);
         if (bytes.size() + 1 > limit)
@@ -304,6 +318,8 @@ qint64 DatabaseSession::roundTrip()
     detail::Connection &c = *m_connection;
     if (c.roundTrip != -2)
         return c.roundTrip;
+    if (c.reading)
+        return -1;
     // The least of a few: one slow answer from a busy server is not the link.
     c.roundTrip = -1;
     for (int i = 0; i < 3; ++i) {
@@ -333,6 +349,8 @@ DbError DatabaseSession::sendAhead(const QByteArray &sql)
 {
     if (!isOpen())
         return notOpen();
+    if (m_connection->reading)
+        return stillReading();
     StatementHook::before(sql);
     if (mysql_send_query(m_connection->mysql, sql.constData(), static_cast<unsigned long>(sql.size())) != 0)
         return lastError();
@@ -619,6 +637,9 @@ DbError DatabaseSession::streamQuery(const QString &sql, const FieldsSink &onFie
         isBit[i] = fields[i].type == MYSQL_TYPE_BIT;
     }
 
+    detail::Connection &c = *m_connection;
+    c.reading = true;
+    const auto done = qScopeGuard([&c] { c.reading = false; });
     DbError stopped;
     if (onFields)
         stopped = onFields(infos);

@@ -108,7 +108,7 @@ void TestTableScript::filesFromTheServer()
     const DbError unwritable = CreateScriptFile(session, folder.filePath(qs("no/such/folder")), db.name());
     QVERIFY(unwritable.isFileError());
     QVERIFY(unwritable.description.contains(qs("import.sql")));
-    QVERIFY(writeFile(untouched.filePath(qs("import.sql")), qs("earlier")));
+    write(untouched.filePath(qs("import.sql")), "earlier");
     DatabaseSession closed;
     QVERIFY(CreateScriptFile(closed, untouched.path(), qs("shop")).isError());
     QCOMPARE(read(untouched.filePath(qs("import.sql"))), QByteArray("earlier"));
