@@ -298,12 +298,14 @@ write_report >/dev/null
 
 # ---- Save Table ----
 
-# The table Save Table and the exact-value check's rows rewrite.
+# make_save_table [DB ROWS]: the table Save Table, the exact-value check's rows and the far
+# server's rows rewrite ("saved", in a database of its own; save_db and save_rows by default).
 make_save_table() {
+  local db=${1:-$save_db} rows=${2:-$save_rows}
   "${client[@]}" >/dev/null <<SQL
-DROP DATABASE IF EXISTS $save_db;
-CREATE DATABASE $save_db CHARACTER SET utf8mb4;
-USE $save_db;
+DROP DATABASE IF EXISTS $db;
+CREATE DATABASE $db CHARACTER SET utf8mb4;
+USE $db;
 CREATE TABLE saved (
   id INT NOT NULL PRIMARY KEY,
   qty SMALLINT NOT NULL,
@@ -316,9 +318,9 @@ INSERT INTO saved
 SELECT seq, seq % 1000, CONCAT('Client ', seq), LPAD(HEX(seq), 8, '0'),
        ELT(1 + seq % 5, 'Oslo', 'Rome', 'Lima', 'Quito', 'Ulaanbaatar'),
        CONCAT('Remark ', REPEAT(CHAR(97 + seq % 26), seq % 60))
-FROM seq_1_to_$save_rows;
+FROM seq_1_to_$rows;
 SQL
-  save_bytes=$(value_bytes "$save_db" saved)
+  [ "$db" != "$save_db" ] || save_bytes=$(value_bytes "$save_db" saved)
 }
 
 if wanted save; then
@@ -459,24 +461,7 @@ if wanted far; then
     sleep 0.2
   done
   [ "$($far_client -N -e 'SELECT @@port' 2>/dev/null)" = "$port" ] || { echo "bench-all.sh: the proxy did not start" >&2; exit 1; }
-  "${client[@]}" >/dev/null <<SQL
-DROP DATABASE IF EXISTS $far_db;
-CREATE DATABASE $far_db CHARACTER SET utf8mb4;
-USE $far_db;
-CREATE TABLE saved (
-  id INT NOT NULL PRIMARY KEY,
-  qty SMALLINT NOT NULL,
-  name VARCHAR(40) NOT NULL,
-  code CHAR(8) NOT NULL,
-  city VARCHAR(20) NOT NULL,
-  note VARCHAR(80) NOT NULL
-) ENGINE=InnoDB;
-INSERT INTO saved
-SELECT seq, seq % 1000, CONCAT('Client ', seq), LPAD(HEX(seq), 8, '0'),
-       ELT(1 + seq % 5, 'Oslo', 'Rome', 'Lima', 'Quito', 'Ulaanbaatar'),
-       CONCAT('Remark ', REPEAT(CHAR(97 + seq % 26), seq % 60))
-FROM seq_1_to_$far_rows;
-SQL
+  make_save_table "$far_db" "$far_rows"
   far_bytes=$(value_bytes "$far_db" saved)
   # The peers: the client running the same delete and one INSERT per row, and the client
   # reading a dump of one INSERT per row (which recreates the table).
