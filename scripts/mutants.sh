@@ -432,15 +432,15 @@ mkdir -p "$tree" "$logs"
 rsync -a --no-times --checksum --delete --exclude '/build*' --exclude '/.git' --exclude '/.demo' --exclude '/.testdb' \
   --exclude '/.package' "$root/" "$tree/"
 
-# Test executables and the test specs of the chosen mutants.
-declare -A spec_seen=()
-specs=()
+# Test executables and the test entries of the chosen mutants.
+declare -A entry_seen=()
+entries=()
 targets=()
 for name in "${selected[@]}"; do
-  for spec in $(helper get "$name" tests); do
-    exe=${spec%%:*}
-    [ -n "${spec_seen[$spec]:-}" ] || specs+=("$spec")
-    spec_seen[$spec]=1
+  for entry in $(helper get "$name" tests); do
+    exe=${entry%%:*}
+    [ -n "${entry_seen[$entry]:-}" ] || entries+=("$entry")
+    entry_seen[$entry]=1
     printf '%s\n' "${targets[@]}" | grep -qxF "$exe" || targets+=("$exe")
   done
 done
@@ -484,18 +484,18 @@ say "starting a private MariaDB server on 127.0.0.1:$port"
 bash "$mariadb_script" start "$dbdir" "$port" --general-log >"$logs/server.log" 2>&1 ||
   die "the private MariaDB server did not start (see $logs/server.log)"
 
-# run_spec SPEC LOG: runs one test executable (some of its functions) offscreen against the
+# run_entry ENTRY LOG: runs one test executable (some of its functions) offscreen against the
 # server, with the data and settings folders the test command gives it. Returns its status.
-run_spec() {
-  local spec=$1 log=$2 exe functions=()
-  exe=${spec%%:*}
-  if [ "$spec" != "$exe" ]; then
-    IFS=, read -r -a functions <<<"${spec#*:}"
+run_entry() {
+  local entry=$1 log=$2 exe functions=()
+  exe=${entry%%:*}
+  if [ "$entry" != "$exe" ]; then
+    IFS=, read -r -a functions <<<"${entry#*:}"
   fi
   local path
   path=$(find "$build/tests" -type f -name "$exe" -perm -u+x | head -n1)
   [ -n "$path" ] || { echo "no executable $exe" >>"$log"; return 2; }
-  printf -- '--- %s\n' "$spec" >>"$log"
+  printf -- '--- %s\n' "$entry" >>"$log"
   (cd "$(dirname "$path")" &&
     env QT_QPA_PLATFORM=offscreen XDG_DATA_HOME="$build/test-data" XDG_CONFIG_HOME="$build/test-config" \
       TABULON_TEST_SERVER="127.0.0.1:$port" timeout "${MUTANTS_TEST_TIMEOUT:-600}" "$path" "${functions[@]}") \
@@ -504,9 +504,9 @@ run_spec() {
 
 say "running the tests without a mutant"
 : >"$logs/baseline.log"
-for spec in "${specs[@]}"; do
+for entry in "${entries[@]}"; do
   log="$logs/baseline.log"
-  run_spec "$spec" "$log" || die "$spec fails without a mutant (see $log); every mutant would look caught"
+  run_entry "$entry" "$log" || die "$entry fails without a mutant (see $log); every mutant would look caught"
 done
 
 results=()
@@ -526,15 +526,15 @@ for name in "${selected[@]}"; do
   else
     say "$name: building"
     mutant_targets=()
-    for spec in $tests; do mutant_targets+=("${spec%%:*}"); done
+    for entry in $tests; do mutant_targets+=("${entry%%:*}"); done
     if ! build_targets "${mutant_targets[@]}" >>"$log" 2>&1; then
       outcome="does not build"
     else
       say "$name: running $tests"
       outcome="survived"
-      for spec in $tests; do
+      for entry in $tests; do
         status=0
-        run_spec "$spec" "$log" || status=$?
+        run_entry "$entry" "$log" || status=$?
         if [ "$status" -ne 0 ]; then
           outcome=caught
           [ "$status" -ne 124 ] || outcome="caught (time-out)"
