@@ -335,6 +335,37 @@ tests: test_importdb:startsMinimised
 why: import_db starts minimised
 -         window.showMinimized();
 +         window.show();
+
+@ innodb-table-transaction
+file: src/db/tabletransaction.cpp
+tests: test_tabledata:saveTableLostPartWay test_backuptools:restoreLostPartWay
+why: an InnoDB table's rewrite is one transaction, so a rewrite that stops part-way leaves the table as it was
+-     bool transactional = found->recordCount() > 0;
++     bool transactional = false;
+
+@ copy-before-table-detail-repair
+file: src/structure/tableinfo.cpp
+tests: test_safetyhooks:repairsCopyFiles
+why: Table Detail copies the files of the MyISAM and Aria tables it repairs before listing them
+-     if (const DbError error = SafetyNet::protectTableFiles(session, QStringLiteral("Table Detail"), listed)) {
++     if (const DbError error = DbError{}) {
+
+@ copy-before-search-repair
+file: src/data/search.cpp
+tests: test_safetyhooks:repairsCopyFiles
+why: Search copies the files of the MyISAM and Aria tables it repairs before the first repair
+-     if (const DbError copy = SafetyNet::protectTableFiles(m_host.sessionOrClosed(), QStringLiteral("Search"),
+-                                                           tables.mid(first, last - first + 1))) {
++     if (const DbError copy = DbError{}) {
+
+@ session-busy-while-reading
+file: src/db/databasesession.cpp
+tests: test_databasesession:streamingRows
+why: a statement from another window while a table's rows are still being read is refused, not sent into the open result
+-     if (c.reading)
+-         return stillReading();
++     if (false)
++         return stillReading();
 EOF
 export MUTANTS
 
