@@ -19,7 +19,6 @@
 #include "data/exactvalues.h"
 #include "data/tabledata.h"
 #include "db/databasesession.h"
-#include "db/memorypolicy.h"
 #include "db/writemode.h"
 #include "safety/safetynet.h"
 #include "safety/safetysettings.h"
@@ -122,9 +121,7 @@ void report(const char *work, const Times &on, const Times &off)
 
 int main(int argc, char **argv)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    mapLargeBlocks(); // as the program does
+    bench::prepareWindows();
     QApplication app(argc, argv);
     const QStringList args = app.arguments();
     const int runs = args.size() == 5 ? args.at(4).toInt() : 5;

@@ -11,7 +11,6 @@
 #include "benchwindow.h"
 #include "data/tabledata.h"
 #include "db/databasesession.h"
-#include "db/memorypolicy.h"
 #include "safety/safetynet.h"
 #include "safety/safetysettings.h"
 #include "ui/dialogs.h"
@@ -36,9 +35,7 @@ namespace {
 
 int main(int argc, char **argv)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    mapLargeBlocks(); // as the program does
+    bench::prepareWindows();
     QApplication app(argc, argv);
     const QStringList args = app.arguments();
     if (args.size() != 5 || (args.at(4) != QLatin1String("plain") && args.at(4) != QLatin1String("safety")))

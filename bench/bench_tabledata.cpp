@@ -15,7 +15,6 @@
 #include "benchwindow.h"
 #include "data/tabledata.h"
 #include "db/databasesession.h"
-#include "db/memorypolicy.h"
 #include "grid/grid.h"
 #include "ui/dialogs.h"
 
@@ -41,9 +40,7 @@ void fail(const QString &what)
 
 int main(int argc, char **argv)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    mapLargeBlocks(); // as the program does
+    bench::prepareWindows();
     QApplication app(argc, argv);
     QStringList args = app.arguments();
     TableLoad::Pace pace;

@@ -5,6 +5,7 @@
 
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
+#include "db/memorypolicy.h"
 #include "ui/dialogs.h"
 #include "ui/toolhost.h"
 
@@ -17,6 +18,15 @@ namespace tabulon::bench {
 {
     std::fprintf(stderr, "%s: %s\n", program, qPrintable(what));
     std::exit(1);
+}
+
+// Before the QApplication of a benchmark that opens windows: no display needed, and memory
+// mapped for large blocks as the program maps it.
+inline void prepareWindows()
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    mapLargeBlocks();
 }
 
 class BenchHost final : public ToolHost {
