@@ -316,7 +316,7 @@ why: an archive the disk has no room to unpack is refused before the first file 
 
 @ backup-keeps-earlier-archive
 file: src/backup/backup.cpp
-tests: test_backuptools:lostConnectionLeavesNoArchive
+tests: test_backuptools:failureWhilePacking
 why: the day's earlier archive stays until the new one is whole and takes its place
 -         m_replace = true;
 +         QDir().remove(m_set.archivePath());
