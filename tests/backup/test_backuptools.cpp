@@ -54,38 +54,24 @@ bool isLostConnection(const QString &text)
            text.startsWith(qs("Lost connection to server")) || text.startsWith(qs("Lost connection to MySQL server"));
 }
 
-// The statements of a run without the look-ups that decide, before the first write, what the
-// run may do: the server's catalogue (information_schema) and the name probes it prepares.
-QStringList withoutLookups(const QStringList &statements)
+// The statements of a run that change data or tables, or begin or end a transaction: without the
+// look-ups that decide, before the first of them, what the run may do.
+QStringList writes(const QStringList &statements)
 {
-    QStringList out;
-    for (const QString &sql : statements) {
-        if (!sql.contains(qs("information_schema")) && !sql.startsWith(qs("PREPARE ")) &&
-            !sql.startsWith(qs("DEALLOCATE ")) && !sql.startsWith(qs("SELECT i FROM (")))
-            out << sql;
-    }
-    return out;
+    static const QRegularExpression change(qs("^(DELETE|INSERT|UPDATE|REPLACE|CREATE|DROP|ALTER|RENAME|TRUNCATE|START|"
+                                              "COMMIT|ROLLBACK|SET SESSION autocommit)"),
+                                           QRegularExpression::CaseInsensitiveOption);
+    return statements.filter(change);
 }
 
-// The statements that write, and the existence tests and fit checks of the restore loop: without
-// the check's read-only look-ups before the first statement (the exact-value check's field
-// reads included) and the write mode's setting.
-QStringList writesAndLoop(const QStringList &statements)
+// Ticks only `tables` of a tool's list; all stay ticked when it is empty.
+void tickOnly(TableChecklist *list, const QStringList &tables)
 {
-    QStringList out;
-    for (const QString &sql : withoutLookups(statements)) {
-        if (!sql.contains(qs("@@SESSION.sql_mode")) && !sql.startsWith(qs("SET SESSION sql_mode=")))
-            out << sql;
-    }
-    // Each table's fields are read twice: by the check before the first statement, then by the
-    // loop's fit check right before the table changes. The loop's read is the one kept.
-    QStringList loop;
-    for (qsizetype i = 0; i < out.size(); ++i) {
-        if (out[i].endsWith(qs(" LIMIT 0")) && !(i > 0 && out[i - 1].startsWith(qs("Select * from "))))
-            continue;
-        loop << out[i];
-    }
-    return loop;
+    if (tables.isEmpty())
+        return;
+    list->deselectAll();
+    for (const QString &table : tables)
+        list->setTicked(table, true);
 }
 
 // Every table file of an archive as "table: a|b / c|d".
@@ -142,8 +128,10 @@ private:
         m_operator.reset(); // the input answers end here
         m_operator = std::make_unique<Operator>();
     }
-    // Opens the restore tool on the day's archive and the target database, at the table page.
-    Restore *restoreAtTablePage(const QString &database, bool clientOnly);
+    // Opens the restore tool on the day's archive and the target database, at the table page, with
+    // `tables` ticked (all when empty) and the old rows to go when `deleteAll`.
+    Restore *restoreAtTablePage(const QString &database, bool clientOnly, const QStringList &tables = {},
+                                bool deleteAll = false);
     QString archive() const { return m_folder->filePath(BackupArchive::datedName(QDate::currentDate()) + qs(".zip")); }
     QStringList folderListing() const
     {
@@ -438,11 +426,7 @@ void TestBackupTools::backUp(const QStringList &tables, const QString &clientCod
         m_operator->typed = {clientCode};
     QPointer<BackUp> w = backupAtTablePage();
     QVERIFY(w);
-    if (!tables.isEmpty()) {
-        w->checklist()->deselectAll();
-        for (const QString &table : tables)
-            w->checklist()->setTicked(table, true);
-    }
+    tickOnly(w->checklist(), tables);
     w->findChild<QCheckBox *>(qs("Check1"))->setChecked(!clientCode.isEmpty());
     click(w, "cmdBackup");
     const QString status = w->findChild<QLabel *>(qs("lblcopying"))->text();
@@ -460,7 +444,8 @@ void TestBackupTools::makeArchive(const QStringList &tables, const QString &clie
     freshOperator();
 }
 
-Restore *TestBackupTools::restoreAtTablePage(const QString &database, bool clientOnly)
+Restore *TestBackupTools::restoreAtTablePage(const QString &database, bool clientOnly, const QStringList &tables,
+                                             bool deleteAll)
 {
     auto *w = qobject_cast<Restore *>(open("mnurestore"));
     if (!w)
@@ -470,6 +455,8 @@ Restore *TestBackupTools::restoreAtTablePage(const QString &database, bool clien
     w->findChild<QLineEdit *>(qs("txtdbpath"))->setText(qs(" ") + database + qs(" "));
     w->findChild<QCheckBox *>(qs("Check1"))->setChecked(clientOnly);
     click(w, "Command2");
+    tickOnly(w->checklist(), tables);
+    w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(deleteAll);
     return w;
 }
 
@@ -542,9 +529,7 @@ void TestBackupTools::restore()
                  m_db->rows(qs("CHECKSUM TABLE ") + table).value(0).section(QLatin1Char('|'), 1));
     QCOMPARE(target.rows(qs("SELECT * FROM notes")), sl({"C00001|n1", "C00007|n7, \"quoted\"", "C00007|"}));
 
-    w = restoreAtTablePage(target.name(), false);
-    w->checklist()->deselectAll();
-    w->checklist()->setTicked(qs("quotes"), true);
+    w = restoreAtTablePage(target.name(), false, {qs("quotes")});
     m_operator->answers = {Dialogs::Answer::No}; // to the exact-value check: the usual statements
     click(w, "cmdrestore");
     QCOMPARE(m_operator->runtimeErrors.size(), 1);
@@ -604,9 +589,8 @@ void TestBackupTools::demoRoundTrip()
         QVERIFY_DB(original.run({qs("CREATE TABLE `%1` AS SELECT * FROM %2.`%1`").arg(table, demo.name())}));
     backUp({}); // leaves out the view, `order` and one of the twins (backupNamesWhatItLeftOut)
     freshOperator();
-    QPointer<Restore> w = restoreAtTablePage(demo.name(), false);
+    QPointer<Restore> w = restoreAtTablePage(demo.name(), false, {}, true);
     QVERIFY(w);
-    w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(true);
     m_operator->answers = {Dialogs::Answer::Yes};
     click(w, "cmdrestore");
     if (!m_operator->runtimeErrors.isEmpty() && w)
@@ -724,9 +708,8 @@ void TestBackupTools::restoreLostPartWay()
 
     m_operator->typed = {qs("c00007")};
     m_operator->answer = Dialogs::Answer::Yes; // the old rows of the code go
-    QPointer<Restore> w = restoreAtTablePage(target.name(), client);
+    QPointer<Restore> w = restoreAtTablePage(target.name(), client, {}, true);
     QVERIFY(w);
-    w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(true);
     w->target().setPipelining(ahead ? DatabaseSession::Pipelining::Always : DatabaseSession::Pipelining::Never);
     const unsigned long id = w->target().connectionId();
     int inserts = 0;
@@ -757,18 +740,15 @@ void TestBackupTools::restoreChecksBeforeChanging()
                            qs("CREATE TABLE staff (sname VARCHAR(20))"),
                            qs("CREATE TABLE visits (code VARCHAR(10), v INT, extra INT)"),
                            qs("INSERT INTO visits VALUES ('KEEP', 1, 1)")}));
-    QPointer<Restore> w = restoreAtTablePage(target.name(), false);
+    QPointer<Restore> w = restoreAtTablePage(target.name(), false, sl({"staff", "visits"}), true);
     QVERIFY(w);
-    w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(true);
-    w->checklist()->setTicked(qs("main_info1"), false);
     clearServerLog(target.admin());
     click(w, "cmdrestore");
     QCOMPARE(m_operator->told.last(), qs("The restore stopped at the table visits, which was left as it was: its file "
                                          "has 2 columns, the table has 3 fields."));
-    QCOMPARE(writesAndLoop(statementsReceived(target.admin(), w->target().connectionId())),
-             sl({"Select * from staff", "SELECT * FROM `staff` LIMIT 0", "SET SESSION autocommit=0",
-                 "START TRANSACTION", "DELETE from staff where 1>0", "Insert into staff (sname) values ('Eve')",
-                 "COMMIT", "SET SESSION autocommit=1", "Select * from visits", "SELECT * FROM `visits` LIMIT 0"}));
+    QCOMPARE(writes(statementsReceived(target.admin(), w->target().connectionId())),
+             sl({"SET SESSION autocommit=0", "START TRANSACTION", "DELETE from staff where 1>0",
+                 "Insert into staff (sname) values ('Eve')", "COMMIT", "SET SESSION autocommit=1"}));
     QTRY_VERIFY(!w);
     QCOMPARE(target.rows(qs("SELECT * FROM visits")), sl({"KEEP|1|1"}));
     freshOperator();
@@ -780,10 +760,8 @@ void TestBackupTools::restoreChecksBeforeChanging()
                               "doesn't exist");
     for (const bool clientOnly : {false, true}) {
         m_operator->typed = {qs("C09999")}; // not in the target
-        w = restoreAtTablePage(target.name(), clientOnly);
+        w = restoreAtTablePage(target.name(), clientOnly, {qs("staff")});
         QVERIFY(w);
-        w->checklist()->deselectAll();
-        w->checklist()->setTicked(qs("staff"), true);
         click(w, "cmdrestore");
         QCOMPARE(m_operator->asked, QStringList());
         QCOMPARE(m_operator->told.last(), broken);
@@ -838,10 +816,9 @@ void TestBackupTools::restoreRefusesBeforeTheFirstStatement()
     };
     const QStringList before = data();
 
-    QPointer<Restore> w = restoreAtTablePage(target.name(), false);
+    QPointer<Restore> w =
+        restoreAtTablePage(target.name(), false, sl({"cols", "gen", "order", "patients", "people"}), true);
     QVERIFY(w);
-    w->findChild<QCheckBox *>(qs("chkdel"))->setChecked(true);
-    w->checklist()->setTicked(qs("appointments"), false);
     clearServerLog(target.admin());
     click(w, "cmdrestore");
     QCOMPARE(m_operator->told,
@@ -857,14 +834,12 @@ void TestBackupTools::restoreRefusesBeforeTheFirstStatement()
                             "with them\n"
                             "patients: deleting its rows would also delete rows of appointments (ON DELETE CASCADE), "
                             "which is not ticked")});
-    QCOMPARE(withoutLookups(statementsReceived(target.admin(), w->target().connectionId())), QStringList());
+    QCOMPARE(writes(statementsReceived(target.admin(), w->target().connectionId())), QStringList());
     QCOMPARE(data(), before);
     QVERIFY(w->checklist()->selectionPage()->isVisible());
     QVERIFY(w->findChild<QPushButton *>(qs("cmdexit"))->isVisible());
 
-    w->checklist()->deselectAll();
-    w->checklist()->setTicked(qs("appointments"), true);
-    w->checklist()->setTicked(qs("patients"), true);
+    tickOnly(w->checklist(), sl({"appointments", "patients"}));
     click(w, "cmdrestore");
     QCOMPARE(m_operator->told.last(), qs("Restored Sucessfully"));
     QCOMPARE(m_operator->runtimeErrors, QStringList());
