@@ -1,5 +1,7 @@
-// The session against the real server: type codes, values, updates, error numbers, and the
-// guards that keep unescaped operator text from doing more than breaking its own statement.
+// The session against the real server: connection strings, type codes, values, updates, error
+// numbers, and the guards that keep unescaped operator text from doing more than breaking its
+// own statement.
+#include "db/connectionstring.h"
 #include "db/databasesession.h"
 #include "db/statementpipeline.h"
 #include "db/tabletransaction.h"
@@ -18,6 +20,8 @@ class TestDatabaseSession final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
+    void connectionTargets_data();
+    void connectionTargets();
     void typesAndNulls_data();
     void typesAndNulls();
     void updates();
@@ -54,6 +58,25 @@ void TestDatabaseSession::initTestCase()
            "'', 'raw', 'abcd', 'xy', b'1', b'101', 'b')"),
         qs("INSERT INTO alltypes () VALUES ()"),
     }));
+}
+
+// Connection strings as the program writes them, and as operators may type the server.
+// clang-format off
+void TestDatabaseSession::connectionTargets_data()
+{
+    QTest::addColumn<QString>("connection");
+    QTest::addColumn<QStringList>("target"); // host, port, user, password, database
+    QTest::newRow("as written") << qs("PROVIDER=MSDASQL;driver={MySQL};server=127.0.0.1:13306;uid=dbop;" "pwd=;database=Orvita;") << sl({"127.0.0.1", "13306", "dbop", "", "Orvita"});
+    QTest::newRow("braces") << qs("SERVER=h;UID=u;PWD={a;b=}}c};DATABASE=x") << sl({"h", "0", "u", "a;b=}c", "x"});
+    QTest::newRow("bad port") << qs(" server = h:abc ;uid=a") << sl({" h:abc ", "0", "a", "", ""});
+}
+// clang-format on
+
+void TestDatabaseSession::connectionTargets()
+{
+    QFETCH(QString, connection);
+    const ConnectionTarget t = connectionTargetFrom(connection);
+    QTEST((QStringList{t.host, QString::number(t.port), t.user, t.password, t.database}), "target");
 }
 
 void TestDatabaseSession::typesAndNulls_data()
@@ -368,14 +391,21 @@ void TestDatabaseSession::pipelines()
     DatabaseSession s;
     s.setPipelining(ahead ? DatabaseSession::Pipelining::Always : DatabaseSession::Pipelining::Never);
     QVERIFY_DB(openSession(s, m_db->name()));
-    QByteArray tooLong = "INSERT INTO pipe VALUES (4) -- ";
-    tooLong.append(QByteArray(static_cast<qsizetype>(s.statementLimit()), 'x'));
-    const QList<QByteArray> statements{"INSERT INTO pipe VALUES (1)",
-                                       "INSERT INTO pipe VALUES (2)",
-                                       "INSERT INTO pipe VALUES (1)",
-                                       "INSERT INTO pipe VALUES ('x'y)",
-                                       tooLong,
-                                       "INSERT INTO pipe VALUES (3)"};
+    const auto insert = [](int a) -> QByteArray {
+        return QByteArray("INSERT INTO pipe VALUES (") + QByteArray::number(a) + ')';
+    };
+    // A duplicate key, a syntax error and a statement too long for the server among them, and
+    // more than can be on their way at once after them; the server receives all but the long one.
+    QList<QByteArray> statements{insert(1), insert(2), insert(1), "INSERT INTO pipe VALUES ('x'y)", insert(3)};
+    for (int a = 10; a < 10 + 2 * StatementPipeline::kMaxInFlight; ++a)
+        statements << insert(a);
+    QStringList received;
+    for (const QByteArray &sql : statements)
+        received << QString::fromUtf8(sql);
+    statements.insert(4, insert(4) + " -- " + QByteArray(static_cast<qsizetype>(s.statementLimit()), 'x'));
+    QList<int> expected{0, 0, 1062, 1064, 1153, 0, 1};
+    while (expected.size() <= statements.size())
+        expected << 0;
     QList<int> told;
     const auto tell = [&told](const DbError &e) {
         told << e.serverCode;
@@ -384,25 +414,18 @@ void TestDatabaseSession::pipelines()
     {
         StatementPipeline pipeline(s);
         QCOMPARE(pipeline.pipelined(), ahead);
-        for (const QByteArray &sql : statements)
-            QVERIFY(pipeline.add(sql, tell));
-        QVERIFY(pipeline.add(DbError::itemNotFound(), [&told](const DbError &e) {
-            told << int(e.number == AdoError::ItemNotFound);
-            return true;
-        }));
-        for (int a = 10; a < 10 + 2 * StatementPipeline::kMaxInFlight; ++a)
-            QVERIFY(pipeline.add(QByteArray("INSERT INTO pipe VALUES (") + QByteArray::number(a) + ')', tell));
+        for (qsizetype i = 0; i < statements.size(); ++i) {
+            QVERIFY(pipeline.add(statements[i], tell));
+            if (i == 5) // an error known before sending, told in its turn
+                QVERIFY(pipeline.add(DbError::itemNotFound(), [&told](const DbError &e) {
+                    told << int(e.number == AdoError::ItemNotFound);
+                    return true;
+                }));
+        }
         QVERIFY(pipeline.finish());
     }
-    QCOMPARE(told.mid(0, 7), QList<int>({0, 0, 1062, 1064, 1153, 0, 1}));
-    QCOMPARE(told.size(), 7 + 2 * StatementPipeline::kMaxInFlight);
-    QCOMPARE(told.mid(7).count(0), 2 * StatementPipeline::kMaxInFlight);
-    const QStringList received = statementsReceived(m_db->admin(), s.connectionId());
-    QCOMPARE(received.mid(0, 5),
-             sl({"INSERT INTO pipe VALUES (1)", "INSERT INTO pipe VALUES (2)", "INSERT INTO pipe VALUES (1)",
-                 "INSERT INTO pipe VALUES ('x'y)", "INSERT INTO pipe VALUES (3)"}));
-    QCOMPARE(received.size(), 5 + 2 * StatementPipeline::kMaxInFlight);
-    QCOMPARE(received.last(), qs("INSERT INTO pipe VALUES (%1)").arg(9 + 2 * StatementPipeline::kMaxInFlight));
+    QCOMPARE(told, expected);
+    QCOMPARE(statementsReceived(m_db->admin(), s.connectionId()), received);
 
     // The connection lost under the third statement: it and the rest fail, and stopping sends
     // nothing more.
@@ -411,8 +434,7 @@ void TestDatabaseSession::pipelines()
     for (int a = 1000; a < 1005; ++a) {
         if (a == 1002)
             QVERIFY_DB(m_db->run({qs("KILL %1").arg(s.connectionId())}));
-        (void)pipeline.add(QByteArray("INSERT INTO pipe VALUES (") + QByteArray::number(a) + ')',
-                           [&](const DbError &e) { return tell(e) && told.size() < 4; });
+        (void)pipeline.add(insert(a), [&](const DbError &e) { return tell(e) && told.size() < 4; });
     }
     QVERIFY(!pipeline.finish());
     QCOMPARE(told.size(), 4);
