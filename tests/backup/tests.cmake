@@ -1,3 +1,2 @@
-tabulon_add_test(test_backuparchive backup/test_backuparchive.cpp LIBS tabulon_backup_logic PkgConfig::LIBZIP)
-tabulon_add_test(test_tablefiles backup/test_tablefiles.cpp LIBS tabulon_backup_logic)
+tabulon_add_test(test_backuplogic backup/test_backuplogic.cpp LIBS tabulon_backup_logic PkgConfig::LIBZIP)
 tabulon_add_test(test_backuptools backup/test_backuptools.cpp LIBS tabulon_backup tabulon_app tabulon_demo tabulon_testoperator)

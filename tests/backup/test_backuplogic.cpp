@@ -1,7 +1,17 @@
-// The backup archive: the dated name, plain table names, archives that appear only complete,
-// and hostile archives that are all refused with nothing written anywhere.
+// The backup's logic against the real server: table files written from results and read back
+// into tables (the value rule per field type, the statements word for word as the server
+// receives them, failures handed to the caller, which rows are a client's), the client look-up,
+// and the archive around them: the dated name, plain table names, archives that appear only
+// complete, and hostile archives that are all refused with nothing written anywhere. The window
+// tests cover the client's selects, packing, a lost connection, and the client restore's
+// deletes and code refusals.
 #include "backup/backuparchive.h"
+#include "backup/restorecheck.h"
+#include "backup/servernames.h"
+#include "backup/tablebackup.h"
+#include "backup/tablerestore.h"
 #include "backupfixture.h"
+#include "db/typecodes.h"
 #include "testdb.h"
 
 #include <QDir>
@@ -12,13 +22,20 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <zip.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
 
 using namespace tabulon;
 using namespace tabulon::test;
 
 namespace {
+
+const auto kStop = [](const DbError &) { return false; };
 
 struct Entry {
     QByteArray name;
@@ -65,10 +82,22 @@ QStringList listing(const QString &root)
 
 } // namespace
 
-class TestBackupArchive final : public QObject {
+class TestBackupLogic final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
+    void tableFiles();
+    void findClient_data();
+    void findClient();
+    void values_data();
+    void values();
+    void checkFit_data();
+    void checkFit();
+    void insertRows();
+    void reservedNames_data();
+    void reservedNames();
+    void clientRows_data();
+    void clientRows();
     void datedName_data();
     void datedName();
     void tableNames_data();
@@ -79,21 +108,256 @@ private Q_SLOTS:
     void carryOver();
 
 private:
+    QString tableFile(const char *name, const QList<QStringList> &rows);
+
+    std::unique_ptr<ScratchDatabase> m_db;
+    DatabaseSession m_session;
     QTemporaryDir m_dir;
     QByteArray m_good;  // a good table file
     QByteArray m_other; // another one
 };
 
-void TestBackupArchive::initTestCase()
+void TestBackupLogic::initTestCase()
 {
     QVERIFY(m_dir.isValid());
     QVERIFY(writeGridFile(m_dir.filePath(qs("g1")), {sl({"id", "name"}), sl({"1", "O'Brien, \"x\"\n"})}));
     QVERIFY(writeGridFile(m_dir.filePath(qs("g2")), {sl({"code"}), sl({"C00001"}), sl({""})}));
     m_good = read(m_dir.filePath(qs("g1")));
     m_other = read(m_dir.filePath(qs("g2")));
+    m_db = std::make_unique<ScratchDatabase>(qs("backuplogic"));
+    QVERIFY_DB(m_db->error());
+    QVERIFY_DB(openSession(m_session, m_db->name()));
+    QVERIFY_DB(m_db->run({
+        qs("CREATE TABLE t (id INT PRIMARY KEY, qty SMALLINT, price DOUBLE, d DATE, ts DATETIME, note VARCHAR(40))"),
+        qs("CREATE TABLE main_info1 (code_no VARCHAR(10), code VARCHAR(10), fname VARCHAR(20))"),
+        qs("CREATE TABLE owner1 (code VARCHAR(10), code_no VARCHAR(10), oname VARCHAR(20))"),
+        qs("INSERT INTO main_info1 VALUES ('C00001','C00001','Ann'), ('C00007','A00007','Bob')"),
+        qs("INSERT INTO owner1 VALUES ('A00007','C00007','Bob Sr'), ('A00099','C00099','Owner only')"),
+        qs("CREATE TABLE odd (id INT, t TEXT, d DATETIME, b BIT(1))"),
+        qs("INSERT INTO odd VALUES (1, 'comma, \"quote\" and O''Brien\nnext line', '2007-12-25 10:30:00', "
+           "b'1'), (2, NULL, NULL, NULL), (3, '', NULL, b'0')"),
+    }));
 }
 
-void TestBackupArchive::datedName_data()
+// Row 0 the field names, NULL and empty text alike as empty cells, awkward texts whole. (An empty
+// result: the client backup in test_backuptools; a refused select: its backupNamesWhatItLeftOut.)
+void TestBackupLogic::tableFiles()
+{
+    const QString odd = m_dir.filePath(qs("odd"));
+    clearServerLog(m_db->admin());
+    QVERIFY_DB(TableBackup::writeTableFile(m_session, TableBackup::tableSelect(qs("odd")), odd));
+    QCOMPARE(statementsReceived(m_db->admin(), m_session.connectionId()), sl({"SELECT * FROM `odd`"}));
+    QCOMPARE(gridFileRows(odd),
+             sl({"id|t|d|b", "1|comma, \"quote\" and O'Brien\nnext line|2007-12-25 10:30:00|1", "2|||", "3|||0"}));
+
+    // A table file that cannot be written ends the work with the path and the reason.
+    const DbError unwritable =
+        TableBackup::writeTableFile(m_session, TableBackup::tableSelect(qs("odd")), m_dir.filePath(qs("no/odd")));
+    QVERIFY2(TableBackup::isFatal(unwritable) && unwritable.description.contains(QLatin1String("no/odd")),
+             qPrintable(unwritable.description));
+
+    // A disk that fills while the file is written: the system's reason, not "Unknown error". A
+    // limit on the file's size stands in for the full disk; the failed write is the same.
+    const QString big = m_dir.filePath(qs("big"));
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    QCOMPARE(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit before = limit;
+    limit.rlim_cur = 100 * 1024;
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const DbError full =
+        TableBackup::writeTableFile(m_session, qs("SELECT seq, REPEAT('x', 100) AS pad FROM seq_1_to_10000"), big);
+    QCOMPARE(setrlimit(RLIMIT_FSIZE, &before), 0);
+    QCOMPARE(full.description, QDir::toNativeSeparators(big) + qs(": ") + QString::fromLocal8Bit(std::strerror(EFBIG)));
+    QVERIFY(!QFileInfo::exists(big));
+}
+
+// Equal and differing codes of main_info1 and an unknown code: the client backup's window tests.
+void TestBackupLogic::findClient_data()
+{
+    QTest::addColumn<QString>("code");
+    QTest::addColumn<bool>("found");
+    QTest::addColumn<QString>("other");
+    QTest::newRow("owner1 only") << "A00099" << true << "C00099";
+    QTest::newRow("owner code of a main_info1 client") << "A00007" << true << "C00007";
+    QTest::newRow("quote breaks the look-up") << "C0'1" << false << "";
+}
+
+void TestBackupLogic::findClient()
+{
+    QFETCH(QString, code);
+    const auto client = TableBackup::findClient(m_session, code);
+    QVERIFY_DB(client.error());
+    QTEST(client->found, "found");
+    QTEST(client->other, "other");
+}
+
+QString TestBackupLogic::tableFile(const char *name, const QList<QStringList> &rows)
+{
+    const QString path = m_dir.filePath(qs(name));
+    return writeGridFile(path, rows) ? path : QString();
+}
+
+void TestBackupLogic::values_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("cell");
+    QTest::addColumn<QString>("value");
+    // clang-format off
+    QTest::newRow("tiny integer, leading number")   << AdoType::TinyInt     << " 7 dwarfs"           << "7";
+    QTest::newRow("small integer, empty")           << AdoType::SmallInt    << ""                    << "0";
+    QTest::newRow("single")                         << AdoType::Single      << "1.5"                 << "1.5";
+    QTest::newRow("double, exponent")               << AdoType::Double      << "-2.5e3"              << "-2500";
+    QTest::newRow("date-time stamp gives its year") << AdoType::DBTimeStamp << "2007-12-25 10:30:00" << "2007";
+    QTest::newRow("date quoted as it stands")       << AdoType::DBDate      << "2007-12-25"          << "'2007-12-25'";
+    QTest::newRow("decimal quoted")                 << AdoType::Numeric     << "12.50"               << "'12.50'";
+    QTest::newRow("big integer quoted")             << AdoType::BigInt      << "9007199254740993"    << "'9007199254740993'";
+    QTest::newRow("unsigned integer quoted")        << AdoType::UnsignedInt << "5"                   << "'5'";
+    QTest::newRow("text unescaped")                 << AdoType::VarChar     << "O'Brien"             << "'O'Brien'";
+    QTest::newRow("empty text")                     << AdoType::VarChar     << ""                    << "''";
+    // clang-format on
+}
+
+void TestBackupLogic::values()
+{
+    QFETCH(int, type);
+    QFETCH(QString, cell);
+    QTEST(TableRestore::value(type, cell), "value");
+}
+
+// A file fits when it holds exactly the table's fields, each once, in any order and case.
+void TestBackupLogic::checkFit_data()
+{
+    QTest::addColumn<QStringList>("header");
+    QTest::addColumn<QString>("misfit");
+    // clang-format off
+    QTest::newRow("same fields, other order and case") << sl({"NOTE", "id", "qty", "price", "d", "ts"}) << "";
+    QTest::newRow("a field fewer")  << sl({"id", "qty", "price", "d", "ts"})               << "its file has 5 columns, the table has 6 fields.";
+    QTest::newRow("a field more")   << sl({"id", "qty", "price", "d", "ts", "note", "x"})  << "its file has 7 columns, the table has 6 fields.";
+    QTest::newRow("unknown field")  << sl({"id", "qty", "price", "d", "ts", "memo"})       << "its file has the field \"memo\", which the table does not have.";
+    QTest::newRow("field twice")    << sl({"id", "qty", "price", "d", "ts", "ID"})         << "its file has the field \"ID\" twice.";
+    // clang-format on
+}
+
+void TestBackupLogic::checkFit()
+{
+    QFETCH(QStringList, header);
+    const auto fit = TableRestore::checkFit(m_session, qs("t"), tableFile("fit", {header, header}));
+    QVERIFY_DB(fit.error());
+    QTEST(fit->misfit, "misfit");
+    QCOMPARE(fit->types.size(), 6);
+}
+
+// One INSERT per row, in the file's column order, each value by its target field's type; a header
+// row alone inserts nothing. A failing statement goes to the handler, and going on skips it
+// (stopping: the restore window's test). A field the target lacks fails with its own error.
+void TestBackupLogic::insertRows()
+{
+    const QString file =
+        tableFile("t", {sl({"note", "id", "qty", "price", "d", "ts"}), sl({"first", "1", "3", "2.5", "2007-12-25", ""}),
+                        sl({"", "2", "", "", "2008-01-31", ""})});
+    auto types = TableRestore::fieldColumns(m_session, qs("t"));
+    QVERIFY_DB(types.error());
+    clearServerLog(m_db->admin());
+    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), file, *types, nullptr, false, kStop));
+    QVERIFY_DB(
+        TableRestore::insertRows(m_session, qs("t"), tableFile("header", {sl({"id"})}), *types, nullptr, false, kStop));
+    QCOMPARE(statementsReceived(m_db->admin(), m_session.connectionId()),
+             sl({"Insert into t (note,id,qty,price,d,ts) values ('first',1,3,2.5,'2007-12-25',0)",
+                 "Insert into t (note,id,qty,price,d,ts) values ('',2,0,0,'2008-01-31',0)"}));
+    QCOMPARE(m_db->rows(qs("SELECT id, qty, note FROM t ORDER BY id")), sl({"1|3|first", "2|0|"}));
+
+    int failed = 0;
+    const auto goOn = [&failed](const DbError &) {
+        ++failed;
+        return true;
+    };
+    const QString quotes =
+        tableFile("quotes", {sl({"id", "note"}), sl({"10", "fine"}), sl({"11", "it's"}), sl({"12", "after"})});
+    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), quotes, *types, nullptr, false, goOn));
+    QCOMPARE(failed, 1); // the quote of 11
+    QCOMPARE(m_db->rows(qs("SELECT id FROM t ORDER BY id")), sl({"1", "2", "10", "12"}));
+
+    const DbError missing = TableRestore::insertRows(
+        m_session, qs("t"), tableFile("missing", {sl({"id", "gone"}), sl({"20", "x"})}), *types, nullptr, false, kStop);
+    QCOMPARE(missing.number, AdoError::ItemNotFound);
+    QVERIFY(TableRestore::fieldColumns(m_session, qs("no_such")).error().isError());
+    QCOMPARE(TableRestore::checkFit(m_session, qs("no_such"), quotes).error().serverCode, 1146);
+    const auto unreadable = TableRestore::checkFit(m_session, qs("t"), m_dir.filePath(qs("absent")));
+    QVERIFY2(unreadable->misfit.startsWith(qs("its file cannot be read: ")), qPrintable(unreadable->misfit));
+}
+
+// The server's parser decides among its keywords: most are still names.
+void TestBackupLogic::reservedNames_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("column");
+    QTest::addColumn<bool>("reserved");
+    // clang-format off
+    QTest::newRow("order, a table")        << "order"    << false << true;
+    QTest::newRow("desc, a column")        << "Desc"     << true  << true;
+    QTest::newRow("dual, a table")         << "dual"     << false << true;
+    QTest::newRow("value, a table")        << "value"    << false << true;
+    QTest::newRow("value, a column")       << "value"    << true  << false;
+    QTest::newRow("an introducer")         << "_utf8mb4" << true  << true;
+    QTest::newRow("name, a keyword")       << "name"     << true  << false;
+    QTest::newRow("code, a keyword")       << "code"     << false << false;
+    QTest::newRow("not a keyword")         << "bill"     << false << false;
+    // clang-format on
+}
+
+void TestBackupLogic::reservedNames()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, column);
+    auto keywords = ServerNames::keywords(m_session);
+    QVERIFY_DB(keywords.error());
+    auto reserved = ServerNames::reservedNames(m_session, *keywords, {name},
+                                               column ? ServerNames::Place::Column : ServerNames::Place::Table);
+    QVERIFY_DB(reserved.error());
+    QTEST(reserved->contains(name), "reserved");
+}
+
+// A client's rows are those whose code the server takes for the code, under the column's
+// collation: case, trailing blanks and (in general_ci) accents aside.
+void TestBackupLogic::clientRows_data()
+{
+    QTest::addColumn<QString>("collation");
+    QTest::addColumn<QString>("cell");
+    QTest::addColumn<bool>("owned");
+    // clang-format off
+    QTest::newRow("same code")                  << "utf8mb4_general_ci" << "C00007"  << true;
+    QTest::newRow("lower case")                 << "utf8mb4_general_ci" << "c00007"  << true;
+    QTest::newRow("trailing blank")             << "utf8mb4_general_ci" << "C00007 " << true;
+    QTest::newRow("accent, general_ci")         << "utf8mb4_general_ci" << "Ç00007"  << true;
+    QTest::newRow("accent, latin1 column")      << "latin1_swedish_ci"  << "ç00007"  << true;
+    QTest::newRow("accent, binary")             << "utf8mb4_bin"        << "Ç00007"  << false;
+    QTest::newRow("lower case, binary")         << "utf8mb4_bin"        << "c00007"  << true;
+    QTest::newRow("another code")               << "utf8mb4_general_ci" << "C00070"  << false;
+    QTest::newRow("empty")                      << "utf8mb4_general_ci" << ""        << false;
+    // clang-format on
+}
+
+void TestBackupLogic::clientRows()
+{
+    QFETCH(QString, collation);
+    QFETCH(QString, cell);
+    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS visits"),
+                          qs("CREATE TABLE visits (v INT, code VARCHAR(10) COLLATE %1)").arg(collation)}));
+    const QString file = tableFile("visits", {sl({"v", "CODE"}), {qs("1"), cell}, sl({"2", "C00099"})});
+    auto rows = RestoreCheck::clientRows(m_session, qs("visits"), file, qs("C00007"));
+    QVERIFY_DB(rows.error());
+    QCOMPARE(rows->column, 1);
+    QTEST(rows->owns({"1", cell.toUtf8()}), "owned");
+    QVERIFY(!rows->owns({"2", "C00099"}));
+    // Without a code column no row is a client's.
+    const auto none =
+        RestoreCheck::clientRows(m_session, qs("t"), tableFile("none", {sl({"id"}), sl({"1"})}), qs("C00007"));
+    QVERIFY_DB(none.error());
+    QCOMPARE(none->column, -1);
+}
+
+void TestBackupLogic::datedName_data()
 {
     QTest::addColumn<QDate>("date");
     QTest::addColumn<QString>("locale");
@@ -106,7 +370,7 @@ void TestBackupArchive::datedName_data()
     // clang-format on
 }
 
-void TestBackupArchive::datedName()
+void TestBackupLogic::datedName()
 {
     QFETCH(QDate, date);
     QFETCH(QString, locale);
@@ -118,7 +382,7 @@ void TestBackupArchive::datedName()
 }
 
 // A name passes only when the restore's unquoted statements read it as one table name.
-void TestBackupArchive::tableNames_data()
+void TestBackupLogic::tableNames_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<bool>("passes");
@@ -151,7 +415,7 @@ void TestBackupArchive::tableNames_data()
     // clang-format on
 }
 
-void TestBackupArchive::tableNames()
+void TestBackupLogic::tableNames()
 {
     QFETCH(QString, name);
     QTEST(BackupArchive::isTableName(name), "passes");
@@ -162,7 +426,7 @@ void TestBackupArchive::tableNames()
 // is replaced only when asked and only by a whole one, and a small archive unpacks on a nearly
 // full disk. A file the packer cannot read stops it with an error naming the file; a packer
 // ended midway leaves no part and no thread.
-void TestBackupArchive::packAndExtract()
+void TestBackupLogic::packAndExtract()
 {
     QTemporaryDir root;
     const QString work = root.filePath(qs("15-Nov-26"));
@@ -237,7 +501,7 @@ void TestBackupArchive::packAndExtract()
 }
 
 // clang-format off
-void TestBackupArchive::hostile_data()
+void TestBackupLogic::hostile_data()
 {
     QTest::addColumn<QList<Entry>>("entries");
     QTest::addColumn<int>("damage"); // 0 none, 1 flip a stored byte, 2 chop the end, 3 rename bbbb to aaaa,
@@ -264,7 +528,7 @@ void TestBackupArchive::hostile_data()
 
 // Each is refused with a reason, and the folder around the archive holds exactly what it held; an
 // archive that needs more room than the disk has is refused before a byte is written.
-void TestBackupArchive::hostile()
+void TestBackupLogic::hostile()
 {
     QFETCH(QList<Entry>, entries);
     QFETCH(int, damage);
@@ -297,7 +561,7 @@ void TestBackupArchive::hostile()
 
 // The earlier archive's entries come out byte for byte, each checked: a damaged one stays behind
 // with its reason, one the archive lacks is skipped.
-void TestBackupArchive::carryOver()
+void TestBackupLogic::carryOver()
 {
     QTemporaryDir root;
     const QString archive = root.filePath(qs("15-Nov-26.zip"));
@@ -319,5 +583,5 @@ void TestBackupArchive::carryOver()
         BackupArchive::carryOver(root.filePath(qs("none.zip")), sl({"bill"}), work, &carried, &damaged).isFileError());
 }
 
-QTEST_GUILESS_MAIN(TestBackupArchive)
-#include "test_backuparchive.moc"
+QTEST_GUILESS_MAIN(TestBackupLogic)
+#include "test_backuplogic.moc"
