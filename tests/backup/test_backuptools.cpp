@@ -48,11 +48,7 @@ const QStringList kTables{
 };
 
 // What a lost connection reports: the client library's own words, whichever it noticed first.
-bool isLostConnection(const QString &text)
-{
-    return text == qs("Server has gone away") || text == qs("MySQL server has gone away") ||
-           text.startsWith(qs("Lost connection to server")) || text.startsWith(qs("Lost connection to MySQL server"));
-}
+const QRegularExpression kLostConnection(qs("^((MySQL s|S)erver has gone away$|Lost connection to (MySQL )?server)"));
 
 // The statements of a run that change data or tables, or begin or end a transaction: without the
 // look-ups that decide, before the first of them, what the run may do.
@@ -107,7 +103,6 @@ private Q_SLOTS:
     void restoreLostPartWay_data();
     void restoreLostPartWay();
     void restoreChecksBeforeChanging();
-    void restoreRefusesBeforeTheFirstStatement();
     void backupCannotStart_data();
     void backupCannotStart();
     void restoreRefusals_data();
@@ -265,7 +260,8 @@ void TestBackupTools::clientBackup()
         QCOMPARE(m_operator->told.size(), lost ? 4 : 2);
         QCOMPARE(m_operator->told.value(m_operator->told.size() - 2), qs("Please Enter the Code No to take BackUp"));
         const QString told = m_operator->told.last();
-        QVERIFY2(lost ? isLostConnection(told) : told == qs("The Code does not exist"), qPrintable(told));
+        QVERIFY2(lost ? kLostConnection.match(told).hasMatch() : told == qs("The Code does not exist"),
+                 qPrintable(told));
         QCOMPARE(m_operator->runtimeErrors, QStringList());
         QVERIFY(w->checklist()->selectionPage()->isVisible());
         QVERIFY(!QFileInfo::exists(archive()));
@@ -593,9 +589,7 @@ void TestBackupTools::demoRoundTrip()
     for (const QString &table : compared) {
         const QStringList before = comparableRows(original, table);
         QVERIFY(!before.isEmpty());
-        const QStringList after = comparableRows(demo, table);
-        QVERIFY2(after.size() == before.size(), qPrintable(table + qs(": ") + after.value(0)));
-        QCOMPARE(after, before);
+        QCOMPARE(comparableRows(demo, table), before);
     }
 }
 
@@ -717,60 +711,17 @@ void TestBackupTools::restoreLostPartWay()
              qPrintable(told.last()));
 }
 
-// Nothing of a table changes before its file is known to fit: a file whose columns are not the
-// table's fields stops the restore at that table, with the tables before it restored. A table the
-// server cannot open (a merge table whose part was dropped) has no safety copy, which stops both
-// restores before their first statement with the server's text, never "Restored Sucessfully".
-void TestBackupTools::restoreChecksBeforeChanging()
-{
-    makeArchive({qs("main_info1"), qs("staff"), qs("visits")});
-    ScratchDatabase target(qs("backuptools_checks"));
-    QVERIFY_DB(target.error());
-    QVERIFY_DB(target.run({qs("CREATE TABLE main_info1 SELECT * FROM %1.main_info1").arg(m_db->name()),
-                           qs("CREATE TABLE staff (sname VARCHAR(20))"),
-                           qs("CREATE TABLE visits (code VARCHAR(10), v INT, extra INT)"),
-                           qs("INSERT INTO visits VALUES ('KEEP', 1, 1)")}));
-    QPointer<Restore> w = restoreAtTablePage(target.name(), false, sl({"staff", "visits"}), true);
-    QVERIFY(w);
-    clearServerLog(target.admin());
-    click(w, "cmdrestore");
-    QCOMPARE(m_operator->told.last(), qs("The restore stopped at the table visits, which was left as it was: its file "
-                                         "has 2 columns, the table has 3 fields."));
-    QCOMPARE(writes(statementsReceived(target.admin(), w->target().connectionId())),
-             sl({"SET SESSION autocommit=0", "START TRANSACTION", "DELETE from staff where 1>0",
-                 "Insert into staff (sname) values ('Eve')", "COMMIT", "SET SESSION autocommit=1"}));
-    QTRY_VERIFY(!w);
-    QCOMPARE(target.rows(qs("SELECT * FROM visits")), sl({"KEEP|1|1"}));
-    freshOperator();
-
-    QVERIFY_DB(
-        target.run({qs("DROP TABLE staff"), qs("CREATE TABLE gone (sname VARCHAR(20)) ENGINE=MyISAM"),
-                    qs("CREATE TABLE staff (sname VARCHAR(20)) ENGINE=MERGE UNION=(gone)"), qs("DROP TABLE gone")}));
-    const QString broken = qs("Unable to open underlying table which is differently defined or of non-MyISAM type or "
-                              "doesn't exist");
-    for (const bool clientOnly : {false, true}) {
-        m_operator->typed = {qs("C09999")}; // not in the target
-        w = restoreAtTablePage(target.name(), clientOnly, {qs("staff")});
-        QVERIFY(w);
-        click(w, "cmdrestore");
-        QCOMPARE(m_operator->asked, QStringList());
-        QCOMPARE(m_operator->told.last(), broken);
-        QCOMPARE(m_operator->runtimeErrors, QStringList());
-        QVERIFY(w->checklist()->selectionPage()->isVisible());
-        w->close();
-        QTRY_VERIFY(!w);
-        freshOperator();
-    }
-}
-
 // Before its first statement the restore refuses, naming each, the entries it cannot restore
 // whole: a view, a name the server reserves, columns the statements cannot name or the server
-// generates, and a table whose delete would cascade into one that is not ticked. Nothing but the
-// look-ups is sent. Ticked together, a parent and its cascading child both come back whole, the
-// child first.
-void TestBackupTools::restoreRefusesBeforeTheFirstStatement()
+// generates, and a table whose delete would cascade into one that is not ticked. Nothing is
+// written. Ticked together, a parent and its cascading child both come back whole, the child
+// first. Nothing of a table changes before its file is known to fit: a file whose columns are not
+// the table's fields stops the restore at that table, with the tables before it restored. A table
+// the server cannot open (a merge table whose part was dropped) has no safety copy, which stops
+// both restores before their first statement with the server's text.
+void TestBackupTools::restoreChecksBeforeChanging()
 {
-    ScratchDatabase target(qs("backuptools_refusals"));
+    ScratchDatabase target(qs("backuptools_checks"));
     QVERIFY_DB(target.error());
     QVERIFY_DB(target.run({
         qs("CREATE TABLE people_base (id INT, name VARCHAR(10), secret VARCHAR(10))"),
@@ -784,6 +735,9 @@ void TestBackupTools::restoreRefusesBeforeTheFirstStatement()
            "ENGINE=InnoDB"),
         qs("INSERT INTO patients VALUES (1), (2), (3)"),
         qs("INSERT INTO appointments VALUES (10, 1), (30, 3)"),
+        qs("CREATE TABLE staff (sname VARCHAR(20))"),
+        qs("CREATE TABLE visits (code VARCHAR(10), v INT, extra INT)"),
+        qs("INSERT INTO visits VALUES ('KEEP', 1, 1)"),
     }));
     QTemporaryDir files;
     const QList<std::pair<QString, QList<QStringList>>> entries{
@@ -793,6 +747,8 @@ void TestBackupTools::restoreRefusesBeforeTheFirstStatement()
         {qs("order"), {sl({"id"}), sl({"1"})}},
         {qs("patients"), {sl({"id"}), sl({"1"}), sl({"2"})}},
         {qs("people"), {sl({"id", "name"}), sl({"1", "Ann"})}},
+        {qs("staff"), {sl({"sname"}), sl({"Eve"})}},
+        {qs("visits"), {sl({"code", "v"}), sl({"C00001", "1"})}},
     };
     QStringList names;
     for (const auto &[name, rows] : entries) {
@@ -835,6 +791,37 @@ void TestBackupTools::restoreRefusesBeforeTheFirstStatement()
     QCOMPARE(m_operator->runtimeErrors, QStringList());
     QTRY_VERIFY(!w);
     QCOMPARE(data(), sl({"1|Ann|s1", "1", "2", "10|1", "20|2"}));
+
+    w = restoreAtTablePage(target.name(), false, sl({"staff", "visits"}), true);
+    QVERIFY(w);
+    clearServerLog(target.admin());
+    click(w, "cmdrestore");
+    QCOMPARE(m_operator->told.last(), qs("The restore stopped at the table visits, which was left as it was: its file "
+                                         "has 2 columns, the table has 3 fields."));
+    QCOMPARE(writes(statementsReceived(target.admin(), w->target().connectionId())),
+             sl({"SET SESSION autocommit=0", "START TRANSACTION", "DELETE from staff where 1>0",
+                 "Insert into staff (sname) values ('Eve')", "COMMIT", "SET SESSION autocommit=1"}));
+    QTRY_VERIFY(!w);
+    QCOMPARE(target.rows(qs("SELECT * FROM visits")), sl({"KEEP|1|1"}));
+    freshOperator();
+
+    QVERIFY_DB(
+        target.run({qs("DROP TABLE staff"), qs("CREATE TABLE gone (sname VARCHAR(20)) ENGINE=MyISAM"),
+                    qs("CREATE TABLE staff (sname VARCHAR(20)) ENGINE=MERGE UNION=(gone)"), qs("DROP TABLE gone")}));
+    for (const bool clientOnly : {false, true}) {
+        m_operator->typed = {qs("C09999")}; // not in the target
+        w = restoreAtTablePage(target.name(), clientOnly, {qs("staff")});
+        QVERIFY(w);
+        click(w, "cmdrestore");
+        QCOMPARE(m_operator->asked, QStringList());
+        QCOMPARE(m_operator->told.last(), qs("Unable to open underlying table which is differently defined or of "
+                                             "non-MyISAM type or doesn't exist"));
+        QCOMPARE(m_operator->runtimeErrors, QStringList());
+        QVERIFY(w->checklist()->selectionPage()->isVisible());
+        w->close();
+        QTRY_VERIFY(!w);
+        freshOperator();
+    }
 }
 
 // clang-format off
@@ -867,9 +854,7 @@ void TestBackupTools::backupCannotStart()
     // The path page stays for another choice; nothing in the folder was touched.
     QVERIFY(w->findChild<QFrame *>(qs("Frame1"))->isVisible());
     QCOMPARE(folderListing(), before);
-    if (inTheWay == qs("archive folder"))
-        QVERIFY(QFileInfo(archive() + qs("/inside")).isDir());
-    else
+    if (inTheWay != qs("archive folder"))
         QCOMPARE(read(dated()), QByteArray("kept"));
 }
 
@@ -924,7 +909,7 @@ void TestBackupTools::restoreRefusals()
         click(w, "cmdrestore");
         if (refusal == qs("lost")) {
             QCOMPARE(m_operator->told.size(), 2);
-            QVERIFY2(isLostConnection(m_operator->told.last()), qPrintable(m_operator->told.last()));
+            QVERIFY2(kLostConnection.match(m_operator->told.last()).hasMatch(), qPrintable(m_operator->told.last()));
             m_operator->told.removeLast();
         }
         // A refused code brings back the table page with its exit button.
