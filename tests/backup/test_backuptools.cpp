@@ -459,7 +459,6 @@ void TestBackupTools::restore()
                           qs("INSERT INTO quotes VALUES (1, 'plain'), (2, 'O''Brien'), (3, 'after')")}));
     makeArchive({});
     ScratchDatabase target(qs("backuptools_target"));
-    QVERIFY_DB(target.error());
     for (const QString &table : tables)
         QVERIFY_DB(target.run({qs("CREATE TABLE %1 LIKE %2.%1").arg(table, m_db->name())}));
     QVERIFY_DB(m_db->run({qs("DROP TABLE quotes")}));
@@ -554,11 +553,9 @@ static QStringList comparableRows(ScratchDatabase &db, const QString &table)
 void TestBackupTools::demoRoundTrip()
 {
     ScratchDatabase demo(qs("backuptools_demo"));
-    QVERIFY_DB(demo.error());
     QVERIFY_DB(DemoDatabase::create(demo.admin(), demo.name(), 300, true));
     QVERIFY_DB(openSession(*m_main->session(), demo.name()));
     ScratchDatabase original(qs("backuptools_demo_original"));
-    QVERIFY_DB(original.error());
     // Beside the demo's tables, what a backup must not take as a table or a restore must not
     // lose: a view, a parent whose delete cascades into its child, a reserved name, case twins.
     QVERIFY_DB(demo.run({qs("USE %1").arg(demo.name()), qs("CREATE TABLE parent_t (id INT PRIMARY KEY) ENGINE=InnoDB"),
@@ -628,7 +625,6 @@ void TestBackupTools::clientRestore()
                      "notes: code_no|note / C00007|n7, \"quoted\" / C00007|", "visits: code|v"}));
     }
     ScratchDatabase target(qs("backuptools_client"));
-    QVERIFY_DB(target.error());
     for (const QString &table : {qs("bill"), qs("main_info1"), qs("notes"), qs("owner1"), qs("staff"), qs("visits")})
         QVERIFY_DB(target.run({qs("CREATE TABLE %1 SELECT * FROM %2.%1").arg(table, m_db->name())}));
     QVERIFY_DB(target.run(
@@ -677,17 +673,11 @@ void TestBackupTools::restoreLostPartWay()
     QFETCH(bool, ahead);
     makeArchive({}, client ? qs("c00007") : QString());
     ScratchDatabase target(qs("backuptools_lost"));
-    QVERIFY_DB(target.error());
-    const QStringList tables{qs("bill"), qs("main_info1"), qs("notes"), qs("owner1"), qs("staff"), qs("visits")};
-    for (const QString &table : tables)
+    const QString tables = qs("bill, main_info1, notes, owner1, staff, visits");
+    for (const QString &table : tables.split(qs(", ")))
         QVERIFY_DB(target.run({qs("CREATE TABLE %1 SELECT * FROM %2.%1").arg(table, m_db->name())}));
     QVERIFY_DB(target.run({qs("UPDATE bill SET amount = amount + 1")}));
-    const auto sums = [&] {
-        QStringList all;
-        for (const QString &table : tables)
-            all << target.rows(qs("CHECKSUM TABLE ") + table);
-        return all;
-    };
+    const auto sums = [&] { return target.rows(qs("CHECKSUM TABLE ") + tables); };
     const QStringList before = sums();
 
     m_operator->typed = {qs("c00007")};
@@ -722,7 +712,6 @@ void TestBackupTools::restoreLostPartWay()
 void TestBackupTools::restoreChecksBeforeChanging()
 {
     ScratchDatabase target(qs("backuptools_checks"));
-    QVERIFY_DB(target.error());
     QVERIFY_DB(target.run({
         qs("CREATE TABLE people_base (id INT, name VARCHAR(10), secret VARCHAR(10))"),
         qs("INSERT INTO people_base VALUES (1, 'Ann', 's1')"),
@@ -907,17 +896,13 @@ void TestBackupTools::restoreRefusals()
         if (refusal == qs("lost"))
             killSession(w->target().connectionId());
         click(w, "cmdrestore");
-        if (refusal == qs("lost")) {
-            QCOMPARE(m_operator->told.size(), 2);
-            QVERIFY2(kLostConnection.match(m_operator->told.last()).hasMatch(), qPrintable(m_operator->told.last()));
-            m_operator->told.removeLast();
-        }
+        // The lost connection's words depend on where the client library noticed it.
+        const QString lost = refusal == qs("lost") ? m_operator->told.takeLast() : QString();
+        QVERIFY2(refusal != qs("lost") || kLostConnection.match(lost).hasMatch(), qPrintable(lost));
         // A refused code brings back the table page with its exit button.
-        if (refusal == qs("client")) {
-            QVERIFY(w->checklist()->selectionPage()->isVisible());
-            QVERIFY(!w->checklist()->progressPage()->isVisible());
-            QVERIFY(w->findChild<QPushButton *>(qs("cmdexit"))->isVisible());
-        }
+        QVERIFY(refusal != qs("client") ||
+                (w->checklist()->selectionPage()->isVisible() && !w->checklist()->progressPage()->isVisible() &&
+                 w->findChild<QPushButton *>(qs("cmdexit"))->isVisible()));
     }
     QCOMPARE(m_operator->told, told);
     QCOMPARE(m_operator->asked, asked);
