@@ -99,7 +99,7 @@ why: the conversion writes under the write session mode
 
 @ copy-before-save-table
 file: src/data/tabledata.cpp
-tests: test_safetyhooks:tableDataCommands,saveTableRefusedByForeignKey
+tests: test_safetyhooks:tableDataCommands
 why: Save Table writes a safety copy before its delete
 -     if (!keepSafetyCopy(command))
 +     if (command != QLatin1String("Save Table") && !keepSafetyCopy(command))
@@ -148,21 +148,21 @@ why: the table and the client restore write a safety copy of the ticked tables f
 
 @ copy-before-modify-field
 file: src/structure/tableinfo.cpp
-tests: test_safetyhooks:fieldCommands
+tests: test_safetyhooks:structureCommands
 why: Modify Field writes a safety copy of its table first
 -     if (!keepSafetyCopy(QStringLiteral("Modify Field")))
 +     if (false)
 
 @ copy-before-delete-field
 file: src/structure/tableinfo.cpp
-tests: test_safetyhooks:fieldCommands
+tests: test_safetyhooks:structureCommands
 why: Delete Field writes a safety copy of its table first
 -     if (!keepSafetyCopy(QStringLiteral("Delete Field")))
 +     if (false)
 
 @ copy-before-create-table-drop
 file: src/structure/createtable.cpp
-tests: test_safetyhooks:createTableDrop
+tests: test_safetyhooks:structureCommands
 why: Create Table writes a safety copy of the table it drops
 -         if (const DbError copyError = SafetyNet::protectTables(session, QStringLiteral("Create Table"), dropped,
 +         if (const DbError copyError = DbError{}; false && SafetyNet::protectTables(session, QStringLiteral("Create Table"), dropped,
