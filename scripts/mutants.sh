@@ -99,7 +99,7 @@ why: the conversion writes under the write session mode
 
 @ copy-before-save-table
 file: src/data/tabledata.cpp
-tests: test_safetyhooks:tableDataCommands,saveTableRefusedByForeignKey
+tests: test_safetyhooks:tableDataCommands
 why: Save Table writes a safety copy before its delete
 -     if (!keepSafetyCopy(command))
 +     if (command != QLatin1String("Save Table") && !keepSafetyCopy(command))
@@ -148,21 +148,21 @@ why: the table and the client restore write a safety copy of the ticked tables f
 
 @ copy-before-modify-field
 file: src/structure/tableinfo.cpp
-tests: test_safetyhooks:fieldCommands
+tests: test_safetyhooks:structureCommands
 why: Modify Field writes a safety copy of its table first
 -     if (!keepSafetyCopy(QStringLiteral("Modify Field")))
 +     if (false)
 
 @ copy-before-delete-field
 file: src/structure/tableinfo.cpp
-tests: test_safetyhooks:fieldCommands
+tests: test_safetyhooks:structureCommands
 why: Delete Field writes a safety copy of its table first
 -     if (!keepSafetyCopy(QStringLiteral("Delete Field")))
 +     if (false)
 
 @ copy-before-create-table-drop
 file: src/structure/createtable.cpp
-tests: test_safetyhooks:createTableDrop
+tests: test_safetyhooks:structureCommands
 why: Create Table writes a safety copy of the table it drops
 -         if (const DbError copyError = SafetyNet::protectTables(session, QStringLiteral("Create Table"), dropped,
 +         if (const DbError copyError = DbError{}; false && SafetyNet::protectTables(session, QStringLiteral("Create Table"), dropped,
@@ -190,21 +190,21 @@ why: Import Data into an existing table writes a safety copy of it first
 
 @ copy-refuses-whole-view
 file: src/safety/safetynet.cpp
-tests: test_safetyhooks:throughAView test_safetynet:viewsTwinsAndQualifiedNames
+tests: test_safetyhooks:throughAView test_safetynet:viewsAndQualifiedNames
 why: a command that rewrites a whole table is refused on a view of tables
 -             if (reach == Reach::WholeTable && !bases->isEmpty())
 +             if (false)
 
 @ copy-case-twins
 file: src/safety/safetynet.cpp
-tests: test_safetynet:viewsTwinsAndQualifiedNames
+tests: test_safetynet:putBackRestoresExactly
 why: `Foo` and `foo` are copied apart where the server tells them apart
 -         if (table.isEmpty() || seen.contains(table, nameCase))
 +         if (table.isEmpty() || ((void)nameCase, seen.contains(table, Qt::CaseInsensitive)))
 
 @ copy-other-database
 file: src/safety/safetynet.cpp
-tests: test_safetynet:viewsTwinsAndQualifiedNames
+tests: test_safetynet:viewsAndQualifiedNames
 why: a name like otherdb.keep that stands for a table of another database stops the command
 -             if (there->recordCount() > 0)
 +             if (false)
@@ -218,14 +218,14 @@ why: copies and put-backs read and write TIMESTAMP values in UTC, whatever the s
 
 @ copy-header-checksum
 file: src/safety/safetycopy.cpp
-tests: test_safetynet:headerAndTrailerChecked
+tests: test_safetynet:damagedCopyUnreadable
 why: a copy whose header changed is unreadable, not different
 -         qFromLittleEndian<quint32>(crcBytes) != crc(QByteArray(kMagic + QByteArray(lenBytes, 4) + headerText)))
 +         false)
 
 @ copy-trailer-checksum
 file: src/safety/safetycopy.cpp
-tests: test_safetynet:headerAndTrailerChecked
+tests: test_safetynet:damagedCopyUnreadable
 why: a copy whose trailer changed is unreadable, not different
 -     if (crc(trailerText) != trailerCrc)
 +     if (crc(trailerText) != trailerCrc && false)
@@ -239,21 +239,21 @@ why: pruning never removes the copy just written, even when it alone is over the
 
 @ put-back-reads-through
 file: src/safety/putback.cpp
-tests: test_safetynet:copyFormRefusesDamage,failedPutBackLeavesTableAlone
+tests: test_safetynet:damagedCopyUnreadable,refusedPutBackChangesNothing
 why: a copy is read through once before anything is replaced, so a damaged one puts nothing back
 -     if (DbError e = SafetyCopy::read(copy.path, check))
 +     if (DbError e = DbError{})
 
 @ put-back-parent-by-name
 file: src/safety/putback.cpp
-tests: test_safetynet:foreignKeysSurvive
+tests: test_safetynet:putBackRestoresExactly
 why: a table other tables' foreign keys point at is replaced by name, so that their keys find the new one
 -         if (*exists > 0 && *children > 0) {
 +         if (false) {
 
 @ put-back-foreign-keys
 file: src/safety/putback.cpp
-tests: test_safetynet:foreignKeysSurvive
+tests: test_safetynet:putBackRestoresExactly
 why: a table put back gets its own foreign keys again
 -         if (!m_foreignKeys.isEmpty()) {
 +         if (false) {

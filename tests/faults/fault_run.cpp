@@ -29,6 +29,7 @@
 #include "data/tabledata.h"
 #include "db/progress.h"
 #include "db/statementhook.h"
+#include "files.h"
 #include "grid/grid.h"
 #include "operator.h"
 #include "safety/putback.h"
@@ -46,7 +47,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLineEdit>
-#include <QPointer>
 #include <QProcess>
 #include <QPushButton>
 #include <QRadioButton>
@@ -58,7 +58,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <linux/capability.h>
 #include <map>
 #include <optional>
@@ -90,16 +89,16 @@ const char *kDatabase = "faults";
 void check(const DbError &error, const char *what)
 {
     if (error.isError())
-        fail(QString::fromUtf8(what) + QStringLiteral(": ") + error.description);
+        fail(qs(what) + qs(": ") + error.description);
 }
 
 // The server of the campaign: killed by its pid file, started again by the same script.
 struct Server {
     QString dir;
-    QString port() const { return serverAddress().section(QLatin1Char(':'), 1); }
+    QString port() const { return serverAddress().section(u':', 1); }
     qint64 pid() const
     {
-        QFile f(dir + QStringLiteral("/mysqld.pid"));
+        QFile f(dir + qs("/mysqld.pid"));
         return f.open(QIODevice::ReadOnly) ? f.readAll().trimmed().toLongLong() : 0;
     }
     bool alive() const { return pid() > 0 && ::kill(static_cast<pid_t>(pid()), 0) == 0; }
@@ -114,22 +113,17 @@ struct Server {
     }
     void start() const
     {
-        const QString script = QStringLiteral(TABULON_SOURCE_DIR "/scripts/private-mariadb.sh");
+        const QString script = qs(TABULON_SOURCE_DIR "/scripts/private-mariadb.sh");
         QProcess start;
-        start.start(QStringLiteral("bash"), {script, QStringLiteral("start"), dir, port()});
+        start.start(qs("bash"), {script, qs("start"), dir, port()});
         if (!start.waitForFinished(120000) || start.exitCode() != 0)
-            fail(QStringLiteral("the server did not start again: ") + QString::fromUtf8(start.readAllStandardError()));
+            fail(qs("the server did not start again: ") + QString::fromUtf8(start.readAllStandardError()));
     }
 };
 
-QByteArray fileHash(const QString &path)
+QString fileHash(const QString &path)
 {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    hash.addData(&f);
-    return hash.result().toHex();
+    return QString::fromLatin1(QCryptographicHash::hash(read(path), QCryptographicHash::Sha256).toHex());
 }
 
 // The tables every run starts from: values the program's own statements carry unchanged, so
@@ -137,39 +131,35 @@ QByteArray fileHash(const QString &path)
 QStringList setupStatements()
 {
     QStringList s{
-        QStringLiteral("CREATE TABLE people (id INT, name VARCHAR(30), city VARCHAR(20)) ENGINE=MyISAM"),
-        QStringLiteral("CREATE TABLE ledger (id INT PRIMARY KEY, code VARCHAR(10), amount DECIMAL(10,2), "
-                       "note VARCHAR(40)) ENGINE=InnoDB"),
-        QStringLiteral("CREATE TABLE main_info1 (code_no VARCHAR(10), code VARCHAR(10), fname VARCHAR(20)) "
-                       "ENGINE=InnoDB"),
-        QStringLiteral("CREATE TABLE owner1 (code VARCHAR(10), oname VARCHAR(20)) ENGINE=MyISAM"),
+        qs("CREATE TABLE people (id INT, name VARCHAR(30), city VARCHAR(20)) ENGINE=MyISAM"),
+        qs("CREATE TABLE ledger (id INT PRIMARY KEY, code VARCHAR(10), amount DECIMAL(10,2), "
+           "note VARCHAR(40)) ENGINE=InnoDB"),
+        qs("CREATE TABLE main_info1 (code_no VARCHAR(10), code VARCHAR(10), fname VARCHAR(20)) "
+           "ENGINE=InnoDB"),
+        qs("CREATE TABLE owner1 (code VARCHAR(10), oname VARCHAR(20)) ENGINE=MyISAM"),
     };
     const char *cities[] = {"Oslo", "Rome", "Lima", "Oslo", "Kyiv"};
     QStringList people, ledger, clients, owners;
+    const QChar zero = u'0';
     for (int i = 1; i <= 240; ++i) {
-        people << QStringLiteral("(%1,'Person %1','%2')").arg(i).arg(QString::fromUtf8(cities[i % 5]));
-        ledger << QStringLiteral("(%1,'C%2',%3.%4,'entry %1')")
-                      .arg(i)
-                      .arg(i % 40, 5, 10, QLatin1Char('0'))
-                      .arg(i * 7)
-                      .arg(i % 100, 2, 10, QLatin1Char('0'));
+        people << qs("(%1,'Person %1','%2')").arg(i).arg(qs(cities[i % 5]));
+        ledger
+            << qs("(%1,'C%2',%3.%4,'entry %1')").arg(i).arg(i % 40, 5, 10, zero).arg(i * 7).arg(i % 100, 2, 10, zero);
     }
     for (int i = 1; i <= 40; ++i) {
-        const QString code = QStringLiteral("C%1").arg(i, 5, 10, QLatin1Char('0'));
-        clients << QStringLiteral("('%1','%1','Client %2')").arg(code).arg(i);
-        owners << QStringLiteral("('%1','Owner %2')").arg(code).arg(i);
+        const QString code = qs("C%1").arg(i, 5, 10, zero);
+        clients << qs("('%1','%1','Client %2')").arg(code).arg(i);
+        owners << qs("('%1','Owner %2')").arg(code).arg(i);
     }
-    s << QStringLiteral("INSERT INTO people VALUES ") + people.join(QLatin1Char(','))
-      << QStringLiteral("INSERT INTO ledger VALUES ") + ledger.join(QLatin1Char(','))
-      << QStringLiteral("INSERT INTO main_info1 VALUES ") + clients.join(QLatin1Char(','))
-      << QStringLiteral("INSERT INTO owner1 VALUES ") + owners.join(QLatin1Char(','));
+    s << qs("INSERT INTO people VALUES ") + people.join(u',') << qs("INSERT INTO ledger VALUES ") + ledger.join(u',')
+      << qs("INSERT INTO main_info1 VALUES ") + clients.join(u',')
+      << qs("INSERT INTO owner1 VALUES ") + owners.join(u',');
     return s;
 }
 
 const QStringList &allTables()
 {
-    static const QStringList t{QStringLiteral("ledger"), QStringLiteral("main_info1"), QStringLiteral("owner1"),
-                               QStringLiteral("people")};
+    static const QStringList t{qs("ledger"), qs("main_info1"), qs("owner1"), qs("people")};
     return t;
 }
 
@@ -194,15 +184,15 @@ QString stateText(const State &state)
 {
     QStringList lines;
     for (const auto &[item, value] : state)
-        lines << item + QLatin1Char('=') + value;
-    return lines.join(QLatin1Char('\n'));
+        lines << item + u'=' + value;
+    return lines.join(u'\n');
 }
 
 State stateFromText(const QString &text)
 {
     State state;
-    for (const QString &line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
-        state[line.section(QLatin1Char('='), 0, 0)] = line.section(QLatin1Char('='), 1);
+    for (const QString &line : text.split(u'\n', Qt::SkipEmptyParts))
+        state[line.section(u'=', 0, 0)] = line.section(u'=', 1);
     return state;
 }
 
@@ -215,16 +205,16 @@ public:
 private:
     template <typename T = QWidget> T *child(QWidget *w, const char *name)
     {
-        T *found = w ? w->findChild<T *>(QString::fromUtf8(name)) : nullptr;
+        T *found = w ? w->findChild<T *>(qs(name)) : nullptr;
         if (!found)
-            fail(QStringLiteral("no control ") + QString::fromUtf8(name));
+            fail(qs("no control ") + qs(name));
         return found;
     }
     void click(QWidget *w, const char *name) { child<QPushButton>(w, name)->click(); }
     QWidget *openModal(const char *menu)
     {
         m_op->modals.clear();
-        m_main->menuItem(QString::fromUtf8(menu))->trigger();
+        m_main->menuItem(qs(menu))->trigger();
         return m_op->modals.isEmpty() ? nullptr : m_op->modals.last();
     }
     bool tool(const char *name) const { return m_o.tool == QLatin1String(name); }
@@ -232,30 +222,39 @@ private:
     void openMain();
     void prepare();
     void work();
+    void backup(bool client);
     void makeArchive(bool client);
+    TableData *tableData(const char *table)
+    {
+        m_main->menuItem(qs("mnuTabData"))->trigger();
+        auto *w = qobject_cast<TableData *>(m_main->toolWindow(qs("mnuTabData")));
+        if (!w)
+            fail(qs("no table data window"));
+        w->selectTable(child<QComboBox>(w, "Combo1")->findText(qs(table)));
+        return w;
+    }
     void damageUnpackedArchive();
     QString archivePath() const
     {
-        return m_o.work + QLatin1Char('/') + BackupArchive::datedName(QDate::currentDate()) + QStringLiteral(".zip");
+        return m_o.work + u'/' + BackupArchive::datedName(QDate::currentDate()) + qs(".zip");
     }
-    QString scriptPath() const { return m_o.work + QStringLiteral("/import.sql"); }
-    QString safetyFolder() const { return m_o.work + QStringLiteral("/safety"); }
+    QString scriptPath() const { return m_o.work + qs("/import.sql"); }
+    QString safetyFolder() const { return m_o.work + qs("/safety"); }
     // The archive's tables and the hash of each unpacked file: equal to the work's archive
     // without a fault means whole and holding the tables as they are.
     QString archiveContent(const QString &path) const
     {
         if (!QFileInfo::exists(path))
-            return QStringLiteral("missing");
+            return qs("missing");
         QTemporaryDir into;
         QStringList tables;
-        if (DbError error = BackupArchive::extract(path, into.filePath(QStringLiteral("x")), &tables))
-            return QStringLiteral("unreadable");
+        if (DbError error = BackupArchive::extract(path, into.filePath(qs("x")), &tables))
+            return qs("unreadable");
         tables.sort();
         QStringList parts;
         for (const QString &table : std::as_const(tables))
-            parts << table + QLatin1Char(':') +
-                         QString::fromLatin1(fileHash(into.filePath(QStringLiteral("x/")) + table).left(16));
-        return parts.join(QLatin1Char(','));
+            parts << table + u':' + fileHash(into.filePath(qs("x/")) + table).left(16);
+        return parts.join(u',');
     }
     State state();
     // Outputs the work makes anew (the safety copy among them): partial or missing ones are
@@ -265,21 +264,27 @@ private:
         return item.startsWith(QLatin1String("faults_converted")) || item == QLatin1String("faults.imported") ||
                item == QLatin1String("copy");
     }
+    // The complete safety copies this run wrote, newest first.
+    QList<SafetyCopyInfo> newCopies() const
+    {
+        QList<SafetyCopyInfo> copies = SafetyNet::listCopies(safetyFolder());
+        copies.removeIf([this](const SafetyCopyInfo &copy) { return m_copiesBefore.contains(copy.path); });
+        return copies;
+    }
     // The complete safety copies this run wrote, by their tables.
     QString copiesWritten() const
     {
         QStringList copies;
-        for (const SafetyCopyInfo &copy : SafetyNet::listCopies(safetyFolder()))
-            if (!m_copiesBefore.contains(copy.path))
-                copies << copy.tables.join(QLatin1Char(','));
+        for (const SafetyCopyInfo &copy : newCopies())
+            copies << copy.tables.join(u',');
         copies.sort();
-        return copies.isEmpty() ? QStringLiteral("none") : copies.join(QLatin1Char(';'));
+        return copies.isEmpty() ? qs("none") : copies.join(u';');
     }
     static bool isTable(const QString &item) { return item.startsWith(QLatin1String("faults.")); }
     // The run's own success message (for tools whose success is silence: no box at all), or
     // nothing when the tool tells no success.
     std::optional<bool> claimedSuccess() const;
-    QString toldAll() const { return (m_op->told + m_op->runtimeErrors).join(QLatin1Char('\x1f')); }
+    QString toldAll() const { return (m_op->told + m_op->runtimeErrors).join(u'\x1f'); }
     QString lastTold() const
     {
         return m_op->runtimeErrors.isEmpty() ? m_op->told.value(m_op->told.size() - 1) : m_op->runtimeErrors.last();
@@ -290,14 +295,11 @@ private:
     {
         if (tool("put-back"))
             return false;
-        QList<SafetyCopyInfo> written;
-        for (const SafetyCopyInfo &copy : SafetyNet::listCopies(safetyFolder()))
-            if (!m_copiesBefore.contains(copy.path))
-                written << copy;
+        const QList<SafetyCopyInfo> written = newCopies();
         if (written.isEmpty())
             return false;
         DatabaseSession session;
-        check(openSession(session, QString::fromUtf8(kDatabase)), "opening the put-back session");
+        check(openSession(session, qs(kDatabase)), "opening the put-back session");
         NoProgress progress;
         if (!PutBack::putBack(session, written.last(), progress))
             return false;
@@ -315,9 +317,8 @@ private:
         if (tool("table-script"))
             return QFileInfo(scriptPath()).size();
         qint64 bytes = 0;
-        for (const SafetyCopyInfo &copy : SafetyNet::listCopies(safetyFolder()))
-            if (!m_copiesBefore.contains(copy.path))
-                bytes += copy.size;
+        for (const SafetyCopyInfo &copy : newCopies())
+            bytes += copy.size;
         return bytes;
     }
     // Leaves `free` bytes free on the work folder's file system (a small one the campaign made);
@@ -325,9 +326,9 @@ private:
     qint64 fillDisk(qint64 free)
     {
         const qint64 available = QStorageInfo(m_o.work).bytesAvailable();
-        QFile filler(m_o.work + QStringLiteral("/filler"));
+        QFile filler(m_o.work + qs("/filler"));
         if (!filler.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            fail(QStringLiteral("cannot fill the disk"));
+            fail(qs("cannot fill the disk"));
         const QByteArray block(64 * 1024, 'x');
         for (qint64 left = available - free; left > 0; left -= block.size())
             if (filler.write(block.constData(), std::min<qint64>(left, block.size())) <= 0)
@@ -345,7 +346,7 @@ private:
                                                  : QFile::ReadOwner | QFile::ExeOwner);
         if (writable)
             setFileOverrides(true);
-        QFile probe(m_o.work + QStringLiteral("/.probe"));
+        QFile probe(m_o.work + qs("/.probe"));
         const bool created = probe.open(QIODevice::WriteOnly);
         if (created)
             probe.remove();
@@ -368,15 +369,14 @@ void Run::openMain()
     m_op = std::make_unique<Operator>();
     m_op->answer = Dialogs::Answer::Yes;
     static QTemporaryDir settings;
-    m_main =
-        std::make_unique<MDIForm1>(AppEnvironment{settings.filePath(QStringLiteral("settings.ini")), {}, m_o.work});
-    m_main->Database = QString::fromUtf8(kDatabase);
+    m_main = std::make_unique<MDIForm1>(AppEnvironment{settings.filePath(qs("settings.ini")), {}, m_o.work});
+    m_main->Database = qs(kDatabase);
     m_main->Server = serverAddress();
-    m_main->User = QStringLiteral("dbop");
+    m_main->User = qs("dbop");
     registerTools(*m_main);
     m_main->resize(1000, 700);
     m_main->show();
-    check(openSession(*m_main->session(), QString::fromUtf8(kDatabase)), "opening the program's session");
+    check(openSession(*m_main->session(), qs(kDatabase)), "opening the program's session");
     m_main->enableAllMenus();
     // The safety copies of this run go to the work folder (a small file system for disk faults).
     SafetySettings safety;
@@ -387,10 +387,10 @@ void Run::openMain()
 void Run::prepare()
 {
     check(openSession(m_admin, QString()), "opening the admin session");
-    check(m_admin.execute(QStringLiteral("DROP DATABASE IF EXISTS ") + QString::fromUtf8(kDatabase)), "drop");
-    check(m_admin.execute(QStringLiteral("DROP DATABASE IF EXISTS faults_converted")), "drop");
-    check(m_admin.execute(QStringLiteral("CREATE DATABASE ") + QString::fromUtf8(kDatabase)), "create");
-    check(m_admin.execute(QStringLiteral("USE ") + QString::fromUtf8(kDatabase)), "use");
+    check(m_admin.execute(qs("DROP DATABASE IF EXISTS ") + qs(kDatabase)), "drop");
+    check(m_admin.execute(qs("DROP DATABASE IF EXISTS faults_converted")), "drop");
+    check(m_admin.execute(qs("CREATE DATABASE ") + qs(kDatabase)), "create");
+    check(m_admin.execute(qs("USE ") + qs(kDatabase)), "use");
     for (const QString &statement : setupStatements())
         check(m_admin.execute(statement), "filling the tables");
     QFile::remove(scriptPath());
@@ -403,51 +403,53 @@ void Run::prepare()
              {"UPDATE people SET city = 'Changed' WHERE id <= 20", "DELETE FROM ledger WHERE id > 200",
               "UPDATE main_info1 SET fname = 'Changed' WHERE code_no = 'C00007'",
               "UPDATE owner1 SET oname = 'Changed' WHERE code = 'C00007'"})
-            check(m_admin.execute(QString::fromUtf8(change)), "changing the tables after the backup");
+            check(m_admin.execute(qs(change)), "changing the tables after the backup");
     }
     // Put-back starts from a Save Table's copy and a table damaged after it: the work puts the
     // copy back, so "before" is the damaged table and "expected" the table of the copy.
     if (tool("put-back")) {
         QDir(safetyFolder()).removeRecursively();
-        m_main->menuItem(QStringLiteral("mnuTabData"))->trigger();
-        auto *w = qobject_cast<TableData *>(m_main->toolWindow(QStringLiteral("mnuTabData")));
-        if (!w)
-            fail(QStringLiteral("no table data window"));
-        w->selectTable(child<QComboBox>(w, "Combo1")->findText(QStringLiteral("ledger")));
+        TableData *w = tableData("ledger");
         w->SaveTable();
         w->close();
-        check(m_admin.execute(QStringLiteral("DELETE FROM ledger WHERE id > 100")), "damaging the table");
-        check(m_admin.execute(QStringLiteral("UPDATE people SET city='Nowhere'")), "damaging the table");
+        check(m_admin.execute(qs("DELETE FROM ledger WHERE id > 100")), "damaging the table");
+        check(m_admin.execute(qs("UPDATE people SET city='Nowhere'")), "damaging the table");
     }
     // An earlier archive of the same day, of the tables before a change, stands at the final
     // path: the work replaces it whole or leaves it.
     if (tool("backup") || tool("client-backup")) {
         makeArchive(false);
-        check(m_admin.execute(QStringLiteral("UPDATE owner1 SET oname = 'Changed' WHERE code = 'C00007'")),
+        check(m_admin.execute(qs("UPDATE owner1 SET oname = 'Changed' WHERE code = 'C00007'")),
               "changing the tables after the backup");
     }
     for (const SafetyCopyInfo &copy : SafetyNet::listCopies(safetyFolder()))
         m_copiesBefore << copy.path;
 }
 
-void Run::makeArchive(bool client)
+// A backup into the work folder: the whole database, or client C00007's rows.
+void Run::backup(bool client)
 {
-    QFile::remove(archivePath());
     if (client)
-        m_op->typed = {QStringLiteral("C00007")};
+        m_op->typed = {qs("C00007")};
     QWidget *w = openModal("mnubackup");
     if (!w)
-        fail(QStringLiteral("the backup window did not open"));
-    child<QLineEdit>(w, "txtpath")->setText(m_o.work + QLatin1Char('/'));
+        fail(qs("the backup window did not open"));
+    child<QLineEdit>(w, "txtpath")->setText(m_o.work + u'/');
     click(w, "cmdok");
     child<QCheckBox>(w, "Check1")->setChecked(client);
     click(w, "cmdBackup");
+}
+
+void Run::makeArchive(bool client)
+{
+    QFile::remove(archivePath());
+    backup(client);
     if (!QFile::exists(archivePath()))
-        fail(QStringLiteral("no archive was made: ") + m_op->told.join(QStringLiteral(" / ")));
+        fail(qs("no archive was made: ") + m_op->told.join(qs(" / ")));
     m_op->told.clear();
     m_op->typed.clear();
     // The window closes on its own; its command comes back once it is gone.
-    for (int i = 0; i < 100 && !m_main->menuItem(QStringLiteral("mnubackup"))->isEnabled(); ++i) {
+    for (int i = 0; i < 100 && !m_main->menuItem(qs("mnubackup"))->isEnabled(); ++i) {
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QTest::qWait(20);
     }
@@ -463,10 +465,10 @@ void Run::damageUnpackedArchive()
         return;
     if (fault("archive-gone")) {
         for (const QString &name : std::as_const(files))
-            m_fired = QFile::remove(unpacked + QLatin1Char('/') + name) || m_fired;
+            m_fired = QFile::remove(unpacked + u'/' + name) || m_fired;
         return;
     }
-    QFile f(unpacked + QLatin1Char('/') + files.last());
+    QFile f(unpacked + u'/' + files.last());
     const qint64 size = f.size();
     m_fired = size > 1 && f.resize(size / 2);
 }
@@ -477,15 +479,10 @@ void Run::work()
     if (tool("put-back")) {
         QWidget *w = openModal("mnusafety");
         if (!w)
-            fail(QStringLiteral("the safety copies window did not open"));
+            fail(qs("the safety copies window did not open"));
         click(w, "cmdputback");
     } else if (tool("save-table") || tool("delete-record") || tool("safety-copy")) {
-        m_main->menuItem(QStringLiteral("mnuTabData"))->trigger();
-        auto *w = qobject_cast<TableData *>(m_main->toolWindow(QStringLiteral("mnuTabData")));
-        if (!w)
-            fail(QStringLiteral("no table data window"));
-        auto *combo = child<QComboBox>(w, "Combo1");
-        w->selectTable(combo->findText(tool("save-table") ? QStringLiteral("ledger") : QStringLiteral("people")));
+        TableData *w = tableData(tool("save-table") ? "ledger" : "people");
         if (tool("save-table")) {
             w->SaveTable();
         } else {
@@ -493,42 +490,36 @@ void Run::work()
             w->DeleteRecord();
         }
     } else if (tool("replace-all")) {
-        m_main->menuItem(QStringLiteral("mnureplace"))->trigger();
-        QWidget *w = m_main->toolWindow(QStringLiteral("mnureplace"));
-        child<QLineEdit>(w, "txtfind")->setText(QStringLiteral("Oslo"));
-        child<QLineEdit>(w, "txtreplace")->setText(QStringLiteral("Paris"));
+        m_main->menuItem(qs("mnureplace"))->trigger();
+        QWidget *w = m_main->toolWindow(qs("mnureplace"));
+        child<QLineEdit>(w, "txtfind")->setText(qs("Oslo"));
+        child<QLineEdit>(w, "txtreplace")->setText(qs("Paris"));
         child<QComboBox>(w, "cbofield")->setCurrentIndex(1);
         click(w, "cmdfind");
         if (child<QPushButton>(w, "cmdrepall")->isEnabled())
             click(w, "cmdrepall");
     } else if (tool("search")) {
-        m_main->menuItem(QStringLiteral("mnusearch"))->trigger();
-        QWidget *w = m_main->toolWindow(QStringLiteral("mnusearch"));
+        m_main->menuItem(qs("mnusearch"))->trigger();
+        QWidget *w = m_main->toolWindow(qs("mnusearch"));
         child<QRadioButton>(w, "optall")->click();
-        child<QLineEdit>(w, "txtsdata")->setText(QStringLiteral("Z99999"));
+        child<QLineEdit>(w, "txtsdata")->setText(qs("Z99999"));
         click(w, "cmdsearch");
     } else if (tool("check") || tool("repair")) {
         QWidget *w = openModal(tool("check") ? "mnuchktab" : "mnureptab");
         child<TableChecklist>(w, "TableChecklist")->selectAll();
         click(w, tool("check") ? "cmdcheck" : "cmdrepair");
     } else if (tool("backup") || tool("client-backup")) {
-        if (tool("client-backup"))
-            m_op->typed = {QStringLiteral("C00007")};
-        QWidget *w = openModal("mnubackup");
-        child<QLineEdit>(w, "txtpath")->setText(m_o.work + QLatin1Char('/'));
-        click(w, "cmdok");
-        child<QCheckBox>(w, "Check1")->setChecked(tool("client-backup"));
-        click(w, "cmdBackup");
+        backup(tool("client-backup"));
     } else if (tool("restore") || tool("client-restore")) {
         if (tool("client-restore"))
-            m_op->typed = {QStringLiteral("C00007"), QStringLiteral("C00007")};
+            m_op->typed = {qs("C00007"), qs("C00007")};
         QWidget *w = openModal("mnurestore");
         child<QLineEdit>(w, "txtpath")->setText(archivePath());
         click(w, "cmdok");
-        child<QLineEdit>(w, "txtdbpath")->setText(QString::fromUtf8(kDatabase));
+        child<QLineEdit>(w, "txtdbpath")->setText(qs(kDatabase));
         child<QCheckBox>(w, "Check1")->setChecked(tool("client-restore"));
         click(w, "Command2");
-        if (auto *all = w->findChild<QCheckBox *>(QStringLiteral("chkdel")))
+        if (auto *all = w->findChild<QCheckBox *>(qs("chkdel")))
             all->setChecked(true);
         child<TableChecklist>(w, "TableChecklist")->selectAll();
         if (!m_o.count && (fault("archive-gone") || fault("archive-swapped")))
@@ -538,22 +529,22 @@ void Run::work()
         m_op->chosenFile = m_o.source;
         QWidget *w = openModal("mnuconvertdb");
         if (!w)
-            fail(QStringLiteral("the conversion window did not open: ") + m_op->told.join(QLatin1Char('/')));
-        child<QLineEdit>(w, "Text2")->setText(QStringLiteral("faults_converted"));
+            fail(qs("the conversion window did not open: ") + m_op->told.join(u'/'));
+        child<QLineEdit>(w, "Text2")->setText(qs("faults_converted"));
         click(w, "Command2");
     } else if (tool("import-data")) {
         QWidget *w = openModal("mnuimpdata");
         child<QLineEdit>(w, "txtsource")->setText(m_o.source);
         QTest::keyClick(child<QLineEdit>(w, "txtsource"), Qt::Key_Return);
         auto *tables = child<QComboBox>(w, "cbotable");
-        tables->setCurrentIndex(std::max(0, tables->findText(QStringLiteral("Customers"))));
+        tables->setCurrentIndex(std::max(0, tables->findText(qs("Customers"))));
         child<QRadioButton>(w, "optnew")->click();
-        child<QLineEdit>(w, "txtnewtable")->setText(QStringLiteral("imported"));
+        child<QLineEdit>(w, "txtnewtable")->setText(qs("imported"));
         click(w, "cmdimport");
     } else if (tool("table-script")) {
-        m_main->menuItem(QStringLiteral("mnuctf"))->trigger();
+        m_main->menuItem(qs("mnuctf"))->trigger();
     } else {
-        fail(QStringLiteral("unknown tool ") + m_o.tool);
+        fail(qs("unknown tool ") + m_o.tool);
     }
 }
 
@@ -585,36 +576,32 @@ std::optional<bool> Run::claimedSuccess() const
 // What a finished work leaves behind: every table, and the tool's own output.
 State Run::state()
 {
-    if (!m_admin.isOpen() || m_admin.execute(QStringLiteral("DO 1")).isError())
-        check(openSession(m_admin, QString::fromUtf8(kDatabase)), "reopening the admin session");
+    if (!m_admin.isOpen() || m_admin.execute(qs("DO 1")).isError())
+        check(openSession(m_admin, qs(kDatabase)), "reopening the admin session");
     State s;
     QStringList tables = allTables();
     if (tool("import-data"))
-        tables << QStringLiteral("imported");
-    for (const QString &table : std::as_const(tables)) {
-        auto rs = m_admin.openQuery(QStringLiteral("CHECKSUM TABLE faults.") + table + QStringLiteral(" EXTENDED"));
-        const auto sum = rs ? rs->value(0, 1) : std::nullopt;
-        s[QStringLiteral("faults.") + table] = sum.value_or(QStringLiteral("missing"));
-    }
+        tables << qs("imported");
+    const auto checksum = [this](const QString &table) {
+        auto rs = m_admin.openQuery(qs("CHECKSUM TABLE ") + table + qs(" EXTENDED"));
+        return (rs ? rs->value(0, 1) : std::nullopt).value_or(qs("missing"));
+    };
+    for (const QString &table : std::as_const(tables))
+        s[qs("faults.") + table] = checksum(qs("faults.") + table);
     if (tool("convert")) {
-        auto names = m_admin.openQuery(QStringLiteral("SHOW TABLES FROM faults_converted"));
+        auto names = m_admin.openQuery(qs("SHOW TABLES FROM faults_converted"));
         QStringList converted;
         for (qsizetype r = 0; names && r < names->recordCount(); ++r)
             converted << names->value(r, 0).value_or(QString());
-        s[QStringLiteral("faults_converted")] = names ? converted.join(QLatin1Char(',')) : QStringLiteral("missing");
-        for (const QString &table : std::as_const(converted)) {
-            auto rs = m_admin.openQuery(QStringLiteral("CHECKSUM TABLE faults_converted.`") + table +
-                                        QStringLiteral("` EXTENDED"));
-            s[QStringLiteral("faults_converted.") + table] =
-                (rs ? rs->value(0, 1) : std::nullopt).value_or(QStringLiteral("missing"));
-        }
+        s[qs("faults_converted")] = names ? converted.join(u',') : qs("missing");
+        for (const QString &table : std::as_const(converted))
+            s[qs("faults_converted.") + table] = checksum(qs("faults_converted.`") + table + u'`');
     }
     if (tool("table-script"))
-        s[QStringLiteral("script")] =
-            QFileInfo::exists(scriptPath()) ? QString::fromLatin1(fileHash(scriptPath())) : QStringLiteral("missing");
+        s[qs("script")] = QFileInfo::exists(scriptPath()) ? fileHash(scriptPath()) : qs("missing");
     if (tool("backup") || tool("client-backup"))
-        s[QStringLiteral("archive")] = archiveContent(archivePath());
-    s[QStringLiteral("copy")] = copiesWritten();
+        s[qs("archive")] = archiveContent(archivePath());
+    s[qs("copy")] = copiesWritten();
     return s;
 }
 
@@ -622,15 +609,14 @@ int Run::exec()
 {
     prepare();
     const State before = state();
-    const QString expectedFile = m_o.work + QStringLiteral("/expected-") + m_o.tool;
+    const QString expectedFile = m_o.work + qs("/expected-") + m_o.tool;
 
     QFile f(expectedFile);
-    const QStringList kept = !m_o.count && f.open(QIODevice::ReadOnly)
-                                 ? QString::fromUtf8(f.readAll()).split(QStringLiteral("\n--\n"))
-                                 : QStringList();
+    const QStringList kept =
+        !m_o.count && f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()).split(qs("\n--\n")) : QStringList();
     f.close();
     if (!m_o.count && kept.size() != 3)
-        fail(QStringLiteral("no expected state: run with --count first"));
+        fail(qs("no expected state: run with --count first"));
     const State expected = m_o.count ? State{} : stateFromText(kept.at(1));
     m_toldWithoutFault = m_o.count ? QString() : kept.at(2);
 
@@ -642,21 +628,17 @@ int Run::exec()
             m_server.kill();
             m_fired = true;
         } else if (fault("conn-kill")) {
-            auto ids = m_admin.openQuery(QStringLiteral(
-                "SELECT id FROM information_schema.processlist WHERE user='dbop' AND id <> CONNECTION_ID()"));
+            auto ids = m_admin.openQuery(
+                qs("SELECT id FROM information_schema.processlist WHERE user='dbop' AND id <> CONNECTION_ID()"));
             for (qsizetype r = 0; ids && r < ids->recordCount(); ++r)
-                m_fired = !m_admin.execute(QStringLiteral("KILL CONNECTION ") + ids->value(r, 0).value_or(QString()))
-                               .isError() ||
+                m_fired = !m_admin.execute(qs("KILL CONNECTION ") + ids->value(r, 0).value_or(QString())).isError() ||
                           m_fired;
         } else if (fault("read-only")) {
             m_fired = setWritable(false);
         }
     });
-    qint64 needed = 0;
-    if (!m_o.count && fault("disk-full")) {
-        needed = kept.at(0).toLongLong();
-        m_fired = needed > 0 && fillDisk(needed * m_o.at / 100) < needed;
-    }
+    if (const qint64 needed = m_o.count ? 0 : kept.at(0).toLongLong(); fault("disk-full") && needed > 0)
+        m_fired = fillDisk(needed * m_o.at / 100) < needed;
     // Any work that has not ended 30 seconds after it started is a hang.
     std::thread([] {
         std::this_thread::sleep_for(std::chrono::seconds(30));
@@ -668,7 +650,7 @@ int Run::exec()
     StatementHook::clear();
     if (!m_o.count && fault("read-only"))
         (void)setWritable(true);
-    QFile::remove(m_o.work + QStringLiteral("/filler"));
+    QFile::remove(m_o.work + qs("/filler"));
     QApplication::processEvents();
 
     if (!m_server.alive())
@@ -678,9 +660,9 @@ int Run::exec()
     if (m_o.count) {
         m_toldWithoutFault = toldAll();
         if (claimedSuccess() == false)
-            fail(QStringLiteral("the work without a fault told no success: ") + lastTold());
+            fail(qs("the work without a fault told no success: ") + lastTold());
         if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            fail(QStringLiteral("cannot keep the expected state"));
+            fail(qs("cannot keep the expected state"));
         f.write(QByteArray::number(outputBytes()) + "\n--\n" + stateText(after).toUtf8() + "\n--\n" +
                 m_toldWithoutFault.toUtf8());
         std::printf("statements %d\n", m_statements);
@@ -699,27 +681,24 @@ int Run::exec()
         if (!wasBefore && !asExpected)
             neither << item;
     }
-    QString data = allBefore     ? QStringLiteral("kept")
-                   : allExpected ? QStringLiteral("expected")
-                                 : QStringLiteral("whole");
+    QString data = allBefore ? qs("kept") : allExpected ? qs("expected") : qs("whole");
     if (!neither.isEmpty()) {
         const bool tablesOnly =
             std::all_of(neither.begin(), neither.end(), [](const QString &i) { return isTable(i) || isNewOutput(i); });
         const bool outputsOnly = std::all_of(neither.begin(), neither.end(), isNewOutput);
         if (outputsOnly && success != true)
-            data = QStringLiteral("partial-output");
+            data = qs("partial-output");
         else if (tablesOnly && putBackRestores(before))
-            data = QStringLiteral("damaged");
+            data = qs("damaged");
         else
-            data = QStringLiteral("lost");
+            data = qs("lost");
     }
     const bool falseSuccess = success == true && !allExpected;
     const QString told = lastTold();
     std::printf("ending=%s data=%s fired=%d statements=%d neither=%s told=%s\n",
                 falseSuccess ? "false-success" : "clean", qPrintable(data), m_fired ? 1 : 0, m_statements,
-                qPrintable(neither.join(QLatin1Char(','))),
-                qPrintable(QString(told).replace(QLatin1Char('\n'), QLatin1Char(' ')).left(160)));
-    if (data == QStringLiteral("lost") || falseSuccess)
+                qPrintable(neither.join(u',')), qPrintable(QString(told).replace(u'\n', u' ').left(160)));
+    if (data == qs("lost") || falseSuccess)
         std::printf("before:\n%s\nafter:\n%s\nexpected:\n%s\n", qPrintable(stateText(before)),
                     qPrintable(stateText(after)), qPrintable(stateText(expected)));
     std::fflush(stdout);
@@ -734,26 +713,19 @@ int main(int argc, char **argv)
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     Options o;
+    QString at;
+    const std::map<QString, QString *> values{{qs("--tool"), &o.tool}, {qs("--fault"), &o.fault},
+                                              {qs("--at"), &at},       {qs("--server-dir"), &o.serverDir},
+                                              {qs("--work"), &o.work}, {qs("--source"), &o.source}};
     const QStringList args = QCoreApplication::arguments();
     for (qsizetype i = 1; i < args.size(); ++i) {
-        const QString &a = args[i];
-        const QString next = args.value(i + 1);
-        if (a == QStringLiteral("--tool"))
-            o.tool = next, ++i;
-        else if (a == QStringLiteral("--fault"))
-            o.fault = next, ++i;
-        else if (a == QStringLiteral("--at"))
-            o.at = next.toInt(), ++i;
-        else if (a == QStringLiteral("--count"))
+        if (args[i] == qs("--count"))
             o.count = true;
-        else if (a == QStringLiteral("--server-dir"))
-            o.serverDir = next, ++i;
-        else if (a == QStringLiteral("--work"))
-            o.work = next, ++i;
-        else if (a == QStringLiteral("--source"))
-            o.source = next, ++i;
+        else if (const auto value = values.find(args[i]); value != values.end())
+            *value->second = args.value(++i);
     }
+    o.at = at.toInt();
     if (o.tool.isEmpty() || o.work.isEmpty() || o.serverDir.isEmpty())
-        fail(QStringLiteral("usage: fault_run --tool T --fault F (--count | --at N) --server-dir DIR --work DIR"));
+        fail(qs("usage: fault_run --tool T --fault F (--count | --at N) --server-dir DIR --work DIR"));
     return Run(o).exec();
 }

@@ -18,8 +18,7 @@ struct TableState final {
 
 inline char *toString(const TableState &s)
 {
-    return QTest::toString(s.checksum + QLatin1Char('\n') + s.create + QLatin1Char('\n') +
-                           s.triggers.join(QLatin1Char('\n')));
+    return QTest::toString(QStringList{s.checksum, s.create, s.triggers.join(u'\n')}.join(u'\n'));
 }
 
 inline TableState tableState(ScratchDatabase &db, const QString &table)
@@ -31,6 +30,14 @@ inline TableState tableState(ScratchDatabase &db, const QString &table)
                                    "ACTION_STATEMENT, SQL_MODE, DEFINER FROM information_schema.TRIGGERS WHERE "
                                    "EVENT_OBJECT_SCHEMA = DATABASE() AND EVENT_OBJECT_TABLE = BINARY '") +
                     table + QStringLiteral("' ORDER BY TRIGGER_NAME"))};
+}
+
+inline QList<TableState> tableStates(ScratchDatabase &db, const QStringList &tables)
+{
+    QList<TableState> states;
+    for (const QString &table : tables)
+        states << tableState(db, table);
+    return states;
 }
 
 // A table of awkward values on either engine: NULL beside empty text, every byte value,

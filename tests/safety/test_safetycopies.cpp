@@ -1,6 +1,7 @@
-// The Safety Copies window through the main window's menu: the copies newest first with the
-// newest chosen, Put Back's question naming the tables and its summary, No changing nothing,
-// the exit question and Escape, and the menu item given back on close.
+// The Safety Copies window through the main window's menu: nothing to put back without copies,
+// the copies newest first with the newest chosen, Put Back's question naming the tables and its
+// summary, No changing nothing, Escape and the exit question, and the menu item given back on
+// close.
 #include "db/databasesession.h"
 #include "safety/safetycopies.h"
 #include "safety/safetynet.h"
@@ -24,7 +25,6 @@ private Q_SLOTS:
     void cleanup() { closeMain(); }
 
     void listsNewestFirstAndPutsBack();
-    void noAndEscapeChangeNothing();
     void wrongSettingToldAtStart();
 
 private:
@@ -52,16 +52,22 @@ void TestSafetyCopies::init()
 
 void TestSafetyCopies::listsNewestFirstAndPutsBack()
 {
+    QPointer<SafetyCopies> w = open();
+    QVERIFY(w);
+    QVERIFY(!w->findChild<QPushButton *>(qs("cmdputback"))->isEnabled());
+    QTest::keyClick(w, Qt::Key_Escape);
+    QTRY_VERIFY(w.isNull());
+    QVERIFY(m_main->menuItem(qs("mnusafety"))->isEnabled());
+
     QVERIFY_DB(SafetyNet::protectTables(session(), qs("Delete Record"), {qs("u")}));
     QVERIFY_DB(m_db->run({qs("UPDATE t SET name = 'first' WHERE id = 1")}));
-    const TableState t = tableState(*m_db, qs("t"));
-    const TableState u = tableState(*m_db, qs("u"));
+    const QList<TableState> before = tableStates(*m_db, sl({"t", "u"}));
     QVERIFY_DB(SafetyNet::protectTables(session(), qs("Replace All"), {qs("t"), qs("u")}));
     // The copies' statements went over a connection of their own.
     QCOMPARE(sent(), QStringList());
     QVERIFY_DB(m_db->run({qs("DELETE FROM t WHERE id > 0"), qs("DROP TABLE u")}));
 
-    QPointer<SafetyCopies> w = open();
+    w = open();
     QVERIFY(w);
     QVERIFY(!m_main->menuItem(qs("mnusafety"))->isEnabled());
     auto *list = w->findChild<QTreeWidget *>(qs("lstcopies"));
@@ -72,15 +78,19 @@ void TestSafetyCopies::listsNewestFirstAndPutsBack()
                           list->topLevelItem(1)->text(1)}),
              (QStringList{qs("Replace All"), m_db->name(), qs("t, u"), qs("6"), qs("Delete Record")}));
 
+    m_operator->answer = Dialogs::Answer::No;
     QTest::mouseClick(w->findChild<QPushButton *>(qs("cmdputback")), Qt::LeftButton);
-    QCOMPARE(m_operator->asked.size(), 1);
-    const QString question = m_operator->asked.first();
+    QCOMPARE(m_operator->told, QStringList());
+    QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM t")), sl({"1"}));
+    m_operator->answer = Dialogs::Answer::Yes;
+    QTest::mouseClick(w->findChild<QPushButton *>(qs("cmdputback")), Qt::LeftButton);
+    QCOMPARE(m_operator->asked.size(), 2);
+    const QString question = m_operator->asked.last();
     QVERIFY2(question.contains(qs("t, u")) && question.contains(m_db->name()), qPrintable(question));
     QCOMPARE(m_operator->told.size(), 1);
     QVERIFY2(m_operator->told.first().startsWith(qs("Put back 2 table(s) with 6 row(s)")),
              qPrintable(m_operator->told.first()));
-    QCOMPARE(tableState(*m_db, qs("t")), t);
-    QCOMPARE(tableState(*m_db, qs("u")), u);
+    QCOMPARE(tableStates(*m_db, sl({"t", "u"})), before);
     // What the put-back replaced is listed as a copy of its own.
     QCOMPARE(list->topLevelItemCount(), 3);
     QCOMPARE(list->topLevelItem(0)->text(1), qs("Put Back"));
@@ -93,29 +103,6 @@ void TestSafetyCopies::listsNewestFirstAndPutsBack()
     QVERIFY(w);
     m_operator->answer = Dialogs::Answer::Yes;
     QTest::mouseClick(w->findChild<QPushButton *>(qs("cmdexit")), Qt::LeftButton);
-    QTRY_VERIFY(w.isNull());
-    QVERIFY(m_main->menuItem(qs("mnusafety"))->isEnabled());
-}
-
-void TestSafetyCopies::noAndEscapeChangeNothing()
-{
-    QPointer<SafetyCopies> w = open();
-    QVERIFY(w);
-    // No copies yet: nothing to put back.
-    QVERIFY(!w->findChild<QPushButton *>(qs("cmdputback"))->isEnabled());
-    QTest::keyClick(w, Qt::Key_Escape);
-    QTRY_VERIFY(w.isNull());
-
-    QVERIFY_DB(SafetyNet::protectTables(session(), qs("Save Table"), {qs("u")}));
-    QVERIFY_DB(m_db->run({qs("DELETE FROM u")}));
-    w = open();
-    QVERIFY(w);
-    m_operator->answer = Dialogs::Answer::No;
-    QTest::mouseClick(w->findChild<QPushButton *>(qs("cmdputback")), Qt::LeftButton);
-    QCOMPARE(m_operator->asked.size(), 1);
-    QCOMPARE(m_operator->told, QStringList());
-    QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM u")), sl({"0"}));
-    QTest::keyClick(w, Qt::Key_Escape);
     QTRY_VERIFY(w.isNull());
     QVERIFY(m_main->menuItem(qs("mnusafety"))->isEnabled());
 }

@@ -1,7 +1,7 @@
 // The safety net against the real server: copies put back give the table exactly as it was
-// (checksum and CREATE TABLE) after every kind of damage, on both engines; foreign keys
-// survive; a damaged copy or a failing put-back leaves the current table alone; the folder
-// keeps to its limits; a copy that cannot be written stops before anything happens.
+// (checksum and CREATE TABLE) after every kind of damage, on both engines and under a strict
+// mode, foreign keys and triggers with it; a damaged copy or a failing put-back leaves the
+// current table alone; the folder keeps to its limits.
 #include "countingprogress.h"
 #include "db/progress.h"
 #include "files.h"
@@ -14,6 +14,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 
 using namespace tabulon;
@@ -23,66 +24,64 @@ class TestSafetyNet final : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase();
 
     void putBackRestoresExactly_data();
     void putBackRestoresExactly();
-    void foreignKeysSurvive();
-    void hardTablePutBack_data();
-    void hardTablePutBack();
-    void viewOfSameNameRefused();
-    void stoppedPutBackSaysWhat();
-    void failedPutBackLeavesTableAlone();
-    void copyFormRefusesDamage();
-    void headerAndTrailerChecked();
+    void refusedPutBackChangesNothing_data();
+    void refusedPutBackChangesNothing();
+    void damagedCopyUnreadable();
     void sharedFolderKeepsEveryCopy();
     void settingsRead_data();
     void settingsRead();
     void filesPutBack();
     void oldestCopiesGo();
-    void unwritableFolderStops();
     void tooBigTableAsks();
-    void viewsTwinsAndQualifiedNames();
-    void literals_data();
-    void literals();
+    void viewsAndQualifiedNames();
+    void numberThatIsNoNumberQuoted();
 
 private:
     DbResult<QString> copy(const QStringList &tables, const SafetySettings &settings,
-                           const SafetyNet::Confirm &confirm = {});
-    DbResult<PutBack::Summary> putBack(const QString &path);
+                           const SafetyNet::Confirm &confirm = {},
+                           SafetyNet::Reach reach = SafetyNet::Reach::WholeTable);
+    // Puts a copy back, asking to stop once `stopAfter` tables have started (0: never).
+    DbResult<PutBack::Summary> putBack(const QString &path, int stopAfter = 0);
 
     std::unique_ptr<ScratchDatabase> m_db;
     DatabaseSession m_session; // the program's session
 };
 
+// The server is set up as operators have theirs, which the put-backs below rely on: the
+// default packet limit (16 MiB), names that differ in case, a strict mode, named zones, and a
+// local zone an hour further from UTC in July than in January.
 void TestSafetyNet::initTestCase()
 {
     m_db = std::make_unique<ScratchDatabase>(qs("safetynet"));
     QVERIFY_DB(m_db->error());
+    QCOMPARE(
+        m_db->rows(qs("SELECT @@max_allowed_packet, @@lower_case_table_names, "
+                      "LOCATE('STRICT_TRANS_TABLES', @@GLOBAL.sql_mode) > 0, "
+                      "CONVERT_TZ('2024-10-27 01:30:00', '+00:00', 'Europe/Oslo'), "
+                      "TIMEDIFF('2024-07-01 12:00:00', CONVERT_TZ('2024-07-01 12:00:00', @@time_zone, '+00:00')) - "
+                      "TIMEDIFF('2024-01-01 12:00:00', CONVERT_TZ('2024-01-01 12:00:00', @@time_zone, '+00:00'))")),
+        sl({"16777216|0|1|2024-10-27 02:30:00|10000"}));
     QVERIFY_DB(openSession(m_session, m_db->name()));
 }
 
-void TestSafetyNet::cleanupTestCase()
-{
-    m_session.close();
-    m_db.reset();
-}
-
 DbResult<QString> TestSafetyNet::copy(const QStringList &tables, const SafetySettings &settings,
-                                      const SafetyNet::Confirm &confirm)
+                                      const SafetyNet::Confirm &confirm, SafetyNet::Reach reach)
 {
     DatabaseSession reader;
     if (DbError e = m_session.openSibling(reader))
         return e;
-    return SafetyNet::writeTableCopy(reader, settings, qs("Save Table"), tables, confirm);
+    return SafetyNet::writeTableCopy(reader, settings, qs("Save Table"), tables, confirm, {}, reach);
 }
 
-DbResult<PutBack::Summary> TestSafetyNet::putBack(const QString &path)
+DbResult<PutBack::Summary> TestSafetyNet::putBack(const QString &path, int stopAfter)
 {
     auto info = SafetyCopy::readInfo(path);
     if (!info)
         return info.error();
-    NoProgress progress;
+    CountingProgress progress(stopAfter);
     SafetySettings settings;
     settings.folder = QFileInfo(path).absolutePath();
     return PutBack::putBack(m_session, *info, progress, settings, {});
@@ -91,273 +90,189 @@ DbResult<PutBack::Summary> TestSafetyNet::putBack(const QString &path)
 void TestSafetyNet::putBackRestoresExactly_data()
 {
     QTest::addColumn<QString>("engine");
+    QTest::addColumn<QString>("table"); // t: the awkward rows beside their case twin T; p: see below
+    QTest::addColumn<QString>("mode");  // the server's mode for new sessions; empty: its default
     QTest::addColumn<QStringList>("damage");
-    const QStringList damages[] = {
-        {qs("DELETE FROM t WHERE 1>0")},
-        {qs("DELETE FROM t WHERE 1>0"), qs("INSERT INTO t (id, name) VALUES (7, 'O')")},
-        {qs("UPDATE t SET name = 'wrong' WHERE name IS NULL OR name = ''")},
-        {qs("ALTER TABLE t DROP COLUMN note")},
-        {qs("ALTER TABLE t MODIFY name INT")},
-        {qs("DROP TABLE t")},
+    // Strict for every engine and without zero dates: a put-back that wrote in the session's
+    // own mode would lose the zero date and the key 0 of the awkward rows.
+    const QString strict = qs("STRICT_ALL_TABLES,NO_ZERO_DATE,NO_ZERO_IN_DATE,ERROR_FOR_DIVISION_BY_ZERO,"
+                              "NO_ENGINE_SUBSTITUTION");
+    const std::tuple<const char *, const char *, QStringList> damages[] = {
+        {"t", "rows deleted", {qs("DELETE FROM t WHERE 1>0")}},
+        {"t", "half rewritten", {qs("DELETE FROM t WHERE 1>0"), qs("INSERT INTO t (id, name) VALUES (7, 'O')")}},
+        {"t", "values replaced", {qs("UPDATE t SET name = 'wrong' WHERE name IS NULL OR name = ''")}},
+        {"t", "column dropped", {qs("ALTER TABLE t DROP COLUMN note")}},
+        {"t", "column retyped", {qs("ALTER TABLE t MODIFY name INT")}},
+        {"t", "table dropped", {qs("DROP TABLE t")}},
+        {"p", "decimal retyped", {qs("ALTER TABLE p MODIFY price DECIMAL(8,0)")}},
+        {"p", "column dropped", {qs("ALTER TABLE p DROP COLUMN price")}},
+        {"p", "rows and counter gone", {qs("DELETE FROM p WHERE id > 2"), qs("ALTER TABLE p AUTO_INCREMENT = 3")}},
+        {"p", "trigger dropped", {qs("DROP TRIGGER p_up"), qs("UPDATE p SET n = n + 5")}},
     };
-    const char *names[] = {"rows deleted",   "half rewritten", "values replaced",
-                           "column dropped", "column retyped", "table dropped"};
     for (const char *engine : {"MyISAM", "InnoDB"}) {
-        for (size_t i = 0; i < std::size(damages); ++i)
-            QTest::addRow("%s, %s", engine, names[i]) << qs(engine) << damages[i];
+        for (const auto &[table, name, damage] : damages)
+            QTest::addRow("%s, %s, %s", engine, table, name) << qs(engine) << qs(table) << QString() << damage;
+        QTest::addRow("%s, t, table dropped under a strict mode", engine)
+            << qs(engine) << qs("t") << strict << sl({"DROP TABLE t"});
     }
 }
 
+// The table p has triggers, an AUTO_INCREMENT of its own and (on InnoDB) a foreign key onto
+// itself and another table's pointing at it: it comes back as it was, its triggers silent while
+// its rows go in, and putting back the copy the put-back wrote gives the damaged table again. Each of t
+// and T goes back into its own table, whatever mode the server imposes on new sessions.
 void TestSafetyNet::putBackRestoresExactly()
 {
     QFETCH(QString, engine);
+    QFETCH(QString, table);
+    QFETCH(QString, mode);
     QFETCH(QStringList, damage);
+    const QString globalMode = m_db->rows(qs("SELECT @@GLOBAL.sql_mode")).value(0);
+    const auto restoreMode = qScopeGuard([&] {
+        (void)m_db->admin().execute(qs("SET GLOBAL sql_mode='%1'").arg(globalMode));
+        m_session.close();
+        (void)openSession(m_session, m_db->name());
+    });
+    if (!mode.isEmpty()) {
+        QVERIFY_DB(m_db->admin().execute(qs("SET GLOBAL sql_mode='%1'").arg(mode)));
+        m_session.close();
+        QVERIFY_DB(openSession(m_session, m_db->name()));
+    }
     ScratchSafety safety;
-    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), engine)));
-    const TableState before = tableState(*m_db, qs("t"));
-    QVERIFY(!before.checksum.isEmpty());
+    const bool awkward = table == qs("t");
+    QVERIFY_DB(m_db->run(
+        awkward
+            ? awkwardTable(qs("t"), engine) + awkwardTable(qs("T"), engine) +
+                  sl({"UPDATE `T` SET name = 'the upper twin' WHERE id = 1"})
+            : QStringList{
+                  qs("SET foreign_key_checks=0"), qs("DROP TABLE IF EXISTS c, p, plog"), qs("SET foreign_key_checks=1"),
+                  qs("CREATE TABLE plog (id INT AUTO_INCREMENT PRIMARY KEY, what VARCHAR(20)) ENGINE=") + engine,
+                  qs("CREATE TABLE p (id INT AUTO_INCREMENT PRIMARY KEY, price DECIMAL(8,2), n INT, up INT, CONSTRAINT "
+                     "p_parent FOREIGN KEY (up) REFERENCES p (id)) AUTO_INCREMENT=100 ENGINE=") +
+                      engine,
+                  qs("CREATE TABLE c (id INT PRIMARY KEY, p INT, CONSTRAINT c_p FOREIGN KEY (p) REFERENCES p (id)) "
+                     "ENGINE=") +
+                      engine,
+                  qs("INSERT INTO p VALUES (1, 12.34, 1, NULL), (2, 0.05, 2, NULL), (3, -99.99, NULL, 2)"),
+                  qs("INSERT INTO c VALUES (1, 1), (2, 2)"),
+                  qs("CREATE TRIGGER p_in AFTER INSERT ON p FOR EACH ROW INSERT INTO plog (what) VALUES ('insert')"),
+                  qs("CREATE TRIGGER p_up BEFORE UPDATE ON p FOR EACH ROW SET NEW.n = NEW.n * 2"),
+                  qs("CREATE TRIGGER p_up2 BEFORE UPDATE ON p FOR EACH ROW FOLLOWS p_up SET NEW.n = NEW.n + 1")}));
+    const auto states = [this] { return tableStates(*m_db, sl({"t", "T", "p", "plog"})); };
+    const QList<TableState> before = states();
+    const QStringList copied = awkward ? sl({"T", "t"}) : sl({"p"});
 
-    auto written = copy({qs("t"), qs("no_such_table")}, safety.settings());
+    auto written = copy(copied + sl({"no_such_table"}), safety.settings());
     QVERIFY_DB(written.error());
     auto info = SafetyCopy::readInfo(*written);
     QVERIFY_DB(info.error());
-    QCOMPARE(info->tables, sl({"t"}));
-    QCOMPARE(info->rows, 4);
+    QCOMPARE(info->tables, copied);
+    QCOMPARE(info->rows, awkward ? 8 : 3);
     QCOMPARE(info->database, m_db->name());
 
-    QVERIFY_DB(m_db->run(damage));
-    QVERIFY(tableState(*m_db, qs("t")) != before);
-    auto done = putBack(*written);
-    QVERIFY_DB(done.error());
-    QCOMPARE(done->tables, 1);
-    QCOMPARE(done->rows, 4);
-    QCOMPARE(tableState(*m_db, qs("t")), before);
-    // Nothing of the swap stays behind.
-    QCOMPARE(m_db->rows(qs("SHOW TABLES LIKE 'tabulon_putback%'")), QStringList());
-}
-
-void TestSafetyNet::foreignKeysSurvive()
-{
-    ScratchSafety safety;
-    QVERIFY_DB(m_db->run(
-        {qs("DROP TABLE IF EXISTS child, tree, parent"),
-         qs("CREATE TABLE parent (id INT PRIMARY KEY, name VARCHAR(10)) ENGINE=InnoDB"),
-         qs("CREATE TABLE child (id INT PRIMARY KEY, parent INT, CONSTRAINT kid_of FOREIGN KEY (parent) "
-            "REFERENCES parent (id) ON DELETE CASCADE) ENGINE=InnoDB"),
-         qs("CREATE TABLE tree (id INT PRIMARY KEY, up INT, CONSTRAINT tree_up FOREIGN KEY (up) REFERENCES tree (id)) "
-            "ENGINE=InnoDB"),
-         qs("INSERT INTO parent VALUES (1, 'a'), (2, 'b')"), qs("INSERT INTO child VALUES (10, 1), (20, 2)"),
-         qs("INSERT INTO tree VALUES (1, NULL), (2, 1), (3, 2)")}));
-    const TableState parent = tableState(*m_db, qs("parent"));
-    const TableState child = tableState(*m_db, qs("child"));
-    const TableState tree = tableState(*m_db, qs("tree"));
-
-    auto written = copy({qs("parent"), qs("child"), qs("tree")}, safety.settings());
-    QVERIFY_DB(written.error());
-    // The cascade empties the child as well; the tree loses its rows.
-    QVERIFY_DB(m_db->run({qs("DELETE FROM parent"), qs("SET foreign_key_checks=0"), qs("DELETE FROM tree"),
-                          qs("SET foreign_key_checks=1")}));
-    QVERIFY_DB(putBack(*written).error());
-    QCOMPARE(tableState(*m_db, qs("parent")), parent);
-    QCOMPARE(tableState(*m_db, qs("child")), child);
-    QCOMPARE(tableState(*m_db, qs("tree")), tree);
-    // The child's key still points at the parent put back, and still holds.
-    QCOMPARE(m_db->admin().execute(qs("INSERT INTO child VALUES (30, 99)")).serverCode, 1452);
-    QCOMPARE(m_db->admin().execute(qs("INSERT INTO tree VALUES (4, 99)")).serverCode, 1452);
-    // Put back without its child, the parent is replaced by name: the child's key finds it.
-    auto parentOnly = copy({qs("parent")}, safety.settings());
-    QVERIFY_DB(parentOnly.error());
-    QVERIFY_DB(m_db->run({qs("SET foreign_key_checks=0"), qs("DELETE FROM parent"), qs("SET foreign_key_checks=1")}));
-    QVERIFY_DB(putBack(*parentOnly).error());
-    QVERIFY_DB(m_db->admin().execute(qs("INSERT INTO child VALUES (40, 1)")));
-}
-
-void TestSafetyNet::hardTablePutBack_data()
-{
-    QTest::addColumn<QString>("engine");
-    QTest::addColumn<QStringList>("damage");
-    const QStringList damages[] = {
-        {qs("ALTER TABLE p MODIFY price DECIMAL(8,0)")},
-        {qs("ALTER TABLE p DROP COLUMN price")},
-        {qs("DELETE FROM p WHERE id > 2"), qs("ALTER TABLE p AUTO_INCREMENT = 3")},
-        {qs("DROP TRIGGER p_up"), qs("UPDATE p SET n = n + 5")},
-    };
-    const char *names[] = {"decimal retyped", "column dropped", "rows and counter gone", "trigger dropped"};
-    for (const char *engine : {"MyISAM", "InnoDB"}) {
-        for (size_t i = 0; i < std::size(damages); ++i)
-            QTest::addRow("%s, %s", engine, names[i]) << qs(engine) << damages[i];
-    }
-}
-
-// A table with triggers, an AUTO_INCREMENT of its own and (on InnoDB) another table's foreign
-// key pointing at it comes back as it was, its triggers silent while its rows go in; putting
-// back the copy the put-back wrote gives the damaged table again.
-void TestSafetyNet::hardTablePutBack()
-{
-    QFETCH(QString, engine);
-    QFETCH(QStringList, damage);
-    ScratchSafety safety;
-    QVERIFY_DB(m_db->run(
-        {qs("SET foreign_key_checks=0"), qs("DROP TABLE IF EXISTS c, p, plog"), qs("SET foreign_key_checks=1"),
-         qs("CREATE TABLE plog (id INT AUTO_INCREMENT PRIMARY KEY, what VARCHAR(20)) ENGINE=") + engine,
-         qs("CREATE TABLE p (id INT AUTO_INCREMENT PRIMARY KEY, price DECIMAL(8,2), n INT) AUTO_INCREMENT=100 "
-            "ENGINE=") +
-             engine,
-         qs("CREATE TABLE c (id INT PRIMARY KEY, p INT, CONSTRAINT c_p FOREIGN KEY (p) REFERENCES p (id)) ENGINE=") +
-             engine,
-         qs("INSERT INTO p VALUES (1, 12.34, 1), (2, 0.05, 2), (3, -99.99, NULL)"),
-         qs("INSERT INTO c VALUES (1, 1), (2, 2)"),
-         qs("CREATE TRIGGER p_in AFTER INSERT ON p FOR EACH ROW INSERT INTO plog (what) VALUES ('insert')"),
-         qs("CREATE TRIGGER p_up BEFORE UPDATE ON p FOR EACH ROW SET NEW.n = NEW.n * 2"),
-         qs("CREATE TRIGGER p_up2 BEFORE UPDATE ON p FOR EACH ROW FOLLOWS p_up SET NEW.n = NEW.n + 1")}));
-    const TableState before = tableState(*m_db, qs("p"));
-    const TableState log = tableState(*m_db, qs("plog"));
-    QCOMPARE(before.triggers.size(), 3);
-
-    auto written = copy({qs("p")}, safety.settings());
-    QVERIFY_DB(written.error());
-    QVERIFY_DB(m_db->run(damage));
-    const TableState damaged = tableState(*m_db, qs("p"));
+    QVERIFY_DB(m_db->run(damage + (awkward ? sl({"DELETE FROM `T` WHERE id > 0"}) : QStringList())));
+    const QList<TableState> damaged = states();
     QVERIFY(damaged != before);
     auto done = putBack(*written);
     QVERIFY_DB(done.error());
-    QCOMPARE(tableState(*m_db, qs("p")), before);
-    QCOMPARE(tableState(*m_db, qs("plog")), log);
+    QCOMPARE(done->tables, copied.size());
+    QCOMPARE(done->rows, info->rows);
+    QCOMPARE(states(), before);
     QCOMPARE(done->notes, QStringList());
+    // Nothing of the swap stays behind.
     QCOMPARE(m_db->rows(qs("SHOW TABLES LIKE 'tabulon_putback%'")), QStringList());
+    if (awkward)
+        return;
     if (engine == qs("InnoDB")) {
+        // Its own key holds again, and c's key finds the table put back, not the one it replaced.
+        QCOMPARE(m_db->admin().execute(qs("INSERT INTO p (up) VALUES (99)")).serverCode, 1452);
         QCOMPARE(m_db->admin().execute(qs("INSERT INTO c VALUES (3, 99)")).serverCode, 1452);
         QCOMPARE(m_db->admin().execute(qs("DELETE FROM p WHERE id = 1")).serverCode, 1451);
     }
-
     // Putting back the wrong copy loses nothing: the put-back kept what it replaced.
-    QVERIFY(!done->undoCopy.isEmpty());
     const auto undo = SafetyCopy::readInfo(done->undoCopy);
     QVERIFY_DB(undo.error());
     QCOMPARE(undo->tables, sl({"p"}));
     QVERIFY_DB(putBack(done->undoCopy).error());
-    QCOMPARE(tableState(*m_db, qs("p")), damaged);
+    QCOMPARE(states(), damaged);
 }
 
-void TestSafetyNet::viewOfSameNameRefused()
+void TestSafetyNet::refusedPutBackChangesNothing_data()
 {
-    ScratchSafety safety;
-    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("MyISAM"))));
-    auto written = copy({qs("t")}, safety.settings());
-    QVERIFY_DB(written.error());
-    QVERIFY_DB(m_db->run({qs("DROP TABLE t"), qs("CREATE VIEW t AS SELECT 1 AS one")}));
-    const auto done = putBack(*written);
-    QVERIFY(!done);
-    QVERIFY2(done.error().description.contains(qs("t is a view")), qPrintable(done.error().description));
-    QCOMPARE(m_db->rows(qs("SELECT * FROM t")), sl({"1"}));
-    QCOMPARE(SafetyNet::listCopies(safety.settings().folder).size(), 1);
-    QVERIFY_DB(m_db->run({qs("DROP VIEW t")}));
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QString>("told"); // empty: the copy's path
+    QTest::newRow("a view took the table's name") << qs("view") << qs("t is a view");
+    // Stopped after its first table, a put-back says which tables went back and which did not.
+    QTest::newRow("stopped after the first table") << qs("stop") << qs("Put back: t.\nNot put back: u.");
+    // One byte changed at the end of the body, a megabyte past the first table's rows: not even
+    // the first table goes in.
+    QTest::newRow("a byte changed past the first table") << qs("byte") << QString();
 }
 
-// Stopped after its first table, a put-back says which tables went back and which did not.
-void TestSafetyNet::stoppedPutBackSaysWhat()
+// A put-back that cannot go on leaves each table as it found it (or, stopped, as the copy
+// holds it), nothing of its swap behind, and says why.
+void TestSafetyNet::refusedPutBackChangesNothing()
 {
+    QFETCH(QString, fault);
+    QFETCH(QString, told);
     ScratchSafety safety;
-    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("InnoDB")) + awkwardTable(qs("u"), qs("MyISAM"))));
-    const TableState t = tableState(*m_db, qs("t"));
+    QVERIFY_DB(m_db->run(sl({"DROP VIEW IF EXISTS t"}) + awkwardTable(qs("t"), qs("InnoDB")) +
+                         sl({"DROP TABLE IF EXISTS u", "CREATE TABLE u (a LONGTEXT) ENGINE=MyISAM",
+                             "INSERT INTO u VALUES (REPEAT('ab', 500000))"})));
+    const TableState original = tableState(*m_db, qs("t"));
     auto written = copy({qs("t"), qs("u")}, safety.settings());
     QVERIFY_DB(written.error());
-    QVERIFY_DB(m_db->run({qs("DELETE FROM t"), qs("DELETE FROM u")}));
-    const TableState u = tableState(*m_db, qs("u"));
-    auto info = SafetyCopy::readInfo(*written);
-    QVERIFY_DB(info.error());
-    CountingProgress progress(1);
-    const auto done = PutBack::putBack(m_session, *info, progress, safety.settings(), {});
+    QVERIFY_DB(m_db->run(fault == qs("view") ? sl({"DROP TABLE t", "CREATE VIEW t AS SELECT 1 AS one"})
+                                             : sl({"DELETE FROM t WHERE id = 9", "DELETE FROM u"})));
+    const QList<TableState> expected{fault == qs("stop") ? original : tableState(*m_db, qs("t")),
+                                     tableState(*m_db, qs("u"))};
+    if (fault == qs("byte")) {
+        QFile file(*written);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        const qint64 at = file.readAll().lastIndexOf("{") - 2;
+        char byte = 0;
+        QVERIFY(file.seek(at) && file.getChar(&byte) && file.seek(at) && file.putChar(static_cast<char>(byte ^ 0x55)));
+    }
+    const auto done = putBack(*written, fault == qs("stop") ? 1 : 0);
     QVERIFY(!done);
     const QString text = done.error().description;
-    QVERIFY2(text.contains(qs("Put back: t.\nNot put back: u.")) && text.contains(qs("as they were before")),
-             qPrintable(text));
-    QCOMPARE(tableState(*m_db, qs("t")), t);
-    QCOMPARE(tableState(*m_db, qs("u")), u);
-}
-
-void TestSafetyNet::failedPutBackLeavesTableAlone()
-{
-    ScratchSafety safety;
-    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("InnoDB"))));
-    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS t2"), qs("CREATE TABLE t2 (a LONGTEXT)"),
-                          qs("INSERT INTO t2 VALUES (REPEAT('ab', 500000))")}));
-    auto written = copy({qs("t"), qs("t2")}, safety.settings());
-    QVERIFY_DB(written.error());
-    QVERIFY_DB(m_db->run({qs("DELETE FROM t WHERE id = 9")}));
-    const TableState damaged = tableState(*m_db, qs("t"));
-    // One byte changed at the end of the body, a megabyte past the first table's rows: not even the
-    // first table goes in.
-    QFile file(*written);
-    QVERIFY(file.open(QIODevice::ReadWrite));
-    const qint64 at = file.readAll().lastIndexOf("{") - 2;
-    char byte = 0;
-    QVERIFY(file.seek(at) && file.getChar(&byte) && file.seek(at) && file.putChar(static_cast<char>(byte ^ 0x55)));
-    file.close();
-    const auto done = putBack(*written);
-    QVERIFY(!done);
-    QVERIFY2(done.error().description.contains(*written), qPrintable(done.error().description));
-    QCOMPARE(tableState(*m_db, qs("t")), damaged);
+    QVERIFY2(text.contains(told.isEmpty() ? *written : told), qPrintable(text));
+    QVERIFY2(fault != qs("stop") || text.contains(qs("as they were before")), qPrintable(text));
+    QCOMPARE(tableStates(*m_db, sl({"t", "u"})), expected);
     QCOMPARE(m_db->rows(qs("SHOW TABLES LIKE 'tabulon_putback%'")), QStringList());
+    if (fault == qs("view")) // refused before it copied what it would replace
+        QCOMPARE(SafetyNet::listCopies(safety.settings().folder).size(), 1);
+    QVERIFY_DB(m_db->run({qs("DROP VIEW IF EXISTS t")}));
 }
 
-void TestSafetyNet::copyFormRefusesDamage()
+// Cut anywhere, or any byte changed in the header (tables, command, database, time) or the
+// trailer, a copy is neither read nor listed.
+void TestSafetyNet::damagedCopyUnreadable()
 {
     ScratchSafety safety;
     QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("MyISAM"))));
     auto written = copy({qs("t")}, safety.settings());
     QVERIFY_DB(written.error());
-    QFile file(*written);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    const QByteArray whole = file.readAll();
-    file.close();
-    // Cut anywhere, the copy is not listed and not read.
-    for (const qsizetype keep : {qsizetype(0), qsizetype(10), whole.size() / 2, whole.size() - 1}) {
-        QFile out(*written);
-        QVERIFY(out.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        out.write(whole.left(keep));
-        out.close();
-        QVERIFY2(!SafetyCopy::readInfo(*written), qPrintable(QString::number(keep)));
-        QVERIFY(SafetyNet::listCopies(safety.settings().folder).isEmpty());
-    }
-}
-
-// Any byte changed in the header (tables, command, database, time) or the trailer makes the
-// copy unreadable, as one changed in the body does.
-void TestSafetyNet::headerAndTrailerChecked()
-{
-    ScratchSafety safety;
-    QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS r1, r3"), qs("CREATE TABLE r1 (a INT)"),
-                          qs("CREATE TABLE r3 (a INT)"), qs("INSERT INTO r1 VALUES (1)")}));
-    auto written = copy({qs("r1")}, safety.settings());
-    QVERIFY_DB(written.error());
-    QFile file(*written);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    const QByteArray whole = file.readAll();
-    file.close();
+    const QByteArray whole = read(*written);
     const qsizetype headerEnd = whole.indexOf("}") + 5; // the JSON header and its checksum
-    QVERIFY(headerEnd > 40);
     const qsizetype trailerStart = whole.lastIndexOf("{");
-    QVERIFY(trailerStart > headerEnd);
-    QList<qsizetype> positions;
-    for (qsizetype i = 0; i < headerEnd; ++i)
-        positions << i;
-    for (qsizetype i = trailerStart; i < whole.size(); ++i)
-        positions << i;
-    QStringList accepted;
-    for (const qsizetype at : positions) {
+    QVERIFY(headerEnd > 40 && trailerStart > headerEnd);
+    QList<QByteArray> damaged;
+    for (const qsizetype keep : {qsizetype(0), qsizetype(10), whole.size() / 2, whole.size() - 1})
+        damaged << whole.left(keep);
+    for (qsizetype at = 0; at < whole.size(); at = at + 1 == headerEnd ? trailerStart : at + 1) {
         for (const char flip : {char(0x01), char(0x02), char(0x80)}) {
-            QByteArray changed = whole;
-            changed[at] = static_cast<char>(changed[at] ^ flip);
-            QFile out(*written);
-            QVERIFY(out.open(QIODevice::WriteOnly | QIODevice::Truncate));
-            out.write(changed);
-            out.close();
-            if (SafetyCopy::readInfo(*written))
-                accepted << QString::number(at);
+            damaged << whole;
+            damaged.last()[at] = static_cast<char>(whole[at] ^ flip);
         }
     }
-    QCOMPARE(accepted, QStringList());
+    qsizetype accepted = 0;
+    for (const QByteArray &bytes : std::as_const(damaged)) {
+        write(*written, bytes);
+        if (SafetyCopy::readInfo(*written) || !SafetyNet::listCopies(safety.settings().folder).isEmpty())
+            ++accepted;
+    }
+    QCOMPARE(accepted, 0);
 }
 
 // Two programs sharing one safety folder, writing to the same name at the same moment: the
@@ -408,11 +323,7 @@ void TestSafetyNet::settingsRead()
     QFETCH(QString, expected);
     QTemporaryDir dir;
     const QString ini = dir.filePath(qs("settings.ini"));
-    {
-        QFile f(ini);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write((qs("[Software]\nCorvane\\Tabulon\\") + name + QLatin1Char('=') + text + QLatin1Char('\n')).toUtf8());
-    }
+    write(ini, (qs("[Software]\nCorvane\\Tabulon\\") + name + u'=' + text + u'\n').toUtf8());
     const QString before = SafetySettings::storePath();
     SafetySettings::useStore(ini);
     const auto read = SafetySettings::read();
@@ -439,44 +350,38 @@ void TestSafetyNet::filesPutBack()
 {
     ScratchSafety safety;
     const QString folder = safety.dir.filePath(qs("data"));
-    QVERIFY(QDir().mkpath(folder));
+    const auto file = [&folder](const char *name) { return QDir(folder).filePath(qs(name)); };
     QByteArray bytes(3 * 1024 * 1024 + 7, Qt::Uninitialized);
     for (qsizetype i = 0; i < bytes.size(); ++i)
         bytes[i] = static_cast<char>((i * 7919) >> 3);
-    const auto write = [&folder](const char *name, const QByteArray &content) {
-        QFile f(QDir(folder).filePath(qs(name)));
-        return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(content) == content.size();
-    };
-    QVERIFY(write("bill.MYD", bytes));
-    QVERIFY(write("bill.MYI", QByteArray()));
+    write(file("bill.MYD"), bytes);
+    write(file("bill.MYI"), QByteArray());
     auto written = SafetyNet::writeFileCopy(safety.settings(), qs("Check Tables Replace"), m_db->name(), folder,
                                             {qs("bill.MYD"), qs("bill.MYI"), qs("bill.frm")}, {});
     QVERIFY_DB(written.error());
-    QVERIFY(write("bill.MYD", "other"));
-    QVERIFY(write("bill.MYI", "other"));
-    QVERIFY(write("bill.frm", "new"));
+    write(file("bill.MYD"), "other");
+    write(file("bill.MYI"), "other");
+    write(file("bill.frm"), "new");
     auto done = putBack(*written);
     QVERIFY_DB(done.error());
     QCOMPARE(done->tables, 3);
-    QFile myd(QDir(folder).filePath(qs("bill.MYD")));
-    QVERIFY(myd.open(QIODevice::ReadOnly));
-    QVERIFY(myd.readAll() == bytes);
-    QCOMPARE(QFileInfo(QDir(folder).filePath(qs("bill.MYI"))).size(), 0);
-    QVERIFY(!QFileInfo::exists(QDir(folder).filePath(qs("bill.frm"))));
+    QVERIFY(read(file("bill.MYD")) == bytes);
+    QCOMPARE(read(file("bill.MYI")), QByteArray());
+    QVERIFY(!QFileInfo::exists(file("bill.frm")));
 
     // A disk that fills while a file goes back leaves the file as it is now, not cut short.
-    QVERIFY(write("bill.MYI", QByteArray(8 * 1024, 'i')));
+    write(file("bill.MYI"), QByteArray(8 * 1024, 'i'));
     written = SafetyNet::writeFileCopy(safety.settings(), qs("Check Tables Replace"), m_db->name(), folder,
                                        {qs("bill.MYI")}, {});
     QVERIFY_DB(written.error());
-    QVERIFY(write("bill.MYI", "now"));
+    write(file("bill.MYI"), "now");
     {
         const FileSizeLimit limit(4096);
         QVERIFY(limit.isSet());
         done = putBack(*written);
     }
     QVERIFY(!done);
-    QCOMPARE(read(QDir(folder).filePath(qs("bill.MYI"))), QByteArray("now"));
+    QCOMPARE(read(file("bill.MYI")), QByteArray("now"));
 }
 
 void TestSafetyNet::oldestCopiesGo()
@@ -521,31 +426,6 @@ void TestSafetyNet::oldestCopiesGo()
     QCOMPARE(SafetyNet::listCopies(settings.folder).size(), 2);
 }
 
-void TestSafetyNet::unwritableFolderStops()
-{
-    ScratchSafety safety;
-    QVERIFY_DB(m_db->run(awkwardTable(qs("t"), qs("MyISAM"))));
-    // A file where the folder, or a folder above it, should be: no folder can be made there,
-    // whoever runs the tests (root writes through permission bits).
-    const QString plainFile = safety.dir.filePath(qs("plain-file"));
-    QFile plain(plainFile);
-    QVERIFY(plain.open(QIODevice::WriteOnly));
-    QCOMPARE(plain.write("kept"), 4);
-    plain.close();
-    for (const QString &folder : QStringList{plainFile, plainFile + qs("/copies")}) {
-        SafetySettings settings = safety.settings();
-        settings.folder = folder;
-        const auto written = copy({qs("t")}, settings);
-        QVERIFY(!written);
-        QVERIFY(written.error().isFileError());
-        QVERIFY2(SafetyNet::failureText(written.error()).contains(settings.folder),
-                 qPrintable(written.error().description));
-        QVERIFY(SafetyNet::listCopies(settings.folder).isEmpty());
-    }
-    QVERIFY(plain.open(QIODevice::ReadOnly));
-    QCOMPARE(plain.readAll(), QByteArray("kept"));
-}
-
 void TestSafetyNet::tooBigTableAsks()
 {
     ScratchSafety safety;
@@ -554,11 +434,11 @@ void TestSafetyNet::tooBigTableAsks()
     QVERIFY_DB(m_db->run({qs("DROP TABLE IF EXISTS big"), qs("CREATE TABLE big (b LONGBLOB) ENGINE=MyISAM"),
                           qs("INSERT INTO big VALUES (REPEAT('x', 1536 * 1024))")}));
     QStringList asked;
-    const auto no = copy({qs("big")}, settings, [&asked](const QString &q) {
-        asked << q;
+    const auto refuse = [&asked](const QString &question) {
+        asked << question;
         return false;
-    });
-    QVERIFY(!no);
+    };
+    QVERIFY(!copy({qs("big")}, settings, refuse));
     QCOMPARE(asked.size(), 1);
     QVERIFY2(asked.first().contains(qs("big")) && asked.first().contains(qs("1 MB")), qPrintable(asked.first()));
     const auto yes = copy({qs("big")}, settings, [](const QString &) { return true; });
@@ -578,98 +458,56 @@ void TestSafetyNet::tooBigTableAsks()
                           qs("INSERT INTO half VALUES (REPEAT('x', 600 * 1024))"), qs("DELETE FROM big"),
                           qs("INSERT INTO big VALUES (REPEAT('x', 600 * 1024))")}));
     asked.clear();
-    const auto both = copy({qs("big"), qs("half")}, settings, [&asked](const QString &q) {
-        asked << q;
-        return false;
-    });
-    QVERIFY(!both);
+    QVERIFY(!copy({qs("big"), qs("half")}, settings, refuse));
     QCOMPARE(asked.size(), 1);
     QVERIFY2(asked.first().contains(qs("big, half")), qPrintable(asked.first()));
     QCOMPARE(SafetyNet::listCopies(settings.folder).size(), 1);
 }
 
-// Names as the server reads them: a view stands for its tables, `Foo` and `foo` are two
-// tables, and otherdb.keep is a table of another database, not a missing one.
-void TestSafetyNet::viewsTwinsAndQualifiedNames()
+// Names as the server reads them: a view stands for its tables, and otherdb.keep is a table of
+// another database, not a missing one.
+void TestSafetyNet::viewsAndQualifiedNames()
 {
     ScratchSafety safety;
     ScratchDatabase other(qs("safetyother"));
     QVERIFY_DB(other.error());
     QVERIFY_DB(
-        m_db->run({qs("DROP VIEW IF EXISTS v, vv"), qs("DROP TABLE IF EXISTS base, Foo, foo"),
+        m_db->run({qs("DROP VIEW IF EXISTS v, vv"), qs("DROP TABLE IF EXISTS base"),
                    qs("CREATE TABLE base (id INT PRIMARY KEY, name VARCHAR(10), secret VARCHAR(10))"),
                    qs("INSERT INTO base VALUES (1, 'a', 's1'), (2, 'b', 's2')"),
-                   qs("CREATE VIEW v AS SELECT b.id, b.name FROM base b"), qs("CREATE VIEW vv AS SELECT id FROM v"),
-                   qs("CREATE TABLE Foo (a INT)"), qs("CREATE TABLE foo (a INT)"), qs("INSERT INTO Foo VALUES (1)"),
-                   qs("INSERT INTO foo VALUES (2), (3)")}));
+                   qs("CREATE VIEW v AS SELECT b.id, b.name FROM base b"), qs("CREATE VIEW vv AS SELECT id FROM v")}));
     QVERIFY_DB(other.run({qs("CREATE TABLE keep (a INT)"), qs("INSERT INTO keep VALUES (1)")}));
-    const auto whole = [&](const QStringList &tables) {
-        DatabaseSession reader;
-        if (DbError e = m_session.openSibling(reader))
-            return DbResult<QString>(e);
-        return SafetyNet::writeTableCopy(reader, safety.settings(), qs("Save Table"), tables, {});
-    };
-    const auto rows = [&](const QStringList &tables) {
-        DatabaseSession reader;
-        if (DbError e = m_session.openSibling(reader))
-            return DbResult<QString>(e);
-        return SafetyNet::writeTableCopy(reader, safety.settings(), qs("Replace"), tables, {}, {},
-                                         SafetyNet::Reach::Rows);
-    };
     for (const char *view : {"v", "vv"}) {
         const auto listed = SafetyNet::listCopies(safety.settings().folder).size();
-        const auto refused = whole({qs(view)});
+        const auto refused = copy({qs(view)}, safety.settings());
         QVERIFY(!refused);
         QVERIFY2(refused.error().description.contains(qs(view) + qs(", which is a view of the table(s) base:")),
                  qPrintable(refused.error().description));
         QCOMPARE(SafetyNet::listCopies(safety.settings().folder).size(), listed);
-        const auto written = rows({qs(view)});
+        const auto written = copy({qs(view)}, safety.settings(), {}, SafetyNet::Reach::Rows);
         QVERIFY_DB(written.error());
         const auto info = SafetyCopy::readInfo(written.value());
         QVERIFY_DB(info.error());
         QCOMPARE(info->tables, sl({"base"}));
         QCOMPARE(info->rows, 2);
     }
-    const auto twins = whole({qs("Foo"), qs("foo")});
-    QVERIFY_DB(twins.error());
-    const auto info = SafetyCopy::readInfo(twins.value());
-    QVERIFY_DB(info.error());
-    QCOMPARE(info->tables, sl({"Foo", "foo"}));
-    QCOMPARE(info->rows, 3);
-
     const QString keep = other.name() + qs(".keep");
-    const auto elsewhere = whole({keep});
+    const auto elsewhere = copy({keep}, safety.settings());
     QVERIFY(!elsewhere);
     QVERIFY2(elsewhere.error().description.contains(qs("of database ") + other.name()),
              qPrintable(elsewhere.error().description));
-    QVERIFY_DB(whole({qs("nodb.nothing")}).error()); // nothing there, nothing to lose
+    QVERIFY_DB(copy({qs("nodb.nothing")}, safety.settings()).error()); // nothing there, nothing to lose
 }
 
-// clang-format off
-void TestSafetyNet::literals_data()
+// How each kind of value is written is proven by the put-backs above; a number column's text
+// that is no number is still written quoted, never as part of the statement.
+void TestSafetyNet::numberThatIsNoNumberQuoted()
 {
-    QTest::addColumn<QByteArray>("value");
-    QTest::addColumn<bool>("isNull");
-    QTest::addColumn<int>("form");
-    QTest::addColumn<QByteArray>("expected");
-    QTest::newRow("null") << QByteArray() << true << int(CopyValueForm::Text) << QByteArray("NULL");
-    QTest::newRow("empty text") << QByteArray("") << false << int(CopyValueForm::Text) << QByteArray("''");
-    QTest::newRow("quote") << QByteArray("a'b\\") << false << int(CopyValueForm::Text) << QByteArray("'a\\'b\\\\'");
-    QTest::newRow("binary") << QByteArray("\0'\xff", 3) << false << int(CopyValueForm::Binary) << QByteArray("X'0027ff'");
-    QTest::newRow("empty binary") << QByteArray("") << false << int(CopyValueForm::Binary) << QByteArray("X''");
-    QTest::newRow("bit") << QByteArray("21") << false << int(CopyValueForm::Number) << QByteArray("21");
-    QTest::newRow("not a number") << QByteArray("2 OR 1") << false << int(CopyValueForm::Number) << QByteArray("'2 OR 1'");
-}
-// clang-format on
-
-void TestSafetyNet::literals()
-{
-    QFETCH(QByteArray, value);
-    QFETCH(bool, isNull);
-    QFETCH(int, form);
-    QFETCH(QByteArray, expected);
-    const std::optional<QByteArrayView> cell = isNull ? std::nullopt : std::optional<QByteArrayView>(value);
-    QCOMPARE(CopySql::literal(cell, static_cast<CopyValueForm>(form), SessionSql::escapeDefault), expected);
+    const auto number = [](const char *text) {
+        return CopySql::literal(QByteArrayView(text), CopyValueForm::Number, SessionSql::escapeDefault);
+    };
+    QCOMPARE(number("21"), QByteArray("21"));
+    QCOMPARE(number("2 OR 1"), QByteArray("'2 OR 1'"));
 }
 
 QTEST_GUILESS_MAIN(TestSafetyNet)

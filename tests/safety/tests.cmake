@@ -5,4 +5,3 @@ tabulon_add_test(test_safetyhooks safety/test_safetyhooks.cpp
     LIBS tabulon_safety tabulon_data tabulon_structure tabulon_backup tabulon_maintenance tabulon_import tabulon_app
          tabulon_testoperator)
 target_compile_definitions(test_safetyhooks PRIVATE TABULON_FIXTURES_DIR="${PROJECT_SOURCE_DIR}/tests/fixtures")
-tabulon_add_test(test_serverdefaults safety/test_serverdefaults.cpp LIBS tabulon_safety_logic)
