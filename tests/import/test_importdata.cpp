@@ -29,22 +29,12 @@
 #include <QTest>
 #include <QTimer>
 
-#include <numeric>
 #include <thread>
 
 using namespace tabulon;
 using namespace tabulon::test;
 
 namespace {
-
-// A plan that copies every field of the one table of `source` into the new table "imported".
-Import::Plan intoNewTable(const MemorySource &source)
-{
-    const SourceTable &t = source.tables[0];
-    std::vector<int> all(t.fields.size());
-    std::iota(all.begin(), all.end(), 0);
-    return {t.name, qs("imported"), true, Import::newTableMapping(t.fields, all)};
-}
 
 // A plan that copies the first field of the one table of `source` into the column n of "clients".
 Import::Plan intoClients(const MemorySource &source)
@@ -271,7 +261,9 @@ void TestImportData::copiesRowsIntoANewTable()
            {v("x2"), v("refused"), v(nullptr), v("True"), v(nullptr)},
            {v("3"), v(nullptr), v("12:30:00 AM"), v(nullptr), v(nullptr)}}}});
     NoProgress progress;
-    const Import::Outcome outcome = Import::run(source, *m_main->session(), intoNewTable(source), progress, {});
+    const Import::Plan plan{qs("Client List"), qs("imported"), true,
+                            Import::newTableMapping(source.tables[0].fields, {0, 1, 2, 3, 4})};
+    const Import::Outcome outcome = Import::run(source, *m_main->session(), plan, progress, {});
     QVERIFY_DB(outcome.error);
     QCOMPARE(outcome.copied, 2);
     QCOMPARE(
