@@ -92,7 +92,7 @@ why: the write session mode takes backslashes literally, as the statements are b
 
 @ conversion-write-mode
 file: src/convert/databaseconversion.cpp
-tests: test_convertdb:valuesTravelAsTypedAndTheModeComesBack
+tests: test_convertdb:runsFromSourceTables
 why: the conversion writes under the write session mode
 -     const WriteSessionMode mode(session);
 + 

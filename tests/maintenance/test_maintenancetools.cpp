@@ -42,8 +42,8 @@ private Q_SLOTS:
     void init();
     void cleanup() { closeMain(); } // the tools are children of the main window and go with it
 
-    void namedFile_data();
-    void namedFile();
+    void rules_data();
+    void rules();
     void checkFindings();
     void longStatementsOutlastTheReadTimeout_data();
     void longStatementsOutlastTheReadTimeout();
@@ -93,27 +93,27 @@ DbError TestMaintenanceTools::damageIndex()
     return {};
 }
 
+// The file a check's message names, and the folder of a database's files.
 // One row per line reads best here.
 // clang-format off
-void TestMaintenanceTools::namedFile_data()
+void TestMaintenanceTools::rules_data()
 {
-    QTest::addColumn<QString>("table");
-    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("actual");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("file in quotes") << "bill" << "Index for table './orvita/bill.MYI' is corrupt; try to repair it" << "bill.MYI";
-    QTest::newRow("other case in message") << "BILL" << "Can't find file: './x/bill.MYI' (errno: 2)" << "bill.MYI";
-    QTest::newRow("name not in message") << "bill" << "Corrupt" << "bill";
-    QTest::newRow("no quote after name") << "bill" << "Table bill is marked as crashed" << "bill";
-    QTest::newRow("quote only before name") << "bill" << "'x' bill" << "bill";
-    QTest::newRow("first occurrence wins") << "bill" << "bill_old and 'bill.MYD'" << "bill_old and ";
+    QTest::newRow("named file: file in quotes") << TableCheck::namedFile(qs("bill"), qs("Index for table './orvita/bill.MYI' is corrupt; try to repair it")) << qs("bill.MYI");
+    QTest::newRow("named file: other case in message") << TableCheck::namedFile(qs("BILL"), qs("Can't find file: './x/bill.MYI' (errno: 2)")) << qs("bill.MYI");
+    QTest::newRow("named file: name not in message") << TableCheck::namedFile(qs("bill"), qs("Corrupt")) << qs("bill");
+    QTest::newRow("named file: no quote after name") << TableCheck::namedFile(qs("bill"), qs("Table bill is marked as crashed")) << qs("bill");
+    QTest::newRow("named file: quote only before name") << TableCheck::namedFile(qs("bill"), qs("'x' bill")) << qs("bill");
+    QTest::newRow("named file: first occurrence wins") << TableCheck::namedFile(qs("bill"), qs("bill_old and 'bill.MYD'")) << qs("bill_old and ");
+    QTest::newRow("database folder") << TableCheck::databaseFolder(qs("/var/lib/mysql/"), qs("Orvita")) << qs("/var/lib/mysql/Orvita/");
 }
 // clang-format on
 
-void TestMaintenanceTools::namedFile()
+void TestMaintenanceTools::rules()
 {
-    QFETCH(QString, table);
-    QFETCH(QString, message);
-    QTEST(TableCheck::namedFile(table, message), "expected");
+    QFETCH(QString, actual);
+    QTEST(actual, "expected");
 }
 
 // A damaged table and its repair are checked through the windows, below.
@@ -184,8 +184,6 @@ void TestMaintenanceTools::replaceFiles()
     QVERIFY(failures.first().isFileError());
     QVERIFY(failures.first().description.contains(qs("good/v.MYI")));
     QCOMPARE(QDir(data + qs("/bad")).entryList(QDir::Files), sl({"t.MYI", "u.MYD", "v.MYI"}));
-
-    QCOMPARE(TableCheck::databaseFolder(qs("/var/lib/mysql/"), qs("Orvita")), qs("/var/lib/mysql/Orvita/"));
 }
 
 void TestMaintenanceTools::checkFindsDamageAndReplaceMendsIt()
