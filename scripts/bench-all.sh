@@ -586,7 +586,8 @@ if wanted search; then
     row "Search all tables for $what" "$work/search.ours" 'mariadb --batch --quick | grep -cF > file, per table' \
       "$work/search.peer" "≤ 1.0" "$demo_bytes"
     out="$work/search.ours.stdout"
-    notes+=("Search for $what: $(sed -n 's/^statements=//p' "$out") statements, $(sed -n 's/^hits=//p' "$out" | awk '{ print $1, ($1 == 1 ? "hit" : "hits") }');\
+    notes+=("Search for $what: $(sed -n 's/^statements=//p' "$out") statements, $(sed -n 's/^hits=//p' "$out" | awk '{ print $1, ($1 == 1 ? "hit" : "hits") }')\
+$(sed -n 's/^hit=//p' "$out" | sort | uniq -c | awk '{ n = $1; sub(/^ *[0-9]+ /, ""); printf "%s %s (%d)", (NR == 1 ? " in" : ","), $0, n }');\
  the program's own processor time was $(sed -n 's/^program_cpu_ms=//p' "$out") ms of a\
  $(sed -n 's/^search_ms=//p' "$out") ms search ($(awk -v c="$(sed -n 's/^program_cpu_ms=//p' "$out")" \
       -v s="$(sed -n 's/^search_ms=//p' "$out")" 'BEGIN { printf "%.1f", (s > 0 ? 100 * c / s : 0) }') %, goal < 5 %);\
