@@ -22,7 +22,7 @@
 #
 # Environment: BENCH_CLIENTS (demo clients of the search and the backup, 100000), BENCH_ROWS (grid
 # table rows, 1000000), BENCH_SAVE_ROWS (rows of the InnoDB table that Save Table and the table
-# restore rewrite, 20000), BENCH_MYISAM_ROWS (the same on MyISAM, 100000), BENCH_RESTORE_CLIENTS
+# restore rewrite, 10000), BENCH_MYISAM_ROWS (the same on MyISAM, 100000), BENCH_RESTORE_CLIENTS
 # (demo clients of the database restore, 1000), BENCH_RUNS (5, no fewer), BENCH_SLOW_RUNS (runs of
 # the backup and the database restore; BENCH_RUNS, no fewer than 5), BENCH_PORT (13408),
 # BENCH_BUILD (build, where the test command builds), BENCH_REPORT (docs/benchmarks.md; "-" for
@@ -49,7 +49,7 @@ if [ "$big" = 1 ]; then
   BENCH_ONLY=grid
   BENCH_REPORT=${BENCH_REPORT:-$root/docs/benchmarks-big.md}
 fi
-save_rows=${BENCH_SAVE_ROWS:-20000}
+save_rows=${BENCH_SAVE_ROWS:-10000}
 myisam_rows=${BENCH_MYISAM_ROWS:-100000}
 restore_clients=${BENCH_RESTORE_CLIENTS:-1000}
 runs=${BENCH_RUNS:-5}
