@@ -560,7 +560,8 @@ EOF
   notes+=("Conversion: the file holds $file_rows rows (mdb-count); Tabulon kept $kept_ours, the peer $kept_peer\
  (COUNT(*) over every table); time per row kept against the peer's: $per_row. The peer's errors over its $runs runs:\
  $(wc -l <"$work/convert.peer.errors") lines in convert.peer.errors; the messages Tabulon's conversion showed in its\
- last run: $(cut -d' ' -f4 <"$work/convert.ours.stdout").")
+ last run: $(head -1 "$work/convert.ours.stdout" | cut -d' ' -f4)$(sed -n 's/^message=//p' "$work/convert.ours.stdout" |
+    awk '{ printf "%s\"%s\"", (NR == 1 ? ": " : "; "), $0 }').")
   "${client[@]}" -e "DROP DATABASE IF EXISTS bench_convert_0; DROP DATABASE IF EXISTS bench_peer"
 fi
 
