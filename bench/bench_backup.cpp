@@ -1,18 +1,25 @@
 // Backs up tables into the day's archive, or restores them from one, through the same logic
 // the backup and restore windows run, and prints the time taken and the process's peak memory.
-// TABLES is one name or several separated by commas. The restore goes on past a refused row
-// (a value with a quote breaks its own statement) and counts them, as the operator would see
-// them one by one.
+// TABLES is one name or several separated by commas.
+//
+// The restore takes the window's steps: the check of the tables against their files, the
+// exact-value check of every file, whose question (when it has one) is answered Yes, so that a
+// row the usual values would change goes with exact values, then the write mode and, per table,
+// the existence test, the fit of the file, the delete and the inserts (one transaction on
+// InnoDB). A refused row is counted and the restore goes on, as the operator would see them one
+// by one. It prints the rows the check found for exact values and the rows refused.
 //
 //   bench_backup backup  SERVER DATABASE TABLES FOLDER
 //   bench_backup restore SERVER DATABASE TABLES ARCHIVE
 #include "backup/backuparchive.h"
+#include "backup/restorecheck.h"
 #include "backup/tablebackup.h"
 #include "backup/tablerestore.h"
 #include "benchmemory.h"
 #include "db/connectionstring.h"
 #include "db/databasesession.h"
 #include "db/tabletransaction.h"
+#include "db/writemode.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -20,6 +27,7 @@
 #include <QTemporaryDir>
 
 #include <cstdio>
+#include <vector>
 
 using namespace tabulon;
 
@@ -70,32 +78,65 @@ int main(int argc, char **argv)
         std::printf("archive=%s\n", qPrintable(set.archivePath()));
     } else {
         QTemporaryDir extracted;
+        const QString folder = extracted.filePath(QStringLiteral("x"));
         QStringList archived;
-        if (DbError error = BackupArchive::extract(where, extracted.filePath(QStringLiteral("x")), &archived))
+        if (DbError error = BackupArchive::extract(where, folder, &archived))
             return fail(error);
+        auto found = RestoreCheck::check(session, tables, folder, true);
+        if (!found)
+            return fail(found.error());
+        if (!found->refusals.isEmpty())
+            return fail(DbError::file(where, found->refusals.join(QLatin1String("; "))));
+        // The exact-value check over every file before the first write; its question is
+        // answered Yes.
+        std::vector<ExactValues::TableFindings> findings;
+        for (const QString &table : tables) {
+            auto columns = TableRestore::fieldColumns(session, table);
+            if (!columns)
+                return fail(columns.error());
+            auto tableFindings =
+                TableRestore::checkValues(session, table, QDir(folder).filePath(table), *columns, nullptr);
+            if (!tableFindings)
+                return fail(tableFindings.error());
+            findings.push_back(*tableFindings);
+        }
+        const bool exact = !ExactValues::question(findings).isEmpty();
+        qint64 exactRows = 0;
+        for (const auto &table : findings)
+            exactRows += table.affected;
+        if (found->cascadesAmongTicked) {
+            if (DbError error = session.execute(QStringLiteral("SET SESSION foreign_key_checks = 0")))
+                return fail(error);
+        }
+        const WriteSessionMode mode(session);
+        if (mode.error())
+            return fail(mode.error());
         for (const QString &table : tables) {
             // The restore's own check that the table exists reads it whole.
             if (DbError error = session.execute(TableRestore::existenceTest(table)))
                 return fail(error);
-            // As the restore window does: on InnoDB the delete and inserts are one transaction.
+            const QString file = QDir(folder).filePath(table);
+            auto fit = TableRestore::checkFit(session, table, file);
+            if (!fit)
+                return fail(fit.error());
+            if (!fit->misfit.isEmpty())
+                return fail(DbError::file(file, fit->misfit));
+            // On InnoDB the delete and inserts are one transaction.
             TableTransaction transaction(session, table);
             if (transaction.error())
                 return fail(transaction.error());
             if (DbError error = session.execute(TableRestore::deleteAllStatement(table)))
                 return fail(error);
-            auto columns = TableRestore::fieldColumns(session, table);
-            if (!columns)
-                return fail(columns.error());
-            if (DbError error =
-                    TableRestore::insertRows(session, table, extracted.filePath(QStringLiteral("x/")) + table, *columns,
-                                             nullptr, false, [&refused](const DbError &) {
-                                                 ++refused;
-                                                 return true;
-                                             }))
+            if (DbError error = TableRestore::insertRows(session, table, file, fit->columns, nullptr, exact,
+                                                         [&refused](const DbError &) {
+                                                             ++refused;
+                                                             return true;
+                                                         }))
                 return fail(error);
             if (DbError error = transaction.commit())
                 return fail(error);
         }
+        std::printf("exact=%s\nexact_rows=%lld\n", exact ? "yes" : "no", static_cast<long long>(exactRows));
         std::printf("refused=%lld\n", static_cast<long long>(refused));
     }
     std::printf("ms=%lld\npeak_kib=%ld\n", static_cast<long long>(timer.elapsed()), bench::peakKiB());

@@ -1,6 +1,8 @@
 // Converts an Access file into new databases as "&Convert Database" does, a given number of
-// times, and reports the wall time, the statements sent and the rows the server kept. Run by
-// scripts/bench-convert.sh, which times mdb-export piped into the mariadb client beside it.
+// times, and reports the wall time, the statements sent, the rows the server kept and the
+// messages the conversion showed (their count on the first line, then each one's text on a
+// "message=" line). Run by scripts/bench-convert.sh and scripts/bench-all.sh, which time
+// mdb-export piped into the mariadb client beside it.
 //
 //   bench_convert HOST:PORT USER FILE.mdb RUNS
 #include "convert/databaseconversion.h"
@@ -16,11 +18,16 @@ using namespace tabulon;
 
 namespace {
 
-// Answers Yes and counts the messages a run would show.
+// Answers Yes and keeps the messages a run would show.
 class CountingPrompts final : public ConversionPrompts {
 public:
     int messages = 0;
-    void message(const QString &) override { ++messages; }
+    QStringList texts;
+    void message(const QString &text) override
+    {
+        ++messages;
+        texts << text;
+    }
     bool askYesNo(const QString &) override { return true; }
 };
 
@@ -62,5 +69,7 @@ int main(int argc, char *argv[])
                                                        "table_schema LIKE 'bench\\_convert\\_%'"));
     std::printf("%.3f %lld %lld %d\n", seconds, static_cast<long long>(statements), static_cast<long long>(rows),
                 prompts.messages);
+    for (const QString &text : prompts.texts)
+        std::printf("message=%s\n", qPrintable(QString(text).replace(QLatin1Char('\n'), QLatin1Char(' '))));
     return 0;
 }
