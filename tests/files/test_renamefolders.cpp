@@ -22,9 +22,6 @@
 #include <QTimer>
 #include <QTreeWidget>
 
-#include <csignal>
-#include <sys/resource.h>
-
 using namespace tabulon;
 using namespace tabulon::test;
 
@@ -325,16 +322,12 @@ void TestRenameFolders::undoReplaceKeepsTheCopiesNotPutBack()
     run("mnurepfiles");
     QCOMPARE(m_operator->told.last().left(16), qs("Changed 3 files."));
 
-    // Files may not grow past the new big.ini for a while: the old one cannot be written back.
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old{};
-    QVERIFY(::getrlimit(RLIMIT_FSIZE, &old) == 0);
-    rlimit small = old;
-    small.rlim_cur = rlim_t(big.size() - 1);
-    QVERIFY(::setrlimit(RLIMIT_FSIZE, &small) == 0);
-    m_tool->findChild<QAction *>(qs("mnuundorep"))->trigger();
-    ::setrlimit(RLIMIT_FSIZE, &old);
-    std::signal(SIGXFSZ, oldHandler);
+    {
+        // Files may not grow past the new big.ini for a while: the old one cannot be written back.
+        const FileSizeLimit limit(rlim_t(big.size() - 1));
+        QVERIFY(limit.isSet());
+        m_tool->findChild<QAction *>(qs("mnuundorep"))->trigger();
+    }
     const QString told = m_operator->told.last();
     QVERIFY2(told.startsWith(qs("Put back 2 files.\n\nLeft alone: 1\n") + path("big.ini") + qs(": ")) &&
                  told.endsWith(qs("\n\nKept the copies of 1 file not put back: Undo Replace in Files can try again.")),
