@@ -81,7 +81,6 @@ private Q_SLOTS:
     void init() { SessionTls::setProgramDefault(std::nullopt); }
     void sessionFollowsMode_data();
     void sessionFollowsMode();
-    void siblingFollowsItsSession();
     void mainWindowAndRestore_data();
     void mainWindowAndRestore();
     void importDbFollowsSettings_data();
@@ -90,6 +89,17 @@ private Q_SLOTS:
 private:
     QString address(const QString &server) const;
     QString tlsFile(const char *name) const { return QDir(m_tlsDir).filePath(qs(name)); }
+    // The program's settings file: the server, the database when given, the TLS mode and our CA.
+    void writeSettings(const QString &ini, const QString &server, const QString &mode,
+                       const char *database = nullptr) const
+    {
+        QSettings s(ini, QSettings::IniFormat);
+        s.setValue(qs("Software/Corvane/Tabulon/Server"), address(server));
+        if (database)
+            s.setValue(qs("Software/Corvane/Tabulon/Database"), qs(database));
+        s.setValue(qs("Software/Corvane/Tabulon/TlsMode"), mode);
+        s.setValue(qs("Software/Corvane/Tabulon/TlsCa"), tlsFile("ca.pem"));
+    }
 
     QTemporaryDir m_work;
     std::unique_ptr<QTemporaryDir> m_serverDir;
@@ -164,7 +174,7 @@ QString TestTls::address(const QString &server) const
 // clang-format off
 void TestTls::sessionFollowsMode_data()
 {
-    QTest::addColumn<QString>("mode");
+    QTest::addColumn<QString>("mode"); // "": the session is given none, the program's is required
     QTest::addColumn<QString>("server");
     QTest::addColumn<QString>("ca"); // "ours", "other", "missing" or none
     QTest::addColumn<bool>("clientCertificate");
@@ -173,6 +183,8 @@ void TestTls::sessionFollowsMode_data()
     // preferred and required without TLS offered) are left to it.
 
     QTest::newRow("preferred, TLS offered") << "preferred" << "tls" << "" << false << "encrypted";
+    QTest::newRow("off, TLS offered") << "off" << "tls" << "" << false << "plain";
+    QTest::newRow("none of its own: the program's") << "" << "tls" << "" << false << "encrypted";
     QTest::newRow("verify-ca by address") << "verify-ca" << "tls" << "ours" << false << "encrypted";
     QTest::newRow("client certificate") << "required" << "tls" << "" << true << "encrypted";
 
@@ -207,8 +219,10 @@ void TestTls::sessionFollowsMode()
         tls.cert = tlsFile("client-cert.pem");
         tls.key = tlsFile("client-key.pem");
     }
+    SessionTls::setProgramDefault(config(qs("required")));
     DatabaseSession session;
-    session.setTls(tls);
+    if (!mode.isEmpty())
+        session.setTls(tls);
     const QString host = address(server);
     const DbError e =
         session.open(ConnectionString::mysql(host, qs(clientCertificate ? "dbop_x509" : "dbop"), QString(), QString()));
@@ -220,6 +234,10 @@ void TestTls::sessionFollowsMode()
         QCOMPARE(sslCipher(session), state.cipher); // the server agrees
         if (state.encrypted())
             QVERIFY2(state.version.startsWith(qs("TLSv")), qPrintable(state.version));
+        // A sibling takes its session's configuration, not the program's.
+        DatabaseSession sibling;
+        QVERIFY_DB(session.openSibling(sibling));
+        QCOMPARE(sibling.tlsState().encrypted(), state.encrypted());
         return;
     }
     QVERIFY(!session.isOpen());
@@ -237,23 +255,6 @@ void TestTls::sessionFollowsMode()
         expected = qs("TlsMode verify-ca checks the server's certificate against the CA in TlsCa, which is empty. Set "
                       "TlsCa to the CA's certificate file.");
     QCOMPARE(e.description, expected);
-}
-
-void TestTls::siblingFollowsItsSession()
-{
-    // A session given no configuration takes the program's; its siblings take the session's.
-    SessionTls::setProgramDefault(config(qs("required")));
-    for (const char *mode : {"off", "required"}) {
-        DatabaseSession session;
-        session.setTls(config(qs(mode)));
-        QVERIFY_DB(session.open(ConnectionString::mysql(m_tlsServer, qs("dbop"), QString(), QString())));
-        DatabaseSession sibling;
-        QVERIFY_DB(session.openSibling(sibling));
-        QCOMPARE(sibling.tlsState().encrypted(), qstrcmp(mode, "required") == 0);
-    }
-    DatabaseSession taken;
-    QVERIFY_DB(taken.open(ConnectionString::mysql(m_tlsServer, qs("dbop"), QString(), QString())));
-    QVERIFY(!sslCipher(taken).isEmpty());
 }
 
 // clang-format off
@@ -285,13 +286,7 @@ void TestTls::mainWindowAndRestore()
 
     QTemporaryDir dir;
     const QString ini = dir.filePath(qs("Tabulon.ini"));
-    {
-        QSettings s(ini, QSettings::IniFormat);
-        s.setValue(qs("Software/Corvane/Tabulon/Server"), address(server));
-        s.setValue(qs("Software/Corvane/Tabulon/Database"), qs("mysql"));
-        s.setValue(qs("Software/Corvane/Tabulon/TlsMode"), mode);
-        s.setValue(qs("Software/Corvane/Tabulon/TlsCa"), tlsFile("ca.pem"));
-    }
+    writeSettings(ini, server, mode, "mysql");
     const bool unknownMode = refusal == qs("unknown mode");
     if (unknownMode)
         refusal = Settings(ini).readTls().problem;
@@ -372,13 +367,7 @@ void TestTls::importDbFollowsSettings()
              "'SSL_CIPHER';\n")
               .arg(target)
               .toUtf8());
-    QDir(home.path()).mkpath(qs("config/Corvane"));
-    {
-        QSettings s(home.filePath(qs("config/Corvane/Tabulon.ini")), QSettings::IniFormat);
-        s.setValue(qs("Software/Corvane/Tabulon/Server"), address(server));
-        s.setValue(qs("Software/Corvane/Tabulon/TlsMode"), mode);
-        s.setValue(qs("Software/Corvane/Tabulon/TlsCa"), tlsFile("ca.pem"));
-    }
+    writeSettings(home.filePath(qs("config/Corvane/Tabulon.ini")), server, mode);
     QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(qs("XDG_CONFIG_HOME"), home.filePath(qs("config")));
