@@ -1,24 +1,16 @@
 // The main window, connection setup and login window, driven offscreen against the server.
 #include "app/databaseinfo.h"
 #include "app/frmlogin.h"
-#include "app/mdiform1.h"
-#include "app/toolcatalog.h"
 #include "files.h"
 #include "toolfixture.h"
 
 #include <QAction>
 #include <QDialog>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QLineEdit>
 #include <QMdiArea>
 #include <QMenu>
 #include <QMenuBar>
-#include <QPushButton>
 #include <QSettings>
-#include <QTemporaryDir>
-#include <QTest>
 
 using namespace tabulon;
 using namespace tabulon::test;

@@ -6,19 +6,16 @@
 #include "app/toolcatalog.h"
 #include "backup/restore.h"
 #include "db/connectionstring.h"
-#include "db/databasesession.h"
 #include "files.h"
 #include "operator.h"
 #include "testdb.h"
 
-#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProcess>
 #include <QPushButton>
 #include <QSettings>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -6,7 +6,6 @@
 #include "testdb.h"
 
 #include <QPoint>
-#include <QTest>
 
 using namespace tabulon;
 using namespace tabulon::RecordWriter;

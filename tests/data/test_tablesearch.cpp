@@ -6,8 +6,6 @@
 #include "db/typecodes.h"
 #include "testdb.h"
 
-#include <QTest>
-
 using namespace tabulon;
 using namespace tabulon::test;
 

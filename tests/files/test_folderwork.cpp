@@ -11,10 +11,7 @@
 #include "files/trash.h"
 #include "testdb.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <sys/mount.h>
 

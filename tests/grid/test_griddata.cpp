@@ -1,12 +1,10 @@
 // The grid's cells without a view: row and column changes over the permuted row index, the
 // generic sort, bulk column writes, and recordsets and paused table reads from the real server.
-#include "grid/griddata.h"
 #include "grid/tableload.h"
 #include "gridtexts.h"
 #include "testdb.h"
 
 #include <QRandomGenerator>
-#include <QTest>
 
 #include <algorithm>
 #include <tuple>

@@ -2,7 +2,6 @@
 // documented byte layout, and rejection of every kind of damaged or foreign file without
 // touching the grid.
 #include "files.h"
-#include "grid/griddata.h"
 #include "grid/gridfile.h"
 #include "gridtexts.h"
 #include "testdb.h"
