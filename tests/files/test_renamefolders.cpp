@@ -68,7 +68,12 @@ private Q_SLOTS:
 private:
     QString path(const char *relative) const { return m_dir.filePath(qs(relative)); }
     RenameFolders *openTool();
-    void run(const char *menu) { m_main->menuItem(qs(menu))->trigger(); }
+    // Runs a menu command; the input boxes it shows get `typed`, one text each.
+    void run(const char *menu, const QStringList &typed = {})
+    {
+        m_operator->typed = typed;
+        m_main->menuItem(qs(menu))->trigger();
+    }
     QTreeWidget *tree() const { return m_tool->findChild<QTreeWidget *>(qs("TreeView1")); }
     void choose(const char *name)
     {
@@ -175,8 +180,7 @@ void TestRenameFolders::opensOnTheProgramFolderAndGivesTheMenuBack()
 void TestRenameFolders::findMarksAndShowsOnlyTheFound()
 {
     // A pop-up command before the window was opened loads it without showing it.
-    m_operator->typed = sl({"1.rpt"});
-    run("mnufindstr");
+    run("mnufindstr", sl({"1.rpt"}));
     m_tool = qobject_cast<RenameFolders *>(m_main->ensureToolWindow(qs("mnurenfld")));
     QVERIFY(m_tool && !m_tool->isVisible());
     QCOMPARE(m_tool->findChild<QLabel *>(qs("lblstatus"))->text(), qs("2 names found"));
@@ -187,11 +191,9 @@ void TestRenameFolders::findMarksAndShowsOnlyTheFound()
     QVERIFY(m_main->menuItem(qs("mnushowfind"))->isChecked() && !m_main->menuItem(qs("mnushowall"))->isChecked());
     QCOMPARE(visibleNames(tree()), sl({"reports", "  orvita_1.rpt", "  Orvita_1.RPT.bak"}));
     m_tool->findChild<QCheckBox *>(qs("chkcase"))->setChecked(true);
-    m_operator->typed = sl({"RPT"});
-    run("mnufindstr");
+    run("mnufindstr", sl({"RPT"}));
     QCOMPARE(visibleNames(tree()), sl({"reports", "  Orvita_1.RPT.bak"}));
-    m_operator->typed = sl({"nowhere"});
-    run("mnufindstr");
+    run("mnufindstr", sl({"nowhere"}));
     QCOMPARE(m_operator->told.last(), qs("No folder or file name holds \"nowhere\"."));
     QCOMPARE(visibleNames(tree()), QStringList());
     run("mnushowall");
@@ -204,17 +206,15 @@ void TestRenameFolders::renamesAskFirstAndReportCollisions()
     // Every file below the chosen folder; one new name is taken already.
     choose("reports");
     write(path("reports/client_2.rpt"), "taken");
-    m_operator->typed = sl({"orvita", "client"});
     m_operator->answer = Dialogs::Answer::No;
-    run("mnurenfiles");
+    run("mnurenfiles", sl({"orvita", "client"}));
     QCOMPARE(m_operator->asked.last(),
              qs("Rename 2 files?\n\nreports/Orvita_1.RPT.bak  ->  client_1.RPT.bak\nreports/orvita_1.rpt  ->  "
                 "client_1.rpt\n\n1 file cannot be renamed and will be left alone."));
     QVERIFY(QFile::exists(path("reports/orvita_1.rpt")));
 
-    m_operator->typed = sl({"orvita", "client"});
     m_operator->answer = Dialogs::Answer::Yes;
-    run("mnurenfiles");
+    run("mnurenfiles", sl({"orvita", "client"}));
     QCOMPARE(m_operator->told.last(), qs("Renamed 2 files.\n\nLeft alone: 1\n") + path("reports/orvita_2.rpt") +
                                           qs(": a file or folder of that name already exists"));
     QCOMPARE(read(path("reports/client_2.rpt")), QByteArray("taken"));
@@ -222,8 +222,7 @@ void TestRenameFolders::renamesAskFirstAndReportCollisions()
 
     // One item by a typed name.
     choose("Orvita.ini");
-    m_operator->typed = sl({"Tabulon.ini"});
-    run("mnuren");
+    run("mnuren", sl({"Tabulon.ini"}));
     QCOMPARE(m_operator->told.last(), qs("Renamed 1 item."));
     QCOMPARE(read(path("Tabulon.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
 
@@ -235,12 +234,10 @@ void TestRenameFolders::renamesAskFirstAndReportCollisions()
 
     // Cancel on the second box drops the change; an empty answer removes the text.
     choose("reports");
-    m_operator->typed = QStringList{qs("client_"), QString()};
     const qsizetype asked = m_operator->asked.size();
-    run("mnurenfiles");
+    run("mnurenfiles", {qs("client_"), QString()});
     QCOMPARE(m_operator->asked.size(), asked);
-    m_operator->typed = QStringList{qs("client_"), qs("")};
-    run("mnurenfiles");
+    run("mnurenfiles", QStringList{qs("client_"), qs("")});
     QCOMPARE(m_operator->told.last(), qs("Renamed 3 files."));
     QCOMPARE(read(path("reports/2.rpt")), QByteArray("taken"));
     undo("mnuundoren");
@@ -257,8 +254,7 @@ void TestRenameFolders::replaceInFilesPreviewsCounts()
     // Match Case and the hidden files' box decide what the preview holds.
     m_tool->findChild<QCheckBox *>(qs("chkcase"))->setChecked(true);
     m_tool->findChild<QCheckBox *>(qs("chkhidden"))->setChecked(true);
-    m_operator->typed = sl({"orvita", "Tabulon"});
-    run("mnurepfiles");
+    run("mnurepfiles", sl({"orvita", "Tabulon"}));
     QCOMPARE(m_operator->asked.last(), qs("Replace 3 occurrences of \"orvita\" with \"Tabulon\" in 3 files?\n\n"
                                           ".orvita/cache.ini (1)\n    1: orvita\n"
                                           "reports/.orvita.rpt (1)\n    1: orvita\n"
@@ -269,22 +265,19 @@ void TestRenameFolders::replaceInFilesPreviewsCounts()
 
     // Cancel on the box of the new text asks nothing and changes nothing.
     const qsizetype asked = m_operator->asked.size();
-    m_operator->typed = QStringList{qs("orvita"), QString()};
-    run("mnurepfiles");
+    run("mnurepfiles", QStringList{qs("orvita"), QString()});
     QCOMPARE(m_operator->asked.size(), asked);
 
-    m_operator->typed = sl({"orvita", "Tabulon"});
     m_operator->answer = Dialogs::Answer::Yes;
     QVERIFY(!m_tool->findChild<QAction *>(qs("mnuundorep"))->isEnabled());
-    run("mnurepfiles");
+    run("mnurepfiles", sl({"orvita", "Tabulon"}));
     QCOMPARE(m_operator->told.last(),
              qs("Changed 2 files.\n\nLeft alone: 1\n") + path("bin/orvita.exe") + qs(": a binary file, left alone"));
     QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=Tabulon\r\n"));
     QCOMPARE(read(path(".orvita/cache.ini")), QByteArray("orvita"));
 
     // The next replacement that finds nothing keeps the copies of this one.
-    m_operator->typed = sl({"nowhere", "x"});
-    run("mnurepfiles");
+    run("mnurepfiles", sl({"nowhere", "x"}));
     undo("mnuundorep");
     QCOMPARE(m_operator->told.last(), qs("Put back 2 files."));
     QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
@@ -301,8 +294,7 @@ void TestRenameFolders::replaceInFilesPreviewsCounts()
     if (sjis < 0)
         QSKIP("this system cannot convert Shift-JIS");
     encoding->setCurrentIndex(sjis);
-    m_operator->typed = sl({"orvita", "Tabulon"});
-    run("mnurepfiles");
+    run("mnurepfiles", sl({"orvita", "Tabulon"}));
     QCOMPARE(m_operator->asked.last(), qs("Replace 2 occurrences of \"orvita\" with \"Tabulon\" in 2 files?\n\n"
                                           "reports/legacy.rpt (1)\n    1: orvita \u30BD\n"
                                           "reports/orvita_1.rpt (1)\n    1: Orvita report"));
@@ -313,8 +305,7 @@ void TestRenameFolders::undoReplaceKeepsTheCopiesNotPutBack()
     const QByteArray big = "orvita" + QByteArray(4000, 'x');
     write(path("big.ini"), big);
     QVERIFY(openTool());
-    m_operator->typed = sl({"orvita", "T"});
-    run("mnurepfiles");
+    run("mnurepfiles", sl({"orvita", "T"}));
     QCOMPARE(m_operator->told.last().left(16), qs("Changed 3 files."));
 
     {
@@ -436,14 +427,13 @@ void TestRenameFolders::nothingToActOn()
         tree()->setCurrentItem(tree()->topLevelItem(0));
     else
         choose(qPrintable(chosen));
-    m_operator->typed = typed;
     if (command == qs("typed")) {
         auto *box = w->findChild<QLineEdit *>(qs("txtfolder"));
         box->setText(aFile);
         QTest::keyClick(box, Qt::Key_Return);
         QCOMPARE(w->folder(), QDir(m_dir.path()).absolutePath()); // still the folder it showed
     } else {
-        m_main->menuItem(command)->trigger();
+        run(qPrintable(command), typed);
     }
     QCOMPARE(m_operator->told.value(m_operator->told.size() - 1), told.arg(aFile));
     QCOMPARE(m_operator->told.size(), typed.isEmpty() ? 1 : 3); // the input prompts come first
