@@ -141,7 +141,6 @@ void TestFolderWork::replaceInNames()
     QFETCH(QString, with);
     QFETCH(bool, matchCase);
     QFETCH(QStringList, after);
-    QFETCH(QStringList, reasons);
     QStringList paths;
     for (const QString &name : before) {
         if (name.endsWith(QLatin1Char('/')))
@@ -157,7 +156,7 @@ void TestFolderWork::replaceInNames()
     QStringList got;
     for (const Skipped &s : outcome.skipped)
         got << s.reason;
-    QCOMPARE(got, reasons);
+    QTEST(got, "reasons");
     QCOMPARE(tree(m_dir->path()), after);
     // No file lost its content to another.
     for (const QString &name : after) {
@@ -275,7 +274,6 @@ void TestFolderWork::replaceInFilesLeavesTheAwkwardOnesAlone()
     write(path("cfg/locked.ini"), "Orvita");
     makeReadOnly(path("cfg/locked.ini"));
     write(path("cfg/latin.txt"), "caf\xe9 Orvita");
-    write(path("bin/tool.dll"), QByteArray("MZ\0\0Orvita\0", 12));
     write(path("bin/other.dll"), QByteArray("MZ\0\0", 4));
     QVERIFY(QFile::link(m_outside->filePath(qs("secret.txt")), path("cfg/link.txt")));
 
@@ -289,10 +287,9 @@ void TestFolderWork::replaceInFilesLeavesTheAwkwardOnesAlone()
     for (const Skipped &s : plan.skipped)
         reasons << QDir(m_dir->path()).relativeFilePath(s.path) + qs(": ") + s.reason;
     reasons.sort();
-    QCOMPARE(
-        reasons,
-        QStringList({qs("bin/tool.dll: a binary file, left alone"), qs("cfg/latin.txt: not text in a known encoding"),
-                     qs("cfg/link.txt: a link: what it points at is left alone"), qs("cfg/locked.ini: read-only")}));
+    QCOMPARE(reasons, QStringList({qs("cfg/latin.txt: not text in a known encoding"),
+                                   qs("cfg/link.txt: a link: what it points at is left alone"),
+                                   qs("cfg/locked.ini: read-only")}));
 
     FileCopies copies;
     const Outcome outcome = applyReplaceInFiles(plan, replacement, copies, progress);
@@ -301,7 +298,6 @@ void TestFolderWork::replaceInFilesLeavesTheAwkwardOnesAlone()
     QCOMPARE(read(path("cfg/locked.ini")), QByteArray("Orvita"));
     QCOMPARE(read(path("cfg/latin.txt")), QByteArray("caf\xe9 Orvita"));
     QCOMPARE(read(m_outside->filePath(qs("secret.txt"))), QByteArray("Orvita outside"));
-    QCOMPARE(read(path("bin/tool.dll")), QByteArray("MZ\0\0Orvita\0", 12));
 }
 
 // clang-format off
@@ -385,34 +381,28 @@ void TestFolderWork::replaceInFilesKeepsPermissionsAndStops()
 void TestFolderWork::matchedLines_data()
 {
     QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<bool>("matchCase");
     QTest::addColumn<QStringList>("lines"); // "number: text" as the preview shows them
     QTest::addColumn<int>("matched");
 
-    QTest::newRow("ignoring case, line ends and margins dropped") << QByteArray("[db]\r\n  name=Orvita \r\nhost=x\r\nuser=ORVITA\r\n") << false << sl({"2: name=Orvita", "4: user=ORVITA"}) << 2;
-    QTest::newRow("matching case") << QByteArray("[db]\nname=Orvita\nuser=orvita\n") << true << sl({"3: user=orvita"}) << 1;
-    QTest::newRow("a few lines of many") << QByteArray("orvita\norvita\n\norvita\norvita orvita\n") << false << sl({"1: orvita", "2: orvita", "4: orvita"}) << 4;
-    QTest::newRow("utf-16 counted by lines too") << QByteArray("\xFF\xFEx\0\n\0o\0r\0v\0i\0t\0a\0", 18) << false << sl({"2: orvita"}) << 1;
+    QTest::newRow("ignoring case, line ends and margins dropped") << QByteArray("[db]\r\n  name=Orvita \r\nhost=x\r\nuser=ORVITA\r\n") << sl({"2: name=Orvita", "4: user=ORVITA"}) << 2;
+    QTest::newRow("a few lines of many") << QByteArray("orvita\norvita\n\norvita\norvita orvita\n") << sl({"1: orvita", "2: orvita", "4: orvita"}) << 4;
+    QTest::newRow("utf-16 counted by lines too") << QByteArray("\xFF\xFEx\0\n\0o\0r\0v\0i\0t\0a\0", 18) << sl({"2: orvita"}) << 1;
 }
 // clang-format on
 
 void TestFolderWork::matchedLines()
 {
     QFETCH(QByteArray, bytes);
-    QFETCH(bool, matchCase);
-    QFETCH(QStringList, lines);
-    QFETCH(int, matched);
     write(path("file.ini"), bytes);
     NoProgress quiet;
-    const ContentPlan plan = planReplaceInFiles(
-        root(), path("file.ini"),
-        {qs("orvita"), qs("x"), matchCase ? Qt::CaseSensitive : Qt::CaseInsensitive, false, {}}, quiet);
+    const ContentPlan plan =
+        planReplaceInFiles(root(), path("file.ini"), {qs("orvita"), qs("x"), Qt::CaseInsensitive, false, {}}, quiet);
     QCOMPARE(int(plan.files.size()), 1);
     QStringList got;
     for (const MatchedLine &line : plan.files[0].lines)
         got << QStringLiteral("%1: %2").arg(line.number).arg(line.text);
-    QCOMPARE(got, lines);
-    QCOMPARE(plan.files[0].matchedLines, matched);
+    QTEST(got, "lines");
+    QTEST(plan.files[0].matchedLines, "matched");
 }
 
 // Hidden files are left out unless asked for (the window's test ticks and unticks that over a
