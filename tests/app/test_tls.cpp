@@ -173,24 +173,25 @@ void TestTls::sessionFollowsMode_data()
 {
     QTest::addColumn<QString>("mode"); // "": the session is given none, the program's is required
     QTest::addColumn<QString>("server");
-    QTest::addColumn<QString>("ca"); // "ours", "other", "missing" or none
+    QTest::addColumn<QString>("ca"); // the CA file: ours, another that signed nothing of the server's, none
     QTest::addColumn<bool>("clientCertificate");
     QTest::addColumn<QString>("outcome"); // "encrypted", "plain" or the refusal
     // The modes the main window's test connects with (required, verify-identity by name, off,
-    // preferred and required without TLS offered) are left to it.
+    // preferred and required without TLS offered) are left to it; off is here for its sibling.
+    const QString ours = tlsFile("ca.pem"), other = m_work.filePath(qs("other-ca.pem"));
 
     QTest::newRow("preferred, TLS offered") << "preferred" << "tls" << "" << false << "encrypted";
     QTest::newRow("off, TLS offered") << "off" << "tls" << "" << false << "plain";
     QTest::newRow("none of its own: the program's") << "" << "tls" << "" << false << "encrypted";
-    QTest::newRow("verify-ca by address") << "verify-ca" << "tls" << "ours" << false << "encrypted";
+    QTest::newRow("verify-ca by address") << "verify-ca" << "tls" << ours << false << "encrypted";
     QTest::newRow("client certificate") << "required" << "tls" << "" << true << "encrypted";
 
-    QTest::newRow("verify-ca, another CA") << "verify-ca" << "tls" << "other" << false << "untrusted";
-    QTest::newRow("verify-identity, another CA") << "verify-identity" << "tls-name" << "other" << false << "untrusted";
-    QTest::newRow("verify-identity by address") << "verify-identity" << "tls" << "ours" << false << "host";
-    QTest::newRow("verify-ca, no TLS offered") << "verify-ca" << "plain" << "ours" << false << "no TLS";
-    QTest::newRow("verify-identity, no TLS offered") << "verify-identity" << "plain" << "ours" << false << "no TLS";
-    QTest::newRow("CA file missing") << "verify-ca" << "tls" << "missing" << false << "file";
+    QTest::newRow("verify-ca, another CA") << "verify-ca" << "tls" << other << false << "untrusted";
+    QTest::newRow("verify-identity, another CA") << "verify-identity" << "tls-name" << other << false << "untrusted";
+    QTest::newRow("verify-identity by address") << "verify-identity" << "tls" << ours << false << "host";
+    QTest::newRow("verify-ca, no TLS offered") << "verify-ca" << "plain" << ours << false << "no TLS";
+    QTest::newRow("verify-identity, no TLS offered") << "verify-identity" << "plain" << ours << false << "no TLS";
+    QTest::newRow("CA file missing") << "verify-ca" << "tls" << m_work.filePath(qs("no-such-ca.pem")) << false << "file";
     QTest::newRow("verify-ca without a CA") << "verify-ca" << "tls" << "" << false << "no CA";
 }
 // clang-format on
@@ -205,13 +206,7 @@ void TestTls::sessionFollowsMode()
     if (server == qs("plain") && m_plainHasTls)
         QSKIP("the test command's server offers TLS");
 
-    TlsConfig tls = config(mode);
-    if (ca == qs("ours"))
-        tls.ca = tlsFile("ca.pem");
-    else if (ca == qs("other"))
-        tls.ca = m_work.filePath(qs("other-ca.pem"));
-    else if (ca == qs("missing"))
-        tls.ca = m_work.filePath(qs("no-such-ca.pem"));
+    TlsConfig tls = config(mode, ca);
     if (clientCertificate) {
         tls.cert = tlsFile("client-cert.pem");
         tls.key = tlsFile("client-key.pem");
@@ -220,9 +215,8 @@ void TestTls::sessionFollowsMode()
     DatabaseSession session;
     if (!mode.isEmpty())
         session.setTls(tls);
-    const QString host = address(server);
-    const DbError e =
-        session.open(ConnectionString::mysql(host, qs(clientCertificate ? "dbop_x509" : "dbop"), QString(), QString()));
+    const DbError e = session.open(
+        ConnectionString::mysql(address(server), qs(clientCertificate ? "dbop_x509" : "dbop"), QString(), QString()));
 
     if (outcome == qs("encrypted") || outcome == qs("plain")) {
         QVERIFY_DB(e);
