@@ -77,13 +77,6 @@ private:
             type("Text1", "C1");
         }
     }
-    void run(const QString &command) const { click(command == qs("mnusearch") ? "cmdsearch" : "cmdfind"); }
-    void openOn(const QString &command)
-    {
-        m_main->enableAllMenus();
-        m_main->menuItem(command)->trigger();
-        m_window = m_main->toolWindow(command);
-    }
     QStringList data() { return m_db->rows(qs("SELECT * FROM main_info1 ORDER BY 1")); }
 
     QPointer<QWidget> m_window;
@@ -346,7 +339,9 @@ void TestSearchWindows::runsThatCannotStart()
     }
     if (closed && kind.isEmpty())
         session().close();
-    openOn(command);
+    m_main->enableAllMenus();
+    m_main->menuItem(command)->trigger();
+    m_window = m_main->toolWindow(command);
     QVERIFY(m_window);
     QStringList sentBefore;
     if (closed && kind.isEmpty()) {
@@ -358,7 +353,7 @@ void TestSearchWindows::runsThatCannotStart()
         sentBefore = sent();
         if (closed)
             session().close();
-        run(command);
+        click(command == qs("mnusearch") ? "cmdsearch" : "cmdfind");
         if (closed)
             QCOMPARE(grid()->rows(), 1);
     }
