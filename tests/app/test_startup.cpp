@@ -5,9 +5,7 @@
 #include "files.h"
 #include "testdb.h"
 
-#include <QFile>
 #include <QTemporaryDir>
-#include <QTest>
 
 using namespace tabulon;
 using namespace tabulon::test;

@@ -6,19 +6,16 @@
 #include "app/toolcatalog.h"
 #include "backup/restore.h"
 #include "db/connectionstring.h"
-#include "db/databasesession.h"
 #include "files.h"
 #include "operator.h"
 #include "testdb.h"
 
-#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProcess>
 #include <QPushButton>
 #include <QSettings>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -81,7 +78,6 @@ private Q_SLOTS:
     void init() { SessionTls::setProgramDefault(std::nullopt); }
     void sessionFollowsMode_data();
     void sessionFollowsMode();
-    void siblingFollowsItsSession();
     void mainWindowAndRestore_data();
     void mainWindowAndRestore();
     void importDbFollowsSettings_data();
@@ -90,6 +86,17 @@ private Q_SLOTS:
 private:
     QString address(const QString &server) const;
     QString tlsFile(const char *name) const { return QDir(m_tlsDir).filePath(qs(name)); }
+    // The program's settings file: the server, the database when given, the TLS mode and our CA.
+    void writeSettings(const QString &ini, const QString &server, const QString &mode,
+                       const char *database = nullptr) const
+    {
+        QSettings s(ini, QSettings::IniFormat);
+        s.setValue(qs("Software/Corvane/Tabulon/Server"), address(server));
+        if (database)
+            s.setValue(qs("Software/Corvane/Tabulon/Database"), qs(database));
+        s.setValue(qs("Software/Corvane/Tabulon/TlsMode"), mode);
+        s.setValue(qs("Software/Corvane/Tabulon/TlsCa"), tlsFile("ca.pem"));
+    }
 
     QTemporaryDir m_work;
     std::unique_ptr<QTemporaryDir> m_serverDir;
@@ -164,24 +171,27 @@ QString TestTls::address(const QString &server) const
 // clang-format off
 void TestTls::sessionFollowsMode_data()
 {
-    QTest::addColumn<QString>("mode");
+    QTest::addColumn<QString>("mode"); // "": the session is given none, the program's is required
     QTest::addColumn<QString>("server");
-    QTest::addColumn<QString>("ca"); // "ours", "other", "missing" or none
+    QTest::addColumn<QString>("ca"); // the CA file: ours, another that signed nothing of the server's, none
     QTest::addColumn<bool>("clientCertificate");
     QTest::addColumn<QString>("outcome"); // "encrypted", "plain" or the refusal
     // The modes the main window's test connects with (required, verify-identity by name, off,
-    // preferred and required without TLS offered) are left to it.
+    // preferred and required without TLS offered) are left to it; off is here for its sibling.
+    const QString ours = tlsFile("ca.pem"), other = m_work.filePath(qs("other-ca.pem"));
 
     QTest::newRow("preferred, TLS offered") << "preferred" << "tls" << "" << false << "encrypted";
-    QTest::newRow("verify-ca by address") << "verify-ca" << "tls" << "ours" << false << "encrypted";
+    QTest::newRow("off, TLS offered") << "off" << "tls" << "" << false << "plain";
+    QTest::newRow("none of its own: the program's") << "" << "tls" << "" << false << "encrypted";
+    QTest::newRow("verify-ca by address") << "verify-ca" << "tls" << ours << false << "encrypted";
     QTest::newRow("client certificate") << "required" << "tls" << "" << true << "encrypted";
 
-    QTest::newRow("verify-ca, another CA") << "verify-ca" << "tls" << "other" << false << "untrusted";
-    QTest::newRow("verify-identity, another CA") << "verify-identity" << "tls-name" << "other" << false << "untrusted";
-    QTest::newRow("verify-identity by address") << "verify-identity" << "tls" << "ours" << false << "host";
-    QTest::newRow("verify-ca, no TLS offered") << "verify-ca" << "plain" << "ours" << false << "no TLS";
-    QTest::newRow("verify-identity, no TLS offered") << "verify-identity" << "plain" << "ours" << false << "no TLS";
-    QTest::newRow("CA file missing") << "verify-ca" << "tls" << "missing" << false << "file";
+    QTest::newRow("verify-ca, another CA") << "verify-ca" << "tls" << other << false << "untrusted";
+    QTest::newRow("verify-identity, another CA") << "verify-identity" << "tls-name" << other << false << "untrusted";
+    QTest::newRow("verify-identity by address") << "verify-identity" << "tls" << ours << false << "host";
+    QTest::newRow("verify-ca, no TLS offered") << "verify-ca" << "plain" << ours << false << "no TLS";
+    QTest::newRow("verify-identity, no TLS offered") << "verify-identity" << "plain" << ours << false << "no TLS";
+    QTest::newRow("CA file missing") << "verify-ca" << "tls" << m_work.filePath(qs("no-such-ca.pem")) << false << "file";
     QTest::newRow("verify-ca without a CA") << "verify-ca" << "tls" << "" << false << "no CA";
 }
 // clang-format on
@@ -196,22 +206,17 @@ void TestTls::sessionFollowsMode()
     if (server == qs("plain") && m_plainHasTls)
         QSKIP("the test command's server offers TLS");
 
-    TlsConfig tls = config(mode);
-    if (ca == qs("ours"))
-        tls.ca = tlsFile("ca.pem");
-    else if (ca == qs("other"))
-        tls.ca = m_work.filePath(qs("other-ca.pem"));
-    else if (ca == qs("missing"))
-        tls.ca = m_work.filePath(qs("no-such-ca.pem"));
+    TlsConfig tls = config(mode, ca);
     if (clientCertificate) {
         tls.cert = tlsFile("client-cert.pem");
         tls.key = tlsFile("client-key.pem");
     }
+    SessionTls::setProgramDefault(config(qs("required")));
     DatabaseSession session;
-    session.setTls(tls);
-    const QString host = address(server);
-    const DbError e =
-        session.open(ConnectionString::mysql(host, qs(clientCertificate ? "dbop_x509" : "dbop"), QString(), QString()));
+    if (!mode.isEmpty())
+        session.setTls(tls);
+    const DbError e = session.open(
+        ConnectionString::mysql(address(server), qs(clientCertificate ? "dbop_x509" : "dbop"), QString(), QString()));
 
     if (outcome == qs("encrypted") || outcome == qs("plain")) {
         QVERIFY_DB(e);
@@ -220,6 +225,10 @@ void TestTls::sessionFollowsMode()
         QCOMPARE(sslCipher(session), state.cipher); // the server agrees
         if (state.encrypted())
             QVERIFY2(state.version.startsWith(qs("TLSv")), qPrintable(state.version));
+        // A sibling takes its session's configuration, not the program's.
+        DatabaseSession sibling;
+        QVERIFY_DB(session.openSibling(sibling));
+        QCOMPARE(sibling.tlsState().encrypted(), state.encrypted());
         return;
     }
     QVERIFY(!session.isOpen());
@@ -237,23 +246,6 @@ void TestTls::sessionFollowsMode()
         expected = qs("TlsMode verify-ca checks the server's certificate against the CA in TlsCa, which is empty. Set "
                       "TlsCa to the CA's certificate file.");
     QCOMPARE(e.description, expected);
-}
-
-void TestTls::siblingFollowsItsSession()
-{
-    // A session given no configuration takes the program's; its siblings take the session's.
-    SessionTls::setProgramDefault(config(qs("required")));
-    for (const char *mode : {"off", "required"}) {
-        DatabaseSession session;
-        session.setTls(config(qs(mode)));
-        QVERIFY_DB(session.open(ConnectionString::mysql(m_tlsServer, qs("dbop"), QString(), QString())));
-        DatabaseSession sibling;
-        QVERIFY_DB(session.openSibling(sibling));
-        QCOMPARE(sibling.tlsState().encrypted(), qstrcmp(mode, "required") == 0);
-    }
-    DatabaseSession taken;
-    QVERIFY_DB(taken.open(ConnectionString::mysql(m_tlsServer, qs("dbop"), QString(), QString())));
-    QVERIFY(!sslCipher(taken).isEmpty());
 }
 
 // clang-format off
@@ -285,13 +277,7 @@ void TestTls::mainWindowAndRestore()
 
     QTemporaryDir dir;
     const QString ini = dir.filePath(qs("Tabulon.ini"));
-    {
-        QSettings s(ini, QSettings::IniFormat);
-        s.setValue(qs("Software/Corvane/Tabulon/Server"), address(server));
-        s.setValue(qs("Software/Corvane/Tabulon/Database"), qs("mysql"));
-        s.setValue(qs("Software/Corvane/Tabulon/TlsMode"), mode);
-        s.setValue(qs("Software/Corvane/Tabulon/TlsCa"), tlsFile("ca.pem"));
-    }
+    writeSettings(ini, server, mode, "mysql");
     const bool unknownMode = refusal == qs("unknown mode");
     if (unknownMode)
         refusal = Settings(ini).readTls().problem;
@@ -372,13 +358,7 @@ void TestTls::importDbFollowsSettings()
              "'SSL_CIPHER';\n")
               .arg(target)
               .toUtf8());
-    QDir(home.path()).mkpath(qs("config/Corvane"));
-    {
-        QSettings s(home.filePath(qs("config/Corvane/Tabulon.ini")), QSettings::IniFormat);
-        s.setValue(qs("Software/Corvane/Tabulon/Server"), address(server));
-        s.setValue(qs("Software/Corvane/Tabulon/TlsMode"), mode);
-        s.setValue(qs("Software/Corvane/Tabulon/TlsCa"), tlsFile("ca.pem"));
-    }
+    writeSettings(home.filePath(qs("config/Corvane/Tabulon.ini")), server, mode);
     QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(qs("XDG_CONFIG_HOME"), home.filePath(qs("config")));

@@ -15,25 +15,11 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPointer>
-#include <QPushButton>
 #include <QRadioButton>
 #include <QTimer>
 
 using namespace tabulon;
 using namespace tabulon::test;
-
-namespace {
-
-const QStringList kTables{
-    qs("CREATE TABLE t1 (code VARCHAR(10), city VARCHAR(20)) ENGINE=MyISAM"),
-    qs("CREATE TABLE t2 (code VARCHAR(10), city VARCHAR(20)) ENGINE=MyISAM"),
-    qs("CREATE TABLE t3 (code VARCHAR(10), city VARCHAR(20)) ENGINE=MyISAM"),
-    qs("INSERT INTO t1 VALUES ('C1','Oslo')"),
-    qs("INSERT INTO t2 VALUES ('C2','Oslo')"),
-    qs("INSERT INTO t3 VALUES ('C3','Oslo')"),
-};
-
-} // namespace
 
 class TestToolLoops final : public QObject, ToolFixture {
     Q_OBJECT
@@ -67,7 +53,9 @@ private:
 void TestToolLoops::init()
 {
     createDatabase("toolloops");
-    QVERIFY_DB(m_db->run(kTables));
+    for (const QString &n : {qs("1"), qs("2"), qs("3")}) // t1, t2, t3, one row each
+        QVERIFY_DB(m_db->run({qs("CREATE TABLE t%1 (code VARCHAR(10), city VARCHAR(20)) ENGINE=MyISAM").arg(n),
+                              qs("INSERT INTO t%1 VALUES ('C%1','Oslo')").arg(n)}));
     openMain();
     m_main->Database = m_db->name();
     m_main->Server = serverAddress();

@@ -6,12 +6,13 @@
 #include "testdb.h"
 
 #include <QPoint>
-#include <QTest>
 
 using namespace tabulon;
 using namespace tabulon::RecordWriter;
 using tabulon::test::qs;
 using tabulon::test::sl;
+
+Q_DECLARE_METATYPE(tabulon::ExactValues::Column)
 
 class TestRecordWriter final : public QObject {
     Q_OBJECT
@@ -123,35 +124,31 @@ constexpr int kLong = 3, kLongLong = 8, kDate = 10, kDateTime = 12, kVarString =
 void TestRecordWriter::exactValues_data()
 {
     QTest::addColumn<bool>("restore"); // the restore's rules, else Save Table's
-    QTest::addColumn<int>("ado");
-    QTest::addColumn<int>("server");
-    QTest::addColumn<bool>("nullable");
-    QTest::addColumn<bool>("binary");
-    QTest::addColumn<bool>("isEnum");
+    QTest::addColumn<ExactValues::Column>("column"); // type numbers, nullable, binary, enum
     QTest::addColumn<QByteArray>("cell");
     QTest::addColumn<bool>("isNull");
     QTest::addColumn<uint>("reasons");
     QTest::addColumn<QByteArray>("exact");
     using namespace ExactValues;
-    QTest::newRow("quote, doubled") << false << 200 << kVarString << true << false << false << QByteArray("O'Brien") << false << uint(Quote) << QByteArray("'O''Brien'");
-    QTest::newRow("backslash is exact already") << false << 200 << kVarString << true << false << false << QByteArray("C:\\new\\t.txt") << false << 0u << QByteArray("'C:\\new\\t.txt'");
-    QTest::newRow("date-time in full") << false << 135 << kDateTime << true << false << false << QByteArray("2007-12-25 10:30:00") << false << uint(TimeStamp) << QByteArray("'2007-12-25 10:30:00'");
-    QTest::newRow("NULL number") << false << 3 << kLong << true << false << false << QByteArray() << true << uint(Null) << QByteArray("NULL");
-    QTest::newRow("NULL text") << false << 200 << kVarString << true << false << false << QByteArray() << true << uint(Null) << QByteArray("NULL");
-    QTest::newRow("number cleared by the operator") << false << 3 << kLong << true << false << false << QByteArray() << false << 0u << QByteArray("0");
-    QTest::newRow("number column, no number") << false << 3 << kLong << true << false << false << QByteArray("12abc") << false << uint(NotNumber) << QByteArray("'12abc'");
-    QTest::newRow("bytes that are not UTF-8") << false << 205 << kBlob << true << true << false << QByteArray("\x80\x81") << false << uint(Bytes) << QByteArray("X'8081'");
-    QTest::newRow("zero byte") << false << 205 << kBlob << true << true << false << QByteArray("a\0b", 3) << false << uint(Bytes) << QByteArray("X'610062'");
-    QTest::newRow("BIT as its number") << false << 11 << kBit << true << true << false << QByteArray("1") << false << uint(Bit) << QByteArray("1");
-    QTest::newRow("date keeps its date") << false << 133 << kDate << true << false << false << QByteArray("2020-01-02") << false << 0u << QByteArray("'2020-01-02 00:00:00'");
-    QTest::newRow("restore: empty nullable decimal was NULL") << true << 131 << kNewDecimal << true << false << false << QByteArray() << false << uint(Null) << QByteArray("NULL");
-    QTest::newRow("restore: empty nullable big integer") << true << 20 << kLongLong << true << false << false << QByteArray() << false << uint(Null) << QByteArray("NULL");
-    QTest::newRow("restore: empty nullable enum") << true << 129 << kString << true << false << true << QByteArray() << false << uint(Null) << QByteArray("NULL");
-    QTest::newRow("restore: empty nullable text stays empty") << true << 200 << kVarString << true << false << false << QByteArray() << false << 0u << QByteArray("''");
-    QTest::newRow("restore: empty set stays empty") << true << 129 << kString << true << false << false << QByteArray() << false << 0u << QByteArray("''");
-    QTest::newRow("restore: empty date, NOT NULL") << true << 133 << kDate << false << false << false << QByteArray() << false << 0u << QByteArray("''");
-    QTest::newRow("restore: date as it stands") << true << 133 << kDate << true << false << false << QByteArray("2020-01-02") << false << 0u << QByteArray("'2020-01-02'");
-    QTest::newRow("restore: date-time") << true << 135 << kDateTime << true << false << false << QByteArray("2020-01-02 03:04:05") << false << uint(TimeStamp) << QByteArray("'2020-01-02 03:04:05'");
+    QTest::newRow("quote, doubled") << false << Column{200, kVarString} << QByteArray("O'Brien") << false << uint(Quote) << QByteArray("'O''Brien'");
+    QTest::newRow("backslash is exact already") << false << Column{200, kVarString} << QByteArray("C:\\new\\t.txt") << false << 0u << QByteArray("'C:\\new\\t.txt'");
+    QTest::newRow("date-time in full") << false << Column{135, kDateTime} << QByteArray("2007-12-25 10:30:00") << false << uint(TimeStamp) << QByteArray("'2007-12-25 10:30:00'");
+    QTest::newRow("NULL number") << false << Column{3, kLong} << QByteArray() << true << uint(Null) << QByteArray("NULL");
+    QTest::newRow("NULL text") << false << Column{200, kVarString} << QByteArray() << true << uint(Null) << QByteArray("NULL");
+    QTest::newRow("number cleared by the operator") << false << Column{3, kLong} << QByteArray() << false << 0u << QByteArray("0");
+    QTest::newRow("number column, no number") << false << Column{3, kLong} << QByteArray("12abc") << false << uint(NotNumber) << QByteArray("'12abc'");
+    QTest::newRow("bytes that are not UTF-8") << false << Column{205, kBlob, true, true} << QByteArray("\x80\x81") << false << uint(Bytes) << QByteArray("X'8081'");
+    QTest::newRow("zero byte") << false << Column{205, kBlob, true, true} << QByteArray("a\0b", 3) << false << uint(Bytes) << QByteArray("X'610062'");
+    QTest::newRow("BIT as its number") << false << Column{11, kBit, true, true} << QByteArray("1") << false << uint(Bit) << QByteArray("1");
+    QTest::newRow("date keeps its date") << false << Column{133, kDate} << QByteArray("2020-01-02") << false << 0u << QByteArray("'2020-01-02 00:00:00'");
+    QTest::newRow("restore: empty nullable decimal was NULL") << true << Column{131, kNewDecimal} << QByteArray() << false << uint(Null) << QByteArray("NULL");
+    QTest::newRow("restore: empty nullable big integer") << true << Column{20, kLongLong} << QByteArray() << false << uint(Null) << QByteArray("NULL");
+    QTest::newRow("restore: empty nullable enum") << true << Column{129, kString, true, false, true} << QByteArray() << false << uint(Null) << QByteArray("NULL");
+    QTest::newRow("restore: empty nullable text stays empty") << true << Column{200, kVarString} << QByteArray() << false << 0u << QByteArray("''");
+    QTest::newRow("restore: empty set stays empty") << true << Column{129, kString} << QByteArray() << false << 0u << QByteArray("''");
+    QTest::newRow("restore: empty date, NOT NULL") << true << Column{133, kDate, false} << QByteArray() << false << 0u << QByteArray("''");
+    QTest::newRow("restore: date as it stands") << true << Column{133, kDate} << QByteArray("2020-01-02") << false << 0u << QByteArray("'2020-01-02'");
+    QTest::newRow("restore: date-time") << true << Column{135, kDateTime} << QByteArray("2020-01-02 03:04:05") << false << uint(TimeStamp) << QByteArray("'2020-01-02 03:04:05'");
 }
 // clang-format on
 
@@ -160,13 +157,7 @@ void TestRecordWriter::exactValues()
     QFETCH(bool, restore);
     QFETCH(QByteArray, cell);
     QFETCH(bool, isNull);
-    ExactValues::Column column;
-    QFETCH(int, ado);
-    QFETCH(int, server);
-    QFETCH(bool, nullable);
-    QFETCH(bool, binary);
-    QFETCH(bool, isEnum);
-    column = {ado, server, nullable, binary, isEnum};
+    QFETCH(ExactValues::Column, column);
     const auto rules = restore ? ExactValues::Rules::Restore : ExactValues::Rules::TableData;
     QTEST(ExactValues::reasons(rules, column, cell, isNull), "reasons");
     QTEST(ExactValues::exactLiteral(rules, column, cell, isNull), "exact");

@@ -12,9 +12,10 @@
 #include <QGroupBox>
 #include <QLineEdit>
 #include <QPointer>
-#include <QPushButton>
 #include <QRadioButton>
 #include <QTimer>
+
+#include <optional>
 
 using namespace tabulon;
 using namespace tabulon::test;
@@ -38,10 +39,8 @@ private Q_SLOTS:
     void replaceIgnoreWrapAndCancel();
     void replaceActsOnTheRowShown();
     void replaceAll();
-    void closedSession_data();
-    void closedSession();
-    void nothingChosen_data();
-    void nothingChosen();
+    void runsThatCannotStart_data();
+    void runsThatCannotStart();
 
 private:
     QWidget *open(const char *command) { return m_window = openTool(command); }
@@ -77,13 +76,6 @@ private:
         } else {
             type("Text1", "C1");
         }
-    }
-    void run(const QString &command) const { click(command == qs("mnusearch") ? "cmdsearch" : "cmdfind"); }
-    void openOn(const QString &command)
-    {
-        m_main->enableAllMenus();
-        m_main->menuItem(command)->trigger();
-        m_window = m_main->toolWindow(command);
     }
     QStringList data() { return m_db->rows(qs("SELECT * FROM main_info1 ORDER BY 1")); }
 
@@ -310,81 +302,66 @@ void TestSearchWindows::replaceAll()
 }
 
 // clang-format off
-void TestSearchWindows::closedSession_data()
+void TestSearchWindows::runsThatCannotStart_data()
 {
     QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("kind"); // of the run; "" closed before opening
-    QTest::newRow("Table Data, open") << "mnuTabData" << "";
-    QTest::newRow("Search, open") << "mnusearch" << "";
-    QTest::newRow("Replace, open") << "mnureplace" << "";
-    QTest::newRow("Search, all tables") << "mnusearch" << "all";
-    QTest::newRow("Replace, a client code") << "mnureplace" << "code";
-    QTest::newRow("Replace, other fields") << "mnureplace" << "others";
-}
-// clang-format on
-
-// The first statement on a closed session is reported once and ends the program; nothing is
-// listed and nothing changes.
-void TestSearchWindows::closedSession()
-{
-    QFETCH(QString, command);
-    QFETCH(QString, kind);
-    const QStringList before = data();
-    if (kind.isEmpty()) {
-        session().close();
-        openOn(command);
-        QVERIFY(m_window);
-        QCOMPARE(child<QComboBox>("Combo1")->count(), 0);
-    } else {
-        QVERIFY(open(qPrintable(command)));
-        QCOMPARE(m_operator->runtimeErrors, QStringList());
-        prepare(command, kind);
-        session().close();
-        run(command);
-        QCOMPARE(grid()->rows(), 1);
-    }
-    QCOMPARE(m_operator->runtimeErrors, QStringList{closedReport()});
-    QCOMPARE(m_operator->ends, QList<int>{1});
-    QCOMPARE(m_operator->told, QStringList());
-    QCOMPARE(data(), before);
-}
-
-// clang-format off
-void TestSearchWindows::nothingChosen_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<QString>("told");
+    QTest::addColumn<QString>("kind"); // of the run; "" on a closed session: closed before opening
+    QTest::addColumn<QString>("told"); // what is missing; "" when the session is closed
+    QTest::newRow("closed, Table Data opened") << "mnuTabData" << "" << "";
+    QTest::newRow("closed, Search opened") << "mnusearch" << "" << "";
+    QTest::newRow("closed, Replace opened") << "mnureplace" << "" << "";
+    QTest::newRow("closed, Search of all tables") << "mnusearch" << "all" << "";
+    QTest::newRow("closed, Replace of a client code") << "mnureplace" << "code" << "";
+    QTest::newRow("closed, Replace of other fields") << "mnureplace" << "others" << "";
     QTest::newRow("Search, no table chosen") << "mnusearch" << "selected" << "Select a Table";
     QTest::newRow("Replace, no field kind") << "mnureplace" << "" << "Please select a field name";
     QTest::newRow("Table Data, no table to search") << "mnuTabData" << "" << "No records to search";
 }
 // clang-format on
 
-// A run started with nothing chosen says what is missing and sends nothing.
-void TestSearchWindows::nothingChosen()
+// On a closed session the first statement is reported once and ends the program, and nothing is
+// listed; a run started with nothing chosen says what is missing and sends nothing. Either way
+// nothing changes.
+void TestSearchWindows::runsThatCannotStart()
 {
     QFETCH(QString, command);
     QFETCH(QString, kind);
-    // Table Data chooses the first table by itself: only a database without tables leaves none.
-    ScratchDatabase empty(qs("searchwindows_empty"));
-    QVERIFY_DB(empty.error());
-    if (command == qs("mnuTabData"))
-        QVERIFY_DB(openSession(session(), empty.name()));
-    else
-        markLog();
-    openOn(command);
-    QVERIFY(m_window);
-    if (command != qs("mnureplace"))
-        QCOMPARE(child<QComboBox>("Combo1")->currentIndex(), -1);
-    prepare(command, kind);
+    QFETCH(QString, told);
+    const bool closed = told.isEmpty();
     const QStringList before = data();
-    const QStringList sentBefore = sent();
-    run(command);
-    QTEST(m_operator->told.value(0), "told");
-    QCOMPARE(m_operator->told.size(), 1);
-    QCOMPARE(m_operator->runtimeErrors, QStringList());
-    QCOMPARE(sent(), sentBefore);
+    // Table Data chooses the first table by itself: only a database without tables leaves none.
+    std::optional<ScratchDatabase> empty;
+    if (!closed && command == qs("mnuTabData")) {
+        empty.emplace(qs("searchwindows_empty"));
+        QVERIFY_DB(openSession(session(), empty->name()));
+    } else {
+        markLog();
+    }
+    if (closed && kind.isEmpty())
+        session().close();
+    m_main->enableAllMenus();
+    m_main->menuItem(command)->trigger();
+    m_window = m_main->toolWindow(command);
+    QVERIFY(m_window);
+    QStringList sentBefore;
+    if (closed && kind.isEmpty()) {
+        QCOMPARE(child<QComboBox>("Combo1")->count(), 0);
+    } else {
+        if (!closed && command != qs("mnureplace"))
+            QCOMPARE(child<QComboBox>("Combo1")->currentIndex(), -1);
+        prepare(command, kind);
+        sentBefore = sent();
+        if (closed)
+            session().close();
+        click(command == qs("mnusearch") ? "cmdsearch" : "cmdfind");
+        if (closed)
+            QCOMPARE(grid()->rows(), 1);
+    }
+    QCOMPARE(m_operator->told, closed ? QStringList() : QStringList{told});
+    QCOMPARE(m_operator->runtimeErrors, closed ? QStringList{closedReport()} : QStringList());
+    QCOMPARE(m_operator->ends, closed ? QList<int>{1} : QList<int>());
+    if (!closed)
+        QCOMPARE(sent(), sentBefore);
     QCOMPARE(data(), before);
 }
 

@@ -9,21 +9,13 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDir>
 #include <QDirIterator>
-#include <QFile>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QPointer>
-#include <QPushButton>
-#include <QTemporaryDir>
-#include <QTest>
 #include <QTimer>
 #include <QTreeWidget>
-
-#include <csignal>
-#include <sys/resource.h>
 
 using namespace tabulon;
 using namespace tabulon::test;
@@ -59,7 +51,6 @@ QTreeWidgetItem *itemNamed(QTreeWidget *tree, const QString &name)
 class TestRenameFolders final : public QObject, ToolFixture {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
     void init();
     void cleanup() { closeMain(); }
 
@@ -69,14 +60,18 @@ private Q_SLOTS:
     void replaceInFilesPreviewsCounts();
     void undoReplaceKeepsTheCopiesNotPutBack();
     void deleteMovesToTheTrashAndBack();
-    void withoutTrashDeletesOnlyWhenAskedAgain();
     void nothingToActOn_data();
     void nothingToActOn();
 
 private:
     QString path(const char *relative) const { return m_dir.filePath(qs(relative)); }
     RenameFolders *openTool();
-    void run(const char *menu) { m_main->menuItem(qs(menu))->trigger(); }
+    // Runs a menu command; the input boxes it shows get `typed`, one text each.
+    void run(const char *menu, const QStringList &typed = {})
+    {
+        m_operator->typed = typed;
+        m_main->menuItem(qs(menu))->trigger();
+    }
     QTreeWidget *tree() const { return m_tool->findChild<QTreeWidget *>(qs("TreeView1")); }
     void choose(const char *name)
     {
@@ -112,13 +107,9 @@ private:
     QPointer<RenameFolders> m_tool;
 };
 
-void TestRenameFolders::initTestCase()
-{
-    qputenv("XDG_DATA_HOME", QFile::encodeName(m_dataHome.path()));
-}
-
 void TestRenameFolders::init()
 {
+    qputenv("XDG_DATA_HOME", QFile::encodeName(m_dataHome.path()));
     QDir(m_dir.path()).removeRecursively();
     QDir().mkpath(m_dir.path());
     write(path("Orvita.ini"), "[db]\r\nname=orvita\r\n");
@@ -183,8 +174,7 @@ void TestRenameFolders::opensOnTheProgramFolderAndGivesTheMenuBack()
 void TestRenameFolders::findMarksAndShowsOnlyTheFound()
 {
     // A pop-up command before the window was opened loads it without showing it.
-    m_operator->typed = sl({"1.rpt"});
-    run("mnufindstr");
+    run("mnufindstr", sl({"1.rpt"}));
     m_tool = qobject_cast<RenameFolders *>(m_main->ensureToolWindow(qs("mnurenfld")));
     QVERIFY(m_tool && !m_tool->isVisible());
     QCOMPARE(m_tool->findChild<QLabel *>(qs("lblstatus"))->text(), qs("2 names found"));
@@ -195,11 +185,9 @@ void TestRenameFolders::findMarksAndShowsOnlyTheFound()
     QVERIFY(m_main->menuItem(qs("mnushowfind"))->isChecked() && !m_main->menuItem(qs("mnushowall"))->isChecked());
     QCOMPARE(visibleNames(tree()), sl({"reports", "  orvita_1.rpt", "  Orvita_1.RPT.bak"}));
     m_tool->findChild<QCheckBox *>(qs("chkcase"))->setChecked(true);
-    m_operator->typed = sl({"RPT"});
-    run("mnufindstr");
+    run("mnufindstr", sl({"RPT"}));
     QCOMPARE(visibleNames(tree()), sl({"reports", "  Orvita_1.RPT.bak"}));
-    m_operator->typed = sl({"nowhere"});
-    run("mnufindstr");
+    run("mnufindstr", sl({"nowhere"}));
     QCOMPARE(m_operator->told.last(), qs("No folder or file name holds \"nowhere\"."));
     QCOMPARE(visibleNames(tree()), QStringList());
     run("mnushowall");
@@ -212,17 +200,15 @@ void TestRenameFolders::renamesAskFirstAndReportCollisions()
     // Every file below the chosen folder; one new name is taken already.
     choose("reports");
     write(path("reports/client_2.rpt"), "taken");
-    m_operator->typed = sl({"orvita", "client"});
     m_operator->answer = Dialogs::Answer::No;
-    run("mnurenfiles");
+    run("mnurenfiles", sl({"orvita", "client"}));
     QCOMPARE(m_operator->asked.last(),
              qs("Rename 2 files?\n\nreports/Orvita_1.RPT.bak  ->  client_1.RPT.bak\nreports/orvita_1.rpt  ->  "
                 "client_1.rpt\n\n1 file cannot be renamed and will be left alone."));
     QVERIFY(QFile::exists(path("reports/orvita_1.rpt")));
 
-    m_operator->typed = sl({"orvita", "client"});
     m_operator->answer = Dialogs::Answer::Yes;
-    run("mnurenfiles");
+    run("mnurenfiles", sl({"orvita", "client"}));
     QCOMPARE(m_operator->told.last(), qs("Renamed 2 files.\n\nLeft alone: 1\n") + path("reports/orvita_2.rpt") +
                                           qs(": a file or folder of that name already exists"));
     QCOMPARE(read(path("reports/client_2.rpt")), QByteArray("taken"));
@@ -230,8 +216,7 @@ void TestRenameFolders::renamesAskFirstAndReportCollisions()
 
     // One item by a typed name.
     choose("Orvita.ini");
-    m_operator->typed = sl({"Tabulon.ini"});
-    run("mnuren");
+    run("mnuren", sl({"Tabulon.ini"}));
     QCOMPARE(m_operator->told.last(), qs("Renamed 1 item."));
     QCOMPARE(read(path("Tabulon.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
 
@@ -243,12 +228,10 @@ void TestRenameFolders::renamesAskFirstAndReportCollisions()
 
     // Cancel on the second box drops the change; an empty answer removes the text.
     choose("reports");
-    m_operator->typed = QStringList{qs("client_"), QString()};
     const qsizetype asked = m_operator->asked.size();
-    run("mnurenfiles");
+    run("mnurenfiles", {qs("client_"), QString()});
     QCOMPARE(m_operator->asked.size(), asked);
-    m_operator->typed = QStringList{qs("client_"), qs("")};
-    run("mnurenfiles");
+    run("mnurenfiles", QStringList{qs("client_"), qs("")});
     QCOMPARE(m_operator->told.last(), qs("Renamed 3 files."));
     QCOMPARE(read(path("reports/2.rpt")), QByteArray("taken"));
     undo("mnuundoren");
@@ -265,8 +248,7 @@ void TestRenameFolders::replaceInFilesPreviewsCounts()
     // Match Case and the hidden files' box decide what the preview holds.
     m_tool->findChild<QCheckBox *>(qs("chkcase"))->setChecked(true);
     m_tool->findChild<QCheckBox *>(qs("chkhidden"))->setChecked(true);
-    m_operator->typed = sl({"orvita", "Tabulon"});
-    run("mnurepfiles");
+    run("mnurepfiles", sl({"orvita", "Tabulon"}));
     QCOMPARE(m_operator->asked.last(), qs("Replace 3 occurrences of \"orvita\" with \"Tabulon\" in 3 files?\n\n"
                                           ".orvita/cache.ini (1)\n    1: orvita\n"
                                           "reports/.orvita.rpt (1)\n    1: orvita\n"
@@ -277,22 +259,19 @@ void TestRenameFolders::replaceInFilesPreviewsCounts()
 
     // Cancel on the box of the new text asks nothing and changes nothing.
     const qsizetype asked = m_operator->asked.size();
-    m_operator->typed = QStringList{qs("orvita"), QString()};
-    run("mnurepfiles");
+    run("mnurepfiles", QStringList{qs("orvita"), QString()});
     QCOMPARE(m_operator->asked.size(), asked);
 
-    m_operator->typed = sl({"orvita", "Tabulon"});
     m_operator->answer = Dialogs::Answer::Yes;
     QVERIFY(!m_tool->findChild<QAction *>(qs("mnuundorep"))->isEnabled());
-    run("mnurepfiles");
+    run("mnurepfiles", sl({"orvita", "Tabulon"}));
     QCOMPARE(m_operator->told.last(),
              qs("Changed 2 files.\n\nLeft alone: 1\n") + path("bin/orvita.exe") + qs(": a binary file, left alone"));
     QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=Tabulon\r\n"));
     QCOMPARE(read(path(".orvita/cache.ini")), QByteArray("orvita"));
 
     // The next replacement that finds nothing keeps the copies of this one.
-    m_operator->typed = sl({"nowhere", "x"});
-    run("mnurepfiles");
+    run("mnurepfiles", sl({"nowhere", "x"}));
     undo("mnuundorep");
     QCOMPARE(m_operator->told.last(), qs("Put back 2 files."));
     QCOMPARE(read(path("Orvita.ini")), QByteArray("[db]\r\nname=orvita\r\n"));
@@ -309,8 +288,7 @@ void TestRenameFolders::replaceInFilesPreviewsCounts()
     if (sjis < 0)
         QSKIP("this system cannot convert Shift-JIS");
     encoding->setCurrentIndex(sjis);
-    m_operator->typed = sl({"orvita", "Tabulon"});
-    run("mnurepfiles");
+    run("mnurepfiles", sl({"orvita", "Tabulon"}));
     QCOMPARE(m_operator->asked.last(), qs("Replace 2 occurrences of \"orvita\" with \"Tabulon\" in 2 files?\n\n"
                                           "reports/legacy.rpt (1)\n    1: orvita \u30BD\n"
                                           "reports/orvita_1.rpt (1)\n    1: Orvita report"));
@@ -321,20 +299,15 @@ void TestRenameFolders::undoReplaceKeepsTheCopiesNotPutBack()
     const QByteArray big = "orvita" + QByteArray(4000, 'x');
     write(path("big.ini"), big);
     QVERIFY(openTool());
-    m_operator->typed = sl({"orvita", "T"});
-    run("mnurepfiles");
+    run("mnurepfiles", sl({"orvita", "T"}));
     QCOMPARE(m_operator->told.last().left(16), qs("Changed 3 files."));
 
-    // Files may not grow past the new big.ini for a while: the old one cannot be written back.
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old{};
-    QVERIFY(::getrlimit(RLIMIT_FSIZE, &old) == 0);
-    rlimit small = old;
-    small.rlim_cur = rlim_t(big.size() - 1);
-    QVERIFY(::setrlimit(RLIMIT_FSIZE, &small) == 0);
-    m_tool->findChild<QAction *>(qs("mnuundorep"))->trigger();
-    ::setrlimit(RLIMIT_FSIZE, &old);
-    std::signal(SIGXFSZ, oldHandler);
+    {
+        // Files may not grow past the new big.ini for a while: the old one cannot be written back.
+        const FileSizeLimit limit(rlim_t(big.size() - 1));
+        QVERIFY(limit.isSet());
+        m_tool->findChild<QAction *>(qs("mnuundorep"))->trigger();
+    }
     const QString told = m_operator->told.last();
     QVERIFY2(told.startsWith(qs("Put back 2 files.\n\nLeft alone: 1\n") + path("big.ini") + qs(": ")) &&
                  told.endsWith(qs("\n\nKept the copies of 1 file not put back: Undo Replace in Files can try again.")),
@@ -371,15 +344,11 @@ void TestRenameFolders::deleteMovesToTheTrashAndBack()
     QCOMPARE(m_operator->told.last(), qs("Brought back 2 items."));
     QCOMPARE(visibleNames(tree()).size(), 7);
     QCOMPARE(read(path("bin/orvita.exe")), QByteArray("MZ\0orvita", 9));
-}
 
-void TestRenameFolders::withoutTrashDeletesOnlyWhenAskedAgain()
-{
-    // No trash can be made under a file.
+    // Without a trash (none can be made under a file) a deletion asks again, and only Yes to that
+    // deletes for good.
     write(m_settingsDir.filePath(qs("plain")), "a file");
     qputenv("XDG_DATA_HOME", QFile::encodeName(m_settingsDir.filePath(qs("plain/data"))));
-    QFile::setPermissions(path("reports/orvita_2.rpt"), QFile::ReadOwner);
-    QVERIFY(openTool());
     choose("reports");
     m_operator->answers = {Dialogs::Answer::Yes, Dialogs::Answer::No};
     run("mnuDelete");
@@ -400,7 +369,6 @@ void TestRenameFolders::withoutTrashDeletesOnlyWhenAskedAgain()
                                           qs(": something inside it was kept"));
     QCOMPARE(visibleNames(tree()), sl({"bin", "  orvita.exe", "reports", "  orvita_2.rpt", "Orvita.ini"}));
     QVERIFY(!m_tool->findChild<QAction *>(qs("mnuundodel"))->isEnabled());
-    qputenv("XDG_DATA_HOME", QFile::encodeName(m_dataHome.path()));
 }
 
 // clang-format off
@@ -448,14 +416,13 @@ void TestRenameFolders::nothingToActOn()
         tree()->setCurrentItem(tree()->topLevelItem(0));
     else
         choose(qPrintable(chosen));
-    m_operator->typed = typed;
     if (command == qs("typed")) {
         auto *box = w->findChild<QLineEdit *>(qs("txtfolder"));
         box->setText(aFile);
         QTest::keyClick(box, Qt::Key_Return);
         QCOMPARE(w->folder(), QDir(m_dir.path()).absolutePath()); // still the folder it showed
     } else {
-        m_main->menuItem(command)->trigger();
+        run(qPrintable(command), typed);
     }
     QCOMPARE(m_operator->told.value(m_operator->told.size() - 1), told.arg(aFile));
     QCOMPARE(m_operator->told.size(), typed.isEmpty() ? 1 : 3); // the input prompts come first

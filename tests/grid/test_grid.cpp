@@ -10,7 +10,6 @@
 #include <QMenu>
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <tuple>
 

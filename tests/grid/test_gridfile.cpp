@@ -1,15 +1,12 @@
 // The grid file form: exact round trips of awkward grids, row-by-row writing and reading, the
 // documented byte layout, and rejection of every kind of damaged or foreign file without
 // touching the grid.
-#include "grid/griddata.h"
+#include "files.h"
 #include "grid/gridfile.h"
 #include "gridtexts.h"
 #include "testdb.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
-#include <QTest>
 #include <QtEndian>
 
 #include <zlib.h>
@@ -43,12 +40,6 @@ GridData filled(int rows, int cols, int fixedRows, int fixedCols)
             columns[static_cast<size_t>(c)].append(r % 5 == 0 ? text : text + QString::number(r * 1000 + c));
         }
     return GridData::fromColumns(std::move(columns), rows, fixedRows, fixedCols);
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 } // namespace
@@ -146,7 +137,7 @@ void TestGridFile::byteLayout()
     const quint32 crc = qToLittleEndian(static_cast<quint32>(
         crc32(0, reinterpret_cast<const Bytef *>(body.constData()), static_cast<uInt>(body.size()))));
     body.append(reinterpret_cast<const char *>(&crc), 4);
-    QCOMPARE(readAll(path("layout.grid")), body);
+    QCOMPARE(read(path("layout.grid")), body);
 }
 
 // Every failed load says why, names the file and leaves the grid as it was.
@@ -172,15 +163,13 @@ void TestGridFile::rejected()
         {"unknown old version", "unknown form", [](QByteArray &b) { b[13] = '1'; }},
     };
     QVERIFY_DB(filled(200, 4, 1, 1).saveToFile(path("good.grid")));
-    const QByteArray good = readAll(path("good.grid"));
+    const QByteArray good = read(path("good.grid"));
     GridData g = filled(5, 3, 1, 0);
     const QStringList before = contents(g);
     for (const auto &[name, errorPart, damage] : cases) {
         QByteArray bytes = good;
         damage(bytes);
-        QFile file(path("bad.grid"));
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size() &&
-                file.flush());
+        write(path("bad.grid"), bytes);
         const DbError error = g.loadFromFile(path("bad.grid"));
         const QString text = qs("%1: %2").arg(QString::fromUtf8(name), error.description);
         QVERIFY2(error.isFileError() && error.description.contains(QLatin1String("bad.grid")), qPrintable(text));
