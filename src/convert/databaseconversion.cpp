@@ -3,6 +3,7 @@
 #include "convert/conversionrules.h"
 #include "convert/conversionsource.h"
 #include "db/databasesession.h"
+#include "db/tabletransaction.h"
 #include "db/writemode.h"
 
 #include <QHash>
@@ -162,6 +163,16 @@ void DatabaseConversion::CopyTableRows(const QString &table)
     DbError refusal;
     constexpr int kRowsAsked = 20;
     int warnedRows = 0;
+    // On InnoDB the table's rows go in as one transaction: one disk flush for the table instead
+    // of one per row on a server that makes every commit durable. Should the server roll it
+    // back, the rows written so far are counted as left behind.
+    TableTransaction transaction(*m_session, table, m_targetDatabase);
+    const auto rolledBack = [&](const DbError &ended) {
+        if (!refusal)
+            refusal = ended;
+        counts.leftBehind += counts.written;
+        counts.written = 0;
+    };
     const DbError error = m_source->readRows(table, [&](const SourceRow &row) {
         // After a refused row the rest of the table is not copied, only counted.
         if (refusal) {
@@ -176,7 +187,10 @@ void DatabaseConversion::CopyTableRows(const QString &table)
                 ++counts.notCarried;
         }
         if (DbError e = m_session->execute(Conversion::insertStatement(m_targetDatabase, table, values))) {
-            refusal = e;
+            if (const DbError ended = transaction.afterWrite(e))
+                rolledBack(ended);
+            else
+                refusal = e;
             return DbError::none();
         }
         ++counts.written;
@@ -198,6 +212,8 @@ void DatabaseConversion::CopyTableRows(const QString &table)
         }
         return DbError::none();
     });
+    if (const DbError committed = transaction.commit())
+        rolledBack(committed);
     if (refusal || error) {
         counts.refused = refusal ? 1 : 0;
         counts.tooLong = refusal.serverCode == kStatementTooLong ? 1 : 0;

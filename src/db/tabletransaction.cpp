@@ -9,14 +9,18 @@ bool TableTransaction::isTransactional(const QString &engine)
     return engine.compare(QLatin1String("InnoDB"), Qt::CaseInsensitive) == 0;
 }
 
-TableTransaction::TableTransaction(DatabaseSession &session, const QString &table) : m_session(session), m_table(table)
+TableTransaction::TableTransaction(DatabaseSession &session, const QString &table, const QString &database)
+    : m_session(session), m_table(table)
 {
+    const QString schema = database.isEmpty()
+                               ? QStringLiteral("DATABASE()")
+                               : QStringLiteral("'%1'").arg(QString::fromUtf8(session.escape(database.toUtf8())));
     // Names compare without regard to case here; the exact name decides when case twins exist,
     // and where the server folds names, every table it could mean must be InnoDB.
     auto found = session.openQuery(
-        QStringLiteral("SELECT TABLE_NAME, ENGINE FROM information_schema.TABLES WHERE TABLE_SCHEMA = DATABASE() "
-                       "AND TABLE_NAME = '%1'")
-            .arg(QString::fromUtf8(session.escape(table.toUtf8()))));
+        QStringLiteral("SELECT TABLE_NAME, ENGINE FROM information_schema.TABLES WHERE TABLE_SCHEMA = %1 "
+                       "AND TABLE_NAME = '%2'")
+            .arg(schema, QString::fromUtf8(session.escape(table.toUtf8()))));
     if (!found) {
         m_error = found.error();
         return;

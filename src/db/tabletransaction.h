@@ -17,8 +17,9 @@ public:
     // Learns the table's engine and, for InnoDB, turns autocommit off for the table's writes.
     // Autocommit off rather than START TRANSACTION: should the server end the transaction
     // itself (a deadlock), whatever follows opens a new one that is rolled back here, instead
-    // of going in row by row.
-    TableTransaction(DatabaseSession &session, const QString &table);
+    // of going in row by row. The table is looked for in `database`, or in the session's own
+    // database when that is empty.
+    TableTransaction(DatabaseSession &session, const QString &table, const QString &database = {});
     // Rolls back whatever has not been committed (the command stopped before the table's end).
     ~TableTransaction();
     TableTransaction(const TableTransaction &) = delete;
