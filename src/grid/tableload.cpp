@@ -1,6 +1,7 @@
 #include "grid/tableload.h"
 
 #include "db/databasesession.h"
+#include "grid/griddata.h"
 
 #include <charconv>
 #include <chrono>
@@ -27,14 +28,16 @@ void endRunningStatement(const DatabaseSession &session)
 
 } // namespace
 
-TableLoad TableLoad::read(DatabaseSession &session, const QString &table, const Pace &pace, const Pause &pause)
+TableLoad TableLoad::read(DatabaseSession &session, const QString &table, int firstField, const Open &open,
+                          const Pace &pace, const Pause &pause)
 {
     using Clock = std::chrono::steady_clock;
     TableLoad load;
-    const auto onFields = [&load](const std::vector<FieldInfo> &fields) {
-        load.columns.resize(fields.size());
+    GridData *grid = nullptr;
+    const auto onFields = [&](const std::vector<FieldInfo> &fields) {
         for (const FieldInfo &f : fields)
             load.names << f.name;
+        grid = &open(load.names);
         return DbError{};
     };
 
@@ -46,15 +49,16 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, const 
     char digits[24];
     const auto onRow = [&](std::span<const std::optional<QByteArrayView>> cells) -> DbError {
         try {
-            for (size_t i = 0; i < cells.size(); ++i) {
-                if (cells[i])
-                    load.columns[i].append(*cells[i]);
+            int col = firstField;
+            for (const std::optional<QByteArrayView> &cell : cells) {
+                if (cell)
+                    grid->appendCell(col++, *cell);
                 else
-                    load.columns[i].appendNull();
+                    grid->appendNullCell(col++);
             }
             ++load.rows;
             const auto end = std::to_chars(digits, digits + sizeof digits, load.rows).ptr;
-            load.numbers.append(QByteArrayView(digits, end - digits));
+            grid->appendCell(0, QByteArrayView(digits, end - digits));
         } catch (const std::exception &) {
             return DbError::generic(kTooBigText);
         }
@@ -74,10 +78,8 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, const 
 
     const DbError error = session.streamQuery(
         QStringLiteral("SELECT * FROM ") + DatabaseSession::quoteIdentifier(table), onFields, onRow);
-    if (error && !load.stopped) {
-        load = TableLoad();
+    if (error && !load.stopped)
         load.error = error;
-    }
     return load;
 }
 
