@@ -2,7 +2,7 @@
 // length as a varint (one byte below 128), the start of every block of kBlock cells, null
 // flags only when a null was stored, and a sparse set of cells that were changed after they
 // were appended. Recordsets and the grid both keep their cells here; a million-row column of
-// short texts costs its text plus about 1.5 bytes a cell. Copies share the storage until one
+// short texts costs its text plus about 1.25 bytes a cell. Copies share the storage until one
 // of them appends or shrinks, so a copied column costs nothing until it is changed.
 #pragma once
 
@@ -92,7 +92,7 @@ public:
     };
 
 private:
-    static constexpr qsizetype kBlock = 16;
+    static constexpr qsizetype kBlock = 32;
     static constexpr std::uint64_t kMaxBytes = 0xFFFFFFFFull;
     struct Edit {
         QByteArray bytes;

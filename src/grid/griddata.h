@@ -66,7 +66,7 @@ public:
     // than the digits.
     void setRowNumbers(int col);
     // Column `to` becomes a copy of column `from`, header included. The text bytes are shared
-    // until either column changes, so a copy costs about 1.5 bytes a cell.
+    // until either column changes, so a copy costs about 1.25 bytes a cell.
     void copyColumn(int from, int to);
 
     // Row 0 takes the field names (when fixedRows() == 1), one row per record follows, field k
