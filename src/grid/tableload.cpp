@@ -47,6 +47,17 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, int fi
     Clock::time_point lastPause = Clock::now();
     qsizetype untilCheck = rowsPerCheck;
     char digits[24];
+    const auto pauseWhenDue = [&]() -> DbError {
+        if (Clock::now() - lastPause < interval)
+            return {};
+        if (pause(load.rows)) {
+            endRunningStatement(session);
+            load.stopped = true;
+            return stop;
+        }
+        lastPause = Clock::now();
+        return {};
+    };
     const auto onRow = [&](std::span<const std::optional<QByteArrayView>> cells) -> DbError {
         try {
             int col = firstField;
@@ -65,19 +76,16 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, int fi
         if (--untilCheck > 0 || pace.pauseMs < 0 || !pause)
             return {};
         untilCheck = rowsPerCheck;
-        if (const Clock::time_point now = Clock::now(); now - lastPause < interval)
-            return {};
-        if (pause(load.rows)) {
-            endRunningStatement(session);
-            load.stopped = true;
-            return stop;
-        }
-        lastPause = Clock::now();
-        return {};
+        return pauseWhenDue();
     };
+    // A server slow to send the next rows would otherwise hold the window for as long as it
+    // takes.
+    const auto whileWaiting = [&]() -> DbError { return pauseWhenDue(); };
 
     const DbError error = session.streamQuery(
-        QStringLiteral("SELECT * FROM ") + DatabaseSession::quoteIdentifier(table), onFields, onRow);
+        QStringLiteral("SELECT * FROM ") + DatabaseSession::quoteIdentifier(table), onFields, onRow,
+        pace.pauseMs > 0 && pause ? DatabaseSession::Waiting(whileWaiting) : DatabaseSession::Waiting(),
+        std::max(pace.pauseMs / 2, 1));
     if (error && !load.stopped)
         load.error = error;
     return load;

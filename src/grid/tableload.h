@@ -19,8 +19,9 @@ class GridData;
 class TableLoad final {
 public:
     // How often the reading pauses: the clock is looked at every `rowsPerCheck` rows, and a
-    // pause comes once `pauseMs` milliseconds have passed since the last one (0: at every
-    // check; negative: never, the whole table in one go).
+    // pause comes once `pauseMs` milliseconds have passed since the last one, also while the
+    // server is slow to send the next row (0: at every check of rows only; negative: never,
+    // the whole table in one go).
     struct Pace final {
         int rowsPerCheck = 1024;
         int pauseMs = 25;
