@@ -185,38 +185,41 @@ DbError TableData::loadTableSteps()
         // name over these rows.
         const bool listEnabled = m_combo->isEnabled();
         m_combo->setEnabled(false);
-        load = TableLoad::read(session(), table, m_pace, [this, &table](qsizetype rows) {
+        // Column 0 shows each row's number and the hidden column 1 holds its load number, which
+        // travels with its row through sorts so that ModifyRecord can find the row's record again
+        // by position. While the rows arrive both read the same, so they share their storage.
+        const auto open = [this](const QStringList &names) -> GridData & {
+            m_grid->startAppending(QStringList{QString(), QString()} + names);
+            m_grid->cells().copyColumn(0, 1);
+            m_grid->setColHidden(1, true);
+            return m_grid->cells();
+        };
+        // The rows read so far join the view a slice at a time, so that no step at the end has
+        // to present the whole table at once; the columns are sized once, from the first slice.
+        bool sized = false;
+        load = TableLoad::read(session(), table, 2, open, m_pace, [&](qsizetype rows) {
+            m_grid->commitAppendedRows();
+            if (!sized) {
+                m_grid->autoSize(0, m_grid->cols() - 1);
+                sized = true;
+            }
             m_host.showStatus(QStringLiteral("Loading %1: %2 rows").arg(table).arg(rows));
             QCoreApplication::processEvents();
             return m_busy.stopRequested();
         });
+        m_grid->finishAppending();
+        if (!sized && !load.error)
+            m_grid->autoSize(0, m_grid->cols() - 1);
         m_combo->setEnabled(listEnabled);
     }
-    if (load.error)
+    if (load.error) {
+        m_grid->clear();
         return load.error;
+    }
     m_partlyLoaded = load.stopped;
     m_host.showStatus(load.stopped ? QStringLiteral("%1: loading stopped after %2 rows").arg(table).arg(load.rows)
                                    : QStringLiteral("%1: %2 rows loaded").arg(table).arg(load.rows));
-
-    // Column 0 shows each row's number and the hidden column 1 holds its load number, which
-    // travels with its row through sorts so that ModifyRecord can find the row's record again
-    // by position. Right after the load both read the same, so they share their storage.
-    load.numbers.append(QByteArrayView());
-    load.numbers.squeeze();
-    std::vector<TextColumn> columns;
-    columns.reserve(load.columns.size() + 2);
-    columns.push_back(load.numbers);
-    columns.push_back(std::move(load.numbers));
-    for (TextColumn &c : load.columns)
-        columns.push_back(std::move(c));
-    QStringList names{QString(), QString()};
-    names += load.names;
-    m_grid->adoptColumns(std::move(columns), names, load.rows);
-    const int cols = m_grid->cols();
-    m_grid->setColHidden(1, true);
-
     m_cursor.reset();
-    m_grid->autoSize(0, cols - 1);
     return {};
 }
 

@@ -18,7 +18,7 @@ namespace {
 // Below this a buffer lives among the heap's small blocks, whose pages are mostly in memory
 // already; above it, each block has pages of its own that are worth faulting in ahead.
 constexpr std::size_t kPrefaultFrom = 256 * 1024;
-constexpr std::size_t kPrefaultStep = 256 * 1024;
+constexpr std::size_t kPrefaultStep = 64 * 1024;
 
 // Asks the kernel to fault in [begin, end) of a block in one call: a million small appends
 // would otherwise take one fault per page, which on a virtual machine costs more than the

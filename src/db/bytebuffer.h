@@ -1,7 +1,7 @@
 // A growable run of bytes for bulk appends. Unlike QByteArray it keeps no terminator and no
 // shared header, so an append of a few bytes is a bounds check and a copy; growth goes
 // through realloc, which moves large blocks by remapping their pages instead of copying
-// them, and on Linux the pages just ahead of the end are faulted in a quarter megabyte at a time
+// them, and on Linux the pages just ahead of the end are faulted in 64 KiB at a time
 // rather than one by one as they are first written.
 #pragma once
 

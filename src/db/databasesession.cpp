@@ -12,6 +12,10 @@
 #include <QElapsedTimer>
 #include <QScopeGuard>
 
+#include <poll.h>
+
+#include <cerrno>
+
 #include <algorithm>
 #include <exception>
 #include <limits>
@@ -28,6 +32,9 @@ struct Connection final {
     // True while streamQuery() hands out rows: the rest of the result is still on the wire, and
     // the caller may be yielding to other windows meanwhile.
     bool reading = false;
+    // Whether the client library's calls that return instead of waiting are set up (0 not
+    // yet asked, 1 yes, -1 refused: rows are then waited for as usual).
+    int canWaitOutside = 0;
     ~Connection()
     {
         if (mysql)
@@ -615,7 +622,8 @@ DbResult<std::vector<int>> DatabaseSession::rowKey(const QString &database, cons
 
 // ---- Reading a result row by row ----
 
-DbError DatabaseSession::streamQuery(const QString &sql, const FieldsSink &onFields, const RowSink &onRow)
+DbError DatabaseSession::streamQuery(const QString &sql, const FieldsSink &onFields, const RowSink &onRow,
+                                     const Waiting &whileWaiting, int waitingMs)
 {
     if (DbError error = send(sql))
         return error;
@@ -643,10 +651,53 @@ DbError DatabaseSession::streamQuery(const QString &sql, const FieldsSink &onFie
     DbError stopped;
     if (onFields)
         stopped = onFields(infos);
+    if (whileWaiting && c.canWaitOutside == 0)
+        c.canWaitOutside = mysql_optionsv(m, MYSQL_OPT_NONBLOCK, 0) == 0 ? 1 : -1;
+    const bool waitOutside = whileWaiting && c.canWaitOutside == 1;
+    // The next row; without waiting outside, as the client library waits for it. Otherwise
+    // the library hands back what it waits for, the socket is watched here a turn at a time,
+    // and the connection's read timeout still ends a wait that lasts too long.
+    const auto fetch = [&]() -> MYSQL_ROW {
+        if (!waitOutside)
+            return mysql_fetch_row(r);
+        MYSQL_ROW row = nullptr;
+        int status = mysql_fetch_row_start(&row, r);
+        QElapsedTimer waited;
+        waited.start();
+        while (status != 0) {
+            pollfd watch{};
+            watch.fd = mysql_get_socket(m);
+            watch.events = static_cast<short>(((status & MYSQL_WAIT_READ) ? POLLIN : 0) |
+                                              ((status & MYSQL_WAIT_WRITE) ? POLLOUT : 0) |
+                                              ((status & MYSQL_WAIT_EXCEPT) ? POLLPRI : 0));
+            const int ready = poll(&watch, 1, std::max(waitingMs, 1));
+            int events = 0;
+            if (ready > 0) {
+                events = ((watch.revents & (POLLIN | POLLHUP | POLLERR)) ? MYSQL_WAIT_READ : 0) |
+                         ((watch.revents & POLLOUT) ? MYSQL_WAIT_WRITE : 0) |
+                         ((watch.revents & POLLPRI) ? MYSQL_WAIT_EXCEPT : 0);
+                waited.restart();
+            } else if (ready < 0 && errno != EINTR) {
+                events = status & (MYSQL_WAIT_READ | MYSQL_WAIT_WRITE); // the library reports the failure
+            } else {
+                if (!stopped)
+                    stopped = whileWaiting();
+                if ((status & MYSQL_WAIT_TIMEOUT) &&
+                    waited.elapsed() >= static_cast<qint64>(mysql_get_timeout_value_ms(m)))
+                    events = MYSQL_WAIT_TIMEOUT;
+                else
+                    continue;
+            }
+            status = mysql_fetch_row_cont(&row, r, events);
+        }
+        return row;
+    };
     if (!stopped && onRow) {
         std::vector<std::optional<QByteArrayView>> cells(nFields);
         std::vector<QByteArray> bits(nFields);
-        while (MYSQL_ROW row = mysql_fetch_row(r)) {
+        while (MYSQL_ROW row = fetch()) {
+            if (stopped)
+                break;
             const unsigned long *lengths = mysql_fetch_lengths(r);
             for (unsigned i = 0; i < nFields; ++i) {
                 if (!row[i]) {

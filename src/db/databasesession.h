@@ -122,9 +122,16 @@ public:
     // An error returned by a callback stops the reading (the rest of the result is read off and
     // dropped) and is returned; an empty `onRow` reads only the fields. A statement without
     // rows calls neither. No other statement may run on this session until it returns.
+    //
+    // With `whileWaiting`, the wait for a row that the server has not sent yet is cut into
+    // turns of `waitingMs` milliseconds, and `whileWaiting` is called after each turn (a window
+    // stays alive through a server that is slow to answer); its error stops the reading as
+    // a callback's does, once the row being read has come in.
     using FieldsSink = std::function<DbError(const std::vector<FieldInfo> &fields)>;
     using RowSink = std::function<DbError(std::span<const std::optional<QByteArrayView>> cells)>;
-    DbError streamQuery(const QString &sql, const FieldsSink &onFields, const RowSink &onRow);
+    using Waiting = std::function<DbError()>;
+    DbError streamQuery(const QString &sql, const FieldsSink &onFields, const RowSink &onRow,
+                        const Waiting &whileWaiting = {}, int waitingMs = 10);
 
 private:
     friend class StatementPipeline;

@@ -38,6 +38,17 @@ void TextColumn::appendNull()
     s.nulls.push_back(true);
 }
 
+void TextColumn::appendNullShared()
+{
+    if (!m_store)
+        m_store = std::make_shared<Store>();
+    Store &s = *m_store;
+    if (s.nulls.empty())
+        s.nulls.assign(static_cast<std::size_t>(s.count), false);
+    s.appendBytes(nullptr, 0);
+    s.nulls.push_back(true);
+}
+
 void TextColumn::resize(qsizetype cells)
 {
     cells = std::max<qsizetype>(cells, 0);
@@ -182,7 +193,8 @@ void TextColumn::squeeze()
 {
     if (!m_store)
         return;
-    Store &s = writable();
+    // The cells stay as they are, so copies need not part.
+    Store &s = *m_store;
     s.bytes.squeeze();
     s.lengths.squeeze();
     s.blocks.shrink_to_fit();

@@ -2,7 +2,7 @@
 // length as a varint (one byte below 128), the start of every block of kBlock cells, null
 // flags only when a null was stored, and a sparse set of cells that were changed after they
 // were appended. Recordsets and the grid both keep their cells here; a million-row column of
-// short texts costs its text plus about 1.5 bytes a cell. Copies share the storage until one
+// short texts costs its text plus about 1.25 bytes a cell. Copies share the storage until one
 // of them appends or shrinks, so a copied column costs nothing until it is changed.
 #pragma once
 
@@ -37,6 +37,17 @@ public:
     }
     void append(const QString &text) { append(QByteArrayView(text.toUtf8())); }
     void appendNull();
+    // Appends to the storage this column shares with its copies, which all grow with it (for
+    // columns that are to read the same while they fill); a column of its own just appends.
+    void appendShared(QByteArrayView utf8)
+    {
+        if (!m_store)
+            m_store = std::make_shared<Store>();
+        m_store->appendBytes(utf8.data(), static_cast<std::size_t>(utf8.size()));
+        if (!m_store->nulls.empty())
+            m_store->nulls.push_back(false);
+    }
+    void appendNullShared();
     // Grows with empty cells or drops cells from the end.
     void resize(qsizetype cells);
 
@@ -53,7 +64,7 @@ public:
     // Rebuilds the buffer with every changed cell in place; called by itself when the
     // changed cells grow past a fraction of the column.
     void compact();
-    // Releases spare capacity after bulk loading.
+    // Releases spare capacity after bulk loading; copies sharing the storage keep sharing it.
     void squeeze();
 
     // Bytes held, for memory accounting; storage shared with a copy counts in full.
@@ -81,7 +92,7 @@ public:
     };
 
 private:
-    static constexpr qsizetype kBlock = 16;
+    static constexpr qsizetype kBlock = 32;
     static constexpr std::uint64_t kMaxBytes = 0xFFFFFFFFull;
     struct Edit {
         QByteArray bytes;

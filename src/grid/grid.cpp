@@ -3,10 +3,12 @@
 #include "db/recordset.h"
 #include "grid/gridmodel.h"
 
+#include <QHash>
 #include <QHeaderView>
 #include <QMouseEvent>
 
 #include <algorithm>
+#include <array>
 
 namespace tabulon {
 
@@ -18,6 +20,8 @@ constexpr int kAutoSizeHeadRows = 200;
 constexpr int kAutoSizeSpreadRows = 300;
 // Characters of one cell that are worth measuring; wider texts hit the cap anyway.
 constexpr int kAutoSizeMaxChars = 200;
+// Texts of a column's sample measured exactly, those whose estimated widths are the largest.
+constexpr size_t kAutoSizeMeasuredTexts = 6;
 constexpr int kCellPadding = 12;
 // Room for the sort indicator beside a header text.
 constexpr int kHeaderPadding = 24;
@@ -184,6 +188,23 @@ void Grid::adoptColumns(std::vector<TextColumn> columns, const QStringList &name
     resetColumnStates();
 }
 
+void Grid::startAppending(const QStringList &headers)
+{
+    m_model->resetWith([&headers](GridData &cells) { cells.startAppending(headers); });
+    resetColumnStates();
+}
+
+void Grid::commitAppendedRows()
+{
+    m_model->commitAppendedRows();
+}
+
+void Grid::finishAppending()
+{
+    m_model->commitAppendedRows();
+    cells().finishAppending();
+}
+
 void Grid::setColHidden(int col, bool hidden)
 {
     if (col >= 0 && col < cols())
@@ -216,17 +237,48 @@ void Grid::autoSize(int firstCol, int lastCol)
     };
     const QFontMetrics cellMetrics = fontMetrics();
     const QFontMetrics headerMetrics = horizontalHeader()->fontMetrics();
+    // Measuring a text shapes it, some microseconds a cell: too slow for a sample of every
+    // column on each load. Each cell is estimated instead as the sum of its characters'
+    // advances, and only the texts with the widest estimates are measured.
+    std::array<int, 128> asciiAdvance{};
+    for (int ch = 0; ch < 128; ++ch)
+        asciiAdvance[static_cast<size_t>(ch)] = cellMetrics.horizontalAdvance(QChar(ch == '\n' ? ' ' : ch));
+    QHash<char16_t, int> otherAdvance;
+    const auto estimate = [&](QByteArrayView utf8) {
+        int width = 0;
+        qsizetype chars = 0;
+        for (qsizetype i = 0; i < utf8.size() && chars < kAutoSizeMaxChars; ++i, ++chars) {
+            const auto byte = static_cast<unsigned char>(utf8[i]);
+            if (byte < 0x80) {
+                width += asciiAdvance[byte];
+                continue;
+            }
+            const QString text = QString::fromUtf8(utf8.sliced(i, std::min<qsizetype>(utf8.size() - i, 4)));
+            const char16_t ch = text.isEmpty() ? u' ' : text.front().unicode();
+            auto at = otherAdvance.constFind(ch);
+            if (at == otherAdvance.cend())
+                at = otherAdvance.insert(ch, cellMetrics.horizontalAdvance(QChar(ch)));
+            width += *at;
+            while (i + 1 < utf8.size() && (static_cast<unsigned char>(utf8[i + 1]) & 0xC0) == 0x80)
+                ++i;
+        }
+        return width;
+    };
+    std::vector<std::pair<int, int>> widest; // estimate, row
     for (int c = firstCol; c <= lastCol; ++c) {
         if (isColumnHidden(c))
             continue;
         int width = 0;
         if (data.fixedRows() > 0)
             width = measure(headerMetrics, data.text(0, c)) + kHeaderPadding;
-        for (const int r : sample) {
-            if (width >= kMaxAutoWidth)
-                break;
-            width = std::max(width, measure(cellMetrics, data.text(r, c)) + kCellPadding);
-        }
+        widest.clear();
+        for (const int r : sample)
+            widest.emplace_back(estimate(data.utf8(r, c)), r);
+        const auto measured = std::min<size_t>(widest.size(), kAutoSizeMeasuredTexts);
+        std::partial_sort(widest.begin(), widest.begin() + static_cast<std::ptrdiff_t>(measured), widest.end(),
+                          [](const auto &a, const auto &b) { return a.first > b.first; });
+        for (size_t i = 0; i < measured && width < kMaxAutoWidth; ++i)
+            width = std::max(width, measure(cellMetrics, data.text(widest[i].second, c)) + kCellPadding);
         setColumnWidth(c, std::clamp(width, kCellPadding * 2, kMaxAutoWidth));
     }
 }
@@ -293,7 +345,7 @@ QList<int> Grid::selectedRows() const
 
 void Grid::sort(int col, int order)
 {
-    if (col < 0 || col >= cols() || (order != 1 && order != 2))
+    if (col < 0 || col >= cols() || (order != 1 && order != 2) || cells().isAppending())
         return;
     m_model->sortGrid(col, order);
     m_sortCol = col;

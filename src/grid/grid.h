@@ -55,6 +55,14 @@ public:
     // New content from ready columns (GridData::adoptColumns), the fixed column first.
     void adoptColumns(std::vector<TextColumn> columns, const QStringList &names, qsizetype records);
 
+    // Filling the grid as rows arrive (GridData::startAppending): the view starts on the
+    // header row alone with the columns reset as for new content, shows the rows appended
+    // so far at each commitAppendedRows(), and refuses sorts and edits until
+    // finishAppending().
+    void startAppending(const QStringList &headers);
+    void commitAppendedRows();
+    void finishAppending();
+
     // Hidden columns are ordinary columns: their cells move with their rows when sorting.
     void setColHidden(int col, bool hidden);
     bool isColHidden(int col) const { return isColumnHidden(col); }

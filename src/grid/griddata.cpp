@@ -151,10 +151,21 @@ void GridData::appendPhysicalRows(qsizetype count)
         return;
     for (auto &column : m_columns)
         column.resize(m_physicalRows + count);
-    m_order.reserve(m_order.size() + static_cast<size_t>(count));
-    for (qsizetype i = 0; i < count; ++i)
-        m_order.push_back(static_cast<std::uint32_t>(m_physicalRows + i));
+    if (!m_identity) {
+        m_order.reserve(m_order.size() + static_cast<size_t>(count));
+        for (qsizetype i = 0; i < count; ++i)
+            m_order.push_back(static_cast<std::uint32_t>(m_physicalRows + i));
+    }
     m_physicalRows += count;
+}
+
+void GridData::makeRowIndex()
+{
+    if (!m_identity)
+        return;
+    m_order.resize(static_cast<size_t>(m_physicalRows));
+    std::iota(m_order.begin(), m_order.end(), 0u);
+    m_identity = false;
 }
 
 void GridData::setRows(int n)
@@ -162,6 +173,12 @@ void GridData::setRows(int n)
     n = std::max(n, 0);
     if (n >= rows()) {
         appendPhysicalRows(n - rows());
+        return;
+    }
+    if (m_identity) {
+        for (auto &column : m_columns)
+            column.resize(n);
+        m_physicalRows = n;
         return;
     }
     m_order.resize(static_cast<size_t>(n));
@@ -219,7 +236,11 @@ void GridData::insertRow(int at)
 {
     if (at < 0 || at > rows())
         return;
+    if (at < rows())
+        makeRowIndex();
     appendPhysicalRows(1);
+    if (m_identity)
+        return;
     const std::uint32_t added = m_order.back();
     m_order.pop_back();
     m_order.insert(m_order.begin() + at, added);
@@ -229,8 +250,11 @@ void GridData::removeRow(int row)
 {
     if (row < 0 || row >= rows())
         return;
+    if (row + 1 < rows())
+        makeRowIndex();
     const std::uint32_t p = physical(row);
-    m_order.erase(m_order.begin() + row);
+    if (!m_identity)
+        m_order.erase(m_order.begin() + row);
     if (static_cast<qsizetype>(p) + 1 == m_physicalRows) {
         for (auto &column : m_columns)
             column.resize(p);
@@ -241,10 +265,12 @@ void GridData::removeRow(int row)
 
 void GridData::dropUnusedRows()
 {
-    if (m_order.empty()) {
+    if (rows() == 0) {
         for (auto &column : m_columns)
             column.clear();
         m_physicalRows = 0;
+        m_order.clear();
+        m_identity = true;
         return;
     }
     const qsizetype garbage = m_physicalRows - rows();
@@ -262,8 +288,9 @@ void GridData::compact()
         rebuilt.squeeze();
         column = std::move(rebuilt);
     }
-    std::iota(m_order.begin(), m_order.end(), 0u);
     m_physicalRows = rows();
+    m_order = {};
+    m_identity = true;
 }
 
 void GridData::moveColumn(int from, int to)
@@ -283,9 +310,55 @@ void GridData::clear()
         column.clear();
         column.resize(m_fixedRows);
     }
-    m_order.assign(static_cast<size_t>(m_fixedRows), 0u);
-    std::iota(m_order.begin(), m_order.end(), 0u);
+    m_order = {};
+    m_identity = true;
     m_physicalRows = m_fixedRows;
+    m_appending = false;
+}
+
+void GridData::startAppending(const QStringList &headers)
+{
+    m_columns.assign(static_cast<size_t>(headers.size()), TextColumn());
+    for (qsizetype c = 0; c < headers.size() && m_fixedRows == 1; ++c)
+        m_columns[static_cast<size_t>(c)].append(headers[c]);
+    m_order = {};
+    m_identity = true;
+    m_physicalRows = m_fixedRows;
+    m_appending = true;
+}
+
+qsizetype GridData::appendedRows() const
+{
+    if (m_columns.empty())
+        return 0;
+    qsizetype whole = m_columns.front().size();
+    for (const auto &column : m_columns)
+        whole = std::min(whole, column.size());
+    return std::max<qsizetype>(whole - m_physicalRows, 0);
+}
+
+qsizetype GridData::commitAppended()
+{
+    const qsizetype added = appendedRows();
+    const qsizetype whole = m_physicalRows + added;
+    for (auto &column : m_columns) {
+        if (column.size() > whole)
+            column.resize(whole);
+    }
+    if (!m_identity) {
+        for (qsizetype p = m_physicalRows; p < whole; ++p)
+            m_order.push_back(static_cast<std::uint32_t>(p));
+    }
+    m_physicalRows = whole;
+    return added;
+}
+
+void GridData::finishAppending()
+{
+    commitAppended();
+    for (auto &column : m_columns)
+        column.squeeze();
+    m_appending = false;
 }
 
 void GridData::setColumnTexts(int col, int firstRow, int lastRow, const std::function<QString(int row)> &text)
@@ -324,25 +397,28 @@ void GridData::setRowNumbers(int col)
 {
     if (col < 0 || col >= cols())
         return;
-    // Physical cell -> row, so that the column is written in its own order. A freshly loaded
-    // table keeps its data rows in physical order, which needs no table.
-    const auto data = m_order.begin() + m_fixedRows;
+    // Physical cell -> row, so that the column is written in its own order. Rows without an
+    // index of their own, and a freshly loaded table (data rows in physical order, the header
+    // after them), need no table.
     std::uint32_t expected = 0;
-    const bool inOrder = std::all_of(data, m_order.end(), [&expected](std::uint32_t p) { return p == expected++; });
+    const bool inOrder = m_identity || std::all_of(m_order.begin() + m_fixedRows, m_order.end(),
+                                                   [&expected](std::uint32_t p) { return p == expected++; });
     std::vector<std::uint32_t> rowOf;
     if (!inOrder) {
         rowOf.assign(static_cast<size_t>(m_physicalRows), kNoRow);
         for (int r = m_fixedRows; r < rows(); ++r)
             rowOf[physical(r)] = static_cast<std::uint32_t>(r);
     }
-    const auto dataRows = static_cast<qsizetype>(m_order.end() - data);
+    const qsizetype dataRows = rows() - m_fixedRows;
     const TextColumn &column = m_columns[static_cast<size_t>(col)];
     TextColumn rebuilt;
     rebuilt.reserve(m_physicalRows);
     char digits[16];
     for (qsizetype p = 0; p < m_physicalRows; ++p) {
         std::uint32_t r = kNoRow;
-        if (!inOrder)
+        if (m_identity)
+            r = p >= m_fixedRows ? static_cast<std::uint32_t>(p) : kNoRow;
+        else if (!inOrder)
             r = rowOf[static_cast<size_t>(p)];
         else if (p < dataRows)
             r = static_cast<std::uint32_t>(p + m_fixedRows);
@@ -388,6 +464,7 @@ void GridData::adoptColumns(std::vector<TextColumn> columns, const QStringList &
         column.squeeze();
     }
     m_columns = std::move(columns);
+    m_identity = false;
     m_order.resize(static_cast<size_t>(physicalRows));
     if (m_fixedRows == 1) {
         m_order[0] = static_cast<std::uint32_t>(records);
@@ -418,6 +495,7 @@ void GridData::sort(int col, int order)
 {
     if (col < 0 || col >= cols() || (order != 1 && order != 2) || rows() - m_fixedRows < 2)
         return;
+    makeRowIndex();
     const TextColumn &column = m_columns[static_cast<size_t>(col)];
     const auto first = m_order.begin() + m_fixedRows;
     const auto count = static_cast<size_t>(m_order.end() - first);
@@ -572,8 +650,8 @@ GridData GridData::fromColumns(std::vector<TextColumn> columns, int rows, int fi
         column.squeeze();
     }
     grid.m_columns = std::move(columns);
-    grid.m_order.resize(static_cast<size_t>(rows));
-    std::iota(grid.m_order.begin(), grid.m_order.end(), 0u);
+    grid.m_order = {};
+    grid.m_identity = true;
     grid.m_physicalRows = rows;
     return grid;
 }

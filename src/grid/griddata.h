@@ -27,7 +27,7 @@ class GridData final {
 public:
     GridData();
 
-    int rows() const { return static_cast<int>(m_order.size()); }
+    int rows() const { return static_cast<int>(m_identity ? m_physicalRows : static_cast<qsizetype>(m_order.size())); }
     int cols() const { return static_cast<int>(m_columns.size()); }
     // Grows with empty cells or drops from the end.
     void setRows(int n);
@@ -66,7 +66,7 @@ public:
     // than the digits.
     void setRowNumbers(int col);
     // Column `to` becomes a copy of column `from`, header included. The text bytes are shared
-    // until either column changes, so a copy costs about 1.5 bytes a cell.
+    // until either column changes, so a copy costs about 1.25 bytes a cell.
     void copyColumn(int from, int to);
 
     // Row 0 takes the field names (when fixedRows() == 1), one row per record follows, field k
@@ -81,6 +81,22 @@ public:
     // header, already at the end (so that columns sharing their storage stay shared). The fixed
     // column is the first of `columns` like any other.
     void adoptColumns(std::vector<TextColumn> columns, const QStringList &names, qsizetype records);
+
+    // Filling the grid in row order as rows arrive (a table being read). startAppending()
+    // leaves the header row alone, `headers` as its cells (one per column, empty ones when the
+    // header row is off). appendCell() and appendNullCell() add a cell at the end of one
+    // column's storage, where it is not yet a row; commitAppended() makes the rows whose cells
+    // every column holds into rows at the end of the grid (a row cut short is dropped) and
+    // returns how many it added. A cell appended to a column that shares its storage with
+    // another (copyColumn) goes to both. finishAppending() commits and gives back spare room.
+    // Meanwhile sorts and edits through the views are refused, so that every row is seen.
+    void startAppending(const QStringList &headers);
+    void appendCell(int col, QByteArrayView utf8) { m_columns[static_cast<size_t>(col)].appendShared(utf8); }
+    void appendNullCell(int col) { m_columns[static_cast<size_t>(col)].appendNullShared(); }
+    qsizetype appendedRows() const;
+    qsizetype commitAppended();
+    void finishAppending();
+    bool isAppending() const { return m_appending; }
 
     // Sorts rows fixedRows()..rows()-1 by one column. order 1 ascending, 2 descending, anything
     // else leaves the rows as they are. The comparison is the generic one: empty cells first,
@@ -99,7 +115,12 @@ public:
     qsizetype memoryUse() const;
 
 private:
-    std::uint32_t physical(int row) const { return m_order[static_cast<size_t>(row)]; }
+    std::uint32_t physical(int row) const
+    {
+        return m_identity ? static_cast<std::uint32_t>(row) : m_order[static_cast<size_t>(row)];
+    }
+    // Gives the rows an index of their own before a change that moves a row away from its cells.
+    void makeRowIndex();
     void appendPhysicalRows(qsizetype count);
     void dropUnusedRows();
     // Rebuilds every column in row order, dropping cells no row refers to.
@@ -107,8 +128,11 @@ private:
     void takeRecordsetColumns(std::vector<TextColumn> columns, QStringList names, qsizetype records);
 
     std::vector<TextColumn> m_columns;
-    // Row -> physical cell index in every column.
+    // Row -> physical cell index in every column; empty while m_identity, when row i is cell i
+    // (a grid filled in row order needs no index until its rows are moved).
     std::vector<std::uint32_t> m_order;
+    bool m_identity = true;
+    bool m_appending = false;
     // Cells per column, including those of removed rows not yet compacted away.
     qsizetype m_physicalRows = 0;
     int m_fixedRows = 1;

@@ -162,9 +162,20 @@ void GridModel::clearGrid()
     resetWith([](GridData &cells) { cells.clear(); });
 }
 
+void GridModel::commitAppendedRows()
+{
+    const qsizetype added = m_cells.appendedRows();
+    if (added <= 0)
+        return;
+    beginInsertRows(QModelIndex(), m_rowCount, static_cast<int>(m_rowCount + added - 1));
+    m_cells.commitAppended();
+    syncCounts();
+    endInsertRows();
+}
+
 void GridModel::sortGrid(int col, int order)
 {
-    if (col < 0 || col >= m_cells.cols() || (order != 1 && order != 2))
+    if (col < 0 || col >= m_cells.cols() || (order != 1 && order != 2) || m_cells.isAppending())
         return;
     Q_EMIT layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
     const QModelIndexList before = persistentIndexList();
@@ -244,7 +255,7 @@ Qt::ItemFlags GridModel::flags(const QModelIndex &index) const
     if (!index.isValid())
         return Qt::NoItemFlags;
     Qt::ItemFlags f = Qt::ItemIsEnabled | Qt::ItemIsSelectable;
-    if (m_editable && index.column() >= m_cells.fixedCols())
+    if (m_editable && index.column() >= m_cells.fixedCols() && !m_cells.isAppending())
         f |= Qt::ItemIsEditable;
     return f;
 }

@@ -42,6 +42,8 @@ public:
     void clearGrid();
     // Rows follow their data: persistent indexes (current cell, selection) are moved with them.
     void sortGrid(int col, int order);
+    // Rows appended to cells() since the last call (GridData::appendCell) join the views.
+    void commitAppendedRows();
     // Replaces the content wholesale (recordset or file load).
     void resetWith(const std::function<void(GridData &)> &change);
 

@@ -1,6 +1,7 @@
 #include "grid/tableload.h"
 
 #include "db/databasesession.h"
+#include "grid/griddata.h"
 
 #include <charconv>
 #include <chrono>
@@ -27,14 +28,16 @@ void endRunningStatement(const DatabaseSession &session)
 
 } // namespace
 
-TableLoad TableLoad::read(DatabaseSession &session, const QString &table, const Pace &pace, const Pause &pause)
+TableLoad TableLoad::read(DatabaseSession &session, const QString &table, int firstField, const Open &open,
+                          const Pace &pace, const Pause &pause)
 {
     using Clock = std::chrono::steady_clock;
     TableLoad load;
-    const auto onFields = [&load](const std::vector<FieldInfo> &fields) {
-        load.columns.resize(fields.size());
+    GridData *grid = nullptr;
+    const auto onFields = [&](const std::vector<FieldInfo> &fields) {
         for (const FieldInfo &f : fields)
             load.names << f.name;
+        grid = &open(load.names);
         return DbError{};
     };
 
@@ -44,24 +47,8 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, const 
     Clock::time_point lastPause = Clock::now();
     qsizetype untilCheck = rowsPerCheck;
     char digits[24];
-    const auto onRow = [&](std::span<const std::optional<QByteArrayView>> cells) -> DbError {
-        try {
-            for (size_t i = 0; i < cells.size(); ++i) {
-                if (cells[i])
-                    load.columns[i].append(*cells[i]);
-                else
-                    load.columns[i].appendNull();
-            }
-            ++load.rows;
-            const auto end = std::to_chars(digits, digits + sizeof digits, load.rows).ptr;
-            load.numbers.append(QByteArrayView(digits, end - digits));
-        } catch (const std::exception &) {
-            return DbError::generic(kTooBigText);
-        }
-        if (--untilCheck > 0 || pace.pauseMs < 0 || !pause)
-            return {};
-        untilCheck = rowsPerCheck;
-        if (const Clock::time_point now = Clock::now(); now - lastPause < interval)
+    const auto pauseWhenDue = [&]() -> DbError {
+        if (Clock::now() - lastPause < interval)
             return {};
         if (pause(load.rows)) {
             endRunningStatement(session);
@@ -71,13 +58,36 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, const 
         lastPause = Clock::now();
         return {};
     };
+    const auto onRow = [&](std::span<const std::optional<QByteArrayView>> cells) -> DbError {
+        try {
+            int col = firstField;
+            for (const std::optional<QByteArrayView> &cell : cells) {
+                if (cell)
+                    grid->appendCell(col++, *cell);
+                else
+                    grid->appendNullCell(col++);
+            }
+            ++load.rows;
+            const auto end = std::to_chars(digits, digits + sizeof digits, load.rows).ptr;
+            grid->appendCell(0, QByteArrayView(digits, end - digits));
+        } catch (const std::exception &) {
+            return DbError::generic(kTooBigText);
+        }
+        if (--untilCheck > 0 || pace.pauseMs < 0 || !pause)
+            return {};
+        untilCheck = rowsPerCheck;
+        return pauseWhenDue();
+    };
+    // A server slow to send the next rows would otherwise hold the window for as long as it
+    // takes.
+    const auto whileWaiting = [&]() -> DbError { return pauseWhenDue(); };
 
     const DbError error = session.streamQuery(
-        QStringLiteral("SELECT * FROM ") + DatabaseSession::quoteIdentifier(table), onFields, onRow);
-    if (error && !load.stopped) {
-        load = TableLoad();
+        QStringLiteral("SELECT * FROM ") + DatabaseSession::quoteIdentifier(table), onFields, onRow,
+        pace.pauseMs > 0 && pause ? DatabaseSession::Waiting(whileWaiting) : DatabaseSession::Waiting(),
+        std::max(pace.pauseMs / 2, 1));
+    if (error && !load.stopped)
         load.error = error;
-    }
     return load;
 }
 

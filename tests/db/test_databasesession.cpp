@@ -233,6 +233,19 @@ void TestDatabaseSession::streamingRows()
     });
     QCOMPARE(QPair(stop.description, seen), QPair(qs("enough"), 10));
     QVERIFY2(meanwhile.count(qs("still reading the rows")) == 2, qPrintable(meanwhile));
+    // A server slow to send a row is waited for a turn at a time, the caller told after each
+    // turn; its stop takes effect once that row is in, and the session goes on.
+    int turns = 0;
+    rows.clear();
+    // The rows before the slow one are more than the server holds back before it sends.
+    const QString slow = qs("SELECT seq, REPEAT('x', 1000), IF(seq = 100, SLEEP(0.3), 0) FROM seq_1_to_101");
+    QVERIFY_DB(m_session.streamQuery(
+        slow, {}, keepRow, [&turns] { return ++turns, DbError{}; }, 10));
+    QVERIFY2(turns >= 5 && rows.size() == 101 && rows[100][0] == qs("101"), qPrintable(QString::number(turns)));
+    rows.clear();
+    const DbError late = m_session.streamQuery(slow, {}, keepRow, [] { return DbError::generic(qs("late")); });
+    QCOMPARE(late.description, qs("late"));
+    QVERIFY2(rows.size() > 1 && rows.size() < 100, qPrintable(QString::number(rows.size())));
     QVERIFY_DB(m_session.streamQuery(qs("SELECT * FROM many"), keepFields, {}));
     QCOMPARE(fields.size(), size_t(1));
     QCOMPARE(m_session.openQuery(qs("SELECT COUNT(*) FROM many"))->text(0, 0), qs("5000"));

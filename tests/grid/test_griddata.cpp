@@ -228,9 +228,9 @@ qint64 bytesSent(DatabaseSession &session)
 }
 } // namespace
 
-// A table read in paused slices holds what the recordset holds, cell for cell; a stop keeps
-// the rows before it, ends the statement on the server instead of taking the rest of the
-// rows, and leaves the session ready; a failure keeps nothing.
+// A table read in paused slices holds what the recordset holds, cell for cell, each slice's
+// rows joining the grid at its pause; a stop keeps the rows before it, ends the statement on
+// the server instead of taking the rest of the rows, and leaves the session ready.
 void TestGridData::tableLoad()
 {
     ScratchDatabase db(qs("tableload"));
@@ -240,48 +240,66 @@ void TestGridData::tableLoad()
                           " REPEAT('x', 250) FROM seq_1_to_150000")}));
     DatabaseSession session;
     QVERIFY_DB(openSession(session, db.name()));
+    // Row numbers in column 0 and in column 1, which shares its storage; the fields after them.
+    GridData grid;
+    const auto open = [&grid](const QStringList &names) -> GridData & {
+        grid.startAppending(QStringList{QString(), QString()} + names);
+        grid.copyColumn(0, 1);
+        return grid;
+    };
     QList<qsizetype> pauses;
-    const TableLoad whole = TableLoad::read(session, qs("t"), {15000, 0}, [&pauses](qsizetype rows) {
-        pauses << rows;
+    const TableLoad whole = TableLoad::read(session, qs("t"), 2, open, {15000, 0}, [&](qsizetype rows) {
+        grid.commitAppended();
+        pauses << rows << grid.rows() - 1;
         return false;
     });
     QVERIFY_DB(whole.error);
     QVERIFY(!whole.stopped);
-    QCOMPARE(pauses, QList<qsizetype>({15000, 30000, 45000, 60000, 75000, 90000, 105000, 120000, 135000, 150000}));
+    QList<qsizetype> expected;
+    for (qsizetype rows = 15000; rows <= 150000; rows += 15000)
+        expected << rows << rows;
+    QCOMPARE(pauses, expected);
+    grid.finishAppending();
     const qint64 wholeBytes = bytesSent(session);
     auto rs = session.openTable(qs("t"));
     QVERIFY2(rs.ok(), qPrintable(rs.error().description));
     QCOMPARE(whole.names, rs->fieldNames());
     QCOMPARE(whole.rows, rs->recordCount());
+    QCOMPARE(grid.rows(), whole.rows + 1);
+    QCOMPARE(grid.text(0, 2), qs("id"));
     for (qsizetype row = 0; row < whole.rows; row += 997) {
-        QCOMPARE(whole.numbers.utf8(row), QByteArray::number(row + 1));
+        const int at = static_cast<int>(row) + 1;
+        QCOMPARE(grid.utf8(at, 0), QByteArray::number(row + 1));
+        QCOMPARE(grid.utf8(at, 1), QByteArray::number(row + 1));
         for (int f = 0; f < rs->fieldCount(); ++f) {
-            const TextColumn &c = whole.columns[static_cast<size_t>(f)];
-            QCOMPARE(c.isNull(row), rs->isNull(row, f));
-            QCOMPARE(c.utf8(row), rs->column(f).utf8(row));
+            QCOMPARE(grid.isNull(at, f + 2), rs->isNull(row, f));
+            QCOMPARE(grid.utf8(at, f + 2), rs->column(f).utf8(row));
         }
     }
 
     DatabaseSession stopping;
     QVERIFY_DB(openSession(stopping, db.name()));
-    const TableLoad part = TableLoad::read(stopping, qs("t"), {1000, 0}, [](qsizetype rows) { return rows == 3000; });
+    const TableLoad part =
+        TableLoad::read(stopping, qs("t"), 2, open, {1000, 0}, [](qsizetype rows) { return rows == 3000; });
     QVERIFY_DB(part.error);
     QVERIFY(part.stopped);
     QCOMPARE(part.rows, 3000);
-    QCOMPARE(part.columns.at(3).size(), 3000);
-    QCOMPARE(part.numbers.size(), 3000);
+    grid.finishAppending();
+    QCOMPARE(grid.rows(), 3001);
+    QCOMPARE(grid.text(3000, 1), qs("3000"));
     QVERIFY2(bytesSent(stopping) < wholeBytes / 2, "the server sent the whole table after the stop");
     auto count = stopping.openQuery(qs("SELECT COUNT(*) FROM t"));
     QVERIFY2(count.ok(), qPrintable(count.error().description));
     QCOMPARE(count->text(0, 0), qs("150000"));
 
-    // Without pauses there is nobody to ask; a table that is not there keeps nothing.
+    // Without pauses there is nobody to ask; a table that is not there reads nothing.
     bool asked = false;
-    const TableLoad unpaused = TableLoad::read(session, qs("t"), {1, -1}, [&asked](qsizetype) { return asked = true; });
+    const TableLoad unpaused =
+        TableLoad::read(session, qs("t"), 2, open, {1, -1}, [&asked](qsizetype) { return asked = true; });
     QVERIFY(!asked && unpaused.rows == 150000);
-    const TableLoad missing = TableLoad::read(session, qs("none"), {1, 0}, {});
+    const TableLoad missing = TableLoad::read(session, qs("none"), 2, open, {1, 0}, {});
     QVERIFY(missing.error.description.contains(qs("doesn't exist")));
-    QVERIFY(missing.columns.empty() && missing.rows == 0);
+    QVERIFY(missing.names.isEmpty() && missing.rows == 0);
 }
 
 QTEST_GUILESS_MAIN(TestGridData)
