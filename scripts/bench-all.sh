@@ -424,15 +424,21 @@ SQL
 
 # save_and_restore ENGINE DB ROWS GOAL: Save Table and the restore of the table from its
 # backup, each against the client doing the same one row per statement with autocommit.
+# The peers' scripts for the table `saved` of database $1: $2 the same delete and one INSERT per
+# row as Save Table sends, $3 a dump of one INSERT per row that recreates the table.
+peer_scripts() {
+  { echo "DELETE FROM saved;"
+    mariadb-dump --no-defaults -h127.0.0.1 -P"$port" -udbop --skip-extended-insert --no-create-info \
+      --skip-add-locks --skip-disable-keys --compact "$1" saved; } >"$2"
+  mariadb-dump --no-defaults -h127.0.0.1 -P"$port" -udbop --skip-extended-insert "$1" saved >"$3"
+}
+
 save_and_restore() {
   local engine=$1 db=$2 n=$3 goal=$4 e bytes archive
   e=$(tr '[:upper:]' '[:lower:]' <<<"$1")
   make_save_table "$db" "$n" "$engine"
   bytes=$(value_bytes "$db" saved)
-  { echo "DELETE FROM saved;"
-    mariadb-dump --no-defaults -h127.0.0.1 -P"$port" -udbop --skip-extended-insert --no-create-info \
-      --skip-add-locks --skip-disable-keys --compact "$db" saved; } >"$work/save.$e.sql"
-  mariadb-dump --no-defaults -h127.0.0.1 -P"$port" -udbop --skip-extended-insert "$db" saved >"$work/restore.$e.sql"
+  peer_scripts "$db" "$work/save.$e.sql" "$work/restore.$e.sql"
   rm -rf "$work/archives.$e"
   mkdir -p "$work/archives.$e"
   "$build/bench/bench_backup" backup "$server" "$db" saved "$work/archives.$e" >"$work/backup.$e.stdout"
@@ -617,12 +623,7 @@ if wanted far; then
   [ "$($far_client -N -e 'SELECT @@port' 2>/dev/null)" = "$port" ] || { echo "bench-all.sh: the proxy did not start" >&2; exit 1; }
   make_save_table "$far_db" "$far_rows"
   far_bytes=$(value_bytes "$far_db" saved)
-  # The peers: the client running the same delete and one INSERT per row, and the client
-  # reading a dump of one INSERT per row (which recreates the table).
-  { echo "DELETE FROM saved;"
-    mariadb-dump --no-defaults -h127.0.0.1 -P"$port" -udbop --skip-extended-insert --no-create-info \
-      --skip-add-locks --skip-disable-keys --compact "$far_db" saved; } >"$work/far-save.sql"
-  mariadb-dump --no-defaults -h127.0.0.1 -P"$port" -udbop --skip-extended-insert "$far_db" saved >"$work/far-dump.sql"
+  peer_scripts "$far_db" "$work/far-save.sql" "$work/far-dump.sql"
   mkdir -p "$work/far-archives"
   "$build/bench/bench_backup" backup "$server" "$far_db" saved "$work/far-archives" >"$work/far-backup.stdout"
   far_archive=$(sed -n 's/^archive=//p' "$work/far-backup.stdout")
