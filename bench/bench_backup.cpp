@@ -127,7 +127,11 @@ int main(int argc, char **argv)
                 return fail(transaction.error());
             if (DbError error = session.execute(TableRestore::deleteAllStatement(table)))
                 return fail(error);
-            if (DbError error = TableRestore::insertRows(session, table, file, fit->columns, nullptr, exact,
+            // As the restore window sends them: a refused row stops it, so on a table without
+            // transactions each row waits for the answer to the one before.
+            const auto sending =
+                transaction.active() ? StatementPipeline::Sending::Ahead : StatementPipeline::Sending::AfterEachAnswer;
+            if (DbError error = TableRestore::insertRows(session, table, file, fit->columns, nullptr, exact, sending,
                                                          [&refused](const DbError &) {
                                                              ++refused;
                                                              return true;

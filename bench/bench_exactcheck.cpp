@@ -87,8 +87,8 @@ void restoreOnce(DatabaseSession &session, const QString &table, const QString &
     const WriteSessionMode mode(session);
     check(mode.error());
     check(session.execute(TableRestore::deleteAllStatement(table)));
-    check(
-        TableRestore::insertRows(session, table, file, *columns, nullptr, false, [](const DbError &) { return true; }));
+    check(TableRestore::insertRows(session, table, file, *columns, nullptr, false, StatementPipeline::Sending::Ahead,
+                                   [](const DbError &) { return true; }));
 }
 
 struct Spread final {

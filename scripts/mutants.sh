@@ -358,6 +358,13 @@ why: Search copies the files of the MyISAM and Aria tables it repairs before the
 -                                                           tables.mid(first, last - first + 1))) {
 +     if (const DbError copy = DbError{}) {
 
+@ restore-stops-where-refused
+file: src/backup/restore.cpp
+tests: test_safetyhooks:restoreLosesRows
+why: a table restore that a refused row stops sends no row after it to a table without transactions
+-     const auto sending = counted || transaction.active() ? StatementPipeline::Sending::Ahead
++     const auto sending = true ? StatementPipeline::Sending::Ahead
+
 @ session-busy-while-reading
 file: src/db/databasesession.cpp
 tests: test_databasesession:streamingRows

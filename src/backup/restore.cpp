@@ -369,7 +369,12 @@ void Restore::restoreTable(const QString &table, const TableRestore::ClientCode 
         if (!written(m_target->execute(sql)))
             return;
     }
-    if (DbError error = TableRestore::insertRows(*m_target, table, file, fit->columns, client, m_exact, written);
+    // A refused row stops the table restore where it is: what was sent after it would stay in
+    // a table without transactions, so there each row waits for the answer to the one before.
+    const auto sending = counted || transaction.active() ? StatementPipeline::Sending::Ahead
+                                                         : StatementPipeline::Sending::AfterEachAnswer;
+    if (DbError error =
+            TableRestore::insertRows(*m_target, table, file, fit->columns, client, m_exact, sending, written);
         error && !m_ended && !rolledBack) {
         (void)failed(error, counted); // the file itself, read whole before, fails to read again
         return;

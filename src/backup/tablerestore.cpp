@@ -243,7 +243,8 @@ DbResult<ExactValues::TableFindings> checkValues(DatabaseSession &target, const 
 }
 
 DbError insertRows(DatabaseSession &target, const QString &table, const QString &tableFile, const FieldColumns &columns,
-                   const ClientCode *client, bool exact, const StatementErrorHandler &onStatementError)
+                   const ClientCode *client, bool exact, StatementPipeline::Sending sending,
+                   const StatementErrorHandler &onStatementError)
 {
     FileRows rows;
     if (DbError error = rows.open(tableFile, table, columns, client))
@@ -251,8 +252,8 @@ DbError insertRows(DatabaseSession &target, const QString &table, const QString 
     QStringList values;
     qint64 row = 0;
     DbError stoppedBy;
-    // Each row's outcome, in the order of the rows, whether its answer came at once or, on a far
-    // server, after later rows were sent.
+    // Each row's outcome, in the order of the rows, whether its answer came before the next row
+    // was sent or after later rows were.
     const auto outcome = [&](qint64 at, const QString &longest) {
         return [&, at, longest](DbError error) {
             if (!error)
@@ -267,7 +268,7 @@ DbError insertRows(DatabaseSession &target, const QString &table, const QString 
             return false;
         };
     };
-    StatementPipeline inserts(target);
+    StatementPipeline inserts(target, sending);
     bool going = true;
     while (going && rows.in.next()) {
         ++row;

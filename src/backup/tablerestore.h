@@ -7,6 +7,7 @@
 #include "data/exactvalues.h"
 #include "db/dberror.h"
 #include "db/recordset.h"
+#include "db/statementpipeline.h"
 
 #include <QHash>
 #include <QString>
@@ -77,10 +78,13 @@ DbResult<ExactValues::TableFindings> checkValues(DatabaseSession &target, const 
 // (ClientCode::isClientRow), and the code columns take its code. With `exact`, a row the usual values would not carry
 // exactly is written with exact values instead (ExactValues::exactLiteral); other rows go as usual. `onStatementError`
 // decides about a failed statement: return true to go on with the next row, false to stop and return the error (the
-// table restore's untrapped error). File errors are always returned.
+// table restore's untrapped error). File errors are always returned. `sending` says whether rows
+// may go out ahead of earlier rows' answers: not where a refused row stops the work on a table
+// that keeps what was written, or the rows sent after it would go in all the same.
 using StatementErrorHandler = std::function<bool(const DbError &error)>;
 DbError insertRows(DatabaseSession &target, const QString &table, const QString &tableFile, const FieldColumns &columns,
-                   const ClientCode *client, bool exact, const StatementErrorHandler &onStatementError);
+                   const ClientCode *client, bool exact, StatementPipeline::Sending sending,
+                   const StatementErrorHandler &onStatementError);
 
 } // namespace TableRestore
 } // namespace tabulon

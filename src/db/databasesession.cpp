@@ -27,8 +27,6 @@ struct Connection final {
     MYSQL *mysql = nullptr;
     // The server's max_allowed_packet, read the first time a statement might exceed it.
     qint64 maxPacket = -1;
-    // Microseconds, measured the first time it is asked; -2 before.
-    qint64 roundTrip = -2;
     // True while streamQuery() hands out rows: the rest of the result is still on the wire, and
     // the caller may be yielding to other windows meanwhile.
     bool reading = false;
@@ -318,38 +316,9 @@ DbError DatabaseSession::tooLong(qsizetype bytes, qint64 limit)
                    kStatementTooLong};
 }
 
-qint64 DatabaseSession::roundTrip()
+bool DatabaseSession::sendsAhead() const
 {
-    if (!isOpen())
-        return -1;
-    detail::Connection &c = *m_connection;
-    if (c.roundTrip != -2)
-        return c.roundTrip;
-    if (c.reading)
-        return -1;
-    // The least of a few: one slow answer from a busy server is not the link.
-    c.roundTrip = -1;
-    for (int i = 0; i < 3; ++i) {
-        QElapsedTimer timer;
-        timer.start();
-        if (mysql_ping(c.mysql) != 0)
-            return c.roundTrip = -1;
-        const qint64 took = timer.nsecsElapsed() / 1000;
-        c.roundTrip = c.roundTrip < 0 ? took : std::min(c.roundTrip, took);
-    }
-    return c.roundTrip;
-}
-
-bool DatabaseSession::sendsAhead()
-{
-    switch (m_pipelining) {
-    case Pipelining::Always: return isOpen();
-    case Pipelining::Never: return false;
-    case Pipelining::ByRoundTrip: break;
-    }
-    // Under a millisecond the answers come back faster than sending ahead would gain.
-    constexpr qint64 kFarMicros = 1000;
-    return roundTrip() >= kFarMicros;
+    return m_pipelining == Pipelining::Always && isOpen();
 }
 
 DbError DatabaseSession::sendAhead(const QByteArray &sql)

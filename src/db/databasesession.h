@@ -47,17 +47,14 @@ public:
     // Whether the open connection is encrypted, and how.
     TlsState tlsState() const;
 
-    // When statements that need not wait for each other's answer (StatementPipeline) go out
-    // ahead of their answers: on a far server only, as the round trip measured at their first
-    // use decides, or always, or never.
-    enum class Pipelining { ByRoundTrip, Always, Never };
+    // Whether statements that need not wait for each other's answer (StatementPipeline) go out
+    // ahead of their answers, or each only once the one before has been answered. Ahead unless
+    // told otherwise: even a local server answers later than the next statement can be sent.
+    enum class Pipelining { Always, Never };
     void setPipelining(Pipelining mode) { m_pipelining = mode; }
     Pipelining pipelining() const { return m_pipelining; }
-    // The connection's round trip in microseconds, the least of a few pings, measured once
-    // per connection; -1 when closed or the server does not answer.
-    qint64 roundTrip();
     // Whether StatementPipeline sends ahead on this connection.
-    bool sendsAhead();
+    bool sendsAhead() const;
 
     // Opens on "server=host[:port];uid=...;pwd=...;database=...;" (other attributes are read
     // and ignored). A non-empty user or password argument overrides the string's. The
@@ -155,7 +152,7 @@ private:
     unsigned m_connectTimeout = 15;
     unsigned m_readTimeout = 600;
     unsigned m_writeTimeout = 600;
-    Pipelining m_pipelining = Pipelining::ByRoundTrip;
+    Pipelining m_pipelining = Pipelining::Always;
 };
 
 // Lifts the session's read time-out for the statements run while it lives, then puts it back:

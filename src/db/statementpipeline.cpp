@@ -2,6 +2,8 @@
 
 #include "db/databasesession.h"
 
+#include <limits>
+
 namespace tabulon {
 
 namespace {
@@ -13,12 +15,11 @@ bool connectionFailed(const DbError &error)
 }
 } // namespace
 
-StatementPipeline::StatementPipeline(DatabaseSession &session) : m_session(session)
+StatementPipeline::StatementPipeline(DatabaseSession &session, Sending sending) : m_session(session)
 {
-    m_pipelined = session.sendsAhead();
+    m_pipelined = sending == Sending::Ahead && session.sendsAhead();
     // Asked now, while no answer is outstanding: the length check needs it for every statement.
-    if (m_pipelined)
-        m_limit = session.statementLimit();
+    m_limit = session.isOpen() ? session.statementLimit() : std::numeric_limits<qint64>::max();
 }
 
 StatementPipeline::~StatementPipeline()
@@ -30,11 +31,9 @@ bool StatementPipeline::add(const QByteArray &sql, Completion done)
 {
     if (m_stopped)
         return false;
-    if (!m_pipelined) {
-        if (!done(m_session.executeBytes(sql)))
-            m_stopped = true;
-        return !m_stopped;
-    }
+    // One at a time: the last statement's outcome decides whether this one goes at all.
+    if (!m_pipelined && !finish())
+        return false;
     Pending p;
     p.done = std::move(done);
     p.bytes = sql.size();

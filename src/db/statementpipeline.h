@@ -1,9 +1,10 @@
 // Statements whose order of results matters but that need not wait for each other's answer,
-// such as the inserts of a table's rewrite. On a far server (a round trip of a millisecond or
-// more) they are sent one after another on the session's one connection, each its own
-// statement, while their answers are read back in the order sent; on a near one each waits for
-// its answer, as every other statement does. Either way each statement's outcome is handed to
-// its own completion, in order.
+// such as the inserts of a table's rewrite, sent on the session's one connection, each its own
+// statement. Sent ahead, they go out one after another while their answers are read back in
+// the order sent. Sent after each answer, a statement goes out only once the one before it has
+// been answered, so that nothing follows a statement whose outcome stops the work; the caller
+// builds the next statement while the server runs the last. Either way each statement's
+// outcome is handed to its own completion, in order.
 #pragma once
 
 #include "db/dberror.h"
@@ -23,13 +24,17 @@ public:
     // off and its outcomes dropped).
     using Completion = std::function<bool(const DbError &outcome)>;
 
-    explicit StatementPipeline(DatabaseSession &session);
+    enum class Sending {
+        Ahead,          // when the session allows it (DatabaseSession::sendsAhead)
+        AfterEachAnswer // always, for work that a failed statement stops where it is
+    };
+    explicit StatementPipeline(DatabaseSession &session, Sending sending = Sending::Ahead);
     // Reads whatever is still on its way (finish()).
     ~StatementPipeline();
     StatementPipeline(const StatementPipeline &) = delete;
     StatementPipeline &operator=(const StatementPipeline &) = delete;
 
-    // Whether statements go out ahead of their answers.
+    // Whether statements go out ahead of their answers (else after each answer).
     bool pipelined() const { return m_pipelined; }
     // Sends `sql`; its completion runs now or once the answers before it have been read. False
     // once a completion asked to stop: `sql` was then not sent.

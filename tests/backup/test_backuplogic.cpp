@@ -36,6 +36,7 @@ using namespace tabulon::test;
 namespace {
 
 const auto kStop = [](const DbError &) { return false; };
+constexpr auto kAhead = StatementPipeline::Sending::Ahead;
 
 struct Entry {
     QByteArray name;
@@ -258,9 +259,9 @@ void TestBackupLogic::insertRows()
     auto types = TableRestore::fieldColumns(m_session, qs("t"));
     QVERIFY_DB(types.error());
     clearServerLog(m_db->admin());
-    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), file, *types, nullptr, false, kStop));
-    QVERIFY_DB(
-        TableRestore::insertRows(m_session, qs("t"), tableFile("header", {sl({"id"})}), *types, nullptr, false, kStop));
+    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), file, *types, nullptr, false, kAhead, kStop));
+    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), tableFile("header", {sl({"id"})}), *types, nullptr, false,
+                                        kAhead, kStop));
     QCOMPARE(statementsReceived(m_db->admin(), m_session.connectionId()),
              sl({"Insert into t (note,id,qty,price,d,ts) values ('first',1,3,2.5,'2007-12-25',0)",
                  "Insert into t (note,id,qty,price,d,ts) values ('',2,0,0,'2008-01-31',0)"}));
@@ -273,12 +274,13 @@ void TestBackupLogic::insertRows()
     };
     const QString quotes =
         tableFile("quotes", {sl({"id", "note"}), sl({"10", "fine"}), sl({"11", "it's"}), sl({"12", "after"})});
-    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), quotes, *types, nullptr, false, goOn));
+    QVERIFY_DB(TableRestore::insertRows(m_session, qs("t"), quotes, *types, nullptr, false, kAhead, goOn));
     QCOMPARE(failed, 1); // the quote of 11
     QCOMPARE(m_db->rows(qs("SELECT id FROM t ORDER BY id")), sl({"1", "2", "10", "12"}));
 
-    const DbError missing = TableRestore::insertRows(
-        m_session, qs("t"), tableFile("missing", {sl({"id", "gone"}), sl({"20", "x"})}), *types, nullptr, false, kStop);
+    const DbError missing =
+        TableRestore::insertRows(m_session, qs("t"), tableFile("missing", {sl({"id", "gone"}), sl({"20", "x"})}),
+                                 *types, nullptr, false, kAhead, kStop);
     QCOMPARE(missing.number, AdoError::ItemNotFound);
     QCOMPARE(TableRestore::checkFit(m_session, qs("no_such"), quotes).error().serverCode, 1146);
     const auto unreadable = TableRestore::checkFit(m_session, qs("t"), m_dir.filePath(qs("absent")));

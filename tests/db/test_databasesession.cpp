@@ -555,8 +555,10 @@ void TestDatabaseSession::pipelines()
     }
     QVERIFY(!pipeline.finish());
     QCOMPARE(told.size(), 4);
+    // One at a time, the first was answered before the second went out; the second's answer may
+    // be lost with the connection either way.
     if (!ahead)
-        QCOMPARE(told.mid(0, 2), QList<int>({0, 0}));
+        QCOMPARE(told.first(), 0);
     // 1927: the server's own word that it killed the connection, before it closes it.
     for (const int code : told.mid(2))
         QVERIFY2(code >= 2000 || code == 1927, qPrintable(QString::number(code)));
