@@ -566,11 +566,23 @@ EOF
   while IFS= read -r table; do
     file_rows=$((file_rows + $(mdb-count "$mdb" "$table")))
   done < <(mdb-tables -1 "$mdb")
+  # Like with like: the same peer exporting only the rows of the tables Tabulon fills (every
+  # table's structure still made), after a first run of Tabulon's says which those are.
+  "$build/bench/bench_convert" "$server" dbop "$mdb" 1 >/dev/null
+  : >"$work/convert.kept-tables"
+  while IFS= read -r table; do
+    [ "$("${client[@]}" -N -e "SELECT COUNT(*) FROM \`$table\`" bench_convert_0)" = 0 ] ||
+      echo "$table" >>"$work/convert.kept-tables"
+  done < <("${client[@]}" -N -e "SHOW Tables" bench_convert_0)
+  sed -e 's/bench_peer/bench_same/g' -e "s|mdb-tables -1 '$mdb'|grep -ixFf '$work/convert.kept-tables' <(mdb-tables -1 '$mdb')|" \
+    -e "s|$work/convert.peer.errors|$work/convert.same.errors|" "$peer_script" >"$work/convert-same.sh"
   for _ in $(seq "$runs"); do
     timed "$work/convert.ours" "$build/bench/bench_convert" "$server" dbop "$mdb" 1
     echo "$(count_rows bench_convert_0) - -" >>"$work/convert.ours.kept"
     timed "$work/convert.peer" bash "$peer_script"
     echo "$(count_rows bench_peer) - -" >>"$work/convert.peer.kept"
+    timed "$work/convert.same" bash "$work/convert-same.sh"
+    echo "$(count_rows bench_same) - -" >>"$work/convert.same.kept"
   done
   kept_ours=$(count_rows bench_convert_0)
   kept_peer=$(count_rows bench_peer)
@@ -581,12 +593,16 @@ EOF
   row "Conversion of $(basename "$mdb"), $file_rows rows in the file" "$work/convert.ours" \
     "mdb-schema, mdb-export -I mysql | mariadb --init-command='SET FOREIGN_KEY_CHECKS=0'" \
     "$work/convert.peer" "≤ 1.0 per row kept" "$(stat -c %s "$mdb")" "$per_row per row kept"
+  row "Conversion of $(basename "$mdb"), the tables Tabulon fills" "$work/convert.ours" \
+    "the same peer, exporting only those tables' rows" "$work/convert.same" "≤ 1.0" "$(stat -c %s "$mdb")"
   notes+=("Conversion: the file holds $file_rows rows (mdb-count); Tabulon kept $kept_ours, the peer $kept_peer\
  (COUNT(*) over every table); time per row kept against the peer's: $per_row. The peer's errors over its $runs runs:\
  $(wc -l <"$work/convert.peer.errors") lines in convert.peer.errors; the messages Tabulon's conversion showed in its\
  last run: $(head -1 "$work/convert.ours.stdout" | cut -d' ' -f4)$(sed -n 's/^message=//p' "$work/convert.ours.stdout" |
     awk '{ printf "%s\"%s\"", (NR == 1 ? ": " : "; "), $0 }').")
-  "${client[@]}" -e "DROP DATABASE IF EXISTS bench_convert_0; DROP DATABASE IF EXISTS bench_peer"
+  notes+=("Conversion, like with like: the tables Tabulon fills are $(paste -sd, "$work/convert.kept-tables" | sed 's/,/, /g');\
+ the peer exporting only their rows kept $(count_rows bench_same) rows ($(wc -l <"$work/convert.same.errors") lines of errors).")
+  "${client[@]}" -e "DROP DATABASE IF EXISTS bench_convert_0; DROP DATABASE IF EXISTS bench_peer; DROP DATABASE IF EXISTS bench_same"
 fi
 
 write_report >/dev/null
