@@ -695,8 +695,8 @@ if wanted far; then
   if awk -v o="$(seconds_of "$work/far-save.ours")" -v p="$(seconds_of "$work/far-save.peer")" 'BEGIN { exit !(o < p) }' &&
     awk -v o="$(seconds_of "$work/far-restore.ours")" -v p="$(seconds_of "$work/far-restore.peer")" 'BEGIN { exit !(o < p) }' &&
     ! overlap "$work/far-save.ours" "$work/far-save.peer" && ! overlap "$work/far-restore.ours" "$work/far-restore.peer"; then
-    far_why=" Through the proxy the program measures a round trip of a millisecond or more and sends each table's\
- inserts ahead of their answers, at most 200 statements at a time; the peers wait out each statement's round trip."
+    far_why=" The program sends each table's inserts ahead of their answers (an InnoDB table's, for the restore),\
+ at most 200 statements at a time; the peers wait out each statement's round trip."
   fi
   notes+=("Far server: bench/delayproxy.py holds every chunk ${far_rtt}/2 ms in each direction, on this machine.\
  The same work straight to the server took $(seconds_cell "$work/far-save.local") (Save Table) and\
