@@ -24,7 +24,14 @@
 
 #include <zlib.h>
 
+#include <cerrno>
 #include <cstring>
+#include <new>
+
+#ifdef __linux__
+#include <fcntl.h>
+#include <unistd.h>
+#endif
 
 namespace tabulon {
 
@@ -35,7 +42,9 @@ const QByteArray kEndMark = QByteArrayLiteral("SAFEEND\n");
 const QString kStored = QStringLiteral("stored");
 constexpr quint32 kNull = 0xFFFFFFFFu;
 constexpr qsizetype kChunk = 256 * 1024;
-constexpr qint64 kFooter = 16; // trailer checksum, trailer length, end mark
+constexpr qint64 kFooter = 16;            // trailer checksum, trailer length, end mark
+constexpr qsizetype kStage = 1024 * 1024; // a stored copy goes out in blocks of this size
+constexpr size_t kStageAlign = 4096;      // what direct writes ask of a block's address
 
 quint32 crc(QByteArrayView bytes)
 {
@@ -98,6 +107,15 @@ struct SafetyCopyWriter::Impl final {
     quint32 bodyCrc = 0; // of the stored body written so far
     QByteArray pending;  // body bytes not yet handed to zlib, or not yet written when stored
     QByteArray out;
+    // A stored copy, tens of megabytes of table files, goes out in whole aligned blocks past the
+    // system's file cache where the file system allows it: copying it into the cache cost the
+    // program more processor time than everything else the copy does.
+    struct FreeStage {
+        void operator()(char *p) const { ::operator delete(p, std::align_val_t(kStageAlign)); }
+    };
+    std::unique_ptr<char, FreeStage> stage;
+    qsizetype staged = 0;
+    bool direct = false;
     std::vector<qint64> tableRows;
     qint64 tableRowCount = 0;
     size_t columns = 0;
@@ -117,8 +135,61 @@ struct SafetyCopyWriter::Impl final {
 
     DbError writeRaw(QByteArrayView bytes)
     {
-        if (file->write(bytes.data(), bytes.size()) != bytes.size())
-            return fileError();
+        if (!stage) {
+            if (file->write(bytes.data(), bytes.size()) != bytes.size())
+                return fileError();
+            return {};
+        }
+        while (!bytes.isEmpty()) {
+            const qsizetype take = qMin(bytes.size(), kStage - staged);
+            std::memcpy(stage.get() + staged, bytes.data(), static_cast<size_t>(take));
+            staged += take;
+            bytes = bytes.sliced(take);
+            if (staged == kStage) {
+                if (DbError e = writeStage())
+                    return e;
+            }
+        }
+        return {};
+    }
+
+    void setDirect(bool on)
+    {
+#ifdef __linux__
+        const int fd = file->handle();
+        const int flags = ::fcntl(fd, F_GETFL);
+        direct = flags != -1 && ::fcntl(fd, F_SETFL, on ? flags | O_DIRECT : flags & ~O_DIRECT) == 0 && on;
+#else
+        (void)on;
+        direct = false;
+#endif
+    }
+
+    DbError writeStage()
+    {
+        qsizetype done = 0;
+        while (done < staged) {
+#ifdef __linux__
+            const ssize_t n = ::write(file->handle(), stage.get() + done, static_cast<size_t>(staged - done));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n < 0 && errno == EINVAL && direct) {
+                // The file system takes no direct writes after all: the cache it is.
+                setDirect(false);
+                continue;
+            }
+            if (n == 0)
+                errno = ENOSPC;
+            if (n <= 0)
+                return failed = DbError::file(path, qt_error_string(errno));
+#else
+            const qint64 n = file->write(stage.get() + done, staged - done);
+            if (n < 0)
+                return fileError();
+#endif
+            done += static_cast<qsizetype>(n);
+        }
+        staged = 0;
         return {};
     }
 
@@ -203,7 +274,10 @@ DbError SafetyCopyWriter::open(const QString &path, const SafetyCopyInfo &header
     if (!d.file->open())
         return d.fileError();
     d.stored = header.stored;
-    if (!d.stored) {
+    if (d.stored) {
+        d.stage.reset(static_cast<char *>(::operator new(kStage, std::align_val_t(kStageAlign))));
+        d.setDirect(true);
+    } else {
         if (deflateInit(&d.z, Z_BEST_SPEED) != Z_OK)
             return d.failed = DbError::file(path, QStringLiteral("compression could not start"));
         d.zOpen = true;
@@ -324,6 +398,12 @@ DbError SafetyCopyWriter::commit()
     tail.append(kEndMark);
     if (DbError e = d.writeRaw(tail))
         return e;
+    if (d.stage) {
+        // The last block is not a whole one.
+        d.setDirect(false);
+        if (DbError e = d.writeStage())
+            return e;
+    }
     if (!d.file->flush())
         return d.fileError();
     d.file->close();

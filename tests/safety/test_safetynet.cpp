@@ -413,6 +413,19 @@ void TestSafetyNet::filesPutBack()
     }
     QVERIFY(!done);
     QCOMPARE(read(file("bill.MYI")), QByteArray("now"));
+
+    // A disk that fills while the copy is written, in its first block or a later one, is an
+    // error naming the folder, and no copy is left.
+    const qsizetype copies = SafetyNet::listCopies(safety.settings().folder).size();
+    for (const rlim_t room : {rlim_t(1000), rlim_t(2 * 1024 * 1024 + 100)}) {
+        const FileSizeLimit limit(room);
+        written = SafetyNet::writeFileCopy(safety.settings(), qs("Repair Tables"), m_db->name(), folder,
+                                           {qs("bill.MYD")}, {});
+        QVERIFY(!written && written.error().isFileError());
+        QVERIFY2(written.error().description.contains(safety.settings().folder),
+                 qPrintable(written.error().description));
+    }
+    QCOMPARE(SafetyNet::listCopies(safety.settings().folder).size(), copies);
 }
 
 // The stored body's checksum: the processor's instruction and the table give the same value,
