@@ -230,6 +230,13 @@ why: a copy whose trailer changed is unreadable, not different
 -     if (crc(trailerText) != trailerCrc)
 +     if (crc(trailerText) != trailerCrc && false)
 
+@ copy-stored-checksum
+file: src/safety/safetycopy.cpp
+tests: test_safetynet:filesPutBack
+why: a copy of files, stored uncompressed, checks each file's checksum before the file goes back
+-         return u32(written) && written == expected;
++         return u32(written) && (written == expected || true);
+
 @ prune-keeps-new-copy
 file: src/safety/safetynet.cpp
 tests: test_safetynet:oldestCopiesGo

@@ -1,13 +1,18 @@
-// The safety copy file: magic, header length, JSON header and the CRC-32 of all three; a zlib
-// stream of tagged records; the JSON trailer, its CRC-32, its length and an end mark. Records in
-// the stream:
+// The safety copy file: magic, header length, JSON header and the CRC-32 of all three; a body of
+// tagged records, a zlib stream or, with "body": "stored" in the header, the records as they are;
+// the JSON trailer, its CRC-32, its length and an end mark. Records in the body:
 //   'T' name create columns(count, then name and value form each)
 //       triggers(count, then name, sql_mode and statement each)     a table starts
 //   'R' one length-prefixed cell per column (0xFFFFFFFF: NULL)       a row
 //   'E' row count                                                   the table ends
 //   'F' name existed, then 'D' chunks and 'G'                       a file
 //   'Z'                                                             the body ends
+// A stored body has no stream checksum to lean on: after each 'E', 'G' and 'Z' it holds the
+// CRC-32C of every body byte before it, so a file or table is checked whole before it is handed
+// on to be put back.
 #include "safety/safetycopy.h"
+
+#include "safety/checksum.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -19,7 +24,14 @@
 
 #include <zlib.h>
 
+#include <cerrno>
 #include <cstring>
+#include <new>
+
+#ifdef __linux__
+#include <fcntl.h>
+#include <unistd.h>
+#endif
 
 namespace tabulon {
 
@@ -27,9 +39,12 @@ namespace {
 
 const QByteArray kMagic = QByteArrayLiteral("TABULON SAFETY COPY 2\n");
 const QByteArray kEndMark = QByteArrayLiteral("SAFEEND\n");
+const QString kStored = QStringLiteral("stored");
 constexpr quint32 kNull = 0xFFFFFFFFu;
 constexpr qsizetype kChunk = 256 * 1024;
-constexpr qint64 kFooter = 16; // trailer checksum, trailer length, end mark
+constexpr qint64 kFooter = 16;            // trailer checksum, trailer length, end mark
+constexpr qsizetype kStage = 1024 * 1024; // a stored copy goes out in blocks of this size
+constexpr size_t kStageAlign = 4096;      // what direct writes ask of a block's address
 
 quint32 crc(QByteArrayView bytes)
 {
@@ -69,6 +84,8 @@ QJsonObject headerJson(const SafetyCopyInfo &info)
     o[QStringLiteral("folder")] = info.folder;
     if (info.withoutCopy)
         o[QStringLiteral("withoutCopy")] = true;
+    if (info.stored)
+        o[QStringLiteral("body")] = kStored;
     return o;
 }
 
@@ -86,8 +103,19 @@ struct SafetyCopyWriter::Impl final {
     QString path;
     z_stream z{};
     bool zOpen = false;
-    QByteArray pending; // uncompressed bytes not yet handed to zlib
+    bool stored = false;
+    quint32 bodyCrc = 0; // of the stored body written so far
+    QByteArray pending;  // body bytes not yet handed to zlib, or not yet written when stored
     QByteArray out;
+    // A stored copy, tens of megabytes of table files, goes out in whole aligned blocks past the
+    // system's file cache where the file system allows it: copying it into the cache cost the
+    // program more processor time than everything else the copy does.
+    struct FreeStage {
+        void operator()(char *p) const { ::operator delete(p, std::align_val_t(kStageAlign)); }
+    };
+    std::unique_ptr<char, FreeStage> stage;
+    qsizetype staged = 0;
+    bool direct = false;
     std::vector<qint64> tableRows;
     qint64 tableRowCount = 0;
     size_t columns = 0;
@@ -107,13 +135,80 @@ struct SafetyCopyWriter::Impl final {
 
     DbError writeRaw(QByteArrayView bytes)
     {
-        if (file->write(bytes.data(), bytes.size()) != bytes.size())
-            return fileError();
+        if (!stage) {
+            if (file->write(bytes.data(), bytes.size()) != bytes.size())
+                return fileError();
+            return {};
+        }
+        while (!bytes.isEmpty()) {
+            const qsizetype take = qMin(bytes.size(), kStage - staged);
+            std::memcpy(stage.get() + staged, bytes.data(), static_cast<size_t>(take));
+            staged += take;
+            bytes = bytes.sliced(take);
+            if (staged == kStage) {
+                if (DbError e = writeStage())
+                    return e;
+            }
+        }
         return {};
+    }
+
+    void setDirect(bool on)
+    {
+#ifdef __linux__
+        const int fd = file->handle();
+        const int flags = ::fcntl(fd, F_GETFL);
+        direct = flags != -1 && ::fcntl(fd, F_SETFL, on ? flags | O_DIRECT : flags & ~O_DIRECT) == 0 && on;
+#else
+        (void)on;
+        direct = false;
+#endif
+    }
+
+    DbError writeStage()
+    {
+        qsizetype done = 0;
+        while (done < staged) {
+#ifdef __linux__
+            const ssize_t n = ::write(file->handle(), stage.get() + done, static_cast<size_t>(staged - done));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n < 0 && errno == EINVAL && direct) {
+                // The file system takes no direct writes after all: the cache it is.
+                setDirect(false);
+                continue;
+            }
+            if (n == 0)
+                errno = ENOSPC;
+            if (n <= 0)
+                return failed = DbError::file(path, qt_error_string(errno));
+#else
+            const qint64 n = file->write(stage.get() + done, staged - done);
+            if (n < 0)
+                return fileError();
+#endif
+            done += static_cast<qsizetype>(n);
+        }
+        staged = 0;
+        return {};
+    }
+
+    // Writes a stored body's bytes, counting them into its checksum.
+    DbError writeStored(QByteArrayView bytes)
+    {
+        bodyCrc = Checksum::crc32c(bodyCrc, bytes);
+        return writeRaw(bytes);
     }
 
     DbError pump(int flush)
     {
+        if (stored) {
+            const DbError e = writeStored(pending);
+            pending.clear();
+            if (e)
+                failed = e;
+            return e;
+        }
         z.next_in = reinterpret_cast<Bytef *>(pending.data());
         z.avail_in = static_cast<uInt>(pending.size());
         out.resize(kChunk);
@@ -144,6 +239,19 @@ struct SafetyCopyWriter::Impl final {
             return pump(Z_NO_FLUSH);
         return {};
     }
+
+    // After a stored body's 'E', 'G' and 'Z': the checksum of the body so far.
+    DbError checkpoint()
+    {
+        if (!stored)
+            return put();
+        if (failed)
+            return failed;
+        if (DbError e = pump(Z_NO_FLUSH))
+            return e;
+        putU32(pending, bodyCrc);
+        return {};
+    }
 };
 
 SafetyCopyWriter::SafetyCopyWriter() = default;
@@ -165,9 +273,15 @@ DbError SafetyCopyWriter::open(const QString &path, const SafetyCopyInfo &header
     d.file = std::make_unique<QTemporaryFile>(path + QStringLiteral(".part-XXXXXX"));
     if (!d.file->open())
         return d.fileError();
-    if (deflateInit(&d.z, Z_BEST_SPEED) != Z_OK)
-        return d.failed = DbError::file(path, QStringLiteral("compression could not start"));
-    d.zOpen = true;
+    d.stored = header.stored;
+    if (d.stored) {
+        d.stage.reset(static_cast<char *>(::operator new(kStage, std::align_val_t(kStageAlign))));
+        d.setDirect(true);
+    } else {
+        if (deflateInit(&d.z, Z_BEST_SPEED) != Z_OK)
+            return d.failed = DbError::file(path, QStringLiteral("compression could not start"));
+        d.zOpen = true;
+    }
     QByteArray head = kMagic;
     const QByteArray json = QJsonDocument(headerJson(header)).toJson(QJsonDocument::Compact);
     putBytes(head, json);
@@ -220,7 +334,7 @@ DbError SafetyCopyWriter::endTable()
     d.pending.append('E');
     putU64(d.pending, static_cast<quint64>(d.tableRowCount));
     d.tableRows.push_back(d.tableRowCount);
-    return d.put();
+    return d.checkpoint();
 }
 
 DbError SafetyCopyWriter::beginFile(const QString &name, bool existed)
@@ -236,15 +350,26 @@ DbError SafetyCopyWriter::writeFileData(QByteArrayView data)
 {
     Impl &d = *m_impl;
     d.pending.append('D');
-    putBytes(d.pending, data);
-    return d.put();
+    if (!d.stored) {
+        putBytes(d.pending, data);
+        return d.put();
+    }
+    // Stored, the bytes go from the caller's buffer to the file.
+    putU32(d.pending, static_cast<quint32>(data.size()));
+    if (d.failed)
+        return d.failed;
+    if (DbError e = d.pump(Z_NO_FLUSH))
+        return e;
+    if (DbError e = d.writeStored(data))
+        return d.failed = e;
+    return {};
 }
 
 DbError SafetyCopyWriter::endFile()
 {
     Impl &d = *m_impl;
     d.pending.append('G');
-    return d.put();
+    return d.checkpoint();
 }
 
 DbError SafetyCopyWriter::commit()
@@ -255,6 +380,8 @@ DbError SafetyCopyWriter::commit()
     if (d.failed)
         return d.failed;
     d.pending.append('Z');
+    if (DbError e = d.checkpoint())
+        return e;
     if (DbError e = d.pump(Z_FINISH))
         return e;
     QJsonObject trailer;
@@ -271,6 +398,12 @@ DbError SafetyCopyWriter::commit()
     tail.append(kEndMark);
     if (DbError e = d.writeRaw(tail))
         return e;
+    if (d.stage) {
+        // The last block is not a whole one.
+        d.setDirect(false);
+        if (DbError e = d.writeStage())
+            return e;
+    }
     if (!d.file->flush())
         return d.fileError();
     d.file->close();
@@ -368,15 +501,19 @@ DbResult<Layout> readLayout(QFile &file)
                                                                                      : SafetyCopyInfo::Kind::Tables;
     info.folder = h.value(QStringLiteral("folder")).toString();
     info.withoutCopy = h.value(QStringLiteral("withoutCopy")).toBool();
+    const QJsonValue body = h.value(QStringLiteral("body"));
+    info.stored = body.toString() == kStored;
+    if (!body.isUndefined() && !info.stored)
+        return corrupt(path, QStringLiteral("unknown form"));
     info.rows = static_cast<qint64>(trailer.object().value(QStringLiteral("rows")).toDouble());
     info.size = size;
     return layout;
 }
 
-// Pulls exact byte counts out of the compressed body.
+// Pulls exact byte counts out of the body.
 class BodyReader final {
 public:
-    BodyReader(QFile &file, qint64 end) : m_file(file), m_end(end) {}
+    BodyReader(QFile &file, qint64 end, bool stored) : m_file(file), m_end(end), m_stored(stored) {}
     ~BodyReader()
     {
         if (m_open)
@@ -387,6 +524,8 @@ public:
 
     bool start()
     {
+        if (m_stored)
+            return true;
         m_open = inflateInit(&m_z) == Z_OK;
         return m_open;
     }
@@ -394,6 +533,9 @@ public:
     // Fills `out` with exactly `n` bytes; false at a damaged or short body.
     bool read(QByteArray &out, qsizetype n)
     {
+        // A damaged length in a stored body must not ask for more than the file holds.
+        if (m_stored && n > m_plain.size() - m_pos + (m_end - m_file.pos()))
+            return false;
         out.resize(n);
         qsizetype have = 0;
         while (have < n) {
@@ -434,10 +576,34 @@ public:
         quint32 n = 0;
         return u32(n) && n != kNull && read(out, n);
     }
+    // A stored body's checkpoint: whether the checksum that follows is that of the bytes before.
+    bool checked()
+    {
+        if (!m_stored)
+            return true;
+        foldCrc();
+        const quint32 expected = m_crc;
+        quint32 written = 0;
+        return u32(written) && written == expected;
+    }
 
 private:
+    void foldCrc()
+    {
+        m_crc = Checksum::crc32c(m_crc, QByteArrayView(m_plain).sliced(m_crcFrom, m_pos - m_crcFrom));
+        m_crcFrom = m_pos;
+    }
+
     bool refill()
     {
+        if (m_stored) {
+            foldCrc();
+            const qint64 left = m_end - m_file.pos();
+            m_done = left <= 0;
+            m_pos = m_crcFrom = 0;
+            m_plain = m_done ? QByteArray() : m_file.read(qMin<qint64>(left, kChunk));
+            return !m_plain.isEmpty();
+        }
         if (m_done)
             return false;
         m_plain.resize(kChunk);
@@ -472,6 +638,9 @@ private:
 
     QFile &m_file;
     qint64 m_end;
+    bool m_stored;
+    quint32 m_crc = 0; // of the stored body up to m_crcFrom
+    qsizetype m_crcFrom = 0;
     z_stream m_z{};
     bool m_open = false;
     bool m_done = false;
@@ -506,7 +675,7 @@ DbError read(const QString &path, SafetyCopyVisitor &visitor)
         return layout.error();
     if (!file.seek(layout->bodyStart))
         return DbError::file(path, file.errorString());
-    BodyReader body(file, layout->bodyEnd);
+    BodyReader body(file, layout->bodyEnd, layout->info.stored);
     if (!body.start())
         return corrupt(path, QStringLiteral("decompression could not start"));
 
@@ -572,7 +741,7 @@ DbError read(const QString &path, SafetyCopyVisitor &visitor)
         }
         case 'E': {
             quint64 rows = 0;
-            if (!inTable || !body.u64(rows))
+            if (!inTable || !body.u64(rows) || !body.checked())
                 return damaged();
             inTable = false;
             if (DbError e = visitor.tableEnd(static_cast<qint64>(rows)))
@@ -594,10 +763,12 @@ DbError read(const QString &path, SafetyCopyVisitor &visitor)
                 return e;
             break;
         case 'G':
+            if (!body.checked())
+                return damaged();
             if (DbError e = visitor.fileEnd())
                 return e;
             break;
-        case 'Z': return body.atEnd() ? DbError{} : damaged();
+        case 'Z': return body.checked() && body.atEnd() ? DbError{} : damaged();
         default: return damaged();
         }
     }

@@ -1,9 +1,10 @@
-// The file form of a safety copy: a short header (time, command, database, tables), a
-// compressed body holding each table's CREATE TABLE text, triggers and every row with its exact
-// bytes (or the bytes of table files), and a trailer with the row counts that marks the file
-// whole. Header and trailer carry checksums of their own, as the body does. The file is written
-// beside its final name and moved there only when complete, never over another file, so a copy
-// that lists is a copy that reads and two programs sharing a folder keep each other's copies.
+// The file form of a safety copy: a short header (time, command, database, tables), a body
+// holding each table's CREATE TABLE text, triggers and every row with its exact bytes (or the
+// bytes of table files), compressed or stored as it is, and a trailer with the row counts that
+// marks the file whole. Header and trailer carry checksums of their own, as the body does. The
+// file is written beside its final name and moved there only when complete, never over another
+// file, so a copy that lists is a copy that reads and two programs sharing a folder keep each
+// other's copies.
 #pragma once
 
 #include "db/dberror.h"
@@ -34,6 +35,9 @@ struct SafetyCopyInfo final {
     Kind kind = Kind::Tables;
     QString folder;           // a copy of files: the folder they were taken from
     bool withoutCopy = false; // the operator let the command go on without a copy: no data here
+    // The body as it is, not compressed: table files, which compress at a cost in processor
+    // time far above that of reading them, go in stored.
+    bool stored = false;
     qint64 rows = 0;
     qint64 size = 0; // bytes on disk
 };

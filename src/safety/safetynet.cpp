@@ -347,26 +347,29 @@ DbResult<QString> writeFileCopy(const SafetySettings &settings, const QString &c
     header.kind = SafetyCopyInfo::Kind::Files;
     header.folder = folder;
     header.withoutCopy = total > settings.maxBytes();
+    header.stored = true;
     SafetyCopyWriter out;
     auto opened = openCopy(settings, header, out);
     if (!opened)
         return opened.error();
     if (header.withoutCopy)
         return finishCopy(settings, out, alsoKeep);
-    const QString path = *opened;
+    QByteArray chunk(1024 * 1024, Qt::Uninitialized);
     for (const QString &name : files) {
         QFile in(QDir(folder).filePath(name));
         const bool existed = in.exists();
         if (DbError e = out.beginFile(name, existed))
             return e;
         if (existed) {
-            if (!in.open(QIODevice::ReadOnly))
+            if (!in.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
                 return DbError::file(in.fileName(), in.errorString());
-            while (!in.atEnd()) {
-                const QByteArray chunk = in.read(1024 * 1024);
-                if (chunk.isEmpty() && in.error() != QFileDevice::NoError)
+            for (;;) {
+                const qint64 n = in.read(chunk.data(), chunk.size());
+                if (n < 0)
                     return DbError::file(in.fileName(), in.errorString());
-                if (DbError e = out.writeFileData(chunk))
+                if (n == 0)
+                    break;
+                if (DbError e = out.writeFileData(QByteArrayView(chunk.constData(), n)))
                     return e;
             }
         }

@@ -3,6 +3,7 @@
 tabulon_logic_library(tabulon_safety_logic
     SOURCES
         safety/safetysettings.cpp safety/safetysettings.h
+        safety/checksum.cpp safety/checksum.h
         safety/safetycopy.cpp safety/safetycopy.h
         safety/copysql.cpp safety/copysql.h
         safety/safetynet.cpp safety/safetynet.h

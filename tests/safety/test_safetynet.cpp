@@ -5,6 +5,7 @@
 #include "countingprogress.h"
 #include "db/progress.h"
 #include "files.h"
+#include "safety/checksum.h"
 #include "safety/copysql.h"
 #include "safety/putback.h"
 #include "safety/safetynet.h"
@@ -34,6 +35,7 @@ private Q_SLOTS:
     void settingsRead_data();
     void settingsRead();
     void filesPutBack();
+    void checksumKnownValues();
     void oldestCopiesGo();
     void tooBigTableAsks();
     void viewsAndQualifiedNames();
@@ -369,6 +371,35 @@ void TestSafetyNet::filesPutBack()
     QCOMPARE(read(file("bill.MYI")), QByteArray());
     QVERIFY(!QFileInfo::exists(file("bill.frm")));
 
+    // The files are stored as they are; a byte changed in the body (a file's bytes, its name, a
+    // checksum) puts nothing back.
+    write(file("bill.MYD"), "other");
+    const QByteArray whole = read(*written);
+    QVERIFY(whole.contains(bytes.sliced(1024 * 1024, 4096)));
+    const qsizetype body = whole.indexOf('}') + 5;
+    for (const qsizetype at : {whole.indexOf("bill.MYI", body), whole.size() / 2, whole.lastIndexOf("{\"") - 1}) {
+        QByteArray damaged = whole;
+        damaged[at] = static_cast<char>(damaged[at] ^ 0x04);
+        write(*written, damaged);
+        QVERIFY2(!putBack(*written), qPrintable(QString::number(at)));
+        QCOMPARE(read(file("bill.MYD")), QByteArray("other"));
+    }
+    // A compressed copy of files, as the program wrote them before, still goes back.
+    SafetyCopyInfo older;
+    older.kind = SafetyCopyInfo::Kind::Files;
+    older.folder = folder;
+    older.tables = sl({"bill.MYD"});
+    older.time = QDateTime::currentDateTimeUtc();
+    SafetyCopyWriter out;
+    QVERIFY_DB(out.open(QDir(safety.settings().folder).filePath(qs("older") + SafetyCopy::kSuffix), older));
+    QVERIFY_DB(out.beginFile(qs("bill.MYD"), true));
+    QVERIFY_DB(out.writeFileData(bytes));
+    QVERIFY_DB(out.endFile());
+    QVERIFY_DB(out.commit());
+    QVERIFY(!read(out.finalPath()).contains(bytes.sliced(1024 * 1024, 4096)));
+    QVERIFY_DB(putBack(out.finalPath()).error());
+    QVERIFY(read(file("bill.MYD")) == bytes);
+
     // A disk that fills while a file goes back leaves the file as it is now, not cut short.
     write(file("bill.MYI"), QByteArray(8 * 1024, 'i'));
     written = SafetyNet::writeFileCopy(safety.settings(), qs("Check Tables Replace"), m_db->name(), folder,
@@ -382,6 +413,33 @@ void TestSafetyNet::filesPutBack()
     }
     QVERIFY(!done);
     QCOMPARE(read(file("bill.MYI")), QByteArray("now"));
+
+    // A disk that fills while the copy is written, in its first block or a later one, is an
+    // error naming the folder, and no copy is left.
+    const qsizetype copies = SafetyNet::listCopies(safety.settings().folder).size();
+    for (const rlim_t room : {rlim_t(1000), rlim_t(2 * 1024 * 1024 + 100)}) {
+        const FileSizeLimit limit(room);
+        written = SafetyNet::writeFileCopy(safety.settings(), qs("Repair Tables"), m_db->name(), folder,
+                                           {qs("bill.MYD")}, {});
+        QVERIFY(!written && written.error().isFileError());
+        QVERIFY2(written.error().description.contains(safety.settings().folder),
+                 qPrintable(written.error().description));
+    }
+    QCOMPARE(SafetyNet::listCopies(safety.settings().folder).size(), copies);
+}
+
+// The stored body's checksum: the processor's instruction and the table give the same value,
+// in one piece or in two.
+void TestSafetyNet::checksumKnownValues()
+{
+    QByteArray odd(100003, Qt::Uninitialized);
+    for (qsizetype i = 0; i < odd.size(); ++i)
+        odd[i] = static_cast<char>((i * 131) >> 2);
+    const quint32 whole = Checksum::crc32cByTable(0, odd);
+    for (const auto crc : {&Checksum::crc32c, &Checksum::crc32cByTable}) {
+        QCOMPARE(crc(0, "123456789"), 0xE3069283u);
+        QCOMPARE(crc(crc(0, QByteArrayView(odd).first(77)), QByteArrayView(odd).sliced(77)), whole);
+    }
 }
 
 void TestSafetyNet::oldestCopiesGo()
