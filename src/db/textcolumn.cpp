@@ -162,8 +162,11 @@ void TextColumn::resize(qsizetype cells)
     const Location last = locate(cells - 1);
     Store &s = writable();
     s.bytes.truncate(last.begin + last.length);
-    s.lengths.truncate(last.nextLengthPos);
-    s.blocks.resize(static_cast<std::size_t>((cells + kBlock - 1) / kBlock));
+    if (cells <= s.listed) {
+        s.lengths.truncate(last.nextLengthPos);
+        s.blocks.resize(static_cast<std::size_t>((cells + kBlock - 1) / kBlock));
+        s.listed = cells;
+    }
     s.count = cells;
     if (!s.nulls.empty())
         s.nulls.resize(static_cast<std::size_t>(cells));
@@ -194,6 +197,8 @@ TextColumn::Location TextColumn::next(const Store &s, const Location &at)
 TextColumn::Location TextColumn::locate(qsizetype i) const
 {
     const Store &s = store();
+    if (i >= s.listed)
+        return Location{s.tailStart + static_cast<std::uint32_t>((i - s.listed) * s.width), s.width, 0};
     const Block &block = s.blocks[static_cast<std::size_t>(i / kBlock)];
     Location at = next(s, Location{block.byteStart, 0, block.lengthPos});
     for (qsizetype k = i % kBlock; k > 0; --k)
@@ -238,7 +243,8 @@ QByteArrayView TextColumn::Reader::utf8(qsizetype i)
         m_last = i;
         return QByteArrayView(edit->bytes);
     }
-    m_at = i == m_last + 1 ? next(m_column.store(), m_at) : m_column.locate(i);
+    const Store &s = m_column.store();
+    m_at = i == m_last + 1 && i < s.listed ? next(s, m_at) : m_column.locate(i);
     m_last = i;
     return m_column.stored(m_at);
 }

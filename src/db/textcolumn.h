@@ -133,26 +133,40 @@ private:
         std::vector<Block> blocks; // one per kBlock cells
         qsizetype count = 0;
         std::vector<bool> nulls; // empty while no cell is null
+        // Cells [listed, count) all have `width` bytes from byte `tailStart` on and are not in
+        // the length stream yet: a run of cells of one length (dates, fixed codes) costs no
+        // length bytes or block starts until a cell of another length follows it.
+        qsizetype listed = 0;
+        std::uint32_t tailStart = 0;
+        std::uint32_t width = 0;
 
         void appendBytes(const char *data, std::size_t n)
         {
             if (bytes.size() + n > kMaxBytes)
                 throw std::length_error("column holds more than 4 GiB of text");
-            if (count % kBlock == 0)
-                blocks.push_back(
-                    Block{static_cast<std::uint32_t>(bytes.size()), static_cast<std::uint32_t>(lengths.size())});
-            auto length = static_cast<std::uint32_t>(n);
-            if (length < 0x80) {
-                lengths.push_back(static_cast<char>(length));
-            } else {
-                do {
-                    lengths.push_back(static_cast<char>(length | 0x80));
-                    length >>= 7;
-                } while (length >= 0x80);
-                lengths.push_back(static_cast<char>(length));
+            if (count == listed || n != width) {
+                listTail();
+                width = static_cast<std::uint32_t>(n);
+                tailStart = static_cast<std::uint32_t>(bytes.size());
             }
             bytes.append(data, n);
             ++count;
+        }
+        // Puts the run of equal lengths into the length stream.
+        void listTail()
+        {
+            for (qsizetype k = listed; k < count; ++k) {
+                if (k % kBlock == 0)
+                    blocks.push_back(Block{tailStart + static_cast<std::uint32_t>((k - listed) * width),
+                                           static_cast<std::uint32_t>(lengths.size())});
+                std::uint32_t length = width;
+                while (length >= 0x80) {
+                    lengths.push_back(static_cast<char>(length | 0x80));
+                    length >>= 7;
+                }
+                lengths.push_back(static_cast<char>(length));
+            }
+            listed = count;
         }
     };
 
