@@ -187,10 +187,10 @@ DbError TableData::loadTableSteps()
         m_combo->setEnabled(false);
         // Column 0 shows each row's number and the hidden column 1 holds its load number, which
         // travels with its row through sorts so that ModifyRecord can find the row's record again
-        // by position. While the rows arrive both read the same, so they share their storage.
+        // by position. Both are worked out when read, so they cost no memory.
         const auto open = [this](const QStringList &names) -> GridData & {
             m_grid->startAppending(QStringList{QString(), QString()} + names);
-            m_grid->cells().copyColumn(0, 1);
+            m_grid->cells().numberAppendedRows(1);
             m_grid->setColHidden(1, true);
             return m_grid->cells();
         };

@@ -1,6 +1,7 @@
 #include "db/textcolumn.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace tabulon {
 
@@ -28,6 +29,83 @@ void TextColumn::clear()
 {
     m_store.reset();
     m_edits.clear();
+    m_numbers.reset();
+}
+
+TextColumn TextColumn::numbered(qsizetype cells, qsizetype from, qsizetype to, qint64 delta)
+{
+    TextColumn column;
+    column.m_numbers = Numbers{cells, std::max<qsizetype>(from, 0), std::min(to, cells), delta, false, {}};
+    return column;
+}
+
+TextColumn TextColumn::numbered(std::vector<std::uint32_t> table)
+{
+    TextColumn column;
+    const auto cells = static_cast<qsizetype>(table.size());
+    column.m_numbers =
+        Numbers{cells, 0, cells, 0, false, std::make_shared<const std::vector<std::uint32_t>>(std::move(table))};
+    return column;
+}
+
+void TextColumn::startCounting(qint64 delta)
+{
+    if (!m_numbers) {
+        // The cells there already (a header) become edits of a numbered column.
+        TextColumn counting = numbered(size(), size(), size(), delta);
+        for (qsizetype i = 0; i < size(); ++i)
+            counting.m_edits[static_cast<std::uint32_t>(i)] = Edit{QByteArray(utf8(i).toByteArray()), isNull(i)};
+        *this = std::move(counting);
+    } else if (m_numbers->table || m_numbers->to != m_numbers->count ||
+               (m_numbers->to > m_numbers->from && m_numbers->delta != delta)) {
+        materialize();
+        startCounting(delta);
+        return;
+    }
+    m_numbers->delta = delta;
+    if (m_numbers->to == m_numbers->from)
+        m_numbers->from = m_numbers->to = m_numbers->count;
+    m_numbers->counting = true;
+}
+
+void TextColumn::endCounting()
+{
+    if (m_numbers)
+        m_numbers->counting = false;
+}
+
+QByteArrayView TextColumn::numberAt(qsizetype i) const
+{
+    const Numbers &n = *m_numbers;
+    if (i < n.from || i >= n.to)
+        return QByteArrayView("", 0);
+    qint64 number = i + n.delta;
+    if (n.table) {
+        const std::uint32_t at = (*n.table)[static_cast<size_t>(i)];
+        if (at == kNoNumber)
+            return QByteArrayView("", 0);
+        number = at;
+    }
+    thread_local char digits[256][24];
+    thread_local unsigned slot = 0;
+    char *to = digits[slot++ % 256];
+    const auto written = std::to_chars(to, to + 24, number);
+    return QByteArrayView(to, written.ptr - to);
+}
+
+void TextColumn::materialize()
+{
+    if (!m_numbers)
+        return;
+    TextColumn rebuilt;
+    rebuilt.reserve(size());
+    for (qsizetype i = 0; i < size(); ++i) {
+        if (isNull(i))
+            rebuilt.appendNull();
+        else
+            rebuilt.append(utf8(i));
+    }
+    *this = std::move(rebuilt);
 }
 
 void TextColumn::appendNull()
@@ -40,6 +118,7 @@ void TextColumn::appendNull()
 
 void TextColumn::appendNullShared()
 {
+    materialize();
     if (!m_store)
         m_store = std::make_shared<Store>();
     Store &s = *m_store;
@@ -52,6 +131,14 @@ void TextColumn::appendNullShared()
 void TextColumn::resize(qsizetype cells)
 {
     cells = std::max<qsizetype>(cells, 0);
+    if (m_numbers) {
+        Numbers &n = *m_numbers;
+        std::erase_if(m_edits, [cells](const auto &edit) { return edit.first >= cells; });
+        n.count = cells;
+        n.to = n.counting ? cells : std::min(n.to, cells);
+        n.from = std::min(n.from, n.to);
+        return;
+    }
     if (cells >= size()) {
         if (cells > size()) {
             Store &s = writable();
@@ -75,8 +162,11 @@ void TextColumn::resize(qsizetype cells)
     const Location last = locate(cells - 1);
     Store &s = writable();
     s.bytes.truncate(last.begin + last.length);
-    s.lengths.truncate(last.nextLengthPos);
-    s.blocks.resize(static_cast<std::size_t>((cells + kBlock - 1) / kBlock));
+    if (cells <= s.listed) {
+        s.lengths.truncate(last.nextLengthPos);
+        s.blocks.resize(static_cast<std::size_t>((cells + kBlock - 1) / kBlock));
+        s.listed = cells;
+    }
     s.count = cells;
     if (!s.nulls.empty())
         s.nulls.resize(static_cast<std::size_t>(cells));
@@ -107,6 +197,8 @@ TextColumn::Location TextColumn::next(const Store &s, const Location &at)
 TextColumn::Location TextColumn::locate(qsizetype i) const
 {
     const Store &s = store();
+    if (i >= s.listed)
+        return Location{s.tailStart + static_cast<std::uint32_t>((i - s.listed) * s.width), s.width, 0};
     const Block &block = s.blocks[static_cast<std::size_t>(i / kBlock)];
     Location at = next(s, Location{block.byteStart, 0, block.lengthPos});
     for (qsizetype k = i % kBlock; k > 0; --k)
@@ -126,6 +218,8 @@ bool TextColumn::isNull(qsizetype i) const
 {
     if (const Edit *edit = editOf(i))
         return edit->null;
+    if (m_numbers)
+        return false;
     const Store &s = store();
     return !s.nulls.empty() && s.nulls[static_cast<std::size_t>(i)];
 }
@@ -134,25 +228,30 @@ QByteArrayView TextColumn::utf8(qsizetype i) const
 {
     if (const Edit *edit = editOf(i))
         return QByteArrayView(edit->bytes);
+    if (m_numbers)
+        return numberAt(i);
     return stored(locate(i));
 }
 
 QByteArrayView TextColumn::Reader::utf8(qsizetype i)
 {
+    if (m_column.m_numbers)
+        return m_column.utf8(i);
     if (const Edit *edit = m_column.editOf(i)) {
         // The stored cell still holds its place in the length stream.
         m_at = m_column.locate(i);
         m_last = i;
         return QByteArrayView(edit->bytes);
     }
-    m_at = i == m_last + 1 ? next(m_column.store(), m_at) : m_column.locate(i);
+    const Store &s = m_column.store();
+    m_at = i == m_last + 1 && i < s.listed ? next(s, m_at) : m_column.locate(i);
     m_last = i;
     return m_column.stored(m_at);
 }
 
 void TextColumn::setUtf8(qsizetype i, QByteArrayView utf8)
 {
-    if (i + 1 == size() && !editOf(i)) {
+    if (i + 1 == size() && !editOf(i) && !m_numbers) {
         // The last cell can be rewritten in place.
         resize(i);
         append(utf8);
@@ -165,7 +264,8 @@ void TextColumn::setUtf8(qsizetype i, QByteArrayView utf8)
 
 void TextColumn::setNull(qsizetype i)
 {
-    ensureNullFlags();
+    if (!m_numbers)
+        ensureNullFlags();
     m_edits[static_cast<std::uint32_t>(i)] = Edit{QByteArray(), true};
     if (m_edits.size() > 1024 && static_cast<qsizetype>(m_edits.size()) > size() / 8)
         compact();
@@ -173,6 +273,10 @@ void TextColumn::setNull(qsizetype i)
 
 void TextColumn::compact()
 {
+    if (m_numbers) {
+        materialize();
+        return;
+    }
     if (m_edits.empty())
         return;
     TextColumn rebuilt;
@@ -203,8 +307,10 @@ void TextColumn::squeeze()
 qsizetype TextColumn::memoryUse() const
 {
     const Store &s = store();
-    auto use = static_cast<qsizetype>(s.bytes.capacity() + s.lengths.capacity() + s.blocks.capacity() * sizeof(Block) +
-                                      s.nulls.capacity() / 8);
+    qsizetype use =
+        m_numbers && m_numbers->table ? static_cast<qsizetype>(m_numbers->table->size() * sizeof(std::uint32_t)) : 0;
+    use += static_cast<qsizetype>(s.bytes.capacity() + s.lengths.capacity() + s.blocks.capacity() * sizeof(Block) +
+                                  s.nulls.capacity() / 8);
     for (const auto &[row, edit] : m_edits)
         use += edit.bytes.capacity() + 64;
     return use;

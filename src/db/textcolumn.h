@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <unordered_map>
 #include <vector>
@@ -22,7 +23,12 @@ namespace tabulon {
 
 class TextColumn final {
 public:
-    qsizetype size() const { return m_store ? m_store->count : 0; }
+    qsizetype size() const
+    {
+        if (m_numbers)
+            return m_numbers->count;
+        return m_store ? m_store->count : 0;
+    }
     bool isEmpty() const { return size() == 0; }
 
     void reserve(qsizetype cells, qsizetype bytes = 0);
@@ -41,6 +47,8 @@ public:
     // columns that are to read the same while they fill); a column of its own just appends.
     void appendShared(QByteArrayView utf8)
     {
+        if (m_numbers)
+            materialize();
         if (!m_store)
             m_store = std::make_shared<Store>();
         m_store->appendBytes(utf8.data(), static_cast<std::size_t>(utf8.size()));
@@ -69,6 +77,22 @@ public:
 
     // Bytes held, for memory accounting; storage shared with a copy counts in full.
     qsizetype memoryUse() const;
+
+    // Numbered cells cost no bytes: they read as a number in decimal digits, worked out when
+    // read. Cells [from, to) of a column of `cells` cells read as their own index plus `delta`;
+    // the others, and cells at kNoNumber in `table`, read as empty texts until written. A
+    // numbered cell's bytes stay valid for the next 255 reads of numbered cells on the thread,
+    // which is enough for every cell of a row at once. Writes go to the one cell; appending or
+    // many writes turn the column into stored text first.
+    static constexpr std::uint32_t kNoNumber = 0xFFFFFFFFu;
+    static TextColumn numbered(qsizetype cells, qsizetype from, qsizetype to, qint64 delta);
+    // Cell i reads table[i]; the column has table.size() cells.
+    static TextColumn numbered(std::vector<std::uint32_t> table);
+    // From here on, the cells that resize() adds read as their index plus `delta`, until
+    // endCounting(); the cells there already keep their texts.
+    void startCounting(qint64 delta);
+    void endCounting();
+    bool isCounting() const { return m_numbers && m_numbers->counting; }
 
 private:
     struct Location {
@@ -109,26 +133,40 @@ private:
         std::vector<Block> blocks; // one per kBlock cells
         qsizetype count = 0;
         std::vector<bool> nulls; // empty while no cell is null
+        // Cells [listed, count) all have `width` bytes from byte `tailStart` on and are not in
+        // the length stream yet: a run of cells of one length (dates, fixed codes) costs no
+        // length bytes or block starts until a cell of another length follows it.
+        qsizetype listed = 0;
+        std::uint32_t tailStart = 0;
+        std::uint32_t width = 0;
 
         void appendBytes(const char *data, std::size_t n)
         {
             if (bytes.size() + n > kMaxBytes)
                 throw std::length_error("column holds more than 4 GiB of text");
-            if (count % kBlock == 0)
-                blocks.push_back(
-                    Block{static_cast<std::uint32_t>(bytes.size()), static_cast<std::uint32_t>(lengths.size())});
-            auto length = static_cast<std::uint32_t>(n);
-            if (length < 0x80) {
-                lengths.push_back(static_cast<char>(length));
-            } else {
-                do {
-                    lengths.push_back(static_cast<char>(length | 0x80));
-                    length >>= 7;
-                } while (length >= 0x80);
-                lengths.push_back(static_cast<char>(length));
+            if (count == listed || n != width) {
+                listTail();
+                width = static_cast<std::uint32_t>(n);
+                tailStart = static_cast<std::uint32_t>(bytes.size());
             }
             bytes.append(data, n);
             ++count;
+        }
+        // Puts the run of equal lengths into the length stream.
+        void listTail()
+        {
+            for (qsizetype k = listed; k < count; ++k) {
+                if (k % kBlock == 0)
+                    blocks.push_back(Block{tailStart + static_cast<std::uint32_t>((k - listed) * width),
+                                           static_cast<std::uint32_t>(lengths.size())});
+                std::uint32_t length = width;
+                while (length >= 0x80) {
+                    lengths.push_back(static_cast<char>(length | 0x80));
+                    length >>= 7;
+                }
+                lengths.push_back(static_cast<char>(length));
+            }
+            listed = count;
         }
     };
 
@@ -137,6 +175,8 @@ private:
     // The storage, made this column's own before a change.
     Store &writable()
     {
+        if (m_numbers)
+            materialize();
         if (!m_store || m_store.use_count() > 1)
             detach();
         return *m_store;
@@ -153,8 +193,21 @@ private:
     }
     const Edit *editOf(qsizetype i) const;
 
+    struct Numbers {
+        qsizetype count = 0;
+        qsizetype from = 0;
+        qsizetype to = 0;
+        qint64 delta = 0;
+        bool counting = false;
+        std::shared_ptr<const std::vector<std::uint32_t>> table;
+    };
+    QByteArrayView numberAt(qsizetype i) const;
+    // Turns numbered cells into stored text, edits included.
+    void materialize();
+
     std::shared_ptr<Store> m_store;
     std::unordered_map<std::uint32_t, Edit> m_edits;
+    std::optional<Numbers> m_numbers; // set while the cells are numbered
 };
 
 } // namespace tabulon

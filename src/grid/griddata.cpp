@@ -327,13 +327,19 @@ void GridData::startAppending(const QStringList &headers)
     m_appending = true;
 }
 
+void GridData::numberAppendedRows(int col)
+{
+    if (m_appending && col >= 0 && col < cols())
+        m_columns[static_cast<size_t>(col)].startCounting(1 - m_physicalRows);
+}
+
 qsizetype GridData::appendedRows() const
 {
-    if (m_columns.empty())
-        return 0;
-    qsizetype whole = m_columns.front().size();
-    for (const auto &column : m_columns)
-        whole = std::min(whole, column.size());
+    qsizetype whole = -1;
+    for (const auto &column : m_columns) {
+        if (!column.isCounting())
+            whole = whole < 0 ? column.size() : std::min(whole, column.size());
+    }
     return std::max<qsizetype>(whole - m_physicalRows, 0);
 }
 
@@ -342,7 +348,7 @@ qsizetype GridData::commitAppended()
     const qsizetype added = appendedRows();
     const qsizetype whole = m_physicalRows + added;
     for (auto &column : m_columns) {
-        if (column.size() > whole)
+        if (column.size() > whole || column.isCounting())
             column.resize(whole);
     }
     if (!m_identity) {
@@ -356,8 +362,10 @@ qsizetype GridData::commitAppended()
 void GridData::finishAppending()
 {
     commitAppended();
-    for (auto &column : m_columns)
+    for (auto &column : m_columns) {
+        column.endCounting();
         column.squeeze();
+    }
     m_appending = false;
 }
 
@@ -397,40 +405,28 @@ void GridData::setRowNumbers(int col)
 {
     if (col < 0 || col >= cols())
         return;
-    // Physical cell -> row, so that the column is written in its own order. Rows without an
-    // index of their own, and a freshly loaded table (data rows in physical order, the header
-    // after them), need no table.
+    TextColumn &column = m_columns[static_cast<size_t>(col)];
+    const qsizetype dataRows = rows() - m_fixedRows;
+    // Rows without an index of their own are their cells; a freshly loaded table has its data
+    // rows in cell order with the header after them. Otherwise each cell looks its row up.
     std::uint32_t expected = 0;
-    const bool inOrder = m_identity || std::all_of(m_order.begin() + m_fixedRows, m_order.end(),
-                                                   [&expected](std::uint32_t p) { return p == expected++; });
-    std::vector<std::uint32_t> rowOf;
-    if (!inOrder) {
-        rowOf.assign(static_cast<size_t>(m_physicalRows), kNoRow);
+    const bool inOrder = !m_identity && std::all_of(m_order.begin() + m_fixedRows, m_order.end(),
+                                                    [&expected](std::uint32_t p) { return p == expected++; });
+    TextColumn numbered;
+    if (m_identity) {
+        numbered = TextColumn::numbered(m_physicalRows, m_fixedRows, m_physicalRows, 0);
+    } else if (inOrder) {
+        numbered = TextColumn::numbered(m_physicalRows, 0, dataRows, m_fixedRows);
+    } else {
+        std::vector<std::uint32_t> rowOf(static_cast<size_t>(m_physicalRows), TextColumn::kNoNumber);
         for (int r = m_fixedRows; r < rows(); ++r)
             rowOf[physical(r)] = static_cast<std::uint32_t>(r);
+        numbered = TextColumn::numbered(std::move(rowOf));
     }
-    const qsizetype dataRows = rows() - m_fixedRows;
-    const TextColumn &column = m_columns[static_cast<size_t>(col)];
-    TextColumn rebuilt;
-    rebuilt.reserve(m_physicalRows);
-    char digits[16];
-    for (qsizetype p = 0; p < m_physicalRows; ++p) {
-        std::uint32_t r = kNoRow;
-        if (m_identity)
-            r = p >= m_fixedRows ? static_cast<std::uint32_t>(p) : kNoRow;
-        else if (!inOrder)
-            r = rowOf[static_cast<size_t>(p)];
-        else if (p < dataRows)
-            r = static_cast<std::uint32_t>(p + m_fixedRows);
-        if (r == kNoRow) {
-            rebuilt.append(column.utf8(p));
-            continue;
-        }
-        const auto written = std::to_chars(digits, digits + sizeof digits, r);
-        rebuilt.append(QByteArrayView(digits, written.ptr - digits));
-    }
-    rebuilt.squeeze();
-    m_columns[static_cast<size_t>(col)] = std::move(rebuilt);
+    // The fixed row keeps its text; cells of removed rows are read by no row.
+    for (int r = 0; r < m_fixedRows && r < rows(); ++r)
+        numbered.setUtf8(physical(r), column.utf8(physical(r)));
+    column = std::move(numbered);
 }
 
 void GridData::copyColumn(int from, int to)

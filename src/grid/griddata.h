@@ -62,8 +62,9 @@ public:
     // Writes rows firstRow..lastRow of one column in one pass instead of one edit per cell.
     void setColumnTexts(int col, int firstRow, int lastRow, const std::function<QString(int row)> &text);
     // Every data row's cell in the column becomes the row's number (row i reads "i"); the
-    // fixed row keeps its text. Written as bytes in one pass: a million rows cost no more
-    // than the digits.
+    // fixed row keeps its text. The numbers travel with their rows like any text, but are
+    // worked out when read: the column costs nothing while rows are in the order they were
+    // read in, and 4 bytes a row otherwise.
     void setRowNumbers(int col);
     // Column `to` becomes a copy of column `from`, header included. The text bytes are shared
     // until either column changes, so a copy costs about 1.25 bytes a cell.
@@ -91,6 +92,10 @@ public:
     // another (copyColumn) goes to both. finishAppending() commits and gives back spare room.
     // Meanwhile sorts and edits through the views are refused, so that every row is seen.
     void startAppending(const QStringList &headers);
+    // While appending, the column's cell of each row to come reads as the row's place in the
+    // reading ("1", "2", ...) without being appended or stored; copies of the column
+    // (copyColumn) count along.
+    void numberAppendedRows(int col);
     void appendCell(int col, QByteArrayView utf8) { m_columns[static_cast<size_t>(col)].appendShared(utf8); }
     void appendNullCell(int col) { m_columns[static_cast<size_t>(col)].appendNullShared(); }
     qsizetype appendedRows() const;

@@ -3,7 +3,6 @@
 #include "db/databasesession.h"
 #include "grid/griddata.h"
 
-#include <charconv>
 #include <chrono>
 #include <exception>
 
@@ -38,6 +37,7 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, int fi
         for (const FieldInfo &f : fields)
             load.names << f.name;
         grid = &open(load.names);
+        grid->numberAppendedRows(0);
         return DbError{};
     };
 
@@ -46,7 +46,6 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, int fi
     const auto interval = std::chrono::milliseconds(std::max(pace.pauseMs, 0));
     Clock::time_point lastPause = Clock::now();
     qsizetype untilCheck = rowsPerCheck;
-    char digits[24];
     const auto pauseWhenDue = [&]() -> DbError {
         if (Clock::now() - lastPause < interval)
             return {};
@@ -68,8 +67,6 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, int fi
                     grid->appendNullCell(col++);
             }
             ++load.rows;
-            const auto end = std::to_chars(digits, digits + sizeof digits, load.rows).ptr;
-            grid->appendCell(0, QByteArrayView(digits, end - digits));
         } catch (const std::exception &) {
             return DbError::generic(kTooBigText);
         }

@@ -30,8 +30,9 @@ public:
     // are in the grid's storage, to be committed to its rows (GridData::commitAppended).
     using Pause = std::function<bool(qsizetype rowsRead)>;
     // Called with the fields' names before the first row; returns the grid that takes the
-    // rows, already appending (GridData::startAppending): each row's place in the reading
-    // ("1", "2", ...) goes to column 0 and field k to column `firstField` + k.
+    // rows, already appending (GridData::startAppending): column 0 reads each row's place in
+    // the reading ("1", "2", ...; GridData::numberAppendedRows) and field k goes to column
+    // `firstField` + k.
     using Open = std::function<GridData &(const QStringList &names)>;
 
     // Reads "SELECT * FROM `table`" on `session`. On an error the grid holds what was read

@@ -357,8 +357,9 @@ void TestDatabaseSession::editsNullsAndResize()
             QFAIL(qPrintable(qs("cell %1: %2").arg(i).arg(c.text(i))));
 }
 
-// Cell lengths that take one, two and three length bytes, nulls among them, read back across
-// block boundaries, also after shrinking to sizes inside a block and growing again.
+// Cell lengths that take one, two and three length bytes, and runs of one length, nulls among
+// them, read back across block boundaries, also after shrinking to sizes inside a block and
+// growing again.
 void TestDatabaseSession::lengthsOfEverySizeAcrossBlocks()
 {
     const int lengths[] = {0, 1, 127, 128, 300, 16383, 16384, 70000, 5, 0};
@@ -366,7 +367,8 @@ void TestDatabaseSession::lengthsOfEverySizeAcrossBlocks()
     std::vector<QByteArray> expected;
     const auto add = [&](int i) {
         const bool null = i % 13 == 7;
-        expected.emplace_back(null ? 0 : lengths[i % 10], static_cast<char>('a' + i % 26));
+        const int length = i >= 40 && i < 110 ? 8 : lengths[i % 10]; // runs of one length too
+        expected.emplace_back(null ? 0 : length, static_cast<char>('a' + i % 26));
         null ? c.appendNull() : c.append(QByteArrayView(expected.back()));
     };
     const auto check = [&] {
@@ -388,6 +390,12 @@ void TestDatabaseSession::lengthsOfEverySizeAcrossBlocks()
         check();
         c.resize(static_cast<qsizetype>(expected.size()));
     }
+    // A column of one length throughout keeps its text and no lengths.
+    TextColumn dates;
+    for (int i = 0; i < 10000; ++i)
+        dates.append(QByteArrayView("2024-01-01"));
+    dates.squeeze();
+    QCOMPARE(dates.memoryUse(), 100000);
 }
 
 // A copy shares the storage; whichever side changes first gets its own, large buffers
