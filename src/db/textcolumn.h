@@ -14,7 +14,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <unordered_map>
 #include <vector>
@@ -207,7 +206,32 @@ private:
 
     std::shared_ptr<Store> m_store;
     std::unordered_map<std::uint32_t, Edit> m_edits;
-    std::optional<Numbers> m_numbers; // set while the cells are numbered
+    // Numbers held by value beside a flag, where std::optional's union storage gets GCC 12 to warn
+    // of members read uninitialized when a column is moved (a known false alarm at -O1).
+    class MaybeNumbers final {
+    public:
+        explicit operator bool() const { return m_set; }
+        Numbers *operator->() { return &m_value; }
+        const Numbers *operator->() const { return &m_value; }
+        Numbers &operator*() { return m_value; }
+        const Numbers &operator*() const { return m_value; }
+        MaybeNumbers &operator=(Numbers value)
+        {
+            m_value = std::move(value);
+            m_set = true;
+            return *this;
+        }
+        void reset()
+        {
+            m_value = Numbers{};
+            m_set = false;
+        }
+
+    private:
+        Numbers m_value;
+        bool m_set = false;
+    };
+    MaybeNumbers m_numbers; // set while the cells are numbered
 };
 
 } // namespace tabulon
