@@ -423,8 +423,8 @@ void TableData::rewriteTable(bool skipSelectedRows, const QString &command)
             return true;
         };
         bool going = written(session().execute(RecordWriter::deleteAllStatement(table)));
-        // The inserts need not wait for each other once the delete is done: on a far server they
-        // go out ahead of their answers, each still told in its turn.
+        // The inserts need not wait for each other once the delete is done: they go out ahead of
+        // their answers, each still told in its turn.
         StatementPipeline inserts(session());
         QStringList values;
         for (int row = 1; going && row < rows; ++row) {

@@ -658,7 +658,7 @@ void TestBackupTools::clientRestore()
 void TestBackupTools::restoreLostPartWay_data()
 {
     QTest::addColumn<bool>("client");
-    QTest::addColumn<bool>("ahead"); // inserts sent ahead of their answers, as on a far server
+    QTest::addColumn<bool>("ahead"); // inserts sent ahead of their answers, or one at a time
     QTest::newRow("table restore") << false << false;
     QTest::newRow("client restore") << true << false;
     QTest::newRow("table restore, sent ahead") << false << true;

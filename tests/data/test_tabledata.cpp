@@ -68,8 +68,8 @@ private Q_SLOTS:
     void loadStopsWithTheRowsSoFar();
 
 private:
-    // Rows for a rewrite whose inserts go one at a time, and sent ahead of their answers as on a
-    // far server: the operator must not see a difference.
+    // Rows for a rewrite whose inserts go one at a time, and sent ahead of their answers: the
+    // operator must not see a difference.
     static void sentAhead()
     {
         QTest::addColumn<bool>("ahead");
