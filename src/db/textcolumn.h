@@ -13,6 +13,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <unordered_map>
@@ -151,19 +152,30 @@ private:
             bytes.append(data, n);
             ++count;
         }
-        // Puts the run of equal lengths into the length stream.
+        // Puts the run of equal lengths into the length stream: one varint repeated, and a block
+        // start for each block that begins inside the run. A run of millions of cells (a key
+        // column until its numbers gain a digit) is a fill, not a loop over its cells.
         void listTail()
         {
-            for (qsizetype k = listed; k < count; ++k) {
-                if (k % kBlock == 0)
-                    blocks.push_back(Block{tailStart + static_cast<std::uint32_t>((k - listed) * width),
-                                           static_cast<std::uint32_t>(lengths.size())});
+            const qsizetype cells = count - listed;
+            if (cells > 0) {
+                char code[5];
+                std::size_t codeBytes = 0;
                 std::uint32_t length = width;
-                while (length >= 0x80) {
-                    lengths.push_back(static_cast<char>(length | 0x80));
-                    length >>= 7;
+                for (; length >= 0x80; length >>= 7)
+                    code[codeBytes++] = static_cast<char>(length | 0x80);
+                code[codeBytes++] = static_cast<char>(length);
+                const std::size_t firstPos = lengths.size();
+                char *to = lengths.extend(static_cast<std::size_t>(cells) * codeBytes);
+                if (codeBytes == 1) {
+                    std::memset(to, code[0], static_cast<std::size_t>(cells));
+                } else {
+                    for (qsizetype k = 0; k < cells; ++k)
+                        std::memcpy(to + static_cast<std::size_t>(k) * codeBytes, code, codeBytes);
                 }
-                lengths.push_back(static_cast<char>(length));
+                for (qsizetype k = (listed + kBlock - 1) / kBlock * kBlock; k < count; k += kBlock)
+                    blocks.push_back(Block{tailStart + static_cast<std::uint32_t>((k - listed) * width),
+                                           static_cast<std::uint32_t>(firstPos + std::size_t(k - listed) * codeBytes)});
             }
             listed = count;
         }
