@@ -609,6 +609,20 @@ write_report >/dev/null
 
 # ---- Search of all tables ----
 
+# search_parts: what the search spends on its safety copy and its repairs, and what is left for
+# reading the tables against the peer, which only reads them (medians over the runs)
+search_parts() {
+  local all copy repair rest peer
+  all=$(stat_of "$work/search.ours" search_ms)
+  copy=$(stat_of "$work/search.ours" copy_ms)
+  repair=$(stat_of "$work/search.ours" repair_ms)
+  rest=$((all - copy - repair))
+  peer=$(awk -v s="$(seconds_of "$work/search.peer")" 'BEGIN { printf "%d", s * 1000 }')
+  printf '%s' "Of the search's $all ms (medians), the safety copy of the table files took $copy ms and the\
+ repair of every table $repair ms, work the peer does not do; reading the tables took the other $rest ms,\
+ $(ratio_of "$rest" "$peer") × the peer's $peer ms."
+}
+
 if wanted search; then
   demo_bytes=${demo_bytes:-$(database_bytes "$demo_db")}
   # A number: the search compares it bare with numeric columns and quoted with the others, and
@@ -617,7 +631,7 @@ if wanted search; then
   held=$(held_by "$demo_db" "$unheld")
   [ -z "$held" ] || { echo "bench-all.sh: $unheld is held by: $held" >&2; exit 1; }
   for value in "$unheld" C05000; do
-    rm -f "$work/search.ours" "$work/search.peer"
+    rm -f "$work/search.ours" "$work/search.peer" "$work/search.ours.all" "$work/search.peer.all"
     loop="for t in ${demo_tables[*]}; do $client_cmd --batch --quick -e \"select * from \\\`\$t\\\`\" $demo_db \
       | grep -cF -- '$value' || true; done"
     for _ in $(seq "$runs"); do
@@ -633,7 +647,8 @@ $(sed -n 's/^hit=//p' "$out" | sort | uniq -c | awk '{ n = $1; sub(/^ *[0-9]+ /,
  the program's own processor time was $(sed -n 's/^program_cpu_ms=//p' "$out") ms of a\
  $(sed -n 's/^search_ms=//p' "$out") ms search ($(awk -v c="$(sed -n 's/^program_cpu_ms=//p' "$out")" \
       -v s="$(sed -n 's/^search_ms=//p' "$out")" 'BEGIN { printf "%.1f", (s > 0 ? 100 * c / s : 0) }') %, goal < 5 %);\
- the peer's grep counted $(awk '{ n += $1 } END { print n + 0 }' "$work/search.peer.stdout") matching lines.")
+ the peer's grep counted $(awk '{ n += $1 } END { print n + 0 }' "$work/search.peer.stdout") matching lines.\
+ $(search_parts)")
   done
 fi
 
