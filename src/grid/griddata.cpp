@@ -283,8 +283,12 @@ void GridData::compact()
     for (auto &column : m_columns) {
         TextColumn rebuilt;
         rebuilt.reserve(rows());
-        for (const std::uint32_t p : m_order)
-            rebuilt.append(column.utf8(p));
+        for (const std::uint32_t p : m_order) {
+            if (column.isNull(p))
+                rebuilt.appendNull();
+            else
+                rebuilt.append(column.utf8(p));
+        }
         rebuilt.squeeze();
         column = std::move(rebuilt);
     }
@@ -394,6 +398,8 @@ void GridData::setColumnTexts(int col, int firstRow, int lastRow, const std::fun
         const std::uint32_t r = rowOf[static_cast<size_t>(p)];
         if (r != kNoRow && static_cast<int>(r) >= firstRow && static_cast<int>(r) <= lastRow)
             rebuilt.append(QByteArrayView(text(static_cast<int>(r)).toUtf8()));
+        else if (column.isNull(p))
+            rebuilt.appendNull();
         else
             rebuilt.append(column.utf8(p));
     }
