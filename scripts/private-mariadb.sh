@@ -2,7 +2,7 @@
 # Starts or stops a private MariaDB server: its own data directory, socket, port and pid file
 # under one folder owned by the caller. A system server and its data are never touched.
 #
-#   private-mariadb.sh start DIR PORT [--general-log] [--tls]
+#   private-mariadb.sh start DIR PORT [--general-log] [--tls] [--rollback-on-timeout]
 #                                       creates DIR on first use, starts, waits
 #   private-mariadb.sh stop DIR
 #   private-mariadb.sh env DIR          prints the connection settings
@@ -14,6 +14,9 @@
 # folder's own (ca.pem, ca-key.pem), the server's certificate signed by it (server-cert.pem,
 # server-key.pem; it names the host localhost only, so that a connection to 127.0.0.1 shows a
 # host name mismatch) and a client certificate (client-cert.pem, client-key.pem).
+#
+# --rollback-on-timeout makes InnoDB take back a whole transaction, not only its statement, when
+# a lock wait times out (innodb_rollback_on_timeout), as some operators' servers are set.
 set -euo pipefail
 
 cmd=${1:-}; dir=${2:-}
@@ -54,11 +57,12 @@ running() { [ -f "$pidf" ] && kill -0 "$(cat "$pidf")" 2>/dev/null; }
 case "$cmd" in
 start)
   port=${3:?port required}
-  general_log=0; tls=0
+  general_log=0; tls=0; extra_args=()
   for opt in "${@:4}"; do
     case "$opt" in
       --general-log) general_log=1 ;;
       --tls) tls=1 ;;
+      --rollback-on-timeout) extra_args+=(--innodb-rollback-on-timeout=ON) ;;
       *) echo "unknown option $opt" >&2; exit 2 ;;
     esac
   done
@@ -84,7 +88,7 @@ start)
   TZ=Europe/Oslo "$mariadbd_bin" --no-defaults --datadir="$data" --socket="$sock" --port="$port" \
     --bind-address=127.0.0.1 --pid-file="$pidf" --log-error="$logf" --user="$user" \
     --skip-name-resolve --general-log="$general_log" --log-output=TABLE \
-    --character-set-server=utf8mb4 --collation-server=utf8mb4_general_ci "${tls_args[@]}" \
+    --character-set-server=utf8mb4 --collation-server=utf8mb4_general_ci "${tls_args[@]}" "${extra_args[@]}" \
     >/dev/null 2>&1 &
   for _ in $(seq 1 120); do
     if "$client_bin" --no-defaults -uroot --socket="$sock" -e 'select 1' >/dev/null 2>&1; then break; fi

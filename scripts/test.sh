@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The test command: installs what is missing, builds Release with warnings as errors in build/,
 # starts a private MariaDB server of its own (temporary folder, first free port from 13400, general
-# query log on) and a second one that offers TLS for the TLS tests, runs every test against them
-# offscreen, and stops and removes the servers again.
+# query log on), a second one that offers TLS for the TLS tests and a third that rolls back a whole
+# transaction on a lock wait timeout, runs every test against them offscreen, and stops and
+# removes the servers again.
 # Exits non-zero when anything fails. Needs no display and reads no input. TABULON_BUILD_DIR
 # names another build folder.
 #
@@ -56,6 +57,7 @@ cmake --build "$build" -j"$(nproc)"
 dbdir=$(mktemp -d "${TMPDIR:-/tmp}/tabulon-test.XXXXXX")
 cleanup() {
   bash "$mariadb_script" stop "$dbdir/tls-server" >/dev/null 2>&1 || true
+  bash "$mariadb_script" stop "$dbdir/rollback-server" >/dev/null 2>&1 || true
   bash "$mariadb_script" stop "$dbdir" >/dev/null 2>&1 || true
   rm -rf "$dbdir"
 }
@@ -95,6 +97,9 @@ main_port=$port
 start_server "$dbdir/tls-server" $((main_port + 1)) --tls
 export TABULON_TEST_TLS_SERVER="127.0.0.1:$port"
 export TABULON_TEST_TLS_DIR="$dbdir/tls-server/tls"
+# A server that rolls back a whole transaction when a lock wait times out.
+start_server "$dbdir/rollback-server" $((port + 1)) --rollback-on-timeout
+export TABULON_TEST_ROLLBACK_SERVER="127.0.0.1:$port"
 port=$main_port
 
 export TABULON_TEST_SERVER="127.0.0.1:$port"

@@ -57,10 +57,14 @@ DbError TableTransaction::afterWrite(const DbError &outcome)
     if (!outcome)
         return {};
     // A deadlock always takes the whole transaction back, and so does running out of lock
-    // space; other failures only their own statement, unless the server says otherwise.
-    constexpr int kDeadlock = 1213, kLockTableFull = 1206;
-    if (outcome.serverCode != kDeadlock && outcome.serverCode != kLockTableFull &&
-        m_session.inTransaction().value_or(false))
+    // space; a lock wait that times out does on a server set to (innodb_rollback_on_timeout).
+    // Other failures end only their own statement, unless the server says otherwise. The
+    // transaction being open says nothing after a whole rollback: the statements sent ahead
+    // behind the failed one have opened a new one meanwhile.
+    constexpr int kDeadlock = 1213, kLockTableFull = 1206, kLockWaitTimeout = 1205;
+    const bool wholeRollback = outcome.serverCode == kDeadlock || outcome.serverCode == kLockTableFull ||
+                               (outcome.serverCode == kLockWaitTimeout && rollsBackOnTimeout());
+    if (!wholeRollback && m_session.inTransaction().value_or(false))
         return {};
     rollback();
     return DbError{outcome.number,
@@ -68,6 +72,14 @@ DbError TableTransaction::afterWrite(const DbError &outcome)
                                   "its other rows were not written.")
                        .arg(m_table, outcome.description),
                    outcome.serverCode};
+}
+
+bool TableTransaction::rollsBackOnTimeout()
+{
+    auto setting = m_session.openQuery(QStringLiteral("SELECT @@innodb_rollback_on_timeout"));
+    // Unknown counts as a rollback: the table's writes then stop rather than risk going in
+    // without the ones before them.
+    return !setting.ok() || setting->recordCount() != 1 || setting->text(0, 0) != QLatin1String("0");
 }
 
 DbError TableTransaction::commit()

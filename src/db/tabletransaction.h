@@ -45,6 +45,8 @@ public:
 
 private:
     void end(const char *statement);
+    // Whether the server rolls back the whole transaction when a lock wait times out.
+    bool rollsBackOnTimeout();
 
     DatabaseSession &m_session;
     QString m_table;

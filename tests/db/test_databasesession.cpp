@@ -33,6 +33,7 @@ private Q_SLOTS:
     void streamingRows();
     void tableTransactions_data();
     void tableTransactions();
+    void lockWaitThatRollsBackAll();
     void pipelines_data();
     void pipelines();
     void editsNullsAndResize();
@@ -499,6 +500,49 @@ void TestDatabaseSession::tableTransactions()
     QVERIFY_DB(deadlocked.afterWrite(s.execute(qs("DELETE FROM %1").arg(table))));
     QVERIFY(deadlocked.afterWrite(DbError::fromServer(1213, qs("Deadlock found"))).isError());
     QCOMPARE(rows(), sl({"1", "2"}));
+}
+
+// On a server that takes a whole transaction back when a lock wait times out, the table's
+// writes stop at that statement: those sent ahead behind it, in a new transaction by the time
+// its failure is told, go back too, and the table is as it was.
+void TestDatabaseSession::lockWaitThatRollsBackAll()
+{
+    const QByteArray other = qgetenv("TABULON_TEST_ROLLBACK_SERVER");
+    if (other.isEmpty())
+        QSKIP("needs TABULON_TEST_ROLLBACK_SERVER, a server with innodb_rollback_on_timeout (the test command starts "
+              "one)");
+    const QByteArray usual = qgetenv("TABULON_TEST_SERVER");
+    qputenv("TABULON_TEST_SERVER", other);
+    const auto back = qScopeGuard([&usual] { qputenv("TABULON_TEST_SERVER", usual); });
+    ScratchDatabase db(qs("rollback"));
+    QVERIFY_DB(db.error());
+    QCOMPARE(db.rows(qs("SELECT @@innodb_rollback_on_timeout")), sl({"1"}));
+    QVERIFY_DB(db.run({qs("CREATE TABLE t (a INT PRIMARY KEY) ENGINE=InnoDB"), qs("INSERT INTO t VALUES (1),(2)"),
+                       qs("START TRANSACTION"), qs("SELECT a FROM t WHERE a = 1 FOR UPDATE")}));
+    DatabaseSession s;
+    QVERIFY_DB(openSession(s, db.name()));
+    QVERIFY_DB(s.execute(qs("SET SESSION innodb_lock_wait_timeout = 1")));
+    TableTransaction table(s, qs("t"));
+    QVERIFY(table.active());
+    QVERIFY_DB(table.afterWrite(s.execute(qs("DELETE FROM t WHERE a = 2"))));
+    QStringList told;
+    {
+        StatementPipeline writes(s);
+        QVERIFY(writes.pipelined());
+        for (const char *sql : {"DELETE FROM t WHERE a = 1", "INSERT INTO t VALUES (3)", "INSERT INTO t VALUES (4)"}) {
+            (void)writes.add(sql, [&](const DbError &outcome) {
+                const DbError ended = table.afterWrite(outcome);
+                told << (ended ? ended.description : outcome.description);
+                return !ended;
+            });
+        }
+    }
+    QCOMPARE(told.size(), 1);
+    QVERIFY2(told.front().startsWith(qs("The server rolled back the writes to t (Lock wait timeout")),
+             qPrintable(told.front()));
+    QVERIFY_DB(table.commit());
+    QVERIFY_DB(db.run({qs("ROLLBACK")}));
+    QCOMPARE(db.rows(qs("SELECT a FROM t ORDER BY a")), sl({"1", "2"}));
 }
 
 void TestDatabaseSession::pipelines_data()
