@@ -372,7 +372,12 @@ SQL
  ≤ 1.5 for the whole process); the grid's\
  own part (the peak less the process's peak before the load, $(mib $(( $(stat_of "$work/load.ours" baseline_hwm_kb) * 1024 ))))\
  is $(awk -v p="$own_load" -v d="$grid_bytes" 'BEGIN { printf "%.2f", p * 1024 / d }') × after the load and\
- $(awk -v p="$own_sort" -v d="$grid_bytes" 'BEGIN { printf "%.2f", p * 1024 / d }') × after the sort.")
+ $(awk -v p="$own_sort" -v d="$grid_bytes" 'BEGIN { printf "%.2f", p * 1024 / d }') × after the sort. Of the own part, the\
+ grid's storage (every cell's bytes, lengths, block starts and NULL flags) holds\
+ $(mib "$(stat_of "$work/load.ours" grid_bytes)") after the load ($(awk -v s="$(stat_of "$work/load.ours" grid_bytes)" \
+    -v d="$grid_bytes" 'BEGIN { printf "%.2f", s / d }') × the data), and the view's row header, which Qt keeps at\
+ 8 B a row even hidden, $(mib $((rows * 8))); the sort adds $(mib $(( (own_sort - own_load) * 1024 ))) at its peak\
+ (its entries at 12 B a row and the row index at 4 B).")
   notes+=("Grid sort by \`$sort_field\`: inside the process the sort (with the row numbers written again after it) takes\
  $sort_ms ms against $sort_alone s for \`LC_ALL=C sort\` over the same rows already in a file\
  ($(ratio_of "$(awk -v m="$sort_ms" 'BEGIN { print m / 1000 }')" "$sort_alone") ×). Inside the process the load takes\
