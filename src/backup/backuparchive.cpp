@@ -177,7 +177,8 @@ public:
             if (m_stream.avail_out == 0)
                 if (DbError error = writeOut())
                     return error;
-            deflate(&m_stream, flush);
+            if (deflate(&m_stream, flush) == Z_STREAM_ERROR)
+                return DbError::generic(tr("The compressor failed."));
         } while (m_stream.avail_out == 0);
         // With Z_FINISH, room left over means the stream has ended.
         return last ? writeOut() : DbError();
@@ -492,6 +493,8 @@ Packer::Packer(const QString &folder) : m_state(std::make_unique<State>())
                     return;
                 job = std::move(state->queue.front());
                 state->queue.pop_front();
+                if (job.stream && job.stream->abandoned)
+                    continue;
                 part.name = job.name;
                 part.path = QDir(state->folder).filePath(partName(job.name));
                 // A file or entry handed over again replaces the earlier one, whose part this
