@@ -73,7 +73,7 @@ private:
     QStringList m_reserved;
     QHash<QString, QString> m_taken; // lower-case name -> the table of that name in the archive
     DbError m_fatal;
-    // Compresses each table file written while the next table is read.
+    // Compresses each table as its rows arrive.
     std::unique_ptr<BackupArchive::Packer> m_packer;
 };
 
