@@ -63,15 +63,14 @@ int main(int argc, char **argv)
         QFile::remove(set.archivePath());
         if (!QDir().mkpath(set.workingFolder))
             return fail(DbError::file(set.workingFolder, QStringLiteral("cannot create")));
-        // As the backup window does: each table file is compressed while the next table is read.
+        // As the backup window does: each table file is compressed while it is read.
         BackupArchive::Packer packer(set.workingFolder);
         for (const QString &table : tables) {
-            if (DbError error = TableBackup::writeTableFile(session, TableBackup::tableSelect(table),
-                                                            QDir(set.workingFolder).filePath(table)))
+            if (DbError error = TableBackup::writeTableFile(session, TableBackup::tableSelect(table), packer, table))
                 return fail(error);
-            packer.add(table);
         }
-        // What is left after the last table is read: its compression and the archive's writing.
+        // What is left after the last table is read: the end of its compression and the archive's
+        // writing.
         std::printf("read_ms=%lld\n", static_cast<long long>(timer.elapsed()));
         if (DbError error = TableBackup::finish(set, packer, tables))
             return fail(error);

@@ -160,7 +160,6 @@ void BackUp::backPressed()
 
 void BackUp::backupPressed()
 {
-    m_written.clear();
     m_missing.clear();
     m_unread.clear();
     m_unreadWhy.clear();
@@ -226,21 +225,17 @@ void BackUp::runTableBackup()
     const auto run = m_list->run([this, &session](const QString &table) {
         if (ended() || leftOut(table))
             return;
-        const QString path = QDir(m_set.workingFolder).filePath(table);
         DbError refused;
-        if (DbError error = TableBackup::writeTableFile(session, TableBackup::tableSelect(table), path, &refused)) {
+        if (DbError error =
+                TableBackup::writeTableFile(session, TableBackup::tableSelect(table), *m_packer, table, &refused)) {
             m_fatal = error;
             m_list->busy().requestStop();
             return;
         }
         // An empty table file would restore as an empty table; a table that could not be read
         // has no file, and the closing message names it.
-        if (refused) {
+        if (refused)
             unreadable(table, refused);
-            return;
-        }
-        m_written << table;
-        m_packer->add(table);
     });
     if (run == TableChecklist::Run::Finished || run == TableChecklist::Run::Stopped)
         complete(run == TableChecklist::Run::Finished);
@@ -272,12 +267,11 @@ void BackUp::runClientBackup()
     const auto run = m_list->run([this, &session, &code, &other](const QString &table) {
         if (ended() || leftOut(table))
             return;
-        const QString path = QDir(m_set.workingFolder).filePath(table);
         bool written = false;
         DbError unreadable;
         for (const QString &select : TableBackup::clientSelects(table, code, other)) {
             DbError refused;
-            if (DbError error = TableBackup::writeTableFile(session, select, path, &refused)) {
+            if (DbError error = TableBackup::writeTableFile(session, select, *m_packer, table, &refused)) {
                 m_fatal = error;
                 m_list->busy().requestStop();
                 return;
@@ -288,10 +282,7 @@ void BackUp::runClientBackup()
             if (refused && refused.serverCode != kUnknownColumn && !unreadable)
                 unreadable = refused;
         }
-        if (written) {
-            m_written << table;
-            m_packer->add(table);
-        } else if (unreadable)
+        if (!written && unreadable)
             this->unreadable(table, unreadable);
     });
     if (run == TableChecklist::Run::Finished || run == TableChecklist::Run::Stopped)
@@ -308,11 +299,8 @@ bool BackUp::ended()
 void BackUp::complete(bool finished)
 {
     if (!finished || m_fatal) {
+        // Nothing of a broken run may look like a backup: its parts go, no archive is made.
         m_packer.reset();
-        // Nothing of a broken run may look like a backup: its table files go, no archive is made.
-        QDir folder(m_set.workingFolder);
-        for (const QString &name : std::as_const(m_written))
-            folder.remove(name);
         QDir().rmdir(m_set.workingFolder);
         if (m_fatal)
             Dialogs::message(this, QStringLiteral("The backup was not made: ") + m_fatal.description);
@@ -329,8 +317,6 @@ void BackUp::complete(bool finished)
             // Nothing of it can be kept: the earlier archive stays as it is and the new one is
             // not made.
             m_packer.reset();
-            for (const QString &name : std::as_const(m_written))
-                QDir(m_set.workingFolder).remove(name);
             QDir().rmdir(m_set.workingFolder);
             Dialogs::message(this, QStringLiteral("The backup was not made: the day's earlier archive, which holds "
                                                   "tables that could not be read now, cannot be read: ") +
@@ -346,9 +332,8 @@ void BackUp::complete(bool finished)
     missing << damaged;
     for (const QString &name : std::as_const(carried))
         m_packer->add(name);
-    const DbError packed =
-        TableBackup::finish(m_set, *m_packer, m_written + carried,
-                            m_replace ? BackupArchive::Existing::Replace : BackupArchive::Existing::Keep);
+    const DbError packed = TableBackup::finish(
+        m_set, *m_packer, carried, m_replace ? BackupArchive::Existing::Replace : BackupArchive::Existing::Keep);
     m_packer.reset();
     if (DbError error = packed) {
         Dialogs::message(this, QStringLiteral("The backup was not made: ") + error.description);

@@ -66,7 +66,6 @@ private:
 
     TableBackup::BackupSet m_set;
     bool m_replace = false;  // the operator agreed to replace the day's earlier archive
-    QStringList m_written;   // table files of this run
     QStringList m_missing;   // "table: why" for every ticked table the archive lacks
     QStringList m_unread;    // tables that could not be read
     QStringList m_unreadWhy; // "table: why" for each of them
@@ -74,7 +73,7 @@ private:
     QStringList m_reserved;
     QHash<QString, QString> m_taken; // lower-case name -> the table of that name in the archive
     DbError m_fatal;
-    // Compresses each table file written while the next table is read.
+    // Compresses each table as its rows arrive.
     std::unique_ptr<BackupArchive::Packer> m_packer;
 };
 

@@ -1,10 +1,11 @@
-// Writing (table files compressed while the next ones are read) and checked extraction of
-// backup archives through libzip.
+// Writing (table files compressed as they are written) and checked extraction of backup
+// archives through libzip.
 #include "backup/backuparchive.h"
 
 #include "grid/gridfile.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -145,8 +146,67 @@ struct Part {
 
 constexpr qsizetype kBufferBytes = 256 * 1024;
 
-// Compresses `path` into `part.path` at the fastest level, reading and writing through the two
-// buffers. Gives up (with no error and no part left) once `stopping` is set.
+// A raw deflate stream at the fastest level into a part file, its output gathered in a whole
+// buffer before each write.
+class Deflater final {
+public:
+    Deflater(QFile &target, QByteArray &out) : m_target(target), m_out(out) {}
+    ~Deflater()
+    {
+        if (m_started)
+            deflateEnd(&m_stream);
+    }
+    Deflater(const Deflater &) = delete;
+    Deflater &operator=(const Deflater &) = delete;
+
+    DbError start()
+    {
+        if (deflateInit2(&m_stream, 1, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+            return DbError::generic(tr("The compressor cannot start."));
+        m_started = true;
+        rewind();
+        return {};
+    }
+    // Compresses `bytes`; with `last` the stream ends and everything is written out.
+    DbError put(QByteArrayView bytes, bool last)
+    {
+        m_stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(bytes.data()));
+        m_stream.avail_in = uInt(bytes.size());
+        const int flush = last ? Z_FINISH : Z_NO_FLUSH;
+        do {
+            if (m_stream.avail_out == 0)
+                if (DbError error = writeOut())
+                    return error;
+            if (deflate(&m_stream, flush) == Z_STREAM_ERROR)
+                return DbError::generic(tr("The compressor failed."));
+        } while (m_stream.avail_out == 0);
+        // With Z_FINISH, room left over means the stream has ended.
+        return last ? writeOut() : DbError();
+    }
+
+private:
+    void rewind()
+    {
+        m_stream.next_out = reinterpret_cast<Bytef *>(m_out.data());
+        m_stream.avail_out = uInt(m_out.size());
+    }
+    DbError writeOut()
+    {
+        const qint64 produced = m_out.size() - qint64(m_stream.avail_out);
+        if (m_target.write(m_out.constData(), produced) != produced)
+            return DbError::file(native(m_target.fileName()), m_target.errorString());
+        rewind();
+        return {};
+    }
+
+    QFile &m_target;
+    QByteArray &m_out;
+    z_stream m_stream{};
+    bool m_started = false;
+};
+
+// Compresses `path` into `part.path`, reading and writing through the two buffers. Gives up
+// (with no error and no part left) once `stopping` is set.
 DbError deflateFile(const QString &path, Part &part, QByteArray &in, QByteArray &out, const std::atomic<bool> &stopping)
 {
     QFile source(path);
@@ -154,19 +214,17 @@ DbError deflateFile(const QString &path, Part &part, QByteArray &in, QByteArray 
         return DbError::file(native(path), source.errorString());
     part.modified = QFileInfo(source).lastModified().toSecsSinceEpoch();
     QFile target(part.path);
-    if (!target.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    if (!target.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
         return DbError::file(native(part.path), target.errorString());
     const auto failed = [&target](const DbError &error) {
         target.remove();
         return error;
     };
-    z_stream stream{};
-    if (deflateInit2(&stream, 1, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK)
-        return failed(DbError::generic(tr("The compressor cannot start.")));
-    const auto end = qScopeGuard([&stream] { deflateEnd(&stream); });
+    Deflater deflater(target, out);
+    if (DbError error = deflater.start())
+        return failed(error);
     uLong crc = crc32(0L, Z_NULL, 0);
-    int status = Z_OK;
-    while (status != Z_STREAM_END) {
+    for (bool last = false; !last;) {
         if (stopping)
             return failed({});
         const qint64 got = source.read(in.data(), in.size());
@@ -174,24 +232,29 @@ DbError deflateFile(const QString &path, Part &part, QByteArray &in, QByteArray 
             return failed(DbError::file(native(path), source.errorString()));
         crc = crc32(crc, reinterpret_cast<const Bytef *>(in.constData()), uInt(got));
         part.size += quint64(got);
-        stream.next_in = reinterpret_cast<Bytef *>(in.data());
-        stream.avail_in = uInt(got);
-        const int flush = got == 0 ? Z_FINISH : Z_NO_FLUSH;
-        do {
-            stream.next_out = reinterpret_cast<Bytef *>(out.data());
-            stream.avail_out = uInt(out.size());
-            status = deflate(&stream, flush);
-            const qint64 produced = out.size() - qint64(stream.avail_out);
-            if (target.write(out.constData(), produced) != produced)
-                return failed(DbError::file(native(part.path), target.errorString()));
-        } while (stream.avail_out == 0);
+        last = got == 0;
+        if (DbError error = deflater.put(QByteArrayView(in.constData(), got), last))
+            return failed(error);
     }
-    if (!target.flush())
-        return failed(DbError::file(native(part.path), target.errorString()));
     part.crc = quint32(crc);
     part.compressedSize = quint64(target.size());
     return {};
 }
+
+// The bytes of one entry on their way from its writer to the compressing thread.
+struct Stream {
+    std::deque<QByteArray> chunks;
+    qsizetype queued = 0; // the chunks' bytes
+    bool ended = false;
+    bool abandoned = false;
+    quint32 crc = 0; // stated by the writer, which has read every byte already
+};
+
+// A file handed over whole (no stream) or an entry written as it comes.
+struct Job {
+    QString name;
+    std::shared_ptr<Stream> stream;
+};
 
 // A part as a zip source that states itself deflated, so the archive takes its bytes as they are.
 struct PartSource {
@@ -297,37 +360,150 @@ DbError pack(const QString &folder, const QStringList &fileNames, const QString 
 // What the compressing thread and the thread that hands files over share.
 struct Packer::State {
     QString folder;
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<QString> queue;  // handed over, not yet compressed
-    std::vector<Part> parts;    // compressed, in the order handed over
-    bool closing = false;       // nothing more comes: end once the queue is empty
-    std::atomic<bool> stopping; // give up now, even in the middle of a file
+    mutable std::mutex mutex;
+    std::condition_variable changed; // for the thread: a job, a chunk, an entry's end, a stop
+    std::condition_variable drained; // for an entry's writer: room in the queue, or the thread ended
+    std::deque<Job> queue;           // handed over, not yet compressed
+    std::vector<Part> parts;         // compressed, in the order handed over
+    bool closing = false;            // nothing more comes: end once the queue is empty
+    bool ended = false;              // the thread has ended
+    std::atomic<bool> stopping;      // give up now, even in the middle of a file
     DbError error;
+
+    // Compresses the entry's chunks as they come into `part.path`. Gives up (with no error and
+    // no part left) when the entry is abandoned or the packer stops.
+    DbError deflateStream(Stream &stream, Part &part, QByteArray &out)
+    {
+        part.modified = QDateTime::currentSecsSinceEpoch();
+        QFile target(part.path);
+        if (!target.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
+            return DbError::file(native(part.path), target.errorString());
+        const auto failed = [&target](const DbError &error) {
+            target.remove();
+            return error;
+        };
+        Deflater deflater(target, out);
+        if (DbError error = deflater.start())
+            return failed(error);
+        for (bool last = false; !last;) {
+            QByteArray chunk;
+            {
+                std::unique_lock lock(mutex);
+                changed.wait(lock,
+                             [&] { return stopping || stream.abandoned || stream.ended || !stream.chunks.empty(); });
+                if (stopping || stream.abandoned)
+                    return failed({});
+                if (stream.chunks.empty()) {
+                    last = true;
+                    part.crc = stream.crc;
+                } else {
+                    chunk = std::move(stream.chunks.front());
+                    stream.chunks.pop_front();
+                    stream.queued -= chunk.size();
+                }
+            }
+            drained.notify_all();
+            part.size += quint64(chunk.size());
+            if (DbError error = deflater.put(chunk, last))
+                return failed(error);
+        }
+        part.compressedSize = quint64(target.size());
+        return {};
+    }
 };
+
+namespace {
+
+// An entry's writer side: hands each chunk to the thread, waiting while the queue is full.
+class EntrySink final : public GridFileSink {
+public:
+    EntrySink(Packer::State &state, std::shared_ptr<Stream> stream) : m_state(state), m_stream(std::move(stream)) {}
+    ~EntrySink() override { abandon(); }
+
+    DbError take(QByteArray chunk) override
+    {
+        std::unique_lock lock(m_state.mutex);
+        m_state.drained.wait(lock, [this] { return m_state.ended || m_stream->queued < Packer::kQueueBytes; });
+        if (m_state.ended)
+            return stopped();
+        m_stream->queued += chunk.size();
+        m_stream->chunks.push_back(std::move(chunk));
+        lock.unlock();
+        m_state.changed.notify_all();
+        return {};
+    }
+    DbError end(quint32 crc) override
+    {
+        {
+            std::lock_guard lock(m_state.mutex);
+            if (m_state.ended)
+                return stopped();
+            m_stream->crc = crc;
+            m_stream->ended = true;
+        }
+        m_state.changed.notify_all();
+        return {};
+    }
+    void abandon() override
+    {
+        {
+            std::lock_guard lock(m_state.mutex);
+            if (m_stream->ended)
+                return;
+            m_stream->abandoned = true;
+            m_stream->chunks.clear();
+        }
+        m_state.changed.notify_all();
+    }
+
+private:
+    DbError stopped() const
+    {
+        return m_state.error ? m_state.error : DbError::generic(tr("The compressor has stopped."));
+    }
+
+    Packer::State &m_state;
+    std::shared_ptr<Stream> m_stream;
+};
+
+} // namespace
 
 Packer::Packer(const QString &folder) : m_state(std::make_unique<State>())
 {
     m_state->folder = folder;
     m_state->stopping = false;
     m_thread = std::thread([state = m_state.get()] {
+        const auto ended = qScopeGuard([state] {
+            {
+                std::lock_guard lock(state->mutex);
+                state->ended = true;
+            }
+            state->drained.notify_all();
+        });
         QByteArray in(kBufferBytes, Qt::Uninitialized);
         QByteArray out(kBufferBytes, Qt::Uninitialized);
         for (;;) {
-            QString name;
+            Job job;
+            Part part;
             {
                 std::unique_lock lock(state->mutex);
                 state->changed.wait(lock,
                                     [state] { return state->stopping || state->closing || !state->queue.empty(); });
                 if (state->stopping || state->queue.empty())
                     return;
-                name = state->queue.front();
+                job = std::move(state->queue.front());
                 state->queue.pop_front();
+                if (job.stream && job.stream->abandoned)
+                    continue;
+                part.name = job.name;
+                part.path = QDir(state->folder).filePath(partName(job.name));
+                // A file or entry handed over again replaces the earlier one, whose part this
+                // one's overwrites.
+                std::erase_if(state->parts, [&part](const Part &p) { return p.name == part.name; });
             }
-            Part part;
-            part.name = name;
-            part.path = QDir(state->folder).filePath(partName(name));
-            const DbError error = deflateFile(QDir(state->folder).filePath(name), part, in, out, state->stopping);
+            const DbError error =
+                job.stream ? state->deflateStream(*job.stream, part, out)
+                           : deflateFile(QDir(state->folder).filePath(job.name), part, in, out, state->stopping);
             std::lock_guard lock(state->mutex);
             if (state->stopping) {
                 QFile::remove(part.path);
@@ -337,7 +513,8 @@ Packer::Packer(const QString &folder) : m_state(std::make_unique<State>())
                 state->error = error;
                 return;
             }
-            state->parts.push_back(part);
+            if (!job.stream || !job.stream->abandoned)
+                state->parts.push_back(part);
         }
     });
     pthread_setname_np(m_thread.native_handle(), kThreadName);
@@ -355,6 +532,7 @@ void Packer::stop()
         m_state->stopping = true;
     }
     m_state->changed.notify_all();
+    m_state->drained.notify_all();
     if (m_thread.joinable())
         m_thread.join();
     for (const Part &part : std::as_const(m_state->parts))
@@ -366,9 +544,20 @@ void Packer::add(const QString &fileName)
 {
     {
         std::lock_guard lock(m_state->mutex);
-        m_state->queue.push_back(fileName);
+        m_state->queue.push_back({fileName, nullptr});
     }
     m_state->changed.notify_all();
+}
+
+std::unique_ptr<GridFileSink> Packer::entry(const QString &fileName)
+{
+    auto stream = std::make_shared<Stream>();
+    {
+        std::lock_guard lock(m_state->mutex);
+        m_state->queue.push_back({fileName, stream});
+    }
+    m_state->changed.notify_all();
+    return std::make_unique<EntrySink>(*m_state, std::move(stream));
 }
 
 QString Packer::partName(const QString &fileName)

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "db/dberror.h"
+#include "grid/gridfile.h"
 
 #include <QDate>
 #include <QList>
@@ -36,15 +37,18 @@ enum class Existing { Keep, Replace };
 DbError pack(const QString &folder, const QStringList &fileNames, const QString &archivePath,
              Existing existing = Existing::Keep);
 
-// Packs the table files of one folder while the next ones are still being written. Each file
-// handed over is compressed (deflate at the fastest level) by a thread of its own into a part
-// file beside it, so the second core compresses one table while the next is read; finish()
-// then writes the archive as pack() does, taking the parts' compressed bytes as they are. Files
-// pass through fixed buffers, so memory stays flat whatever their size.
+// Packs the table files of one folder while the next ones are still being read. A file handed
+// over whole, or the bytes of one as its writer produces them (entry()), is compressed (deflate
+// at the fastest level) by a thread of its own into a part file in the folder, so the second
+// core compresses a table while it is read; finish() then writes the archive as pack() does,
+// taking the parts' compressed bytes as they are. Bytes pass through fixed buffers and a short
+// queue, so memory stays flat whatever the files' sizes.
 class Packer final {
 public:
     // The compressing thread's name, as the system lists it.
     static constexpr const char *kThreadName = "backup-packer";
+    // How many bytes an entry's writer may have waiting for the thread before it waits too.
+    static constexpr qsizetype kQueueBytes = 4 * 1024 * 1024;
 
     explicit Packer(const QString &folder);
     // Ends the thread (a file half compressed is given up) and removes every part it wrote.
@@ -54,6 +58,11 @@ public:
 
     // Hands over a finished file of the folder; it must not change from here on.
     void add(const QString &fileName);
+    // A table file to be written straight into the archive as `fileName`: its bytes are
+    // compressed as they come, with no file of its own in the folder. An entry that ends
+    // replaces one of the same name handed over before it; an abandoned one leaves nothing.
+    // Only one entry is written at a time, on the thread that hands files over.
+    std::unique_ptr<GridFileSink> entry(const QString &fileName);
     // What stopped the compressing thread (a file that cannot be read, a part that cannot be
     // written), or no error; nothing handed over after it is packed.
     DbError failure() const;

@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -39,7 +40,11 @@ bool isFatal(const DbError &error)
     return error.isFileError() || (error.serverCode >= 2000 && error.serverCode < 3000);
 }
 
-DbError writeTableFile(DatabaseSession &session, const QString &select, const QString &path, DbError *refused)
+namespace {
+
+// Runs `select` into a table file that `open` starts once the result's columns are known.
+DbError streamTable(DatabaseSession &session, const QString &select,
+                    const std::function<DbError(GridFileWriter &, int cols)> &open, DbError *refused)
 {
     GridFileWriter out;
     std::vector<QByteArrayView> cells;
@@ -49,7 +54,7 @@ DbError writeTableFile(DatabaseSession &session, const QString &select, const QS
         select,
         [&](const std::vector<FieldInfo> &fields) {
             started = true;
-            if ((fileError = out.open(path, 1, 0, static_cast<int>(fields.size()))))
+            if ((fileError = open(out, static_cast<int>(fields.size()))))
                 return fileError;
             std::vector<QByteArray> names;
             for (const FieldInfo &f : fields)
@@ -82,6 +87,27 @@ DbError writeTableFile(DatabaseSession &session, const QString &select, const QS
         return {};
     }
     return out.commit();
+}
+
+} // namespace
+
+DbError writeTableFile(DatabaseSession &session, const QString &select, const QString &path, DbError *refused)
+{
+    return streamTable(
+        session, select, [&path](GridFileWriter &out, int cols) { return out.open(path, 1, 0, cols); }, refused);
+}
+
+DbError writeTableFile(DatabaseSession &session, const QString &select, BackupArchive::Packer &packer,
+                       const QString &name, DbError *refused)
+{
+    std::unique_ptr<GridFileSink> sink;
+    return streamTable(
+        session, select,
+        [&](GridFileWriter &out, int cols) {
+            sink = packer.entry(name);
+            return out.open(*sink, 1, 0, cols);
+        },
+        refused);
 }
 
 QString tableSelect(const QString &table)

@@ -20,7 +20,7 @@ namespace TableBackup {
 // the drive root, so the working folder is a sibling of the archive inside the chosen folder.
 struct BackupSet final {
     QString archiveBase;   // chosen path + date
-    QString workingFolder; // chosen path + date: the table files before they are packed
+    QString workingFolder; // chosen path + date: the compressed parts before they are packed
     QString archivePath() const { return archiveBase + QStringLiteral(".zip"); }
 
     // `chosenPath` ends in a separator (the tool's path box always does).
@@ -39,6 +39,10 @@ bool isFatal(const DbError &error);
 // error. Errors that end the whole backup (isFatal) are returned.
 DbError writeTableFile(DatabaseSession &session, const QString &select, const QString &path,
                        DbError *refused = nullptr);
+// The same with the table file written straight into `packer` as the entry `name`, compressed
+// while the rows arrive; the folder gets no file of it.
+DbError writeTableFile(DatabaseSession &session, const QString &select, BackupArchive::Packer &packer,
+                       const QString &name, DbError *refused = nullptr);
 
 // The statement that opens a whole table, as the session's table open sends it.
 QString tableSelect(const QString &table);

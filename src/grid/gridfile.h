@@ -46,6 +46,19 @@ struct GridFileWriterState;
 struct GridFileReaderState;
 } // namespace detail
 
+// Takes a grid file's bytes in place of a file on disk, so that another step (the backup's
+// compressor) consumes them as they are written instead of reading them back from the disk.
+class GridFileSink {
+public:
+    virtual ~GridFileSink() = default;
+    // The next bytes of the file, in whole chunks.
+    virtual DbError take(QByteArray chunk) = 0;
+    // Every byte is given; `crc` is the CRC-32 of all of them, the stored checksum included.
+    virtual DbError end(quint32 crc) = 0;
+    // The file will not be completed: what was taken so far is of no use.
+    virtual void abandon() = 0;
+};
+
 // Writes a grid file row by row. Nothing appears at the path until commit() succeeds: the file
 // is written under a temporary name beside it and renamed when complete.
 class GridFileWriter final {
@@ -56,6 +69,8 @@ public:
     GridFileWriter &operator=(const GridFileWriter &) = delete;
 
     DbError open(const QString &path, int fixedRows, int fixedCols, int cols);
+    // The same file form into `sink`, which must outlive the writing; commit() ends it.
+    DbError open(GridFileSink &sink, int fixedRows, int fixedCols, int cols);
     // One row of cols cells: missing cells are written empty, extra ones are dropped. Returns
     // the first write failure, which commit() reports again.
     DbError writeRow(std::span<const QByteArrayView> cells);
@@ -66,6 +81,8 @@ public:
     qint64 rows() const;
 
 private:
+    DbError start(int fixedRows, int fixedCols, int cols);
+
     std::unique_ptr<detail::GridFileWriterState> m_state;
 };
 

@@ -8,6 +8,8 @@
 
 #include <zlib.h>
 
+#include <cstring>
+
 namespace tabulon {
 
 using namespace gridfileform;
@@ -21,40 +23,79 @@ void appendU32(QByteArray &out, std::uint32_t v)
     out.append(bytes, 4);
 }
 
-void appendVarint(QByteArray &out, std::uint32_t v)
-{
-    while (v >= 0x80) {
-        out.append(static_cast<char>((v & 0x7F) | 0x80));
-        v >>= 7;
-    }
-    out.append(static_cast<char>(v));
-}
+// The longest varint: 32 bits in groups of 7.
+constexpr qsizetype kVarintBytes = 5;
 
 } // namespace
 
 namespace detail {
 
+// Rows go straight into one chunk-sized buffer, which is written out (or handed to the sink)
+// whole when the next bytes would not fit.
 struct GridFileWriterState final {
-    explicit GridFileWriterState(const QString &path) : file(path), path(path) { buffer.reserve(kChunk + 64); }
+    GridFileWriterState(const QString &path, GridFileSink *sink) : file(path), path(path), sink(sink) { renew(); }
 
+    void renew()
+    {
+        buffer = QByteArray(kChunk, Qt::Uninitialized);
+        at = buffer.data();
+        used = 0;
+    }
     void put(QByteArrayView bytes)
     {
-        if (buffer.size() + bytes.size() > kChunk)
+        if (used + bytes.size() > kChunk)
             flush();
-        if (bytes.size() > kChunk)
+        if (bytes.size() > kChunk) {
             writeOut(bytes);
-        else
-            buffer.append(bytes);
+            return;
+        }
+        if (!bytes.isEmpty())
+            std::memcpy(at + used, bytes.data(), static_cast<size_t>(bytes.size()));
+        used += bytes.size();
+    }
+    void putByte(char byte)
+    {
+        if (used == kChunk)
+            flush();
+        at[used++] = byte;
+    }
+    void putVarint(std::uint32_t v)
+    {
+        if (used + kVarintBytes > kChunk)
+            flush();
+        while (v >= 0x80) {
+            at[used++] = static_cast<char>((v & 0x7F) | 0x80);
+            v >>= 7;
+        }
+        at[used++] = static_cast<char>(v);
     }
     void flush()
     {
-        if (!buffer.isEmpty()) {
-            writeOut(buffer);
-            buffer.clear();
+        if (used == 0)
+            return;
+        if (sink) {
+            // The filled buffer itself goes to the sink; the next bytes start a new one.
+            QByteArray chunk = std::move(buffer);
+            chunk.truncate(used);
+            renew();
+            give(std::move(chunk));
+        } else {
+            writeOut(QByteArrayView(at, used));
+            used = 0;
         }
+    }
+    void give(QByteArray chunk)
+    {
+        crc = crc32(crc, reinterpret_cast<const Bytef *>(chunk.constData()), static_cast<uInt>(chunk.size()));
+        if (!error)
+            error = sink->take(std::move(chunk));
     }
     void writeOut(QByteArrayView bytes)
     {
+        if (sink) {
+            give(bytes.toByteArray());
+            return;
+        }
         crc = crc32(crc, reinterpret_cast<const Bytef *>(bytes.data()), static_cast<uInt>(bytes.size()));
         // A full disk first shows as a short write with no reason; writing the rest then fails
         // with the system's reason ("No space left on device").
@@ -69,8 +110,10 @@ struct GridFileWriterState final {
 
     QSaveFile file;
     QString path;
+    GridFileSink *sink = nullptr;
     QByteArray buffer;
-    QByteArray scratch;
+    char *at = nullptr; // the buffer's bytes
+    qsizetype used = 0;
     uLong crc = crc32(0L, Z_NULL, 0);
     DbError error;
     int cols = 0;
@@ -92,7 +135,7 @@ GridFileWriter::~GridFileWriter()
 DbError GridFileWriter::open(const QString &path, int fixedRows, int fixedCols, int cols)
 {
     cancel();
-    m_state = std::make_unique<detail::GridFileWriterState>(path);
+    m_state = std::make_unique<detail::GridFileWriterState>(path, nullptr);
     auto &s = *m_state;
     // Unbuffered: the rows are gathered in chunks here already, and a write the disk refuses
     // fails in writeOut() with the system's reason rather than later in commit(), where
@@ -102,6 +145,19 @@ DbError GridFileWriter::open(const QString &path, int fixedRows, int fixedCols, 
         m_state.reset();
         return error;
     }
+    return start(fixedRows, fixedCols, cols);
+}
+
+DbError GridFileWriter::open(GridFileSink &sink, int fixedRows, int fixedCols, int cols)
+{
+    cancel();
+    m_state = std::make_unique<detail::GridFileWriterState>(QString(), &sink);
+    return start(fixedRows, fixedCols, cols);
+}
+
+DbError GridFileWriter::start(int fixedRows, int fixedCols, int cols)
+{
+    auto &s = *m_state;
     s.open = true;
     s.cols = std::max(cols, 0);
     QByteArray head = kMagicPrefix + QByteArray::number(GridFile::kVersion) + '\n';
@@ -119,21 +175,13 @@ DbError GridFileWriter::writeRow(std::span<const QByteArrayView> cells)
     auto &s = *m_state;
     if (s.error)
         return s.error;
-    s.scratch.clear();
-    s.scratch.append(kRowTag);
-    for (int c = 0; c < s.cols; ++c) {
-        const QByteArrayView cell =
-            static_cast<size_t>(c) < cells.size() ? cells[static_cast<size_t>(c)] : QByteArrayView();
-        appendVarint(s.scratch, static_cast<std::uint32_t>(cell.size()));
-        if (s.scratch.size() + cell.size() > kChunk) {
-            s.put(s.scratch);
-            s.scratch.clear();
-            s.put(cell);
-        } else {
-            s.scratch.append(cell);
-        }
+    s.putByte(kRowTag);
+    const size_t given = cells.size();
+    for (size_t c = 0; c < static_cast<size_t>(s.cols); ++c) {
+        const QByteArrayView cell = c < given ? cells[c] : QByteArrayView();
+        s.putVarint(static_cast<std::uint32_t>(cell.size()));
+        s.put(cell);
     }
-    s.put(s.scratch);
     ++s.rows;
     return s.error;
 }
@@ -164,19 +212,30 @@ DbError GridFileWriter::commit()
         s.put(crc);
         s.flush();
     }
-    if (!s.error && !s.file.commit())
-        s.error = DbError::file(nativePath(s.path), s.file.errorString());
+    if (s.sink) {
+        if (!s.error)
+            s.error = s.sink->end(static_cast<quint32>(s.crc));
+        if (s.error)
+            s.sink->abandon();
+    } else {
+        if (!s.error && !s.file.commit())
+            s.error = DbError::file(nativePath(s.path), s.file.errorString());
+        if (s.error)
+            s.file.cancelWriting();
+    }
     DbError error = s.error;
-    if (error)
-        s.file.cancelWriting();
     m_state.reset();
     return error;
 }
 
 void GridFileWriter::cancel()
 {
-    if (m_state && m_state->open)
-        m_state->file.cancelWriting();
+    if (m_state && m_state->open) {
+        if (m_state->sink)
+            m_state->sink->abandon();
+        else
+            m_state->file.cancelWriting();
+    }
     m_state.reset();
 }
 

@@ -12,6 +12,7 @@
 #include "backup/tablerestore.h"
 #include "backupfixture.h"
 #include "db/typecodes.h"
+#include "grid/gridfile.h"
 #include "testdb.h"
 
 #include <QDir>
@@ -462,6 +463,30 @@ void TestBackupLogic::packAndExtract()
     QVERIFY_DB(BackupArchive::pack(work, {}, root.filePath(qs("empty.zip"))));
     QVERIFY_DB(BackupArchive::extract(root.filePath(qs("empty.zip")), root.filePath(qs("empty")), &tables));
     QCOMPARE(tables, QStringList());
+
+    // Entries written as they come: more bytes than the queue holds (the writer waits for the
+    // thread), one written again (the later one counts), one abandoned (nothing of it stays).
+    {
+        const auto fill = [&rows](GridFileWriter &out, int times) {
+            for (int t = 0; t < times * rows.size(); ++t)
+                if (out.writeRow(rows[t % rows.size()]))
+                    return false;
+            return true;
+        };
+        GridFileWriter file;
+        QVERIFY(!file.open(work + qs("/long"), 1, 0, 2) && fill(file, 4) && !file.commit());
+        BackupArchive::Packer packer(work);
+        const auto entry = [&](const char *name, int times, bool end) {
+            const auto sink = packer.entry(qs(name));
+            GridFileWriter out;
+            return !out.open(*sink, 1, 0, 2) && fill(out, times) && (!end || !out.commit());
+        };
+        QVERIFY(entry("long", 1, true) && entry("gone", 1, false) && entry("long", 4, true));
+        QVERIFY_DB(packer.finish(root.filePath(qs("streamed.zip"))));
+    }
+    QVERIFY_DB(BackupArchive::extract(root.filePath(qs("streamed.zip")), root.filePath(qs("streamed")), &tables));
+    QCOMPARE(tables, sl({"long"}));
+    QCOMPARE(read(root.filePath(qs("streamed/long"))), read(work + qs("/long")));
 
     const QStringList packed = listing(root.path());
     {

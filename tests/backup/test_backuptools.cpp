@@ -314,8 +314,8 @@ void TestBackupTools::failureWhilePacking()
     int readLater = 0;                  // tables read after bill, whose part cannot be written
     StatementHook::set([&](QByteArrayView sql) {
         if (fault == qs("part")) {
-            // The thread ends with that error while the next table is read; the backup reads no
-            // table after that one.
+            // The thread ends with that error once bill's part is to be written; the backup reads
+            // at most one more table.
             if (sql.startsWith("SELECT * FROM `") && sql != "SELECT * FROM `bill`" && ++readLater == 1) {
                 for (int i = 0; i < 500 && threadsNamed(BackupArchive::Packer::kThreadName) > 0; ++i)
                     std::this_thread::sleep_for(std::chrono::milliseconds(10));
