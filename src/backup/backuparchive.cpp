@@ -22,6 +22,7 @@
 #include <zip.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
@@ -146,21 +147,26 @@ struct Part {
 
 constexpr qsizetype kBufferBytes = 256 * 1024;
 
-// A raw deflate stream at the fastest level into a part file, its output gathered in a whole
-// buffer before each write.
+// A raw deflate stream at the fastest level into a new part file, its output gathered in a
+// whole buffer before each write. A part whose stream did not end (a failure, a stop) is
+// removed with its deflater.
 class Deflater final {
 public:
-    Deflater(QFile &target, QByteArray &out) : m_target(target), m_out(out) {}
+    Deflater(const QString &path, QByteArray &out) : m_target(path), m_out(out) {}
     ~Deflater()
     {
         if (m_started)
             deflateEnd(&m_stream);
+        if (!m_ended)
+            m_target.remove();
     }
     Deflater(const Deflater &) = delete;
     Deflater &operator=(const Deflater &) = delete;
 
     DbError start()
     {
+        if (!m_target.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
+            return DbError::file(native(m_target.fileName()), m_target.errorString());
         if (deflateInit2(&m_stream, 1, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK)
             return DbError::generic(tr("The compressor cannot start."));
         m_started = true;
@@ -180,9 +186,15 @@ public:
             if (deflate(&m_stream, flush) == Z_STREAM_ERROR)
                 return DbError::generic(tr("The compressor failed."));
         } while (m_stream.avail_out == 0);
+        if (!last)
+            return {};
         // With Z_FINISH, room left over means the stream has ended.
-        return last ? writeOut() : DbError();
+        const DbError error = writeOut();
+        m_ended = !error;
+        return error;
     }
+    // The compressed bytes written so far.
+    quint64 size() const { return quint64(m_target.size()); }
 
 private:
     void rewind()
@@ -199,10 +211,11 @@ private:
         return {};
     }
 
-    QFile &m_target;
+    QFile m_target;
     QByteArray &m_out;
     z_stream m_stream{};
     bool m_started = false;
+    bool m_ended = false;
 };
 
 // Compresses `path` into `part.path`, reading and writing through the two buffers. Gives up
@@ -213,31 +226,24 @@ DbError deflateFile(const QString &path, Part &part, QByteArray &in, QByteArray 
     if (!source.open(QIODevice::ReadOnly))
         return DbError::file(native(path), source.errorString());
     part.modified = QFileInfo(source).lastModified().toSecsSinceEpoch();
-    QFile target(part.path);
-    if (!target.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
-        return DbError::file(native(part.path), target.errorString());
-    const auto failed = [&target](const DbError &error) {
-        target.remove();
-        return error;
-    };
-    Deflater deflater(target, out);
+    Deflater deflater(part.path, out);
     if (DbError error = deflater.start())
-        return failed(error);
+        return error;
     uLong crc = crc32(0L, Z_NULL, 0);
     for (bool last = false; !last;) {
         if (stopping)
-            return failed({});
+            return {};
         const qint64 got = source.read(in.data(), in.size());
         if (got < 0)
-            return failed(DbError::file(native(path), source.errorString()));
+            return DbError::file(native(path), source.errorString());
         crc = crc32(crc, reinterpret_cast<const Bytef *>(in.constData()), uInt(got));
         part.size += quint64(got);
         last = got == 0;
         if (DbError error = deflater.put(QByteArrayView(in.constData(), got), last))
-            return failed(error);
+            return error;
     }
     part.crc = quint32(crc);
-    part.compressedSize = quint64(target.size());
+    part.compressedSize = deflater.size();
     return {};
 }
 
@@ -375,16 +381,9 @@ struct Packer::State {
     DbError deflateStream(Stream &stream, Part &part, QByteArray &out)
     {
         part.modified = QDateTime::currentSecsSinceEpoch();
-        QFile target(part.path);
-        if (!target.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered))
-            return DbError::file(native(part.path), target.errorString());
-        const auto failed = [&target](const DbError &error) {
-            target.remove();
-            return error;
-        };
-        Deflater deflater(target, out);
+        Deflater deflater(part.path, out);
         if (DbError error = deflater.start())
-            return failed(error);
+            return error;
         for (bool last = false; !last;) {
             QByteArray chunk;
             {
@@ -392,7 +391,7 @@ struct Packer::State {
                 changed.wait(lock,
                              [&] { return stopping || stream.abandoned || stream.ended || !stream.chunks.empty(); });
                 if (stopping || stream.abandoned)
-                    return failed({});
+                    return {};
                 if (stream.chunks.empty()) {
                     last = true;
                     part.crc = stream.crc;
@@ -405,9 +404,9 @@ struct Packer::State {
             drained.notify_all();
             part.size += quint64(chunk.size());
             if (DbError error = deflater.put(chunk, last))
-                return failed(error);
+                return error;
         }
-        part.compressedSize = quint64(target.size());
+        part.compressedSize = deflater.size();
         return {};
     }
 };
@@ -496,10 +495,13 @@ Packer::Packer(const QString &folder) : m_state(std::make_unique<State>())
                 if (job.stream && job.stream->abandoned)
                     continue;
                 part.name = job.name;
+                // A file or entry handed over again replaces the earlier one once it is whole;
+                // until then the earlier part stays, beside it under a name of its own.
                 part.path = QDir(state->folder).filePath(partName(job.name));
-                // A file or entry handed over again replaces the earlier one, whose part this
-                // one's overwrites.
-                std::erase_if(state->parts, [&part](const Part &p) { return p.name == part.name; });
+                for (int n = 2; std::any_of(state->parts.begin(), state->parts.end(),
+                                            [&part](const Part &p) { return p.path == part.path; });
+                     ++n)
+                    part.path = QDir(state->folder).filePath(partName(job.name) + QString::number(n));
             }
             const DbError error =
                 job.stream ? state->deflateStream(*job.stream, part, out)
@@ -513,8 +515,17 @@ Packer::Packer(const QString &folder) : m_state(std::make_unique<State>())
                 state->error = error;
                 return;
             }
-            if (!job.stream || !job.stream->abandoned)
-                state->parts.push_back(part);
+            if (job.stream && job.stream->abandoned) {
+                QFile::remove(part.path);
+                continue;
+            }
+            std::erase_if(state->parts, [&part](const Part &p) {
+                if (p.name != part.name)
+                    return false;
+                QFile::remove(p.path);
+                return true;
+            });
+            state->parts.push_back(part);
         }
     });
     pthread_setname_np(m_thread.native_handle(), kThreadName);
