@@ -381,6 +381,13 @@ why: a statement from another window while a table's rows are still being read i
 +     if (false)
 +         return stillReading();
 
+@ backup-keeps-earlier-part
+file: src/backup/backuparchive.cpp
+tests: test_backuplogic:packAndExtract
+why: a table written again into a backup keeps its earlier, whole part until the later one is whole too
+-                 for (int n = 2; std::any_of(state->parts.begin(), state->parts.end(),
++                 for (int n = 2; false && std::any_of(state->parts.begin(), state->parts.end(),
+
 @ lock-wait-rolls-back-table
 file: src/db/tabletransaction.cpp
 tests: test_databasesession:lockWaitThatRollsBackAll
