@@ -11,6 +11,18 @@
 
 namespace tabulon {
 
+// Asks for the memory at `address` to be brought into the cache ahead of its read, where the
+// compiler offers a way; reads of scattered memory that know their next addresses early use it
+// to wait for several at once instead of one after the other.
+inline void prefetch(const void *address)
+{
+#if defined(__GNUC__)
+    __builtin_prefetch(address);
+#else
+    (void)address;
+#endif
+}
+
 class ByteBuffer final {
 public:
     ByteBuffer() = default;

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -114,6 +115,17 @@ public:
         qsizetype m_last = -2;
         Location m_at{};
     };
+
+    // Reads the cells rowOf(0), rowOf(1), ... rowOf(n - 1) of an unchanging column and hands
+    // each to fn(k, bytes), in that order. Cells scattered over a large column each wait for
+    // memory three times (their block start, their lengths, their bytes), so the reads run as
+    // a pipeline: while cell k is read, the bytes of cell k + kAhead are already being fetched,
+    // from `offset` into the cell on, and so are the lengths and block starts of the cells
+    // beyond; a cell that follows the one before it in the column is found from it, as the
+    // Reader does. rowOf(k) is asked kAhead * 3 places ahead of fn(k). An fn that returns a
+    // bool ends the reads when it returns false.
+    static constexpr qsizetype kAhead = 8;
+    template <typename RowOf, typename Fn> void readScattered(qsizetype n, RowOf rowOf, qsizetype offset, Fn fn) const;
 
 private:
     static constexpr qsizetype kBlock = 32;
@@ -245,5 +257,52 @@ private:
     };
     MaybeNumbers m_numbers; // set while the cells are numbered
 };
+
+template <typename RowOf, typename Fn>
+void TextColumn::readScattered(qsizetype n, RowOf rowOf, qsizetype offset, Fn fn) const
+{
+    if (m_numbers || !m_edits.empty() || !m_store) {
+        for (qsizetype k = 0; k < n; ++k)
+            fn(k, utf8(rowOf(k)));
+        return;
+    }
+    const Store &s = *m_store;
+    const char *const bytes = s.bytes.data();
+    const char *const lengths = s.lengths.data();
+    constexpr qsizetype kRing = 4 * kAhead; // holds the cells between the first stage and the last
+    qsizetype rows[kRing];
+    Location at[kRing];
+    for (qsizetype k = -3 * kAhead; k < n; ++k) {
+        if (const qsizetype j = k + 3 * kAhead; j < n) {
+            const qsizetype row = rowOf(j);
+            rows[j % kRing] = row;
+            if (row < s.listed)
+                prefetch(&s.blocks[static_cast<std::size_t>(row / kBlock)]);
+        }
+        if (const qsizetype j = k + 2 * kAhead; j >= 0 && j < n) {
+            const qsizetype row = rows[j % kRing];
+            if (row < s.listed) {
+                const Block &block = s.blocks[static_cast<std::size_t>(row / kBlock)];
+                prefetch(lengths + block.lengthPos);
+                prefetch(lengths + block.lengthPos + row % kBlock);
+            }
+        }
+        if (const qsizetype j = k + kAhead; j >= 0 && j < n) {
+            const qsizetype row = rows[j % kRing];
+            const bool follows = j > 0 && row == rows[(j - 1) % kRing] + 1 && row < s.listed;
+            const Location &where = at[j % kRing] = follows ? next(s, at[(j - 1) % kRing]) : locate(row);
+            if (bytes && offset < where.length)
+                prefetch(bytes + where.begin + offset);
+        }
+        if (k >= 0) {
+            if constexpr (std::is_same_v<decltype(fn(k, QByteArrayView())), bool>) {
+                if (!fn(k, stored(at[k % kRing])))
+                    return;
+            } else {
+                fn(k, stored(at[k % kRing]));
+            }
+        }
+    }
+}
 
 } // namespace tabulon

@@ -368,10 +368,11 @@ void TestDatabaseSession::lengthsOfEverySizeAcrossBlocks()
     std::vector<QByteArray> expected;
     const auto add = [&](int i) {
         // A long run of one length from cell 30 on, over several block starts, with a length
-        // that takes two bytes to write.
+        // that takes two bytes to write; from cell 150 on, lengths of one byte, most of them
+        // many in a row (which a read sums eight at a time), now and then a longer one.
         const bool run = i >= 30 && i < 140;
         const bool null = i % 13 == 7 && !run;
-        const int length = run ? 200 : lengths[i % 10];
+        const int length = run ? 200 : i < 150 ? lengths[i % 10] : i % 29 == 0 ? 128 + i : i * 37 % 128;
         expected.emplace_back(null ? 0 : length, static_cast<char>('a' + i % 26));
         null ? c.appendNull() : c.append(QByteArrayView(expected.back()));
     };
@@ -381,8 +382,18 @@ void TestDatabaseSession::lengthsOfEverySizeAcrossBlocks()
             QVERIFY2(c.utf8(static_cast<qsizetype>(i)) == QByteArrayView(expected[i]), qPrintable(QString::number(i)));
             QCOMPARE(c.isNull(static_cast<qsizetype>(i)), int(i) % 13 == 7 && (i < 30 || i >= 140));
         }
+        // The same cells read scattered, and in runs of neighbours, through the read that
+        // fetches ahead.
+        const auto n = static_cast<qsizetype>(expected.size());
+        const auto rowOf = [n](qsizetype k) { return k % 3 == 0 ? k * 7919 % n : std::min(k, n - 1); };
+        qsizetype wrong = -1;
+        c.readScattered(n, rowOf, 3, [&](qsizetype k, QByteArrayView bytes) {
+            if (wrong < 0 && bytes != QByteArrayView(expected[static_cast<size_t>(rowOf(k))]))
+                wrong = rowOf(k);
+        });
+        QCOMPARE(wrong, -1);
     };
-    for (int i = 0; i < 150; ++i)
+    for (int i = 0; i < 400; ++i)
         add(i);
     check();
     for (const int size : {61, 48, 33, 1, 0}) {
