@@ -5,10 +5,14 @@
 
 #include <algorithm>
 #include <charconv>
+#include <condition_variable>
 #include <cstring>
 #include <limits>
+#include <mutex>
 #include <numeric>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <unordered_map>
 
 namespace tabulon {
@@ -126,15 +130,117 @@ std::uint64_t chunkOf(QByteArrayView text, qsizetype depth)
 
 // Sorts entries by key in the given direction; equal entries keep their earlier order in both
 // directions, which makes the unstable in-place sort a stable one without its buffer.
-void sortByKey(SortItem *first, SortItem *last, bool ascending)
+auto keyOrder(bool ascending)
 {
-    std::sort(first, last, [ascending](const SortItem &a, const SortItem &b) {
+    return [ascending](const SortItem &a, const SortItem &b) {
         const std::uint64_t ka = a.key();
         const std::uint64_t kb = b.key();
         if (ka != kb)
             return ascending ? ka < kb : ka > kb;
         return a.pos < b.pos;
-    });
+    };
+}
+
+void sortByKey(SortItem *first, SortItem *last, bool ascending)
+{
+    std::sort(first, last, keyOrder(ascending));
+}
+
+// Sorts texts keyed at `depth` by their keys, then each run of them that agrees on its key and
+// goes on past it by the next seven bytes (rekey(first, last, depth) sets those keys), and so
+// on. Runs are independent of each other, so on a large column the work is shared by the
+// machine's cores (up to four): the first sort in two halves, then the runs through one list
+// that every thread takes from, where a thread puts the large runs it finds and keeps the
+// small ones for itself. Reading the next bytes of scattered texts waits for memory, which
+// the threads do side by side.
+template <typename Rekey>
+void sortTexts(SortItem *first, SortItem *last, qsizetype depth, bool ascending, const Rekey &rekey)
+{
+    struct Run {
+        SortItem *first;
+        SortItem *last;
+        qsizetype depth; // the keys are still those of depth - kChunk
+    };
+    constexpr std::ptrdiff_t kThreadsFrom = 1 << 16;
+    constexpr std::ptrdiff_t kShareFrom = 1 << 12;
+    const unsigned threads = last - first < kThreadsFrom ? 1u : std::clamp(std::thread::hardware_concurrency(), 1u, 4u);
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<Run> open; // runs no thread has taken yet
+    int busy = 0;
+    // Hands on the runs of a sorted range that need their next seven bytes.
+    const auto handOn = [&](SortItem *from, SortItem *end, qsizetype atDepth, std::vector<Run> &own) {
+        while (from != end) {
+            SortItem *to = from + 1;
+            while (to != end && to->key() == from->key())
+                ++to;
+            if (to - from > 1 && (from->key() & 0xFF) == kMore) {
+                const Run run{from, to, atDepth + kChunk};
+                if (threads > 1 && to - from >= kShareFrom) {
+                    const std::lock_guard lock(mutex);
+                    open.push_back(run);
+                    changed.notify_one();
+                } else {
+                    own.push_back(run);
+                }
+            }
+            from = to;
+        }
+    };
+    const auto work = [&] {
+        std::vector<Run> own;
+        for (;;) {
+            {
+                std::unique_lock lock(mutex);
+                changed.wait(lock, [&] { return !open.empty() || busy == 0; });
+                if (open.empty())
+                    return;
+                own.push_back(open.back());
+                open.pop_back();
+                ++busy;
+            }
+            while (!own.empty()) {
+                const Run run = own.back();
+                own.pop_back();
+                rekey(run.first, run.last, run.depth);
+                sortByKey(run.first, run.last, ascending);
+                handOn(run.first, run.last, run.depth, own);
+            }
+            const std::lock_guard lock(mutex);
+            if (--busy == 0 && open.empty())
+                changed.notify_all();
+        }
+    };
+
+    std::vector<Run> top;
+    if (threads > 1) {
+        SortItem *middle = first + (last - first) / 2;
+        std::nth_element(first, middle, last, keyOrder(ascending));
+        std::thread half;
+        try {
+            half = std::thread([&] { sortByKey(first, middle, ascending); });
+        } catch (const std::system_error &) {
+            sortByKey(first, middle, ascending); // no thread to be had: this one does both
+        }
+        sortByKey(middle, last, ascending);
+        if (half.joinable())
+            half.join();
+    } else {
+        sortByKey(first, last, ascending);
+    }
+    handOn(first, last, depth, top);
+    open.insert(open.end(), top.begin(), top.end());
+    std::vector<std::thread> helpers;
+    try {
+        for (unsigned i = 1; i < threads; ++i)
+            helpers.emplace_back(work);
+    } catch (const std::system_error &) {
+        // Fewer threads share the runs; the list needs none in particular.
+    }
+    work();
+    for (std::thread &helper : helpers)
+        helper.join();
 }
 
 } // namespace
@@ -514,24 +620,26 @@ void GridData::sort(int col, int order)
         return column.utf8(first[static_cast<std::ptrdiff_t>(item.pos)]);
     };
 
+    // The sorted rows in their order before the sort; after an earlier sort they lie scattered
+    // over the column.
+    const auto rowOf = [&](qsizetype i) { return first[static_cast<std::ptrdiff_t>(i)]; };
+
     // A start that every text shares (a column of "Remark ..." say) orders nothing: the keys
     // start after it, which spares a round over every row. Only ASCII counts towards it, so
     // that it is the same length in a text's folded copy.
     qsizetype shared = -1;
     QByteArrayView firstText;
     {
-        TextColumn::Reader scan(column);
         double ignored = 0;
-        for (size_t i = 0; i < count && shared != 0; ++i) {
-            const QByteArrayView bytes = scan.utf8(first[static_cast<std::ptrdiff_t>(i)]);
+        column.readScattered(static_cast<qsizetype>(count), rowOf, 0, [&](qsizetype, QByteArrayView bytes) {
             if (kindOf(bytes, &ignored) != CellKind::Text)
-                continue;
+                return true;
             if (shared < 0) {
                 firstText = bytes;
                 shared = 0;
                 while (shared < bytes.size() && static_cast<unsigned char>(bytes[shared]) < 0x80)
                     ++shared;
-                continue;
+                return shared != 0;
             }
             qsizetype same = 0;
             const qsizetype limit = std::min(shared, bytes.size());
@@ -539,7 +647,8 @@ void GridData::sort(int col, int order)
                                        asciiLower(static_cast<unsigned char>(firstText[same])))
                 ++same;
             shared = same;
-        }
+            return shared != 0;
+        });
         shared = std::max<qsizetype>(shared, 0);
     }
 
@@ -550,10 +659,8 @@ void GridData::sort(int col, int order)
     SortItem *const end = begin + count;
     SortItem *front = begin;
     SortItem *back = end;
-    TextColumn::Reader reader(column);
     double number = 0;
-    for (size_t i = 0; i < count; ++i) {
-        const QByteArrayView bytes = reader.utf8(first[static_cast<std::ptrdiff_t>(i)]);
+    column.readScattered(static_cast<qsizetype>(count), rowOf, shared, [&](qsizetype i, QByteArrayView bytes) {
         SortItem item{0, 0, static_cast<std::uint32_t>(i)};
         switch (kindOf(bytes, &number)) {
         case CellKind::Empty: *front++ = item; break;
@@ -573,7 +680,7 @@ void GridData::sort(int col, int order)
             *--back = item;
             break;
         }
-    }
+    });
 
     // Kinds in the order they sort in this direction: empty cells, numbers, texts ascending.
     SortItem *textFirst = back;
@@ -596,29 +703,18 @@ void GridData::sort(int col, int order)
 
     // Texts: sorted by their first seven bytes, then each run that agrees on them and goes on
     // is sorted by its next seven, and so on.
-    struct Run {
-        SortItem *first;
-        SortItem *last;
-        qsizetype depth;
+    const auto rekey = [&](SortItem *from, SortItem *to, qsizetype depth) {
+        const auto rowOf = [&](qsizetype k) {
+            if (k + TextColumn::kAhead < to - from)
+                prefetch(&first[static_cast<std::ptrdiff_t>(from[k + TextColumn::kAhead].pos)]);
+            return first[static_cast<std::ptrdiff_t>(from[k].pos)];
+        };
+        column.readScattered(to - from, rowOf, depth, [&](qsizetype k, QByteArrayView bytes) {
+            SortItem &item = from[k];
+            item.setKey(chunkOf(foldedAt.empty() ? bytes : textOf(item), depth));
+        });
     };
-    std::vector<Run> runs{{textFirst, textLast, shared}};
-    while (!runs.empty()) {
-        const Run run = runs.back();
-        runs.pop_back();
-        sortByKey(run.first, run.last, ascending);
-        for (SortItem *from = run.first; from != run.last;) {
-            SortItem *to = from + 1;
-            while (to != run.last && to->key() == from->key())
-                ++to;
-            if (to - from > 1 && (from->key() & 0xFF) == kMore) {
-                const qsizetype depth = run.depth + kChunk;
-                for (SortItem *item = from; item != to; ++item)
-                    item->setKey(chunkOf(textOf(*item), depth));
-                runs.push_back(Run{from, to, depth});
-            }
-            from = to;
-        }
-    }
+    sortTexts(textFirst, textLast, shared, ascending, rekey);
 
     // The sorted entries' rows, written back over the row index without a second copy of it.
     for (SortItem &item : items)

@@ -7,6 +7,7 @@
 #include <QRandomGenerator>
 
 #include <algorithm>
+#include <numeric>
 #include <tuple>
 
 using namespace tabulon;
@@ -27,6 +28,28 @@ GridData makeGrid(const QStringList &rows)
     return g;
 }
 
+// A cell's place in the grid's order, worked out the plain way: empty cells, then numbers by
+// value, then texts case-folded in code point order. The values of the tests below start
+// with a digit or '-' exactly when they are numbers.
+struct SortKey {
+    int rank;
+    double number = 0;
+    QByteArray folded;
+    explicit SortKey(const QString &v) : rank(v.isEmpty() ? 0 : v.front().isDigit() || v.front() == u'-' ? 1 : 2)
+    {
+        if (rank == 1)
+            number = v.toDouble();
+        else if (rank == 2)
+            folded = v.toCaseFolded().toUtf8();
+    }
+    bool operator<(const SortKey &o) const
+    {
+        if (rank != o.rank)
+            return rank < o.rank;
+        return rank == 1 ? number < o.number : folded < o.folded;
+    }
+};
+
 } // namespace
 
 class TestGridData final : public QObject {
@@ -36,6 +59,7 @@ private Q_SLOTS:
     void columnOperations();
     void sort();
     void randomEditsMatchReference();
+    void largeSortsMatchReference();
     void recordset();
     void tableLoad();
 };
@@ -152,14 +176,7 @@ void TestGridData::randomEditsMatchReference()
             text += pieces[rng.bounded(static_cast<int>(pieces.size()))];
         return rng.bounded(20) == 0 ? text + QChar(u'\0') : text;
     };
-    const auto rank = [](const QString &v) {
-        return v.isEmpty() ? 0 : v.front().isDigit() || v.front() == u'-' ? 1 : 2;
-    };
-    const auto less = [&rank](const QString &a, const QString &b) {
-        if (rank(a) != rank(b))
-            return rank(a) < rank(b);
-        return rank(a) == 1 ? a.toDouble() < b.toDouble() : a.toCaseFolded().toUtf8() < b.toCaseFolded().toUtf8();
-    };
+    const auto less = [](const QString &a, const QString &b) { return SortKey(a) < SortKey(b); };
     // Loaded as a table is, with NULLs among the cells: edits, removals (and the compaction
     // they bring), sorts and column rebuilds must keep every NULL that was not written over.
     GridData g;
@@ -231,6 +248,72 @@ void TestGridData::randomEditsMatchReference()
     for (const QStringList &row : ref)
         expected << row.join(QLatin1Char('|'));
     QCOMPARE(gridRowTexts(g), expected);
+}
+
+// A column large enough for its sort to be shared between threads, with runs of thousands of
+// texts that agree for dozens of bytes and differ in case and length, sorts as a plain stable
+// sort does: both ways, over the scattered order an earlier sort leaves, and once cells have
+// been edited, some of them to texts beyond ASCII.
+void TestGridData::largeSortsMatchReference()
+{
+    constexpr int kRows = 100000;
+    QRandomGenerator rng(20261126);
+    const auto value = [&rng]() -> QString {
+        const int kind = rng.bounded(40);
+        if (kind < 2)
+            return kind == 0 ? QString() : qs(""); // NULL and empty sort alike
+        if (kind < 4)
+            return QString::number(rng.bounded(1000) - 500) + qs(".25");
+        const QChar letter = QLatin1Char("aAbBc"[rng.bounded(5)]);
+        return qs("Remark ") + QString(rng.bounded(2) ? rng.bounded(7) : rng.bounded(45), letter) +
+               (rng.bounded(3) == 0 ? qs("!") : QString());
+    };
+    // Column 0 the texts, 1 the row's identity, 2 a number to scatter the rows by.
+    GridData g;
+    g.setFixedCols(0);
+    g.startAppending(sl({"text", "id", "scatter"}));
+    std::vector<SortKey> keys;
+    std::vector<int> scatter;
+    for (int r = 0; r < kRows; ++r) {
+        const QString v = value();
+        keys.emplace_back(v);
+        v.isNull() ? g.appendNullCell(0) : g.appendCell(0, QByteArrayView(v.toUtf8()));
+        g.appendCell(1, QByteArrayView(QByteArray::number(r)));
+        scatter.push_back(rng.bounded(1000));
+        g.appendCell(2, QByteArrayView(QByteArray::number(scatter.back())));
+    }
+    g.finishAppending();
+    std::vector<int> order(kRows);
+    std::iota(order.begin(), order.end(), 0);
+    const auto sortedAs = [&](int col, bool ascending) -> QString {
+        g.sort(col, ascending ? 1 : 2);
+        std::stable_sort(order.begin(), order.end(), [&](int a, int b) {
+            if (col == 2)
+                return ascending ? scatter[a] < scatter[b] : scatter[b] < scatter[a];
+            return ascending ? keys[a] < keys[b] : keys[b] < keys[a];
+        });
+        for (int r = 0; r < kRows; ++r) {
+            if (g.text(r + 1, 1).toInt() != order[r])
+                return qs("sort by %1 %2: row %3 holds %4, not %5")
+                    .arg(col)
+                    .arg(ascending ? qs("up") : qs("down"))
+                    .arg(r + 1)
+                    .arg(g.text(r + 1, 1), QString::number(order[r]));
+        }
+        return {};
+    };
+    QString wrong;
+    for (const auto &[col, ascending] : {std::pair{0, true}, {0, false}, {2, true}, {0, true}, {0, false}})
+        QVERIFY2((wrong = sortedAs(col, ascending)).isEmpty(), qPrintable(wrong));
+    for (int n = 0; n < 500; ++n) {
+        const int row = 1 + rng.bounded(kRows);
+        const int id = g.text(row, 1).toInt();
+        const QString v = qs("Remark ") + QString(rng.bounded(30), QLatin1Char('a')) + (n % 2 ? qs("Ä") : qs("ä"));
+        g.setText(row, 0, v);
+        keys[static_cast<size_t>(id)] = SortKey(v);
+    }
+    for (const auto &[col, ascending] : {std::pair{0, true}, {0, false}})
+        QVERIFY2((wrong = sortedAs(col, ascending)).isEmpty(), qPrintable(wrong));
 }
 
 // Field names make the header row, NULLs empty cells, and the fixed column stays empty.
