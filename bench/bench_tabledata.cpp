@@ -65,9 +65,15 @@ int main(int argc, char **argv)
     QElapsedTimer sinceTick;
     sinceTick.start();
     qint64 maxBlockMs = 0;
+    qint64 maxBlockEndMs = 0; // when the longest wait ended, from the start of the load
     QTimer ticker;
     ticker.setInterval(5);
-    QObject::connect(&ticker, &QTimer::timeout, [&] { maxBlockMs = std::max(maxBlockMs, sinceTick.restart()); });
+    QObject::connect(&ticker, &QTimer::timeout, [&] {
+        if (const qint64 waited = sinceTick.restart(); waited > maxBlockMs) {
+            maxBlockMs = waited;
+            maxBlockEndMs = timer.elapsed();
+        }
+    });
     ticker.start();
     qint64 stopMs = -1;
     QTimer stopper;
@@ -89,7 +95,10 @@ int main(int argc, char **argv)
     TableData::setDefaultLoadPace(pace);
     auto *window = new TableData(host);
     const qint64 loadMs = timer.elapsed();
-    maxBlockMs = std::max(maxBlockMs, sinceTick.elapsed());
+    if (sinceTick.elapsed() > maxBlockMs) {
+        maxBlockMs = sinceTick.elapsed();
+        maxBlockEndMs = timer.elapsed();
+    }
     ticker.stop();
     if (stopMs >= 0)
         stopMs = loadMs - stopMs;
@@ -115,6 +124,7 @@ int main(int argc, char **argv)
     std::printf("fields=%d\n", grid.cols() - 2);
     std::printf("load_ms=%lld\n", loadMs);
     std::printf("max_block_ms=%lld\n", maxBlockMs);
+    std::printf("max_block_end_ms=%lld\n", maxBlockEndMs);
     std::printf("partly_loaded=%d\n", window->isPartlyLoaded() ? 1 : 0);
     std::printf("stop_ms=%lld\n", stopMs);
     std::printf("sort_ms=%lld\n", sortMs);

@@ -207,6 +207,11 @@ DbError TableData::loadTableSteps()
             QCoreApplication::processEvents();
             return m_busy.stopRequested();
         });
+        // A read long enough to have paused ends up to one pause after the last; the window
+        // has its turn before the columns are trimmed, so that the two do not add up to one
+        // long wait.
+        if (sized)
+            QCoreApplication::processEvents();
         m_grid->finishAppending();
         if (!sized && !load.error)
             m_grid->autoSize(0, m_grid->cols() - 1);
