@@ -108,9 +108,78 @@ DbError stillReading()
                                            "Try again once that window has finished, or stop its work first."));
 }
 
+// Waits for the server outside the client library: the library hands back each wait, the
+// socket is watched here a turn of `turnMs` at a time, and `whileWaiting` is called after each
+// turn without news until it returns an error, which is kept in `stopped` (the step still goes
+// on to its end, as the server answers a stopped statement too). The connection's read timeout
+// still ends a wait that lasts too long.
+class WaitOutside final {
+public:
+    WaitOutside(MYSQL *m, const DatabaseSession::Waiting &whileWaiting, int turnMs, DbError &stopped)
+        : m_mysql(m), m_whileWaiting(whileWaiting), m_turnMs(std::max(turnMs, 1)), m_stopped(stopped)
+    {
+    }
+
+    // mysql_real_query's answer, waited for here.
+    int query(const QByteArray &sql)
+    {
+        int failed = 0;
+        finish(mysql_real_query_start(&failed, m_mysql, sql.constData(), static_cast<unsigned long>(sql.size())),
+               [&](int events) { return mysql_real_query_cont(&failed, m_mysql, events); });
+        return failed;
+    }
+    // mysql_fetch_row's answer, waited for here.
+    MYSQL_ROW fetch(MYSQL_RES *r)
+    {
+        MYSQL_ROW row = nullptr;
+        finish(mysql_fetch_row_start(&row, r), [&](int events) { return mysql_fetch_row_cont(&row, r, events); });
+        return row;
+    }
+
+private:
+    template <typename Cont> void finish(int status, Cont cont)
+    {
+        QElapsedTimer waited;
+        waited.start();
+        while (status != 0) {
+            pollfd watch{};
+            watch.fd = mysql_get_socket(m_mysql);
+            watch.events = static_cast<short>(((status & MYSQL_WAIT_READ) ? POLLIN : 0) |
+                                              ((status & MYSQL_WAIT_WRITE) ? POLLOUT : 0) |
+                                              ((status & MYSQL_WAIT_EXCEPT) ? POLLPRI : 0));
+            const int ready = poll(&watch, 1, m_turnMs);
+            int events = 0;
+            if (ready > 0) {
+                events = ((watch.revents & (POLLIN | POLLHUP | POLLERR)) ? MYSQL_WAIT_READ : 0) |
+                         ((watch.revents & POLLOUT) ? MYSQL_WAIT_WRITE : 0) |
+                         ((watch.revents & POLLPRI) ? MYSQL_WAIT_EXCEPT : 0);
+                waited.restart();
+            } else if (ready < 0 && errno != EINTR) {
+                events = status & (MYSQL_WAIT_READ | MYSQL_WAIT_WRITE); // the library reports the failure
+            } else {
+                if (!m_stopped)
+                    m_stopped = m_whileWaiting();
+                if ((status & MYSQL_WAIT_TIMEOUT) &&
+                    waited.elapsed() >= static_cast<qint64>(mysql_get_timeout_value_ms(m_mysql)))
+                    events = MYSQL_WAIT_TIMEOUT;
+                else
+                    continue;
+            }
+            status = cont(events);
+        }
+    }
+
+    MYSQL *m_mysql;
+    const DatabaseSession::Waiting &m_whileWaiting;
+    int m_turnMs;
+    DbError &m_stopped;
+};
+
 // Sends a statement unless the server would refuse it for its length: a packet over the limit
-// makes the server drop the connection, and with it every tool's work after.
-DbError sendOn(detail::Connection &c, const QByteArray &bytes)
+// makes the server drop the connection, and with it every tool's work after. With `waiter`,
+// the wait for the server's answer is spent outside the library, and other windows keep off
+// the connection meanwhile.
+DbError sendOn(detail::Connection &c, const QByteArray &bytes, WaitOutside *waiter = nullptr)
 {
     if (c.reading)
         return stillReading();
@@ -120,6 +189,11 @@ DbError sendOn(detail::Connection &c, const QByteArray &bytes)
             return DatabaseSession::tooLong(bytes.size(), limit);
     }
     StatementHook::before(bytes);
+    if (waiter) {
+        c.reading = true;
+        const auto done = qScopeGuard([&c] { c.reading = false; });
+        return waiter->query(bytes) != 0 ? errorOf(c.mysql) : DbError{};
+    }
     if (mysql_real_query(c.mysql, bytes.constData(), static_cast<unsigned long>(bytes.size())) != 0)
         return errorOf(c.mysql);
     return {};
@@ -594,15 +668,27 @@ DbResult<std::vector<int>> DatabaseSession::rowKey(const QString &database, cons
 DbError DatabaseSession::streamQuery(const QString &sql, const FieldsSink &onFields, const RowSink &onRow,
                                      const Waiting &whileWaiting, int waitingMs)
 {
-    if (DbError error = send(sql))
-        return error;
-    MYSQL *m = m_connection->mysql;
+    if (!isOpen())
+        return notOpen();
+    detail::Connection &c = *m_connection;
+    MYSQL *m = c.mysql;
+    // Without waiting outside, the client library waits for the answer and each row itself.
+    if (whileWaiting && c.canWaitOutside == 0)
+        c.canWaitOutside = mysql_optionsv(m, MYSQL_OPT_NONBLOCK, 0) == 0 ? 1 : -1;
+    DbError stopped;
+    std::optional<WaitOutside> waiter;
+    if (whileWaiting && c.canWaitOutside == 1)
+        waiter.emplace(m, whileWaiting, waitingMs, stopped);
+    // A statement stopped while the server held it back (a table locked by another program)
+    // ends in the server's own error, which is the stop's.
+    if (DbError error = sendOn(c, sql.toUtf8(), waiter ? &*waiter : nullptr))
+        return stopped ? stopped : error;
     MYSQL_RES *r = mysql_use_result(m);
     if (!r) {
         if (mysql_field_count(m) != 0)
             return lastError();
         drainResults(m);
-        return {};
+        return stopped;
     }
 
     const unsigned nFields = mysql_num_fields(r);
@@ -614,53 +700,11 @@ DbError DatabaseSession::streamQuery(const QString &sql, const FieldsSink &onFie
         isBit[i] = fields[i].type == MYSQL_TYPE_BIT;
     }
 
-    detail::Connection &c = *m_connection;
     c.reading = true;
     const auto done = qScopeGuard([&c] { c.reading = false; });
-    DbError stopped;
-    if (onFields)
+    if (onFields && !stopped)
         stopped = onFields(infos);
-    if (whileWaiting && c.canWaitOutside == 0)
-        c.canWaitOutside = mysql_optionsv(m, MYSQL_OPT_NONBLOCK, 0) == 0 ? 1 : -1;
-    const bool waitOutside = whileWaiting && c.canWaitOutside == 1;
-    // The next row; without waiting outside, as the client library waits for it. Otherwise
-    // the library hands back what it waits for, the socket is watched here a turn at a time,
-    // and the connection's read timeout still ends a wait that lasts too long.
-    const auto fetch = [&]() -> MYSQL_ROW {
-        if (!waitOutside)
-            return mysql_fetch_row(r);
-        MYSQL_ROW row = nullptr;
-        int status = mysql_fetch_row_start(&row, r);
-        QElapsedTimer waited;
-        waited.start();
-        while (status != 0) {
-            pollfd watch{};
-            watch.fd = mysql_get_socket(m);
-            watch.events = static_cast<short>(((status & MYSQL_WAIT_READ) ? POLLIN : 0) |
-                                              ((status & MYSQL_WAIT_WRITE) ? POLLOUT : 0) |
-                                              ((status & MYSQL_WAIT_EXCEPT) ? POLLPRI : 0));
-            const int ready = poll(&watch, 1, std::max(waitingMs, 1));
-            int events = 0;
-            if (ready > 0) {
-                events = ((watch.revents & (POLLIN | POLLHUP | POLLERR)) ? MYSQL_WAIT_READ : 0) |
-                         ((watch.revents & POLLOUT) ? MYSQL_WAIT_WRITE : 0) |
-                         ((watch.revents & POLLPRI) ? MYSQL_WAIT_EXCEPT : 0);
-                waited.restart();
-            } else if (ready < 0 && errno != EINTR) {
-                events = status & (MYSQL_WAIT_READ | MYSQL_WAIT_WRITE); // the library reports the failure
-            } else {
-                if (!stopped)
-                    stopped = whileWaiting();
-                if ((status & MYSQL_WAIT_TIMEOUT) &&
-                    waited.elapsed() >= static_cast<qint64>(mysql_get_timeout_value_ms(m)))
-                    events = MYSQL_WAIT_TIMEOUT;
-                else
-                    continue;
-            }
-            status = mysql_fetch_row_cont(&row, r, events);
-        }
-        return row;
-    };
+    const auto fetch = [&]() -> MYSQL_ROW { return waiter ? waiter->fetch(r) : mysql_fetch_row(r); };
     if (!stopped && onRow) {
         std::vector<std::optional<QByteArrayView>> cells(nFields);
         std::vector<QByteArray> bits(nFields);

@@ -247,6 +247,34 @@ void TestDatabaseSession::streamingRows()
     const DbError late = m_session.streamQuery(slow, {}, keepRow, [] { return DbError::generic(qs("late")); });
     QCOMPARE(late.description, qs("late"));
     QVERIFY2(rows.size() > 1 && rows.size() < 100, qPrintable(QString::number(rows.size())));
+    // A table that another connection holds locked keeps the statement from starting: that
+    // wait is cut into turns too, the connection refuses other statements meanwhile, and a
+    // stop with the statement ended on the server comes back as the stop. Without the turns
+    // the statement would fail at the lock timeout.
+    QVERIFY_DB(m_session.execute(qs("SET SESSION lock_wait_timeout = 5")));
+    QVERIFY_DB(m_db->run({qs("LOCK TABLES many WRITE")}));
+    turns = 0;
+    rows.clear();
+    meanwhile.clear();
+    QVERIFY_DB(m_session.streamQuery(qs("SELECT * FROM many"), {}, keepRow, [&] {
+        if (++turns == 2)
+            meanwhile = m_session.execute(qs("DO 1")).description;
+        if (turns == 5)
+            (void)m_db->admin().execute(qs("UNLOCK TABLES"));
+        return DbError{};
+    }));
+    QVERIFY2(turns >= 5 && rows.size() == 5000, qPrintable(QString::number(turns)));
+    QVERIFY2(meanwhile.contains(qs("still reading the rows")), qPrintable(meanwhile));
+    QVERIFY_DB(m_db->run({qs("LOCK TABLES many WRITE")}));
+    turns = 0;
+    rows.clear();
+    const DbError ended = m_session.streamQuery(qs("SELECT * FROM many"), {}, keepRow, [&] {
+        if (++turns == 3)
+            (void)m_db->admin().execute(qs("KILL QUERY %1").arg(m_session.connectionId()));
+        return turns >= 3 ? DbError::generic(qs("stopped")) : DbError{};
+    });
+    QVERIFY_DB(m_db->run({qs("UNLOCK TABLES")}));
+    QCOMPARE(QPair(ended.description, rows.size()), QPair(qs("stopped"), qsizetype(0)));
     QVERIFY_DB(m_session.streamQuery(qs("SELECT * FROM many"), keepFields, {}));
     QCOMPARE(fields.size(), size_t(1));
     QCOMPARE(m_session.openQuery(qs("SELECT COUNT(*) FROM many"))->text(0, 0), qs("5000"));
