@@ -10,7 +10,8 @@
 // A timer ticking every few milliseconds throughout tells how long the window's event loop
 // was held up at most (max_block_ms). --no-yield loads without pausing for the window, as the
 // measure of what the pauses cost; --stop-after presses Escape that long into the load and
-// reports the rows kept and how long the stop took.
+// reports the rows kept and how long the stop took. The load's steps are recorded as it logs
+// them, and the ones that ran during the longest wait are printed (max_block_steps).
 #include "benchmemory.h"
 #include "benchwindow.h"
 #include "data/tabledata.h"
@@ -23,9 +24,11 @@
 #include <QElapsedTimer>
 #include <QHeaderView>
 #include <QKeyEvent>
+#include <QLoggingCategory>
 #include <QTimer>
 
 #include <cstdio>
+#include <vector>
 
 using namespace tabulon;
 
@@ -36,11 +39,44 @@ void fail(const QString &what)
     bench::fail("bench_tabledata", what);
 }
 
+// The load's steps as it logs them, with the time from the start of the load.
+struct Step {
+    qint64 ms;
+    QString what;
+};
+QElapsedTimer loadClock;
+std::vector<Step> steps;
+QtMessageHandler passOn = nullptr;
+
+void recordStep(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (type == QtDebugMsg && qstrcmp(context.category, lcTableLoad().categoryName()) == 0) {
+        steps.push_back(Step{loadClock.isValid() ? loadClock.elapsed() : -1, message});
+        return;
+    }
+    passOn(type, context, message);
+}
+
+// The steps logged from the start of the wait that ended at `endMs` and lasted `ms` (and the
+// last one before it, which was running when it began), as "step@ms; ...".
+QString stepsDuring(qint64 endMs, qint64 ms)
+{
+    QStringList out;
+    for (size_t k = 0; k < steps.size(); ++k) {
+        const bool last = k + 1 == steps.size() || steps[k + 1].ms >= endMs - ms;
+        if (steps[k].ms <= endMs && (steps[k].ms >= endMs - ms || last))
+            out << QStringLiteral("%1@%2").arg(steps[k].what).arg(steps[k].ms);
+    }
+    return out.join(QStringLiteral("; "));
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     bench::prepareWindows();
+    passOn = qInstallMessageHandler(recordStep);
+    QLoggingCategory::setFilterRules(QStringLiteral("tabulon.load.debug=true"));
     QApplication app(argc, argv);
     QStringList args = app.arguments();
     TableLoad::Pace pace;
@@ -61,6 +97,7 @@ int main(int argc, char **argv)
     const long baselineKb = bench::peakKiB();
     QElapsedTimer timer;
     timer.start();
+    loadClock.start();
     // The longest time between two ticks is the longest the event loop was held up.
     QElapsedTimer sinceTick;
     sinceTick.start();
@@ -125,6 +162,7 @@ int main(int argc, char **argv)
     std::printf("load_ms=%lld\n", loadMs);
     std::printf("max_block_ms=%lld\n", maxBlockMs);
     std::printf("max_block_end_ms=%lld\n", maxBlockEndMs);
+    std::printf("max_block_steps=%s\n", qPrintable(stepsDuring(maxBlockEndMs, maxBlockMs)));
     std::printf("partly_loaded=%d\n", window->isPartlyLoaded() ? 1 : 0);
     std::printf("stop_ms=%lld\n", stopMs);
     std::printf("sort_ms=%lld\n", sortMs);

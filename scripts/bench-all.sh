@@ -387,10 +387,12 @@ SQL
     row "Grid load that never pauses for the window" "$work/load.still" 'mariadb --batch --quick > /dev/null' \
       "$work/load.peer" "—" "$grid_bytes"
     # The longest wait over the runs, and when it ended in its run's load.
+    # The load's own steps that ran in it (each "step@ms from the start of the load") say where it fell.
     longest_wait() {
       paste <(sed -n 's/^max_block_ms=//p' "$work/load.ours.all") <(sed -n 's/^max_block_end_ms=//p' "$work/load.ours.all") \
-        <(sed -n 's/^load_ms=//p' "$work/load.ours.all") | sort -n -k1,1 | tail -1 |
-        awk '{ printf "%d ms, ending %d ms into a load of %d ms", $1, $2, $3 }'
+        <(sed -n 's/^load_ms=//p' "$work/load.ours.all") <(sed -n 's/^max_block_steps=//p' "$work/load.ours.all") |
+        sort -t$'\t' -n -k1,1 | tail -1 |
+        awk -F'\t' '{ printf "%d ms, ending %d ms into a load of %d ms (its steps: %s)", $1, $2, $3, $4 }'
     }
     min_max() { cut -d' ' -f1 <"$1" | sort -n | awk 'NR == 1 { lo = $1 } { hi = $1 } END { printf "%s–%s s", lo, hi }'; }
     notes+=("Grid load with the window alive: it pauses for the window every 25 ms; the longest the event loop waited\

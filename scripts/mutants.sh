@@ -125,6 +125,23 @@ why: a safety copy that cannot be written stops the command before its first sta
 -     return !error;
 +     return true;
 
+@ partial-load-refuses-writes
+file: src/data/tabledata.cpp
+tests: test_tabledata:loadStopsWithTheRowsSoFar,lockedAndFailedLoadsWriteNothing
+why: a stopped load's rows are never written back as the whole table
+-     m_loaded = load.stopped ? Loaded::Part : Loaded::Whole;
++     m_loaded = Loaded::Whole;
+
+@ failed-load-refuses-writes
+file: src/data/tabledata.cpp
+tests: test_tabledata:lockedAndFailedLoadsWriteNothing
+why: a failed load's empty grid is never written back as the table
+-     case Loaded::Failed:
+-         why =
++     case Loaded::Failed:
++         return true;
++         why =
+
 @ copy-before-replace
 file: src/data/replacedata.cpp
 tests: test_safetyhooks:replaceOverWrongValue

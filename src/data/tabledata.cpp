@@ -103,6 +103,7 @@ DatabaseSession &TableData::session() const
 
 void TableData::loadWindow()
 {
+    qCDebug(lcTableLoad) << "listing tables";
     if (const DbError error = fillTableList(m_combo, session(), QStringLiteral("SHOW Tables"))) {
         Dialogs::runtimeError(this, error);
         return;
@@ -167,13 +168,22 @@ void TableData::LoadTable()
 
 DbError TableData::loadTableSteps()
 {
+    // A load that fails leaves no rows under the table's name, which no command may then write
+    // back as the whole table.
+    const auto failed = [this](const DbError &error) {
+        m_grid->clear();
+        m_loaded = Loaded::Failed;
+        return error;
+    };
     // So that the grid shows what is on disk, not what another program still holds back.
+    qCDebug(lcTableLoad) << "flushing";
     if (DbError error = session().execute(QStringLiteral("Flush Tables")))
-        return error;
+        return failed(error);
     if (DbError error = session().execute(QStringLiteral("Flush Logs")))
-        return error;
+        return failed(error);
+    qCDebug(lcTableLoad) << "flushed";
     m_grid->clear();
-    m_partlyLoaded = false;
+    m_loaded = Loaded::Whole;
 
     const QString table = m_combo->currentText();
     TableLoad load;
@@ -196,12 +206,14 @@ DbError TableData::loadTableSteps()
         };
         // The rows read so far join the view a slice at a time, so that no step at the end has
         // to present the whole table at once; the columns are sized once, from the first slice.
+        // A pause may come before the first row, while the server holds the table back.
         bool sized = false;
         load = TableLoad::read(session(), table, 2, open, m_pace, [&](qsizetype rows) {
             m_grid->commitAppendedRows();
-            if (!sized) {
+            if (!sized && rows > 0) {
                 m_grid->autoSize(0, m_grid->cols() - 1);
                 sized = true;
+                qCDebug(lcTableLoad) << "columns sized";
             }
             m_host.showStatus(QStringLiteral("Loading %1: %2 rows").arg(table).arg(rows));
             QCoreApplication::processEvents();
@@ -212,16 +224,16 @@ DbError TableData::loadTableSteps()
         // long wait.
         if (sized)
             QCoreApplication::processEvents();
+        qCDebug(lcTableLoad) << "trimming";
         m_grid->finishAppending();
+        qCDebug(lcTableLoad) << "trimmed";
         if (!sized && !load.error)
             m_grid->autoSize(0, m_grid->cols() - 1);
         m_combo->setEnabled(listEnabled);
     }
-    if (load.error) {
-        m_grid->clear();
-        return load.error;
-    }
-    m_partlyLoaded = load.stopped;
+    if (load.error)
+        return failed(load.error);
+    m_loaded = load.stopped ? Loaded::Part : Loaded::Whole;
     m_host.showStatus(load.stopped ? QStringLiteral("%1: loading stopped after %2 rows").arg(table).arg(load.rows)
                                    : QStringLiteral("%1: %2 rows loaded").arg(table).arg(load.rows));
     m_cursor.reset();
@@ -289,15 +301,23 @@ void TableData::showError(const DbError &error)
 
 bool TableData::wholeTableLoaded(const QString &command)
 {
-    if (!m_partlyLoaded)
-        return true;
-    Dialogs::message(this,
-                     QStringLiteral("Only the first %1 rows of %2 are loaded, the loading having been stopped: %3 "
-                                    "would write them as the whole table and lose the others. Choose the table "
-                                    "again to load it whole.")
-                         .arg(m_grid->rows() - 1)
-                         .arg(m_combo->currentText(), command),
-                     Dialogs::Icon::Critical);
+    QString why;
+    switch (m_loaded) {
+    case Loaded::Whole: return true;
+    case Loaded::Part:
+        why = QStringLiteral("Only the first %1 rows of %2 are loaded, the loading having been stopped: %3 "
+                             "would write them as the whole table and lose the others. Choose the table "
+                             "again to load it whole.")
+                  .arg(m_grid->rows() - 1)
+                  .arg(m_combo->currentText(), command);
+        break;
+    case Loaded::Failed:
+        why = QStringLiteral("%1 could not be read, so none of its rows are loaded: %2 would write the table "
+                             "empty. Choose the table again to load it.")
+                  .arg(m_combo->currentText(), command);
+        break;
+    }
+    Dialogs::message(this, why, Dialogs::Icon::Critical);
     return false;
 }
 

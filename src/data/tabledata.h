@@ -62,7 +62,9 @@ public:
     std::optional<int> sortOrder() const { return m_sortOrder; }
     Grid *grid() const { return m_grid; }
     // Whether the grid holds only the first rows of its table, the loading having been stopped.
-    bool isPartlyLoaded() const { return m_partlyLoaded; }
+    bool isPartlyLoaded() const { return m_loaded == Loaded::Part; }
+    // Whether the last load failed, leaving the grid without the table's rows.
+    bool loadFailed() const { return m_loaded == Loaded::Failed; }
     // How often a load pauses for the window: this window's, and that of windows created
     // afterwards (which load while they are built). Tests and benchmarks change it.
     void setLoadPace(const TableLoad::Pace &pace) { m_pace = pace; }
@@ -114,7 +116,9 @@ private:
     std::optional<int> m_sortOrder;
     BusyState m_busy{this};
     TableLoad::Pace m_pace = defaultLoadPace();
-    bool m_partlyLoaded = false;
+    // What the grid holds of the table Combo1 names; only a whole table may be written back.
+    enum class Loaded { Whole, Part, Failed };
+    Loaded m_loaded = Loaded::Whole;
     // Set when a change of Combo1's index has loaded the table, so that the activation that
     // follows the same pick does not load it twice.
     bool m_loadedByIndexChange = false;

@@ -8,6 +8,8 @@
 
 namespace tabulon {
 
+Q_LOGGING_CATEGORY(lcTableLoad, "tabulon.load", QtWarningMsg)
+
 namespace {
 
 const QString kTooBigText = QStringLiteral(
@@ -34,6 +36,7 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, int fi
     TableLoad load;
     GridData *grid = nullptr;
     const auto onFields = [&](const std::vector<FieldInfo> &fields) {
+        qCDebug(lcTableLoad) << "fields";
         for (const FieldInfo &f : fields)
             load.names << f.name;
         grid = &open(load.names);
@@ -49,12 +52,14 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, int fi
     const auto pauseWhenDue = [&]() -> DbError {
         if (Clock::now() - lastPause < interval)
             return {};
+        qCDebug(lcTableLoad) << "pause at" << load.rows << "rows";
         if (pause(load.rows)) {
             endRunningStatement(session);
             load.stopped = true;
             return stop;
         }
         lastPause = Clock::now();
+        qCDebug(lcTableLoad) << "reading";
         return {};
     };
     const auto onRow = [&](std::span<const std::optional<QByteArrayView>> cells) -> DbError {
@@ -79,12 +84,14 @@ TableLoad TableLoad::read(DatabaseSession &session, const QString &table, int fi
     // takes.
     const auto whileWaiting = [&]() -> DbError { return pauseWhenDue(); };
 
+    qCDebug(lcTableLoad) << "select";
     const DbError error = session.streamQuery(
         QStringLiteral("SELECT * FROM ") + DatabaseSession::quoteIdentifier(table), onFields, onRow,
         pace.pauseMs > 0 && pause ? DatabaseSession::Waiting(whileWaiting) : DatabaseSession::Waiting(),
         std::max(pace.pauseMs / 2, 1));
     if (error && !load.stopped)
         load.error = error;
+    qCDebug(lcTableLoad) << "read ended at" << load.rows << "rows";
     return load;
 }
 

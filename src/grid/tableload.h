@@ -6,6 +6,7 @@
 
 #include "db/dberror.h"
 
+#include <QLoggingCategory>
 #include <QString>
 #include <QStringList>
 
@@ -15,6 +16,10 @@ namespace tabulon {
 
 class DatabaseSession;
 class GridData;
+
+// The steps of a table load, each a debug message as it happens (off unless enabled, as by
+// QT_LOGGING_RULES="tabulon.load.debug=true"): where the time went when the window waited.
+Q_DECLARE_LOGGING_CATEGORY(lcTableLoad)
 
 class TableLoad final {
 public:

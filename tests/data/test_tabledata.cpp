@@ -66,6 +66,7 @@ private Q_SLOTS:
     void escapeClosesAndPopupReopens();
     void loadStopsWithTheRowsSoFar_data();
     void loadStopsWithTheRowsSoFar();
+    void lockedAndFailedLoadsWriteNothing();
 
 private:
     // Rows for a rewrite whose inserts go one at a time, and sent ahead of their answers: the
@@ -93,7 +94,7 @@ private:
 void TestTableData::init()
 {
     QVERIFY_DB(m_db->run({
-        qs("DROP TABLE IF EXISTS people, keyed, nothing, vague, everything"),
+        qs("DROP TABLE IF EXISTS people, people_away, keyed, nothing, vague, everything"),
         qs("CREATE TABLE people (name VARCHAR(20), age INT, city VARCHAR(20))"),
         qs("INSERT INTO people VALUES ('Cleo',31,'Oslo'), ('amy',25,'Rome'), ('Bob',47,'Oslo'), ('dan',25,'Lima'),"
            "('Eve',52,NULL)"),
@@ -528,6 +529,58 @@ void TestTableData::loadStopsWithTheRowsSoFar()
     QCOMPARE(column(g, 2), sl({"Cleo", "amy", "Bob", "dan", "Eve"}));
     QCOMPARE(status.last(), qs("people: 5 rows loaded"));
     disconnect(watch);
+}
+
+// A table that another connection holds locked keeps the load from starting: the window stays
+// alive meanwhile and Escape stops it with no rows. A load that fails leaves no rows either.
+// Save Table and Delete Record then refuse to write the table, which keeps its rows, and the
+// next pick loads it. Without the turns the load would fail at the lock timeout.
+void TestTableData::lockedAndFailedLoadsWriteNothing()
+{
+    TableData *w = openWindow();
+    QVERIFY(w);
+    QVERIFY_DB(session().execute(qs("SET SESSION lock_wait_timeout = 5")));
+    auto *combo = w->findChild<QComboBox *>(qs("Combo1"));
+    const auto refused = [&](const char *start) {
+        m_operator->told.clear();
+        m_operator->asked.clear();
+        w->SaveTable();
+        w->DeleteRecord();
+        QCOMPARE(m_operator->told.size(), 2);
+        QVERIFY2(m_operator->told.first().startsWith(qs(start)), qPrintable(m_operator->told.first()));
+        QVERIFY(m_operator->asked.isEmpty());
+        QCOMPARE(m_db->rows(qs("SELECT COUNT(*) FROM people")), sl({"5"}));
+    };
+
+    QVERIFY_DB(m_db->run({qs("LOCK TABLES people WRITE")}));
+    QStringList status;
+    const auto watch = connect(m_main->statusBar(), &QStatusBar::messageChanged, this, [&](const QString &text) {
+        status << text;
+        if (text == qs("Loading people: 0 rows"))
+            QTest::keyClick(w->findChild<QLineEdit *>(qs("Text1")), Qt::Key_Escape);
+    });
+    w->selectTable(combo->findText(qs("people")));
+    disconnect(watch);
+    QVERIFY_DB(m_db->run({qs("UNLOCK TABLES")}));
+    QCOMPARE(status.filter(qs("people")), sl({"Loading people: 0 rows", "people: loading stopped after 0 rows"}));
+    QVERIFY(!m_window.isNull() && w->isPartlyLoaded() && combo->isEnabled());
+    QCOMPARE(m_operator->runtimeErrors, QStringList());
+    refused("Only the first 0 rows of people are loaded");
+
+    StatementHook::set([&](QByteArrayView sql) {
+        if (sql == "SELECT * FROM `people`")
+            (void)m_db->admin().execute(qs("RENAME TABLE people TO people_away"));
+    });
+    w->selectTable(combo->currentIndex());
+    StatementHook::clear();
+    QVERIFY_DB(m_db->run({qs("RENAME TABLE people_away TO people")}));
+    QVERIFY(w->loadFailed() && w->grid()->rows() <= 1);
+    QCOMPARE(m_operator->runtimeErrors.size(), 1);
+    refused("people could not be read, so none of its rows are loaded");
+
+    w->selectTable(combo->currentIndex());
+    QVERIFY(!w->loadFailed() && !w->isPartlyLoaded());
+    QCOMPARE(column(*w->grid(), 2), sl({"Cleo", "amy", "Bob", "dan", "Eve"}));
 }
 
 QTEST_MAIN(TestTableData)
