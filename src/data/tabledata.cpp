@@ -23,6 +23,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QSignalBlocker>
 
 #include <vector>
@@ -175,16 +176,6 @@ DbError TableData::loadTableSteps()
         m_loaded = Loaded::Failed;
         return error;
     };
-    // So that the grid shows what is on disk, not what another program still holds back.
-    qCDebug(lcTableLoad) << "flushing";
-    if (DbError error = session().execute(QStringLiteral("Flush Tables")))
-        return failed(error);
-    if (DbError error = session().execute(QStringLiteral("Flush Logs")))
-        return failed(error);
-    qCDebug(lcTableLoad) << "flushed";
-    m_grid->clear();
-    m_loaded = Loaded::Whole;
-
     const QString table = m_combo->currentText();
     TableLoad load;
     {
@@ -195,6 +186,24 @@ DbError TableData::loadTableSteps()
         // name over these rows.
         const bool listEnabled = m_combo->isEnabled();
         m_combo->setEnabled(false);
+        const auto listBack = qScopeGuard([&] { m_combo->setEnabled(listEnabled); });
+        // So that the grid shows what is on disk, not what another program still holds back.
+        // A server slow to answer leaves the window its turns, as the reading does.
+        qCDebug(lcTableLoad) << "flushing";
+        const DatabaseSession::Waiting turn = [] {
+            QCoreApplication::processEvents();
+            return DbError{};
+        };
+        for (const QString &flush : {QStringLiteral("Flush Tables"), QStringLiteral("Flush Logs")}) {
+            if (DbError error =
+                    session().streamQuery(flush, {}, {}, m_pace.pauseMs > 0 ? turn : DatabaseSession::Waiting(),
+                                          std::max(m_pace.pauseMs / 2, 1)))
+                return failed(error);
+        }
+        qCDebug(lcTableLoad) << "flushed";
+        m_grid->clear();
+        m_loaded = Loaded::Whole;
+
         // Column 0 shows each row's number and the hidden column 1 holds its load number, which
         // travels with its row through sorts so that ModifyRecord can find the row's record again
         // by position. Both are worked out when read, so they cost no memory.
@@ -229,7 +238,6 @@ DbError TableData::loadTableSteps()
         qCDebug(lcTableLoad) << "trimmed";
         if (!sized && !load.error)
             m_grid->autoSize(0, m_grid->cols() - 1);
-        m_combo->setEnabled(listEnabled);
     }
     if (load.error)
         return failed(load.error);
