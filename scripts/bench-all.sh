@@ -345,9 +345,9 @@ SQL
     timed "$work/load.stop" "$build/bench/bench_tabledata" --stop-after "$half_ms" "$server" "$grid_db"
   fi
   row "Grid load, $rows rows × 10 columns" "$work/load.ours" 'mariadb --batch --quick > file' \
-    "$work/load.peer" "≤ 0.5, memory ≤ 1.5 × data" "$grid_bytes"
+    "$work/load.peer" "≤ 1.05 × the floor (below), memory ≤ 1.5 × data" "$grid_bytes"
   row "Grid load and sort by a text column" "$work/sort.ours" '… | LC_ALL=C sort' \
-    "$work/sort.peer" "≤ 0.5, memory ≤ 1.5 × data" "$grid_bytes"
+    "$work/sort.peer" "the sort alone ≤ 0.5 (below), memory ≤ 1.5 × data" "$grid_bytes"
   wire=$(seconds_of "$work/load.wire")
   load_cpu=$(cpu_of "$work/load.ours")
   client_cpu=$(cpu_of "$work/load.peer")
@@ -364,9 +364,10 @@ SQL
     bound=": reading the rows alone takes as long as the client's whole run, so the server producing them bounds both sides"
   fi
   notes+=("Grid load: the floor, every row read through the session and kept nowhere (\`bench_wire\`), takes\
- $(seconds_cell "$work/load.wire"), $floor × the client$bound. Processor time of the\
+ $(seconds_cell "$work/load.wire"), $floor × the client (goal ≤ 1.0)$bound. The load takes\
+ $(ratio_of "$(seconds_of "$work/load.ours")" "$wire") × the floor (goal ≤ 1.05). Processor time of the\
  process: Tabulon $load_cpu s (window, storage and Qt included), the client $client_cpu s\
- ($(ratio_of "$load_cpu" "$client_cpu") ×).")
+ ($(ratio_of "$load_cpu" "$client_cpu") ×; goal ≤ 0.5).")
   notes+=("Grid memory: the whole process peaks at $(awk -v p="$(peak_of "$work/load.ours")" -v d="$grid_bytes" \
     'BEGIN { printf "%.2f", p * 1024 / d }') × the data after the load and $(awk -v p="$(peak_of "$work/sort.ours")" \
     -v d="$grid_bytes" 'BEGIN { printf "%.2f", p * 1024 / d }') × after the sort, Qt and the connection included (goal\
@@ -381,10 +382,10 @@ SQL
  (its entries at 12 B a row and the row index at 4 B).")
   notes+=("Grid sort by \`$sort_field\`: inside the process the sort (with the row numbers written again after it) takes\
  $sort_ms ms against $sort_alone s for \`LC_ALL=C sort\` over the same rows already in a file\
- ($(ratio_of "$(awk -v m="$sort_ms" 'BEGIN { print m / 1000 }')" "$sort_alone") ×). Inside the process the load takes\
+ ($(ratio_of "$(awk -v m="$sort_ms" 'BEGIN { print m / 1000 }')" "$sort_alone") ×; goal ≤ 0.5). Inside the process the load takes\
  $(stat_of "$work/load.ours" load_ms) ms.")
   if [ "$big" = 1 ]; then
-    row "Grid load that never pauses for the window" "$work/load.still" 'mariadb --batch --quick > /dev/null' \
+    row "Grid load that never pauses for the window" "$work/load.still" 'mariadb --batch --quick > file' \
       "$work/load.peer" "—" "$grid_bytes"
     # The longest wait over the runs, and when it ended in its run's load.
     # The load's own steps that ran in it (each "step@ms from the start of the load") say where it fell.
